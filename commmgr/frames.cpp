@@ -1,0 +1,61 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "commmgr/commmgr.h"
+#include "debug/fd_guard.h"
+#include "debug/log.h"
+#include "debug/text.h"
+
+namespace {
+
+constexpr std::size_t kNameSize = 128;
+constexpr std::size_t kFrameSize = 10238;  // Kept: the characters of a frame that are sent
+
+char frame[kFrameSize + 1];
+
+// Fills the frame, terminated.  0, or the error that a directory, a missing file or a bad disk gives.
+int ReadFrame(const char *name) {
+  const FdGuard file(open(name, O_RDONLY));
+  if (file.Get() < 0) return errno;
+  const ssize_t got = read(file.Get(), frame, kFrameSize);  // short at the end of the file alone
+  if (got < 0) return errno;
+  frame[got] = '\0';
+  return 0;
+}
+
+int SendFrame(int client) {
+  return Sock_SendTCP(client, frame, static_cast<int>(std::strlen(frame)), 0);
+}
+
+}  // namespace
+
+void CommMgr_SendHdr(const char *base, int client_sock) {
+  char name[kNameSize + 1];
+  const bool fits = Text_FormatTo(name, sizeof name, "%s.hdr", base);
+  DPRINTF(nullptr, kInfo, "[CommMgr: SendHdr] Looking for %s\n", name);
+  const int err = fits ? ReadFrame(name) : ENAMETOOLONG;
+  if (err != 0) {
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroHdr] Unable to open macro file %s: errno = %d.\n", name, err);
+    return;
+  }
+  const int rc = SendFrame(client_sock);
+  if (rc != kSockOk)
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroHdr] Unable to send to client sock %d rc = %d\n", client_sock, rc);
+}
+
+void CommMgr_SendTail(const char *base, int client_sock) {
+  char name[kNameSize + 1];
+  const bool fits = Text_FormatTo(name, sizeof name, "%s.tail", base);
+  DPRINTF(nullptr, kInfo, "[CommMgr: SendTail] Looking for %s\n", name);
+  const int err = fits ? ReadFrame(name) : ENAMETOOLONG;
+  if (err != 0) {
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroTail] Unable to open macro file %s: errno = %d.\n", name, err);
+    return;
+  }
+  const int rc = SendFrame(client_sock);
+  if (rc != kSockOk)
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroTail] Unable to send to client sock %d rc = %d\n", client_sock, rc);
+}

@@ -1,0 +1,85 @@
+#include "core/signals.h"
+
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "debug/log.h"
+#include "debug/signal_hold.h"
+
+namespace {
+
+bool Set(int signal_number, sighandler_t action) {
+  return sysv_signal(signal_number, action) != SIG_ERR;
+}
+
+[[noreturn]] void Shutdown() {
+  DPRINTF(nullptr, kFatal, "[MainCore: Shutdown] Tovak has left the building.\n");
+  MainCore_Exit(0);
+}
+
+// A parent may have held back what must be able to end this process.
+void Unblock() {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+}  // namespace
+
+void MainCore_Exit(int status) {
+  const SignalHold hold;
+  std::exit(status);
+}
+
+void MainCore_Reap() {
+  while (wait4(-1, nullptr, WNOHANG, nullptr) > 0) {
+  }
+}
+
+void MainCore_SigHndlr(int signal_number) {
+  switch (signal_number) {
+    case SIGINT:
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGINT.\n");
+      Shutdown();
+    case SIGTERM:
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGTERM.\n");
+      Shutdown();
+    case SIGUSR1:
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGUSR1.\n");
+      Shutdown();
+    case SIGCHLD:
+      MainCore_Reap();
+      if (Set(SIGCHLD, MainCore_SigHndlr)) return;
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Can't redirect SIGCHLD\n");
+      MainCore_Exit(0);
+    default:
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Received Unkown signal %d\n.  Ignoring. ", signal_number);
+  }
+}
+
+int MainCore_SetSignals() {
+  Unblock();
+  if (!Set(SIGINT, MainCore_SigHndlr)) {
+    DPRINTF(nullptr, kFatal, "[MainCore: main] Can't redirect SIGINT\n");
+    return 0;
+  }
+  if (!Set(SIGTERM, MainCore_SigHndlr)) {
+    DPRINTF(nullptr, kFatal, "[MainCore: main] Can't redirect SIGTERM\n");
+    return 0;
+  }
+  if (!Set(SIGPIPE, SIG_IGN)) {
+    DPRINTF(nullptr, kFatal, "[MainCore: main] Can't set to ignore SIGPIPE\n");
+    return 0;
+  }
+  if (!Set(SIGUSR1, MainCore_SigHndlr)) {
+    DPRINTF(nullptr, kFatal, "[MainCore: main] Can't redirect SIGUSR1\n");
+    return 0;
+  }
+  if (!Set(SIGCHLD, SIG_IGN)) {
+    DPRINTF(nullptr, kFatal, "[MainCore: main] Can't ignore SIGCHLD\n");
+    return 0;
+  }
+  return 1;
+}

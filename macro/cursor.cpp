@@ -1,0 +1,119 @@
+#include "macro/cursor.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "debug/log.h"
+#include "debug/signal_hold.h"
+#include "debug/text.h"
+
+namespace {
+
+constexpr std::size_t kPatternSize = 1024;
+constexpr int kTermsSize = 2048;
+
+char empty_document[1] = "";
+char *start = empty_document;
+int length = 0;
+int cursor = 0;
+
+// The offset of the pattern at or behind from; -1: not there.
+int Search(std::string_view pattern, int from) {
+  if (from > length) return -1;
+  const std::string_view text(start, static_cast<std::size_t>(length));
+  const std::size_t at = text.find(pattern, static_cast<std::size_t>(from));
+  return at == std::string_view::npos ? -1 : static_cast<int>(at);
+}
+
+// From the cursor to the end, and then from the start.
+int SearchAround(const char *name, const char *pattern) {
+  const int at = Search(pattern, cursor);
+  if (at >= 0) return at;
+  DPRINTF(nullptr, kWarning, "[Macro: FindField] Wraparound looking for '%s' (%s)\n", name, pattern);
+  return Search(pattern, 0);
+}
+
+// Where the text that position lies in ends.
+const char *EndOf(const char *position) {
+  const char *end = start + length;
+  return position >= start && position <= end ? end : position + std::strlen(position);
+}
+
+// Copies the value behind the first "=" into buffer, whose storage is capacity and one byte.  The length, or
+// -1, logged.
+int CopyTerms(const char *position, char *buffer, int capacity) {
+  const char *end = EndOf(position);
+  const char *equals = std::find(position, end, '=');
+  if (equals == end) {
+    DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Unable to locate delimeter in %s\n", position);
+    return -1;
+  }
+  const char *value = equals + 1;
+  const auto room = static_cast<std::ptrdiff_t>(std::max(capacity, 0));
+  const char *stop = std::find(value, end - value > room ? value + room : end, '\t');
+  const int count = static_cast<int>(stop - value);
+  std::memcpy(buffer, value, static_cast<std::size_t>(count));
+  buffer[count] = '\0';
+  if (count < capacity) return count;
+  DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Buffer too small (size = %d)\n", count);
+  return -1;
+}
+
+char *HeapCopy(const char *text, int count) {
+  const SignalHold hold;
+  const auto size = static_cast<std::size_t>(count) + 1;
+  auto *copy = static_cast<char *>(std::malloc(size));
+  if (copy != nullptr) std::memcpy(copy, text, size);
+  return copy;
+}
+
+}  // namespace
+
+int Macro_SetInput(char *document) {
+  start = document;
+  cursor = 0;
+  Macro_Remeasure();
+  return 0;
+}
+
+void Macro_Remeasure() { length = static_cast<int>(std::strlen(start)); }
+
+char *Macro_Document() { return start; }
+int Macro_Length() { return length; }
+int Macro_Cursor() { return cursor; }
+void Macro_SetCursor(int offset) { cursor = std::clamp(offset, 0, length); }
+
+int Macro_Seek(std::int32_t offset) {
+  if (offset < 0 || offset >= length) return 0;
+  cursor = offset;
+  return 1;
+}
+
+const char *Macro_FindField(const char *name, int skip) {
+  const int before = cursor;
+  char pattern[kPatternSize + 1];
+  const bool fits = Text_FormatTo(pattern, sizeof pattern, "%s%s=", name[0] == '\t' ? "" : "\t", name);
+  int at = fits ? SearchAround(name, pattern) : -1;
+  for (; at >= 0 && skip > 0; --skip) at = Search(pattern, at + 1);
+  if (at < 0) {
+    cursor = before;
+    DPRINTF(nullptr, kWarning, "[Macro: FindField] Unable to find field = '%s' (%s)\n", name, pattern);
+    return nullptr;
+  }
+  cursor = at;
+  return start + at;
+}
+
+char *Macro_GetTerms(const char *position, char *buffer, int *size) {
+  if (buffer != nullptr) {
+    const int count = CopyTerms(position, buffer, *size);
+    if (count < 0) return nullptr;
+    *size = count;
+    return buffer;
+  }
+  char work[kTermsSize + 1];
+  const int count = CopyTerms(position, work, kTermsSize);
+  return count < 0 ? nullptr : HeapCopy(work, count);
+}

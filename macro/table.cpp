@@ -1,0 +1,116 @@
+#include "macro/table.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "debug/log.h"
+#include "debug/signal_hold.h"
+#include "debug/text.h"
+#include "debug/fd_guard.h"
+
+namespace {
+
+struct Slot {
+  unsigned char *code;
+  int size;
+  const char *name;  // null until the slot is closed, then empty
+};
+
+Slot slots[kMacroSlots];
+int slot_count = 0;
+
+constexpr std::size_t kPathSize = 2048;
+constexpr off_t kMaxFile = INT32_MAX / 2 - 1;  // the buffer is twice the file
+
+// Kept: a loaded macro has no name here, so every open loads anew.
+int FindSlot(const char *name) {
+  for (int i = 0; i < slot_count; ++i)
+    if (slots[i].name != nullptr && std::strcmp(slots[i].name, name) == 0) return i;
+  return -1;
+}
+
+bool FormatPath(char (&path)[kPathSize + 1], const char *name) {
+  if (name[0] == '/') return Text_FormatTo(path, sizeof path, "%s.mo", name);
+  return Text_FormatTo(path, sizeof path, "%s/%s.mo", kLibraryDir, name);
+}
+
+// A new buffer in place of what a failed open left behind.
+bool Allocate(Slot *slot, off_t file_size) {
+  const SignalHold hold;
+  std::free(slot->code);
+  slot->size = 0;
+  slot->code = nullptr;
+  errno = ENOMEM;
+  if (file_size <= kMaxFile)
+    slot->code = static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size) + 1));
+  return slot->code != nullptr;
+}
+
+// Fills the slot from the file; what is read ends the code, whatever the size was.
+int Load(Slot *slot, const char *path) {
+  struct stat status;
+  if (stat(path, &status) != 0) {
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path, errno);
+    return -1;
+  }
+  if (!Allocate(slot, status.st_size)) {
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to malloc space for macro in '%s': errno = %d\n", path, errno);
+    return -1;
+  }
+  const FdGuard file(open(path, O_RDONLY));
+  if (file.Get() < 0) {
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path, errno);
+    return -1;
+  }
+  const ssize_t got = read(file.Get(), slot->code, static_cast<std::size_t>(status.st_size));
+  if (got < 0) {
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to read macro '%s': errno = %d\n", path, errno);
+    return -1;
+  }
+  slot->size = static_cast<int>(got);
+  return 1;
+}
+
+}  // namespace
+
+int Macro_Open(const char *name) {
+  const int known = FindSlot(name);
+  if (known >= 0) return known;
+  char path[kPathSize + 1];
+  if (!FormatPath(path, name)) {
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path, ENAMETOOLONG);
+    return -1;
+  }
+  if (slot_count == kMacroSlots) {
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': all %d slots are taken\n", path, kMacroSlots);
+    return -1;
+  }
+  if (Load(&slots[slot_count], path) != 1) return -1;
+  return slot_count++;
+}
+
+int Macro_Close(int handle) {
+  if (handle < 0 || handle >= slot_count) return 1;
+  const SignalHold hold;
+  std::free(slots[handle].code);
+  slots[handle] = {nullptr, 0, ""};
+  return 1;
+}
+
+int Macro_CloseAll() {
+  for (int i = 0; i < slot_count; ++i) Macro_Close(i);
+  return 1;
+}
+
+const unsigned char *Macro_Code(int handle, int *size) {
+  *size = 0;
+  if (handle < 0 || handle >= slot_count) return nullptr;
+  *size = slots[handle].size;
+  return slots[handle].code;
+}
