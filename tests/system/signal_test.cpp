@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "tests/system/harness.h"
+
+namespace {
+
+std::string Farewell(const std::string &name) {
+  return "[MainCore: SigHndlr] Recieved " + name +
+         ".\n[MainCore: Shutdown] Tovak has left the building.\n";
+}
+
+std::size_t Count(const std::string &text, const std::string &part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+TEST(Signals, EachEndsTheProcessWithItsTwoLines) {
+  const struct {
+    int number;
+    const char *name;
+  } kSignals[] = {{SIGINT, "SIGINT"}, {SIGTERM, "SIGTERM"}, {SIGUSR1, "SIGUSR1"}};
+  for (const auto &signal : kSignals) {
+    Daemon daemon;
+    const std::size_t before = daemon.Log().size();
+    daemon.Program().Signal(signal.number);
+    EXPECT_EQ(0, ExitStatus(daemon.Program().Wait()));
+    EXPECT_EQ(Farewell(signal.name), daemon.Log().substr(before));
+  }
+}
+
+TEST(Signals, Shutdown_EndsTheWholeGroup) {
+  Daemon daemon;
+  const Socket first = daemon.Client(), second = daemon.Client();
+  daemon.SetLevel("STATUS");
+  daemon.SetLevel("WARNING");  // both connections are accepted by now
+  daemon.Send("\t@COMMAND=SHUTDOWN\n");
+  EXPECT_EQ(0, ExitStatus(daemon.Program().Wait()));
+  EXPECT_EQ("", first.ReadAll());
+  EXPECT_EQ("", second.ReadAll());
+  const std::vector<int> statuses = daemon.Program().WaitForGroup();
+  EXPECT_EQ(std::vector<int>(2, 0), statuses);
+  EXPECT_EQ(3u, Count(daemon.Log(), "Tovak has left the building.\n"));
+  EXPECT_EQ(3u, Count(daemon.Log(), "[MainCore: SigHndlr] Recieved SIGUSR1.\n"));
+}
+
+TEST(Signals, MainProcessAlone_LeavesTheChildrenServing) {
+  Daemon daemon;
+  const Socket client = daemon.Client();
+  daemon.Ping();
+  daemon.Ping();
+  daemon.Program().Signal(SIGUSR1);
+  EXPECT_EQ(0, ExitStatus(daemon.Program().Wait()));
+  client.Send("still there\n");
+  EXPECT_EQ("", client.ReadAll());
+  EXPECT_TRUE(daemon.Program().WaitForLog("Unable to figure out this command: still there\n"));
+}
+
+TEST(Signals, SigpipeAndSigchld_AreIgnored) {
+  Daemon daemon;
+  daemon.Program().Signal(SIGPIPE);
+  daemon.Program().Signal(SIGCHLD);
+  daemon.Ping();
+}
+
+// Signals at random instants while the log is busy: the process always ends by its handler.
+TEST(Signals, UnderAStormOfLogLines_NoProcessHangs) {
+  for (int round = 0; round < 20; ++round) {
+    Daemon daemon;
+    daemon.SetLevel("INFO");
+    for (int i = 0; i < 5 + round; ++i) {
+      daemon.Send("\t@COMMAND=PONG\t@SEQNUM=1\tX=" + std::string(1000, 'x') + "\n");
+      daemon.Client().Send("nonsense\n");
+    }
+    kill(-daemon.Program().Pid(), round % 3 == 0 ? SIGINT : round % 3 == 1 ? SIGTERM : SIGUSR1);
+    EXPECT_EQ(0, ExitStatus(daemon.Program().Wait()));
+    EXPECT_LE(1u, Count(daemon.Log(), "Tovak has left the building.\n"));
+    for (const int status : daemon.Program().WaitForGroup()) EXPECT_EQ(0, status);
+  }
+}
+
+}  // namespace
