@@ -1,0 +1,23 @@
+// backends/field.h: the fields that a document is made of.
+#ifndef BACKENDS_FIELD_H
+#define BACKENDS_FIELD_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct Field {
+  std::string name;   // as Field_IsName has it
+  std::string value;  // one line of text, without control characters
+};
+
+// One document: its fields in their order, at least one.
+using Fields = std::vector<Field>;
+
+// A letter and then letters, digits, "-", "_" and ".", at most 64 characters in all.
+bool Field_IsName(std::string_view name);
+
+// What stands before each term of that field in the index.  Capitals and small letters are the same name.
+std::string Field_Prefix(std::string_view name);
+
+#endif
