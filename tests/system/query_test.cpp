@@ -91,7 +91,7 @@ TEST_F(Query, MaxHits_TheHitOverTheLimitIsReadAndNotFetched) {
   Serve("\t@COMMAND=HIT\tT=2\t\n");
   EXPECT_EQ("HEAD\n<1><2>TAIL\n", client.ReadAll());
   EXPECT_FALSE(documents_.Called());
-  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results] Max Hits (2) reached for SearchSock 7.\n"));
+  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results] Max Hits (2) reached for SearchSock 4.\n"));
   EXPECT_EQ(std::string::npos, Log().find("Search Complete"));
 }
 
@@ -139,8 +139,8 @@ TEST_F(Query, EndOfData_EndsQuietly) {
   daemon_.SetLevel("INFO");
   EXPECT_EQ("HEAD\nTAIL\n", PageFor(""));
   EXPECT_NE(std::string::npos,
-            Log().find("[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock 7\n"));
-  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results] End of Data for SearchSock 7 reached.\n"));
+            Log().find("[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock 4\n"));
+  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results] End of Data for SearchSock 4 reached.\n"));
   EXPECT_NE(std::string::npos, Log().find("[CommMgr: SendHdr] Looking for " + page_ + ".hdr\n"));
   EXPECT_NE(std::string::npos, Log().find("[CommMgr: SendTail] Looking for " + page_ + ".tail\n"));
 }
@@ -152,7 +152,7 @@ TEST_F(Query, SearchManagerThatResets_IsTheEndOfData) {
   EXPECT_EQ("HEAD\n", client.ReadLine());
   search.Reset();
   EXPECT_EQ("TAIL\n", client.ReadAll());
-  EXPECT_NE(std::string::npos, Log().find("[Util:ReadInt] Received Connection Reset Message from Sock 7\n"));
+  EXPECT_NE(std::string::npos, Log().find("[Util:ReadInt] Received Connection Reset Message from Sock 4\n"));
 }
 
 TEST_F(Query, SearchComplete_NamesTheClientsSocket) {
@@ -181,8 +181,8 @@ TEST_F(Query, RecordWithoutANewlineIn40960Bytes_IsAnErrorLine) {
   EXPECT_EQ(
       "HEAD\n\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web Administrator.\nTAIL\n",
       PageFor(std::string(40960, 'y')));
-  EXPECT_EQ("[Util: ReadInt] Unable to recv on socket 7: rc = -4\n"
-            "[CommMgr: Results: 0] Unable to recv from SearchMgr sock 7 rc = 0\n",
+  EXPECT_EQ("[Util: ReadInt] Unable to recv on socket 4: rc = -4\n"
+            "[CommMgr: Results: 0] Unable to recv from SearchMgr sock 4 rc = 0\n",
             Log());
 }
 
@@ -285,7 +285,7 @@ TEST_F(Query, SearchManagerThatIsGone_IsReportedByEveryLayer) {
   EXPECT_EQ("\t@COMMAND=ERROR\tUnable to connect to SearchMgr: rc = -111\n",
             daemon_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=gone\t@MACROFILE=" + page_ + "\n"));
   const std::string where = "127.0.0.1:" + std::to_string(port);
-  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 7 to " + where + ".\n" +
+  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 4 to " + where + ".\n" +
                 "[Socket: Conn&Send] Unable to connect to " + where + ": rc = -111\n" +
                 "[CommMgr: ClientCmd] Unable to connect to SearchMgr: rc = -111\n",
             Log());
@@ -300,7 +300,7 @@ TEST_F(Query, DocumentManagerThatIsGone_IsReportedByEveryLayer) {
   }
   EXPECT_EQ("HEAD\n\t@COMMAND=ERROR\tUnable to retreive document.TAIL\n", PageFor(kHit));
   const std::string where = "127.0.0.1:" + std::to_string(port);
-  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 8 to " + where + ".\n" +
+  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 5 to " + where + ".\n" +
                 "[Socket: Conn&Send] Unable to connect to " + where + ": rc = -111\n" +
                 "[CommMgr: GetDoc] ConnectAndSend to DocMgr at " + where + " failed: rc = -111.\n",
             Log());
