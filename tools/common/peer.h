@@ -1,0 +1,29 @@
+// tools/common/peer.h: the service that a tool speaks to.
+#ifndef TOOLS_COMMON_PEER_H
+#define TOOLS_COMMON_PEER_H
+
+#include <netinet/in.h>
+
+#include <cstdint>
+
+// The service keeps ports in 16 signed bits.
+inline constexpr std::int32_t kPeerMaxPort = 32767;
+
+struct Peer {
+  const char *host;   // dotted text
+  std::int32_t port;  // 0: not given yet
+  int left;           // milliseconds that the tool still waits
+};
+
+// The address in network form, or the end of the process with EX_USAGE.
+sockaddr_in Peer_Address(const Peer &peer);
+
+// Waits until the descriptor is ready for the events and takes the time off peer->left; ends the process with
+// EX_TEMPFAIL when none is left.  What the tool does between two waits costs nothing, so a pager that holds
+// its output up does not make the service look slow.
+void Peer_Wait(Peer *peer, int fd, short events);
+
+// A socket whose calls do not block, or the end of the process with EX_OSERR.
+int Peer_Socket(int type);
+
+#endif

@@ -1,0 +1,178 @@
+// korvoctl: the administrative datagrams of a running program of the service.
+#include <poll.h>
+#include <sys/socket.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "debug/log.h"
+#include "debug/text.h"
+#include "protocol/cmd_hdr.h"
+#include "tools/common/peer.h"
+#include "tools/common/tool.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::int32_t kDefaultTimeout = 5;
+constexpr std::int32_t kMaxTimeout = 86400;
+constexpr std::int32_t kFirstSourcePort = 32000;  // up to kPeerMaxPort
+constexpr std::size_t kDatagramSize = 4096;
+
+constexpr const char *kHelp =
+    "usage: korvoctl ping [OPTION]...         ask whether the program lives\n"
+    "       korvoctl level LEVEL [OPTION]...  set the level of its log: INFO, STATUS, WARNING,\n"
+    "                                         FATAL or OFF\n"
+    "       korvoctl shutdown [OPTION]...     end it\n"
+    "\n"
+    "  --host ADDRESS     of the program, dotted; 127.0.0.1\n"
+    "  --port PORT        its admin port; needed\n"
+    "  --timeout SECONDS  wait so long for the answer to a ping; 5\n"
+    "  --help             this text\n"
+    "\n"
+    "Status: 0; 64 wrong use; 69 nobody listens there; 75 no answer in time.\n";
+
+constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'},
+                               {"host", required_argument, nullptr, 'H'},
+                               {"port", required_argument, nullptr, 'p'},
+                               {"timeout", required_argument, nullptr, 't'},
+                               {nullptr, 0, nullptr, 0}};
+
+struct Command {
+  Peer peer = {"127.0.0.1", 0, kDefaultTimeout * 1000};
+  std::string word;
+  std::string level;  // of "level"
+};
+
+[[noreturn]] void Help() {
+  Tool_Print(kHelp);
+  std::exit(EX_OK);
+}
+
+void TakeOption(Peer *peer, int letter) {
+  switch (letter) {
+    case 'H': peer->host = optarg; break;
+    case 'p': peer->port = Tool_Number("--port", optarg, 1, kPeerMaxPort); break;
+    case 't': peer->left = 1000 * Tool_Number("--timeout", optarg, 1, kMaxTimeout); break;
+    default: Help();
+  }
+}
+
+bool IsLevel(std::string_view word) {
+  for (const std::string_view level : {"INFO", "STATUS", "WARNING", "FATAL", "OFF"})
+    if (word == level) return true;
+  return false;
+}
+
+void TakeLevel(Command *command, const char *level) {
+  if (level == nullptr || !IsLevel(level))
+    Tool_Fail(EX_USAGE, "level takes INFO, STATUS, WARNING, FATAL or OFF, not '%s'", level == nullptr ? "" : level);
+  command->level = level;
+}
+
+Command ReadCommand(int argc, char **argv) {
+  Command command;
+  for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;)
+    TakeOption(&command.peer, letter);
+  if (optind == argc) Tool_Fail(EX_USAGE, "needs a command: ping, level LEVEL or shutdown");
+  command.word = argv[optind++];
+  if (command.word == "level") TakeLevel(&command, optind < argc ? argv[optind++] : nullptr);
+  else if (command.word != "ping" && command.word != "shutdown")
+    Tool_Fail(EX_USAGE, "there is no command %s; ping, level LEVEL and shutdown are all", command.word.c_str());
+  if (optind < argc) Tool_Fail(EX_USAGE, "%s takes nothing more; leave out %s", command.word.c_str(), argv[optind]);
+  return command;
+}
+
+std::int32_t NewNumber() {
+  return static_cast<std::int32_t>(Clock::now().time_since_epoch().count() / 1000 & INT32_MAX);
+}
+
+// A port that the service can answer to: it keeps ports in 16 signed bits, and the system would choose a
+// higher one.  The search begins anywhere, so that those who run at the same time rarely meet.
+void BindBelow32768(int sock) {
+  constexpr std::int32_t kCount = kPeerMaxPort + 1 - kFirstSourcePort;
+  const std::int32_t first = NewNumber() % kCount;
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  for (std::int32_t i = 0; i < kCount; ++i) {
+    address.sin_port = htons(static_cast<std::uint16_t>(kFirstSourcePort + (first + i) % kCount));
+    if (bind(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return;
+    if (errno != EADDRINUSE) break;
+  }
+  Tool_Fail(EX_OSERR, "cannot bind a source port from %d to %d: %s", kFirstSourcePort, kPeerMaxPort, std::strerror(errno));
+}
+
+[[noreturn]] void FailUnreachable(const Peer &peer, int err) {
+  Tool_Fail(EX_UNAVAILABLE, "cannot reach %s/%d: %s", peer.host, peer.port, std::strerror(err));
+}
+
+// Connected, so that a refusal is reported here and nobody else's datagrams arrive.
+int Open(const Peer &peer) {
+  const sockaddr_in address = Peer_Address(peer);
+  const int sock = Peer_Socket(SOCK_DGRAM);
+  BindBelow32768(sock);
+  if (connect(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    FailUnreachable(peer, errno);
+  return sock;
+}
+
+void Send(const Peer &peer, int sock, const std::string &datagram) {
+  if (send(sock, datagram.data(), datagram.size(), 0) < 0) FailUnreachable(peer, errno);
+}
+
+// A refusal that is known already; from another machine it may come too late.
+void CheckRefused(const Peer &peer, int sock) {
+  int err = 0;
+  socklen_t size = sizeof err;
+  if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &size) == 0 && err != 0) FailUnreachable(peer, err);
+}
+
+bool IsPong(const char *text, std::int32_t number) {
+  CmdHdr hdr = {};
+  Util_IntCmdHdr(&hdr, text);
+  return std::strcmp(hdr.Command, "PONG") == 0 && hdr.SeqNum == number;
+}
+
+void AwaitPong(Peer *peer, int sock, std::int32_t number) {
+  char buffer[kDatagramSize + 1];
+  for (;;) {
+    Peer_Wait(peer, sock, POLLIN);
+    const ssize_t got = recv(sock, buffer, kDatagramSize, 0);
+    if (got < 0 && errno != EAGAIN && errno != EINTR) FailUnreachable(*peer, errno);
+    if (got < 0) continue;
+    buffer[got] = '\0';
+    if (IsPong(buffer, number)) return;
+  }
+}
+
+void Ping(Peer *peer, int sock) {
+  const std::int32_t number = NewNumber();
+  const Clock::time_point begin = Clock::now();
+  Send(*peer, sock, "\t@COMMAND=PING\t@SEQNUM=" + std::to_string(number) + "\n");
+  AwaitPong(peer, sock, number);
+  const double spent = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+  char text[kHdrText];
+  (void)Text_FormatTo(text, sizeof text, "PONG from %s/%d in %.3f ms\n", peer->host, peer->port, spent);
+  Tool_Print(text);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Tool_Start();
+  Debug_Level = kOff;  // what a stranger's datagram lacks is no news to the user
+  Command command = ReadCommand(argc, argv);
+  const int sock = Open(command.peer);
+  if (command.word == "ping") Ping(&command.peer, sock);
+  else if (command.word == "level") Send(command.peer, sock, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + command.level + "\n");
+  else Send(command.peer, sock, "\t@COMMAND=SHUTDOWN\n");
+  CheckRefused(command.peer, sock);
+  return EX_OK;
+}

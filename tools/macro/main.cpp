@@ -1,0 +1,146 @@
+// korvo-macro: assembles and disassembles page macros.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "debug/fd_guard.h"
+#include "tools/common/tool.h"
+#include "tools/macro/asm.h"
+
+namespace {
+
+constexpr const char *kHelp =
+    "usage: korvo-macro asm [-o OUTPUT] FILE.ms    assemble into FILE.mo, or OUTPUT\n"
+    "       korvo-macro dis FILE.mo                disassemble to standard output\n"
+    "       korvo-macro --help\n"
+    "\n"
+    "\"-\" stands for standard input or output.\n";
+
+constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'},
+                               {"output", required_argument, nullptr, 'o'},
+                               {nullptr, 0, nullptr, 0}};
+
+struct Command {
+  std::string word;
+  std::string input;
+  std::string output;  // empty: named after the input
+};
+
+bool IsStandard(const std::string &path) { return path == "-"; }
+
+std::string ReadInput(const std::string &path, std::size_t limit) {
+  const FdGuard file(IsStandard(path) ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.Get() < 0) Tool_Fail(EX_NOINPUT, "cannot open %s: %s", path.c_str(), std::strerror(errno));
+  std::string text;
+  char buffer[65536];
+  while (text.size() <= limit) {
+    const ssize_t got = read(file.Get(), buffer, sizeof buffer);
+    if (got == 0) return text;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) Tool_Fail(EX_NOINPUT, "cannot read %s: %s", path.c_str(), std::strerror(errno));
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+  Tool_Fail(EX_DATAERR, "%s is larger than %zu bytes, the most that is read", path.c_str(), limit);
+}
+
+[[noreturn]] void FailWrite(const std::string &path, int err) {
+  Tool_Fail(EX_CANTCREAT, "cannot write %s: %s", path.c_str(), std::strerror(err));
+}
+
+void WriteInPlace(const std::string &path, const std::string &bytes) {
+  const FdGuard file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (file.Get() < 0) FailWrite(path, errno);
+  const int err = Tool_Write(file.Get(), bytes);
+  if (err != 0) FailWrite(path, err);
+}
+
+// The errno of what failed, or 0.
+int FillAndRename(int file, const std::string &bytes, mode_t mode, const char *from, const char *to) {
+  const int err = Tool_Write(file, bytes);
+  if (err != 0) return err;
+  return fchmod(file, mode) == 0 && rename(from, to) == 0 ? 0 : errno;
+}
+
+// The service may load the macro at any moment, and must find the old one whole or the new one whole.
+void Replace(const std::string &path, const std::string &bytes, mode_t mode) {
+  std::string scratch = path + ".XXXXXX";
+  const FdGuard file(mkostemp(scratch.data(), O_CLOEXEC));
+  if (file.Get() < 0) FailWrite(path, errno);
+  const int err = FillAndRename(file.Get(), bytes, mode, scratch.c_str(), path.c_str());
+  if (err == 0) return;
+  unlink(scratch.c_str());
+  FailWrite(path, err);
+}
+
+mode_t ModeOfNewFile() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+void WriteOutput(const std::string &path, const std::string &bytes) {
+  struct stat status;
+  if (IsStandard(path)) return Tool_Print(bytes);
+  if (lstat(path.c_str(), &status) != 0) return Replace(path, bytes, ModeOfNewFile());
+  if (S_ISREG(status.st_mode)) return Replace(path, bytes, status.st_mode & 07777);
+  WriteInPlace(path, bytes);  // a link or a device stays one
+}
+
+std::string OutputName(const Command &command) {
+  const std::string &input = command.input;
+  if (!command.output.empty() || IsStandard(input)) return command.output.empty() ? "-" : command.output;
+  if (!input.ends_with(".ms"))
+    Tool_Fail(EX_USAGE, "%s does not end in .ms; name the output with -o", input.c_str());
+  return input.substr(0, input.size() - 2) + "mo";
+}
+
+void Assemble(const Command &command) {
+  const std::string output = OutputName(command);
+  std::string code;
+  AsmError error;
+  if (!Asm_Assemble(ReadInput(command.input, kSourceLimit), &code, &error)) {
+    const char *name = IsStandard(command.input) ? "standard input" : command.input.c_str();
+    Tool_Line("%s:%d: %s", name, error.line, error.text.c_str());
+    std::exit(EX_DATAERR);
+  }
+  WriteOutput(output, code);
+}
+
+void Disassemble(const Command &command) {
+  if (!command.output.empty()) Tool_Fail(EX_USAGE, "-o belongs to asm; dis writes to standard output");
+  Tool_Print(Asm_Disassemble(ReadInput(command.input, kMacroLimit)));
+}
+
+Command ReadCommand(int argc, char **argv) {
+  Command command;
+  for (int letter; (letter = Tool_NextOption(argc, argv, ":o:", kOptions)) != -1;) {
+    if (letter == 'h') {
+      Tool_Print(kHelp);
+      std::exit(EX_OK);
+    }
+    command.output = optarg;
+    if (command.output.empty()) Tool_Fail(EX_USAGE, "-o takes the name of a file, not an empty text");
+  }
+  if (argc - optind != 2)
+    Tool_Fail(EX_USAGE, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
+  command.word = argv[optind];
+  command.input = argv[optind + 1];
+  return command;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Tool_Start();
+  const Command command = ReadCommand(argc, argv);
+  if (command.word == "asm") Assemble(command);
+  else if (command.word == "dis") Disassemble(command);
+  else Tool_Fail(EX_USAGE, "there is no command %s; asm and dis are all", command.word.c_str());
+}

@@ -1,0 +1,154 @@
+// korvo-query: one QUERY or GETDOC, and the page that answers it.
+#include <poll.h>
+#include <sys/socket.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "tools/common/peer.h"
+#include "tools/common/tool.h"
+#include "tools/query/answer.h"
+#include "tools/query/request.h"
+
+namespace {
+
+constexpr int kAnswerError = 1;  // exit status
+constexpr std::int32_t kDefaultTimeout = 60;
+constexpr std::int32_t kMaxTimeout = 86400;
+
+constexpr const char *kHelp =
+    "usage: korvo-query --port PORT --group GROUP --macro MACRO [OPTION]... WORD|NAME=TERMS...\n"
+    "       korvo-query --port PORT --group GROUP --macro MACRO --doc NUMBER [OPTION]...\n"
+    "\n"
+    "  --host ADDRESS     of the service, dotted; 127.0.0.1\n"
+    "  --port PORT        its client port\n"
+    "  --group GROUP      the Search Manager to ask, or with --doc the Document Manager\n"
+    "  --macro MACRO      the page macro, without .mo\n"
+    "  --max-hits NUMBER  at most so many documents; 0 is no limit\n"
+    "  --doc NUMBER       one document in place of a search\n"
+    "  --type TYPE        record type\n"
+    "  --raw              show control characters as they are also on a terminal\n"
+    "  --timeout SECONDS  wait so long for the service in all; 60\n"
+    "  --help             this text\n"
+    "\n"
+    "@OPER=AND or @OPER=OR among the words says how they are joined.\n"
+    "Status: 0; 1 the answer carries an error line; 64 wrong use; 69 the service cannot be\n"
+    "reached or gives no answer; 75 the time ran out.\n";
+
+constexpr option kOptions[] = {{"doc", required_argument, nullptr, 'd'},
+                               {"group", required_argument, nullptr, 'g'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {"host", required_argument, nullptr, 'H'},
+                               {"macro", required_argument, nullptr, 'm'},
+                               {"max-hits", required_argument, nullptr, 'n'},
+                               {"port", required_argument, nullptr, 'p'},
+                               {"raw", no_argument, nullptr, 'r'},
+                               {"timeout", required_argument, nullptr, 't'},
+                               {"type", required_argument, nullptr, 'T'},
+                               {nullptr, 0, nullptr, 0}};
+
+struct Command {
+  Peer peer = {"127.0.0.1", 0, kDefaultTimeout * 1000};
+  Request request;
+  bool raw = false;
+};
+
+[[noreturn]] void Help() {
+  Tool_Print(kHelp);
+  std::exit(EX_OK);
+}
+
+void TakeOption(Command *command, int letter) {
+  switch (letter) {
+    case 'H': command->peer.host = optarg; break;
+    case 'p': command->peer.port = Tool_Number("--port", optarg, 1, kPeerMaxPort); break;
+    case 't': command->peer.left = 1000 * Tool_Number("--timeout", optarg, 1, kMaxTimeout); break;
+    case 'g': command->request.group = optarg; break;
+    case 'm': command->request.macro = optarg; break;
+    case 'T': command->request.type = optarg; break;
+    case 'n': command->request.max_hits = Tool_Number("--max-hits", optarg, 0, INT32_MAX); break;
+    case 'd': command->request.doc = Tool_Number("--doc", optarg, 0, INT32_MAX); break;
+    case 'r': command->raw = true; break;
+    default: Help();
+  }
+}
+
+Command ReadCommand(int argc, char **argv) {
+  Command command;
+  for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;)
+    TakeOption(&command, letter);
+  command.request.predicate.assign(argv + optind, argv + argc);
+  return command;
+}
+
+[[noreturn]] void FailUnreachable(const Peer &peer, int err) {
+  Tool_Fail(EX_UNAVAILABLE, "cannot reach %s/%d: %s", peer.host, peer.port, std::strerror(err));
+}
+
+// The outcome of a connect that is under way.
+int PendingError(int sock) {
+  int err = 0;
+  socklen_t size = sizeof err;
+  return getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &size) == 0 ? err : errno;
+}
+
+int Connect(Peer *peer, const sockaddr_in &address) {
+  const int sock = Peer_Socket(SOCK_STREAM);
+  if (connect(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return sock;
+  if (errno != EINPROGRESS) FailUnreachable(*peer, errno);
+  Peer_Wait(peer, sock, POLLOUT);
+  const int err = PendingError(sock);
+  if (err != 0) FailUnreachable(*peer, err);
+  return sock;
+}
+
+void Send(Peer *peer, int sock, std::string_view line) {
+  while (!line.empty()) {
+    Peer_Wait(peer, sock, POLLOUT);
+    const ssize_t sent = send(sock, line.data(), line.size(), MSG_NOSIGNAL);
+    if (sent >= 0) line.remove_prefix(static_cast<std::size_t>(sent));
+    else if (errno != EAGAIN && errno != EINTR) FailUnreachable(*peer, errno);
+  }
+}
+
+// Copies the answer to standard output until the service closes the connection.
+Answer Receive(Peer *peer, int sock, bool readable) {
+  Answer answer;
+  char buffer[65536];
+  for (;;) {
+    Peer_Wait(peer, sock, POLLIN);
+    const ssize_t got = recv(sock, buffer, sizeof buffer, 0);
+    if (got == 0) break;
+    if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+    if (got < 0)
+      Tool_Fail(EX_UNAVAILABLE, "%s/%d broke off after %zu bytes: %s", peer->host, peer->port, answer.size, std::strerror(errno));
+    const std::string_view bytes(buffer, static_cast<std::size_t>(got));
+    Tool_Print(readable ? Answer_Readable(bytes, answer.last) : bytes);
+    Answer_Add(&answer, bytes);
+  }
+  if (readable && answer.last != '\n') Tool_Print("\n");
+  return answer;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Tool_Start();
+  Command command = ReadCommand(argc, argv);
+  const sockaddr_in address = Peer_Address(command.peer);
+  std::string line, wrong;
+  if (!Request_Format(command.request, &line, &wrong)) Tool_Fail(EX_USAGE, "%s", wrong.c_str());
+
+  const int sock = Connect(&command.peer, address);
+  Send(&command.peer, sock, line);
+  const Answer answer = Receive(&command.peer, sock, !command.raw && isatty(STDOUT_FILENO) == 1);
+  if (answer.size == 0)
+    Tool_Fail(EX_UNAVAILABLE, "%s/%d closed without an answer, as it does when it cannot open the macro %s",
+              command.peer.host, command.peer.port, command.request.macro.c_str());
+  return answer.error ? kAnswerError : EX_OK;
+}
