@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# ./check.sh        builds and runs every test, native and 32-bit; ends with the count
+# ./check.sh asan   the same under the address and undefined-behaviour sanitizers
+#
+# Installs what is missing from Debian's packages.
+set -eu -o pipefail
+cd "$(dirname "$0")"
+. scripts/need.sh
+
+can_build_m32() {
+  [ "$(dpkg --print-architecture)" = amd64 ] && need g++-multilib || return 1
+  local probe
+  probe=$(mktemp -d)
+  echo 'int main() { return 0; }' >"$probe/probe.cpp"
+  local can=0
+  g++ -m32 "$probe/probe.cpp" -o "$probe/probe" 2>/dev/null && "$probe/probe" 2>/dev/null || can=1
+  rm -rf "$probe"
+  return $can
+}
+
+run_tests() {
+  echo "Testing $1"
+  ctest --preset "$1" --output-on-failure --progress -j"$(($(nproc) * 2))"
+}
+
+case "${1-all}" in
+  all)
+    need "${build_packages[@]}"
+    if can_build_m32; then
+      build m32
+      run_tests m32
+    else
+      echo "This machine cannot build or run 32-bit programs: the m32 tests are left out."
+    fi
+    build release
+    run_tests release
+    ;;
+  asan)
+    need "${build_packages[@]}"
+    build asan
+    run_tests asan
+    ;;
+  *)
+    echo "$0: unknown argument '$1'; use ./check.sh or ./check.sh asan" >&2
+    exit 64
+    ;;
+esac

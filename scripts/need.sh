@@ -1,0 +1,33 @@
+# scripts/need.sh: installs Debian packages that are missing.  Sourced by the scripts at the root.
+
+# need PACKAGE...: installs what is missing of them and says so; as root, or with sudo.
+need() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  local become=()
+  [ "$(id -u)" -eq 0 ] || become=(sudo)
+  echo "Installing: ${missing[*]}"
+  "${become[@]}" apt-get update -qq &&
+    "${become[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+      "${missing[@]}" >/dev/null || {
+    echo "$0: cannot install ${missing[*]}; install them by hand and try again" >&2
+    exit 69
+  }
+}
+
+build_packages=(cmake g++ googletest libxapian-dev ninja-build)
+
+# build PRESET: configures and builds; shows the output only when it fails.
+build() {
+  local log=build/$1.log
+  mkdir -p build
+  echo "Building $1"
+  { cmake --preset "$1" && cmake --build --preset "$1" -j"$(nproc)"; } >"$log" 2>&1 || {
+    cat "$log" >&2
+    echo "$0: the build of preset $1 failed" >&2
+    exit 70
+  }
+}
