@@ -8,7 +8,8 @@ cd "$(dirname "$0")"
 . scripts/need.sh
 
 can_build_m32() {
-  [ "$(dpkg --print-architecture)" = amd64 ] && need g++-multilib || return 1
+  [ "$(dpkg --print-architecture)" = amd64 ] || return 1
+  (need g++-multilib) || return 1
   local probe
   probe=$(mktemp -d)
   echo 'int main() { return 0; }' >"$probe/probe.cpp"
