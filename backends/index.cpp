@@ -92,7 +92,8 @@ int Index(const char *location, char **names) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc < 3 || argv[1][0] == '-') {
+  const bool named = argc > 2 && argv[1][0] != '\0' && argv[1][0] != '-';
+  if (!named) {
     std::fprintf(stderr, "usage: korvo-index DATABASE FILE...\n");
     return EX_USAGE;
   }

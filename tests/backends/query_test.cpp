@@ -9,7 +9,7 @@ namespace {
 Xapian::WritableDatabase Database() {
   Xapian::WritableDatabase database("", Xapian::DB_BACKEND_INMEMORY);
   Xapian::Document document;
-  document.add_term("c++");
+  for (const char *term : {"c++", "bash"}) document.add_term(term);
   database.add_document(document);
   return database;
 }
@@ -49,7 +49,7 @@ TEST(Query, Parse_TakesOperAtAnyPlaceAndTheLastOne) {
 
 TEST(Query, Parse_GivesPunctuationNoMeaning) {
   EXPECT_EQ(Parsed("\tNOT bash\n"), "Query((not@1 AND bash@2))");
-  EXPECT_EQ(Parsed("\t+gnu -shell* (x OR y\n"), "Query((gnu@1 AND shell@2 AND x@3 AND or@4 AND y@5))");
+  EXPECT_EQ(Parsed("\t+gnu -shell* (x OR y\n"), "Query((gnu@1 AND shell@2 AND (x@3 AND or@4 AND y@5)))");
   EXPECT_EQ(Parsed("\tlibc6-dev\n"), "Query((libc6@1 PHRASE 2 dev@2))");
 }
 
