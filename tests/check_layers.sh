@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Fails when a folder includes one that stands above it.  Run from the root.
+set -eu
+may() {  # may FOLDER ALLOWED...
+  local folder=$1 allowed
+  shift
+  allowed=$(printf '%s|' "$folder" "$@")
+  if grep -rnE '^#include "' "$folder" --include='*.h' --include='*.cpp' | grep -vE "#include \"(${allowed%|})/"; then
+    echo "$folder/ may include only: $folder $*" >&2
+    status=1
+  fi
+}
+status=0
+may net debug
+may protocol net debug
+may config protocol net debug
+may macro protocol debug
+may core config protocol net debug
+may commmgr core macro config protocol net debug
+may backends core config protocol net debug macro
+may tools macro config protocol net debug
+# The log's core needs no socket; the collector beside it does.
+grep -rnE '^#include "' debug | grep -vE '^debug/collector|#include "debug/' && status=1
+exit $status
