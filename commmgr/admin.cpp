@@ -1,9 +1,10 @@
+#include "core/admin.h"
+
 #include <cstdlib>
 #include <string_view>
 
 #include "commmgr/commmgr.h"
 #include "config/announce.h"
-#include "core/admin.h"
 #include "debug/log.h"
 #include "debug/signal_hold.h"
 #include "macro/exec.h"
@@ -20,7 +21,8 @@ void RecordChild(const char *rest) {
   const SignalHold hold;
   auto *child = static_cast<INIT_CHILDINFO *>(std::calloc(1, sizeof(INIT_CHILDINFO)));
   if (child == nullptr) {
-    DPRINTF(nullptr, kFatal, "[Comm: Admin] Unable to alloc mem for INIT_CHILDINFO (size = %d).\n", static_cast<int>(sizeof(INIT_CHILDINFO)));
+    DPRINTF(nullptr, kFatal, "[Comm: Admin] Unable to alloc mem for INIT_CHILDINFO (size = %d).\n",
+            static_cast<int>(sizeof(INIT_CHILDINFO)));
     return;
   }
   if (Init_RecvAnnounce(rest, child) == 1)

@@ -24,7 +24,8 @@ int OpenMacro(const CmdHdr &hdr) {
 void ReplyError(int client, const char *text) {
   const int rc = Sock_SendTCP(client, text, Length(text), 0);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to send to client sock %d rc = %d\n", client, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to send to client sock %d rc = %d\n",
+            client, rc);
 }
 
 // Hands the client's own text to the Search Manager of its group.  The new socket, or -1, answered.
@@ -32,7 +33,8 @@ int Forward(int client, const CmdHdr &hdr, const char *text) {
   INIT_CHILDINFO *manager = Init_FindPeer(SearchMgrList, hdr.SearchGroup);
   if (manager == nullptr) {
     // Kept: the group has never been in this line.
-    DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to locate SearchGroup '%s' amongst my flock\n", "");
+    DPRINTF(nullptr, kWarning,
+            "[CommMgr: ClientCmd] Unable to locate SearchGroup '%s' amongst my flock\n", "");
     ReplyError(client, "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n");
     return -1;
   }
@@ -41,7 +43,8 @@ int Forward(int client, const CmdHdr &hdr, const char *text) {
   if (rc == kSockOk) return search;
   DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to connect to SearchMgr: rc = %d\n", rc);
   char reply[128];
-  (void)Text_FormatTo(reply, sizeof reply, "\t@COMMAND=ERROR\tUnable to connect to SearchMgr: rc = %d\n", rc);
+  (void)Text_FormatTo(reply, sizeof reply,
+                      "\t@COMMAND=ERROR\tUnable to connect to SearchMgr: rc = %d\n", rc);
   ReplyError(client, reply);
   return -1;
 }
@@ -62,7 +65,8 @@ void Query(int client, const CmdHdr &hdr, const char *text) {
   CommMgr_SendTail(base, client);  // also after a relay that stopped early
 }
 
-// Kept: the frames of a GETDOC are looked for without the macro library, and both failed sends say Results.
+// Kept: the frames of a GETDOC are looked for without the macro library, and both failed sends say
+// Results.
 void GetDoc(int client, CmdHdr *hdr) {
   const int macro = OpenMacro(*hdr);
   if (macro < 0) return;
@@ -72,13 +76,15 @@ void GetDoc(int client, CmdHdr *hdr) {
     constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to locate Document Server.";
     const int rc = Sock_SendTCP(client, kReply, Length(kReply), 0);
     if (rc != kSockOk)
-      DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n", client, rc);
+      DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n",
+              client, rc);
     return;
   }
   CommMgr_SendHdr(hdr->MacroFile, client);
   const int rc = Sock_SendTCP(client, document, Length(document), 0);
   if (rc != kSockOk) {
-    DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n", client, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n",
+            client, rc);
     return;
   }
   CommMgr_SendTail(hdr->MacroFile, client);

@@ -16,7 +16,8 @@ constexpr std::size_t kFrameSize = 10238;  // Kept: the characters of a frame th
 
 char frame[kFrameSize + 1];
 
-// Fills the frame, terminated.  0, or the error that a directory, a missing file or a bad disk gives.
+// Fills the frame, terminated.  0, or the error that a directory, a missing file or a bad disk
+// gives.
 int ReadFrame(const char *name) {
   const FdGuard file(open(name, O_RDONLY));
   if (file.Get() < 0) return errno;
@@ -38,12 +39,14 @@ void CommMgr_SendHdr(const char *base, int client_sock) {
   DPRINTF(nullptr, kInfo, "[CommMgr: SendHdr] Looking for %s\n", name);
   const int err = fits ? ReadFrame(name) : ENAMETOOLONG;
   if (err != 0) {
-    DPRINTF(nullptr, kWarning, "[CommMgr: MacroHdr] Unable to open macro file %s: errno = %d.\n", name, err);
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroHdr] Unable to open macro file %s: errno = %d.\n",
+            name, err);
     return;
   }
   const int rc = SendFrame(client_sock);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[CommMgr: MacroHdr] Unable to send to client sock %d rc = %d\n", client_sock, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroHdr] Unable to send to client sock %d rc = %d\n",
+            client_sock, rc);
 }
 
 void CommMgr_SendTail(const char *base, int client_sock) {
@@ -52,10 +55,12 @@ void CommMgr_SendTail(const char *base, int client_sock) {
   DPRINTF(nullptr, kInfo, "[CommMgr: SendTail] Looking for %s\n", name);
   const int err = fits ? ReadFrame(name) : ENAMETOOLONG;
   if (err != 0) {
-    DPRINTF(nullptr, kWarning, "[CommMgr: MacroTail] Unable to open macro file %s: errno = %d.\n", name, err);
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroTail] Unable to open macro file %s: errno = %d.\n",
+            name, err);
     return;
   }
   const int rc = SendFrame(client_sock);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[CommMgr: MacroTail] Unable to send to client sock %d rc = %d\n", client_sock, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: MacroTail] Unable to send to client sock %d rc = %d\n",
+            client_sock, rc);
 }

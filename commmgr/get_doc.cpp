@@ -27,7 +27,8 @@ RawDocument RawFrom(char *buf, int length, char *rest) {
 int Format(int macro, const RawDocument &raw, char *out, int *len) {
   int produced = *len;
   if (Macro_Exec(macro, raw.text, out, &produced, raw.room) != 1) {
-    DPRINTF(nullptr, kWarning, "[CommMgr: Results] Macro Substitution failed.\n");  // Kept: says Results
+    DPRINTF(nullptr, kWarning,
+            "[CommMgr: Results] Macro Substitution failed.\n");  // Kept: says Results
     return 0;
   }
   out[produced] = '\0';
@@ -74,7 +75,8 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   out[0] = '\0';  // nothing behind it is looked at until it is written
   INIT_CHILDINFO *manager = Init_FindPeer(DocMgrList, hdr->SearchGroup);
   if (manager == nullptr) {
-    DPRINTF(nullptr, kWarning, "[CommMgr: GetDoc] Unable to find a docmgr for %s:%s\n", hdr->SearchGroup, hdr->RecType);
+    DPRINTF(nullptr, kWarning, "[CommMgr: GetDoc] Unable to find a docmgr for %s:%s\n",
+            hdr->SearchGroup, hdr->RecType);
     return 0;
   }
   (void)Text_Copy(hdr->Command, "GETDOC");
@@ -85,7 +87,9 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   int sock = -1;
   const int rc = Sock_ConnectAndSend(&manager->ClientAddr, &sock, buf, length, 0);
   if (rc != kSockOk) {
-    DPRINTF(nullptr, kWarning, "[CommMgr: GetDoc] ConnectAndSend to DocMgr at %s:%d failed: rc = %d.\n", manager->ClientAddr.IP, manager->ClientAddr.Port, rc);
+    DPRINTF(nullptr, kWarning,
+            "[CommMgr: GetDoc] ConnectAndSend to DocMgr at %s:%d failed: rc = %d.\n",
+            manager->ClientAddr.IP, manager->ClientAddr.Port, rc);
     return 0;
   }
   const int delivered = Receive(macro, sock, buf, out, len, format);

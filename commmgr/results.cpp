@@ -18,16 +18,20 @@ struct Relay {
 char record_text[kMessageSize + 1];
 char document[kMessageSize + 1];
 
-// The string length of what stands behind a record's header; the socket layer refuses a record that has
-// nothing there.
+// The string length of what stands behind a record's header; the socket layer refuses a record that
+// has nothing there.
 int Length(const char *text) { return text != nullptr ? static_cast<int>(std::strlen(text)) : 0; }
 
 void ReceiveFailed(const Relay &relay, int result) {
-  DPRINTF(nullptr, kWarning, "[CommMgr: Results: 0] Unable to recv from SearchMgr sock %d rc = %d\n", relay.search, result);
-  constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web Administrator.\n";
+  DPRINTF(nullptr, kWarning,
+          "[CommMgr: Results: 0] Unable to recv from SearchMgr sock %d rc = %d\n", relay.search,
+          result);
+  constexpr const char *kReply =
+      "\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web Administrator.\n";
   const int rc = Sock_SendTCP(relay.client, kReply, Length(kReply), 0);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[CommMgr: Results: 1] Unable to send to client sock %d rc = %d\n", relay.client, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: Results: 1] Unable to send to client sock %d rc = %d\n",
+            relay.client, rc);
 }
 
 // Each handler of a record says whether the relay goes on.
@@ -35,7 +39,8 @@ void ReceiveFailed(const Relay &relay, int result) {
 bool Hit(Relay *relay, CmdHdr *hdr) {
   ++relay->hits;
   if (relay->max_hits > 0 && relay->hits > relay->max_hits) {
-    DPRINTF(nullptr, kInfo, "[CommMgr: Results] Max Hits (%d) reached for SearchSock %d.\n", relay->max_hits, relay->search);
+    DPRINTF(nullptr, kInfo, "[CommMgr: Results] Max Hits (%d) reached for SearchSock %d.\n",
+            relay->max_hits, relay->search);
     return false;
   }
   int length = kMessageSize;
@@ -43,26 +48,30 @@ bool Hit(Relay *relay, CmdHdr *hdr) {
     constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to retreive document.";
     const int rc = Sock_SendTCP(relay->client, kReply, Length(kReply), 0);
     if (rc != kSockOk)
-      DPRINTF(nullptr, kWarning, "[CommMgr: Results: 2] Unable to send to client sock %d rc = %d\n", relay->client, rc);
+      DPRINTF(nullptr, kWarning, "[CommMgr: Results: 2] Unable to send to client sock %d rc = %d\n",
+              relay->client, rc);
     return false;
   }
   const int rc = Sock_SendTCP(relay->client, document, length, 0);
   if (rc == kSockOk) return true;
-  DPRINTF(nullptr, kWarning, "[CommMgr: Results: 3] Unable to send to client sock %d rc = %d\n", relay->client, rc);
+  DPRINTF(nullptr, kWarning, "[CommMgr: Results: 3] Unable to send to client sock %d rc = %d\n",
+          relay->client, rc);
   return false;
 }
 
 bool Raw(const Relay &relay, const char *rest) {
   const int rc = Sock_SendTCP(relay.client, rest, Length(rest), 0);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[CommMgr: Results: 4] Unable to send to client sock %d rc = %d\n", relay.client, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: Results: 4] Unable to send to client sock %d rc = %d\n",
+            relay.client, rc);
   return true;  // Kept: a raw text that cannot be sent does not end the page
 }
 
 bool Error(const Relay &relay, const char *rest) {
   const int rc = Sock_SendTCP(relay.client, rest, Length(rest), 0);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[CommMgr: Results: 5] Unable to send to client sock %d rc = %d\n", relay.client, rc);
+    DPRINTF(nullptr, kWarning, "[CommMgr: Results: 5] Unable to send to client sock %d rc = %d\n",
+            relay.client, rc);
   return false;
 }
 
@@ -76,7 +85,8 @@ bool Dispatch(Relay *relay, CmdHdr *hdr, const char *rest) {
     return false;
   }
   if (command == "ERROR") return Error(*relay, rest);
-  DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to figure out this command: %s\n", record_text);
+  DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to figure out this command: %s\n",
+          record_text);
   return false;
 }
 
@@ -90,7 +100,8 @@ void CommMgr_Results(int macro, int search_sock, int client_sock, std::int32_t m
     char *rest = nullptr;
     const int result = Util_ReadInt(search_sock, record_text, &length, &hdr, &rest);
     if (result == kRecordOver) {
-      DPRINTF(nullptr, kInfo, "[CommMgr: Results] End of Data for SearchSock %d reached.\n", search_sock);
+      DPRINTF(nullptr, kInfo, "[CommMgr: Results] End of Data for SearchSock %d reached.\n",
+              search_sock);
       return;
     }
     if (result != kRecordRead) return ReceiveFailed(relay, result);

@@ -16,16 +16,18 @@ constexpr int kPairSize = 320;
 int FormatAnnounce(char (&out)[kAnnounceSize + 1], const ConfigInfo *config, const DBInfo *dbinfo) {
   int length = std::snprintf(
       out, sizeof out,
-      "\t@COMMAND=STARTUPANNOUNCEMENT\tID=%s\tTYPE=%c\tIP=%s\tCLIENTPORT=%d\tADMINPORT=%d", config->ID,
-      config->Type, config->IP, config->ClientPort, config->AdminPort);
+      "\t@COMMAND=STARTUPANNOUNCEMENT\tID=%s\tTYPE=%c\tIP=%s\tCLIENTPORT=%d\tADMINPORT=%d",
+      config->ID, config->Type, config->IP, config->ClientPort, config->AdminPort);
   const std::size_t used = static_cast<std::size_t>(length);
-  const bool listed = dbinfo != nullptr && dbinfo->FieldList != nullptr && *dbinfo->FieldList != '\0';
+  const bool listed =
+      dbinfo != nullptr && dbinfo->FieldList != nullptr && *dbinfo->FieldList != '\0';
   if (!listed) return length + std::snprintf(out + used, sizeof out - used, "\n");
 
   char list[kAnnounceSize];
   const std::size_t room = kAnnounceSize - used - std::strlen("\tFIELDLIST=\n");
   if (!Text_CopyTo(list, room + 1, dbinfo->FieldList))
-    DPRINTF(nullptr, kWarning, "[Init: Announce] Field list cut to %d characters\n", static_cast<int>(room));
+    DPRINTF(nullptr, kWarning, "[Init: Announce] Field list cut to %d characters\n",
+            static_cast<int>(room));
   return length + std::snprintf(out + used, sizeof out - used, "\tFIELDLIST=%s\n", list);
 }
 
@@ -66,7 +68,8 @@ int Init_TCPIPSetup(const ConfigInfo *config, SockAddr *client, SockAddr *admin)
     return 0;
   }
   if (client == nullptr || admin == nullptr) {
-    DPRINTF(nullptr, kFatal, "[Init: TCPIPSetup] Either Client, Admin or Parent pointer is NULL.\n");
+    DPRINTF(nullptr, kFatal,
+            "[Init: TCPIPSetup] Either Client, Admin or Parent pointer is NULL.\n");
     return 0;
   }
   static_assert(sizeof client->IP == sizeof config->IP);
@@ -80,14 +83,18 @@ int Init_TCPIPSetup(const ConfigInfo *config, SockAddr *client, SockAddr *admin)
 int Init_Announce(SockAddr *parent, const ConfigInfo *config, const DBInfo *dbinfo) {
   char message[kAnnounceSize + 1];
   const int length = FormatAnnounce(message, config, dbinfo);
-  DPRINTF(nullptr, kInfo, "[Init: Announce] Sending Announcement to %s/%d: '%s'\n", parent->IP, parent->Port, message);
+  DPRINTF(nullptr, kInfo, "[Init: Announce] Sending Announcement to %s/%d: '%s'\n", parent->IP,
+          parent->Port, message);
   int sock = -1;
   if (Sock_OpenUDP(nullptr, 0, &sock) != kSockOk) {
-    DPRINTF(nullptr, kFatal, "[Init: Announce] Unable to open socket to send Startup Announcement.\n");
+    DPRINTF(nullptr, kFatal,
+            "[Init: Announce] Unable to open socket to send Startup Announcement.\n");
     return 0;
   }
   if (Sock_SendUDP(sock, message, length, parent, 0) != kSockOk) {
-    DPRINTF(nullptr, kFatal, "[Init: Announce] Unable to send Startup Announcement to parent '%s' at %s:%0d\n", config->ParentID, parent->IP, parent->Port);
+    DPRINTF(nullptr, kFatal,
+            "[Init: Announce] Unable to send Startup Announcement to parent '%s' at %s:%0d\n",
+            config->ParentID, parent->IP, parent->Port);
     return 0;  // Kept: the socket stays open; start-up ends here
   }
   Sock_Close(sock);
@@ -118,7 +125,9 @@ int Init_RecvAnnounce(const char *text, INIT_CHILDINFO *child) {
 
   DPRINTF(nullptr, kInfo, "[Init: RecvAnn] Child ID       = %s\n", child->ID);
   DPRINTF(nullptr, kInfo, "@[Init: RecvAnn] Child Type     = %c\n", child->Type);
-  DPRINTF(nullptr, kInfo, "@[Init: RecvAnn] Child ClientIP = %s/%d\n", child->ClientAddr.IP, child->ClientAddr.Port);
-  DPRINTF(nullptr, kInfo, "@[Init: RecvAnn] Child AdminIP  = %s/%d\n", child->AdminAddr.IP, child->AdminAddr.Port);
+  DPRINTF(nullptr, kInfo, "@[Init: RecvAnn] Child ClientIP = %s/%d\n", child->ClientAddr.IP,
+          child->ClientAddr.Port);
+  DPRINTF(nullptr, kInfo, "@[Init: RecvAnn] Child AdminIP  = %s/%d\n", child->AdminAddr.IP,
+          child->AdminAddr.Port);
   return 1;
 }

@@ -20,8 +20,8 @@ struct LineReader {
 
 enum class Next { kLine, kEnd, kFailed };
 
-// Reads the next piece.  Kept: what the end of the file stops is the end, so a last line without its newline
-// is not seen.
+// Reads the next piece.  Kept: what the end of the file stops is the end, so a last line without
+// its newline is not seen.
 Next ReadLine(LineReader *reader) {
   ++reader->number;
   const char *got = std::fgets(reader->line, kLineSize, reader->file);
@@ -82,19 +82,22 @@ int FillDB(DBInfo *dbinfo, const char *filename, int number, const char *id,
   CopyField(dbinfo->ID, id, "ID");
   const std::string_view name = Text_Token(&tokens, kBlanks);
   if (name.empty()) {
-    DPRINTF(nullptr, kFatal, "[Init: ReadDB:DBName] Error reading '%s': Incomplete line [%d].\n", filename, number);
+    DPRINTF(nullptr, kFatal, "[Init: ReadDB:DBName] Error reading '%s': Incomplete line [%d].\n",
+            filename, number);
     return 0;
   }
   CopyField(dbinfo->DBName, name, "DBNAME");
   const std::string_view search = Text_Token(&tokens, kBlanks);
   if (search.empty()) {
-    DPRINTF(nullptr, kFatal, "[Init: ReadDB:SearchLoc] Error reading '%s': Incomplete line [%d].\n", filename, number);
+    DPRINTF(nullptr, kFatal, "[Init: ReadDB:SearchLoc] Error reading '%s': Incomplete line [%d].\n",
+            filename, number);
     return 0;
   }
   CopyField(dbinfo->SearchLocation, search, "SEARCHLOC");
   const std::string_view doc = Text_Token(&tokens, kBlanks);
   if (doc.empty()) {
-    DPRINTF(nullptr, kFatal, "[Init: ReadDB:DocLoc] Error reading '%s': Incomplete line [%d].\n", filename, number);
+    DPRINTF(nullptr, kFatal, "[Init: ReadDB:DocLoc] Error reading '%s': Incomplete line [%d].\n",
+            filename, number);
     return 0;
   }
   CopyField(dbinfo->DocLocation, doc, "DOCLOC");
@@ -118,12 +121,13 @@ int Init_ReadConf(const char *filename, const char *id, char type, ConfigInfo *c
     DPRINTF(nullptr, kFatal, "[Init: ReadConf] ConfigInfo NULL.\n");
     return 0;
   }
-  DPRINTF(nullptr, kInfo, "[Init: ReadConf] Searching '%s' for '%s' (type '%c').\n", filename, id, type);
+  DPRINTF(nullptr, kInfo, "[Init: ReadConf] Searching '%s' for '%s' (type '%c').\n", filename, id,
+          type);
   *config = {};
 
   LineReader reader = {};
-  // Kept: never closed.  Start-up reads three times at most, and the open file shows operators which
-  // configuration a process was started from.
+  // Kept: never closed.  Start-up reads three times at most, and the open file shows operators
+  // which configuration a process was started from.
   reader.file = std::fopen(filename, "r");
   if (reader.file == nullptr) {
     DPRINTF(nullptr, kFatal, "[Init: ReadConf] Unable to open '%s': errno = %d\n", filename, errno);
@@ -135,14 +139,16 @@ int Init_ReadConf(const char *filename, const char *id, char type, ConfigInfo *c
     const Match match = FillConfig(config, id, type, tokens);
     if (match == Match::kComplete) return 1;
     if (match == Match::kIncomplete) {
-      DPRINTF(nullptr, kFatal, "[Init: ReadConf] Error reading '%s': Incomplete line [%d].\n", filename, reader.number);
+      DPRINTF(nullptr, kFatal, "[Init: ReadConf] Error reading '%s': Incomplete line [%d].\n",
+              filename, reader.number);
       return 0;
     }
   }
   if (next == Next::kFailed)  // a directory, say
     DPRINTF(nullptr, kFatal, "[Init: ReadConf] Unable to open '%s': errno = %d\n", filename, errno);
   else
-    DPRINTF(nullptr, kFatal, "[Init: ReadConf] Could not locate id = '%s' in file '%s'\n", id, filename);
+    DPRINTF(nullptr, kFatal, "[Init: ReadConf] Could not locate id = '%s' in file '%s'\n", id,
+            filename);
   return 0;
 }
 
@@ -175,7 +181,8 @@ int Init_ReadDB(const char *filename, const char *id, DBInfo *dbinfo) {
   if (next == Next::kFailed)
     DPRINTF(nullptr, kFatal, "[Init: ReadDB] Unable to open '%s': errno = %d\n", filename, errno);
   else
-    DPRINTF(nullptr, kFatal, "[Init: ReadDB] Could not locate id = '%s' in file '%s'\n", id, filename);
+    DPRINTF(nullptr, kFatal, "[Init: ReadDB] Could not locate id = '%s' in file '%s'\n", id,
+            filename);
   return 0;
 }
 

@@ -1,7 +1,7 @@
 // config/conf_file.h: the records of korvo.conf and korvo.db and their readers.
 //
-// Both files are lines of tokens parted by blanks and tabs; "#" at the start of a line makes a comment.  Each
-// look-up searches its file from the top.
+// Both files are lines of tokens parted by blanks and tabs; "#" at the start of a line makes a
+// comment.  Each look-up searches its file from the top.
 #ifndef CONFIG_CONF_FILE_H
 #define CONFIG_CONF_FILE_H
 
@@ -24,8 +24,8 @@ struct DBInfo {
   const char *FieldList;  // set and owned by whoever loads the database; null: none
 };
 
-// Fills config from the first line of the file whose ID is id and whose TYPE is type.  1, or 0: not found or
-// not complete, and logged at 104; config may hold the ID then.
+// Fills config from the first line of the file whose ID is id and whose TYPE is type.  1, or 0: not
+// found or not complete, and logged at 104; config may hold the ID then.
 int Init_ReadConf(const char *filename, const char *id, char type, ConfigInfo *config);
 
 // Fills dbinfo from the first line whose ID is id.  1 or 0, as Init_ReadConf.

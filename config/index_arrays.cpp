@@ -15,13 +15,15 @@ int SrchEngine_SetupArrays(IndexEntry *entries, int max, char *buffer) {
     entries[k].Name = token;
     token = strtok_r(nullptr, "\t\n", &state);
     if (token == nullptr) {
-      DPRINTF(nullptr, kInfo, "[Srch Engine: SetupArrays] error tokenizing buffer for offset: entry # %d\n", k);
+      DPRINTF(nullptr, kInfo,
+              "[Srch Engine: SetupArrays] error tokenizing buffer for offset: entry # %d\n", k);
       return k - 1;
     }
     entries[k].Offset = Text_ToInt32(token);
     token = strtok_r(nullptr, "\t\n", &state);
     if (token == nullptr) {
-      DPRINTF(nullptr, kInfo, "[Srch Engine: SetupArrays] error tokenizing buffer for size: entry # %d\n", k);
+      DPRINTF(nullptr, kInfo,
+              "[Srch Engine: SetupArrays] error tokenizing buffer for size: entry # %d\n", k);
       return k - 1;
     }
     entries[k].Size = Text_ToInt32(token);

@@ -20,8 +20,8 @@ extern INIT_CHILDINFO *SearchMgrList;
 // The first record whose ID is id exactly, or null.
 INIT_CHILDINFO *Init_FindPeer(INIT_CHILDINFO *list, const char *id);
 
-// Insert child, which calloc gave, and take it over.  A record of the same ID is replaced in its place and
-// freed; a new ID is appended.
+// Insert child, which calloc gave, and take it over.  A record of the same ID is replaced in its
+// place and freed; a new ID is appended.
 void Init_InsertDocMgr(INIT_CHILDINFO *child);
 
 // The same, but a replaced record that is not the head takes all behind it out of the list.

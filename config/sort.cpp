@@ -45,7 +45,8 @@ int PivotString(const char **array, int low, int high) {
   return -1;
 }
 
-// Kept for the indexes that were built with it: the pivot goes by its place, so a swap can change it.
+// Kept for the indexes that were built with it: the pivot goes by its place, so a swap can change
+// it.
 int PartitionStrings(const char **array, int low, int high, int pivot) {
   int i = low, j = high;
   while (j > i) {
@@ -58,8 +59,8 @@ int PartitionStrings(const char **array, int low, int high, int pivot) {
 
 }  // namespace
 
-// Both sorts recurse into the smaller part and loop on the larger: the parts do not touch, and the stack stays
-// small for every input.
+// Both sorts recurse into the smaller part and loop on the larger: the parts do not touch, and the
+// stack stays small for every input.
 void Util_SortU32(std::uint32_t *first, std::uint32_t *last) {
   while (first < last) {
     const std::uint32_t *pivot = PivotU32(first, last);

@@ -42,9 +42,11 @@ void SetDebugLevel(const char *rest) {
 
 void Ping(int sock, SockAddr *sender, const CmdHdr *hdr) {
   char reply[64];
-  const int length = std::snprintf(reply, sizeof reply, "\t@COMMAND=PONG\t@SEQNUM=%d\n", hdr->SeqNum);
+  const int length =
+      std::snprintf(reply, sizeof reply, "\t@COMMAND=PONG\t@SEQNUM=%d\n", hdr->SeqNum);
   if (Sock_SendUDP(sock, reply, length, sender, 0) != kSockOk)
-    DPRINTF(nullptr, kFatal, "[CommMgr: Admin] Unable to send Pong to %s:%d\n", sender->IP, sender->Port);
+    DPRINTF(nullptr, kFatal, "[CommMgr: Admin] Unable to send Pong to %s:%d\n", sender->IP,
+            sender->Port);
 }
 
 }  // namespace

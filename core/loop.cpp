@@ -16,8 +16,8 @@ namespace {
 
 constexpr int kForkAttempts = 6;
 
-// The connection's own process.  It closes the admin socket too, so that a restarted daemon can bind the port
-// while an old child still serves.
+// The connection's own process.  It closes the admin socket too, so that a restarted daemon can
+// bind the port while an old child still serves.
 [[noreturn]] void ServeInChild(int listener, int sock, MainCore_ClientFn handler) {
   Sock_Close(listener);
   Sock_Close(MainCore_State.AdminSock);
@@ -31,7 +31,9 @@ constexpr int kForkAttempts = 6;
 int MainCore_Loop(int listener, int admin_sock, MainCore_ClientFn client, MainCore_AdminFn admin) {
   const int nfds = std::max(listener, admin_sock) + 1;
   if (nfds > FD_SETSIZE) {
-    DPRINTF(nullptr, kFatal, "[MainCore: main] Descriptor %d is beyond the %d that can be watched.\n", nfds - 1, FD_SETSIZE);
+    DPRINTF(nullptr, kFatal,
+            "[MainCore: main] Descriptor %d is beyond the %d that can be watched.\n", nfds - 1,
+            FD_SETSIZE);
     return -EMFILE;
   }
   for (;;) {
@@ -55,14 +57,17 @@ void MainCore_Listen(int listener, int fork_flag, MainCore_ClientFn handler) {
     DPRINTF(nullptr, kFatal, "[MainCore: Listen] Error %d from Sock_Accept().\n", rc);
     return;
   }
-  DPRINTF(nullptr, kStatus, "[MainCore: Listen] ListSock=%d, newsock=%d. New connection from %s/%1d\n", listener, sock, peer.IP, peer.Port);
+  DPRINTF(nullptr, kStatus,
+          "[MainCore: Listen] ListSock=%d, newsock=%d. New connection from %s/%1d\n", listener,
+          sock, peer.IP, peer.Port);
   if (fork_flag == 0) {
     MainCore_TCPRead(listener, sock, handler);
   } else {
     const int pid = Util_Fork(kForkAttempts);
     if (pid == 0) ServeInChild(listener, sock, handler);
     if (pid < 0)
-      DPRINTF(nullptr, kFatal, "[MainCore: Listen] Unable to fork for TCPRead: errno = %d\n", errno);
+      DPRINTF(nullptr, kFatal, "[MainCore: Listen] Unable to fork for TCPRead: errno = %d\n",
+              errno);
   }
   Sock_Close(sock);
 }
@@ -75,11 +80,13 @@ void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
     int length = kCommandSize;
     const int rc = Sock_RecvDelim(sock, command, &length, "\n");
     if (rc == kSockOverflow) {
-      DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Incoming command has overflowed the receiving buffer.\n");
+      DPRINTF(nullptr, kFatal,
+              "[MainCore: TCPRead] Incoming command has overflowed the receiving buffer.\n");
       HEXDUMP(nullptr, kFatal, command, kCommandSize, "This is the filled buffer\n");
       overflowed = true;
     } else if (rc != kSockOk) {
-      DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Error %d from Sock_RecvTCP: socket %d\n", rc, sock);
+      DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Error %d from Sock_RecvTCP: socket %d\n", rc,
+              sock);
       DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Terminating this Read thread and socket.\n");
       Sock_Close(sock);  // Kept: the caller closes it once more, and that fails
       return;
@@ -101,7 +108,8 @@ void MainCore_UDPRead(int admin_sock, MainCore_AdminFn handler) {
   SockAddr sender = {};
   const int rc = Sock_RecvUDP(admin_sock, datagram, &length, &sender, 0);
   if (rc != kSockOk) {
-    DPRINTF(nullptr, kFatal, "[MainCore: UDPRead] Error %d from Sock_RecvUDP.  Calling Dr. Vostrelan.\n", rc);
+    DPRINTF(nullptr, kFatal,
+            "[MainCore: UDPRead] Error %d from Sock_RecvUDP.  Calling Dr. Vostrelan.\n", rc);
     return;
   }
   HEXDUMP(nullptr, kInfo, datagram, length, "MainCore_UDPReadThread Dump:\n");

@@ -4,17 +4,18 @@
 
 #include "net/sock.h"
 
-inline constexpr int kCommandSize = 4096;  // bytes of a command or a datagram; storage is one byte larger
+inline constexpr int kCommandSize =
+    4096;  // bytes of a command or a datagram; storage is one byte larger
 
-// Serves one command: text is a line with its newline, or empty when the client closed early.  listener is -1
-// in a child.  The socket stays the caller's.
+// Serves one command: text is a line with its newline, or empty when the client closed early.
+// listener is -1 in a child.  The socket stays the caller's.
 using MainCore_ClientFn = void (*)(int listener, int sock, const char *text);
 
 // Carries out one datagram; replies go out on sock.  buf is terminated behind len.
 using MainCore_AdminFn = void (*)(int sock, SockAddr *sender, const char *buf, int len);
 
-// Waits on both sockets and serves them, the admin socket first.  Returns only when a descriptor is beyond what
-// select(2) can watch, logged; the result is the exit status then.
+// Waits on both sockets and serves them, the admin socket first.  Returns only when a descriptor is
+// beyond what select(2) can watch, logged; the result is the exit status then.
 int MainCore_Loop(int listener, int admin_sock, MainCore_ClientFn client, MainCore_AdminFn admin);
 
 // Accepts one connection and serves it, in a child process if fork_flag is 1.

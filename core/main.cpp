@@ -14,15 +14,16 @@
 
 namespace {
 
-// Descriptors 0 to 2 lead somewhere before the first socket is opened, so that no log line can travel down a
-// client's connection.
+// Descriptors 0 to 2 lead somewhere before the first socket is opened, so that no log line can
+// travel down a client's connection.
 void OpenStandardDescriptors() {
   int fd = 0;
   while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDWR);
   if (fd > STDERR_FILENO) close(fd);
 }
 
-// Under a service manager or in a container the process already leads a session, and with it a group.
+// Under a service manager or in a container the process already leads a session, and with it a
+// group.
 bool LeadGroup() { return setpgid(0, 0) == 0 || (errno == EPERM && getpgrp() == getpid()); }
 
 }  // namespace

@@ -55,7 +55,8 @@ void MainCore_SigHndlr(int signal_number) {
       DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Can't redirect SIGCHLD\n");
       MainCore_Exit(0);
     default:
-      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Received Unkown signal %d\n.  Ignoring. ", signal_number);
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Received Unkown signal %d\n.  Ignoring. ",
+              signal_number);
   }
 }
 

@@ -2,12 +2,12 @@
 #ifndef CORE_SIGNALS_H
 #define CORE_SIGNALS_H
 
-// The handler of SIGINT, SIGTERM and SIGUSR1: logs and exits with status 0.  SIGCHLD reaps.  Any other signal
-// is logged.
+// The handler of SIGINT, SIGTERM and SIGUSR1: logs and exits with status 0.  SIGCHLD reaps.  Any
+// other signal is logged.
 void MainCore_SigHndlr(int signal_number);
 
-// Installs the dispositions of a daemon: each is one-shot, does not block its signal and does not restart a
-// system call.  1, or 0: logged at 104.
+// Installs the dispositions of a daemon: each is one-shot, does not block its signal and does not
+// restart a system call.  1, or 0: logged at 104.
 int MainCore_SetSignals();
 
 // exit(3), safe against the handler that would exit in the middle of it.

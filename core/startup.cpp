@@ -47,7 +47,8 @@ bool ReadParents(const char *id, char type) {
 bool SetUpAddresses() {
   if (Init_TCPIPSetup(&state.Config, &state.ClientAddr, &state.AdminAddr) <= 0) return false;
   for (int i = 0; i < state.ParentCount; ++i)
-    if (Init_TCPIPSetup(&state.Parents[i], &state.ParentClientAddr[i], &state.ParentAdminAddr[i]) <= 0)
+    if (Init_TCPIPSetup(&state.Parents[i], &state.ParentClientAddr[i], &state.ParentAdminAddr[i]) <=
+        0)
       return false;
   return true;
 }
@@ -57,7 +58,8 @@ int OpenSockets() {
   if (rc != kSockOk) return rc;
   rc = Sock_OpenUDP(&state.AdminAddr, 0, &state.AdminSock);
   if (rc != kSockOk) return rc;
-  DPRINTF(nullptr, kStatus, "[MainCore: main] TCP = %s/%d, UDP = %s/%d\n", state.ClientAddr.IP, state.ClientAddr.Port, state.AdminAddr.IP, state.AdminAddr.Port);
+  DPRINTF(nullptr, kStatus, "[MainCore: main] TCP = %s/%d, UDP = %s/%d\n", state.ClientAddr.IP,
+          state.ClientAddr.Port, state.AdminAddr.IP, state.AdminAddr.Port);
   return 1;
 }
 

@@ -9,9 +9,10 @@ inline constexpr const char *kMainCoreConfigDir = "/usr/local/korvo/etc";
 void MainCore_Banner();
 void MainCore_Usage(const char *progname);
 
-// Reads the configuration, opens both sockets, runs the program's own start-up and announces the process to
-// its parents.  1, or the exit status: 0 after a usage request or a configuration failure, otherwise the
-// result of the socket layer or of the program.  Everything is logged where it happens.
+// Reads the configuration, opens both sockets, runs the program's own start-up and announces the
+// process to its parents.  1, or the exit status: 0 after a usage request or a configuration
+// failure, otherwise the result of the socket layer or of the program.  Everything is logged where
+// it happens.
 int MainCore_Startup(int argc, char **argv);
 
 #endif

@@ -12,7 +12,9 @@ constexpr int kDefaultPort = 113;
 int log_socket = -1;  // open from Debug_Init to the end of the process
 SockAddr log_dest = {};
 
-int SendText(const char *text, int len) { return Sock_SendUDP(log_socket, text, len, &log_dest, 0); }
+int SendText(const char *text, int len) {
+  return Sock_SendUDP(log_socket, text, len, &log_dest, 0);
+}
 
 }  // namespace
 

@@ -16,15 +16,15 @@ namespace {
 
 constexpr const char *kFallBackFile = "debug.log";
 
-// Shared by every call.  A call that comes while another still runs replaces what is in it; the outer one
-// has no more use for it then.
+// Shared by every call.  A call that comes while another still runs replaces what is in it; the
+// outer one has no more use for it then.
 char log_text[kLogTextSize + 1];
 
 Debug_SendFn send_text = nullptr;
 int send_depth = 0;
 
-// A failed send is itself reported, and that report is sent too.  The report on the report is not: it would
-// never end, and the fall-back says what happened.
+// A failed send is itself reported, and that report is sent too.  The report on the report is not:
+// it would never end, and the fall-back says what happened.
 constexpr int kMaxSendDepth = 2;
 
 [[gnu::format(printf, 3, 0)]] int PrintList(std::FILE *stream, int level, const char *format,
@@ -33,13 +33,14 @@ constexpr int kMaxSendDepth = 2;
 std::size_t Header(char *out, std::size_t size) {
   char when[kTimeTextSize];
   const int length = std::snprintf(
-      out, size, "---------------------------------------------------------------\nPID: %d, TIME: %s",
+      out, size,
+      "---------------------------------------------------------------\nPID: %d, TIME: %s",
       static_cast<int>(getpid()), Debug_TimeText(std::time(nullptr), when));
   return static_cast<std::size_t>(length);
 }
 
-// Formats behind used bytes of log_text.  A text that is cut still ends its line, so that the next message
-// starts on its own.
+// Formats behind used bytes of log_text.  A text that is cut still ends its line, so that the next
+// message starts on its own.
 [[gnu::format(printf, 2, 0)]] void Append(std::size_t used, const char *format, va_list args) {
   const std::size_t room = sizeof log_text - used;
   const int length = std::vsnprintf(log_text + used, room, format, args);
@@ -56,8 +57,8 @@ void WriteStderr(const char *text, std::size_t length) {
   }
 }
 
-[[gnu::format(printf, 4, 0)]] void FallBack(int sent, int level, std::FILE *file, const char *format,
-                                            va_list args) {
+[[gnu::format(printf, 4, 0)]] void FallBack(int sent, int level, std::FILE *file,
+                                            const char *format, va_list args) {
   std::FILE *out = file != nullptr ? file : stdout;
   DPRINTF(out, kFatal, "[DEBUG: DPRINTF] Error %1d (0x%0x) from SendTCP().\n", sent,
           static_cast<unsigned>(sent));
@@ -96,7 +97,8 @@ int PrintList(std::FILE *stream, int level, const char *format, va_list args) {
   return result;
 }
 
-// A line of a dump: the address, sixteen bytes of at most eight digits in four groups, and a blank behind.
+// A line of a dump: the address, sixteen bytes of at most eight digits in four groups, and a blank
+// behind.
 struct DumpLine {
   char hex[8 + 2 + 16 * 8 + 4 + 1];
   std::size_t hex_length;
@@ -151,10 +153,11 @@ void HEXDUMP(std::FILE *stream, int level, const void *address, int length, cons
   DumpLine line = {};
   for (int i = 0; i < length; ++i) {
     if (i % 4 == 0) line.hex[line.hex_length++] = ' ';
-    if (i % 16 == 0) {  // Kept: the first line is blank, and the blank before byte 16k ends the old line
+    if (i % 16 ==
+        0) {  // Kept: the first line is blank, and the blank before byte 16k ends the old line
       PrintLine(stream, level, &line);
-      line.hex_length = static_cast<std::size_t>(std::snprintf(
-          line.hex, sizeof line.hex, "%08x: ", low + static_cast<std::uint32_t>(i)));
+      line.hex_length = static_cast<std::size_t>(
+          std::snprintf(line.hex, sizeof line.hex, "%08x: ", low + static_cast<std::uint32_t>(i)));
       line.chars_length = 0;
     }
     AppendByte(&line, bytes[i]);

@@ -1,8 +1,9 @@
 // debug/signal_hold.h: keeps the signals that end a process away from a section.
 //
-// The handler of SIGINT, SIGTERM and SIGUSR1 logs and exits, so it must never interrupt a function that is
-// not async-signal-safe (POSIX.1, 2.4.3).  Whoever calls stdio, ctime, malloc or exit holds the three back
-// for as long as the object lives; a signal that came meanwhile is delivered when it dies.
+// The handler of SIGINT, SIGTERM and SIGUSR1 logs and exits, so it must never interrupt a function
+// that is not async-signal-safe (POSIX.1, 2.4.3).  Whoever calls stdio, ctime, malloc or exit holds
+// the three back for as long as the object lives; a signal that came meanwhile is delivered when it
+// dies.
 #ifndef DEBUG_SIGNAL_HOLD_H
 #define DEBUG_SIGNAL_HOLD_H
 

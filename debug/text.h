@@ -1,7 +1,8 @@
 // debug/text.h: bounded text in fixed arrays, and the one reader of decimal numbers.
 //
 // Every fixed field of a record and every work buffer is filled through these helpers.  They always
-// terminate what they write; the result says whether the text fitted, and the caller refuses or cuts.
+// terminate what they write; the result says whether the text fitted, and the caller refuses or
+// cuts.
 #ifndef DEBUG_TEXT_H
 #define DEBUG_TEXT_H
 
@@ -10,7 +11,8 @@
 #include <cstdint>
 #include <string_view>
 
-// Copies at most size - 1 bytes of src and a terminator; size is that of dst, at least 1.  False: cut.
+// Copies at most size - 1 bytes of src and a terminator; size is that of dst, at least 1.  False:
+// cut.
 [[nodiscard]] bool Text_CopyTo(char *dst, std::size_t size, std::string_view src);
 
 // Formats as snprintf does.  False: the text was cut to size - 1 bytes.
@@ -22,9 +24,9 @@ template <std::size_t N>
   return Text_CopyTo(dst, N, src);
 }
 
-// The decimal number at the start of text as a strtol of 32 bits reads it: white space and a sign are
-// accepted, reading stops at the first non-digit, no digits give 0, and a value out of range gives
-// INT32_MIN or INT32_MAX.  Both word sizes agree.
+// The decimal number at the start of text as a strtol of 32 bits reads it: white space and a sign
+// are accepted, reading stops at the first non-digit, no digits give 0, and a value out of range
+// gives INT32_MIN or INT32_MAX.  Both word sizes agree.
 std::int32_t Text_ToInt32(const char *text);
 
 // The same number as a port: its low 16 bits, signed, so 32768 to 65535 read as negative.

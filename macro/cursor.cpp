@@ -31,7 +31,8 @@ int Search(std::string_view pattern, int from) {
 int SearchAround(const char *name, const char *pattern) {
   const int at = Search(pattern, cursor);
   if (at >= 0) return at;
-  DPRINTF(nullptr, kWarning, "[Macro: FindField] Wraparound looking for '%s' (%s)\n", name, pattern);
+  DPRINTF(nullptr, kWarning, "[Macro: FindField] Wraparound looking for '%s' (%s)\n", name,
+          pattern);
   return Search(pattern, 0);
 }
 
@@ -41,8 +42,8 @@ const char *EndOf(const char *position) {
   return position >= start && position <= end ? end : position + std::strlen(position);
 }
 
-// Copies the value behind the first "=" into buffer, whose storage is capacity and one byte.  The length, or
-// -1, logged.
+// Copies the value behind the first "=" into buffer, whose storage is capacity and one byte.  The
+// length, or -1, logged.
 int CopyTerms(const char *position, char *buffer, int capacity) {
   const char *end = EndOf(position);
   const char *equals = std::find(position, end, '=');
@@ -94,12 +95,14 @@ int Macro_Seek(std::int32_t offset) {
 const char *Macro_FindField(const char *name, int skip) {
   const int before = cursor;
   char pattern[kPatternSize + 1];
-  const bool fits = Text_FormatTo(pattern, sizeof pattern, "%s%s=", name[0] == '\t' ? "" : "\t", name);
+  const bool fits =
+      Text_FormatTo(pattern, sizeof pattern, "%s%s=", name[0] == '\t' ? "" : "\t", name);
   int at = fits ? SearchAround(name, pattern) : -1;
   for (; at >= 0 && skip > 0; --skip) at = Search(pattern, at + 1);
   if (at < 0) {
     cursor = before;
-    DPRINTF(nullptr, kWarning, "[Macro: FindField] Unable to find field = '%s' (%s)\n", name, pattern);
+    DPRINTF(nullptr, kWarning, "[Macro: FindField] Unable to find field = '%s' (%s)\n", name,
+            pattern);
     return nullptr;
   }
   cursor = at;

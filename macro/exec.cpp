@@ -25,13 +25,13 @@ int registers[kMacroRegisters];
 struct Run {
   const unsigned char *code;
   int code_size;
-  int at;       // of the next byte of code
-  int op;       // the instruction that runs
-  int op_at;    // its offset
+  int at;     // of the next byte of code
+  int op;     // the instruction that runs
+  int op_at;  // its offset
   char *output;
   int capacity;
-  int count;    // bytes written
-  int room;     // bytes free behind the document
+  int count;  // bytes written
+  int room;   // bytes free behind the document
   int stack[kMacroStack];
   int depth;
   bool failed;  // ends the run
@@ -43,7 +43,8 @@ struct Run {
 void Fail(Run *run, const char *reason) {
   if (run->failed) return;
   run->failed = true;
-  DPRINTF(nullptr, kWarning, "[Macro: Exec] op-code %d at offset %d: %s\n", run->op, run->op_at, reason);
+  DPRINTF(nullptr, kWarning, "[Macro: Exec] op-code %d at offset %d: %s\n", run->op, run->op_at,
+          reason);
 }
 
 // Operands.  Once the code has run out they fail the run and give nothing.
@@ -101,8 +102,8 @@ void EmitDocument(Run *run) {
   std::replace(run->output + begin, run->output + run->count, '\t', '\n');
 }
 
-// The value of the field in run->name replaces the name; its length, or -1: there is no such field.  A value
-// that is too long is cut to 4096 characters.
+// The value of the field in run->name replaces the name; its length, or -1: there is no such field.
+// A value that is too long is cut to 4096 characters.
 int TakeValue(Run *run, int skip) {
   const char *field = Macro_FindField(run->name, skip);
   if (field == nullptr) return -1;
@@ -135,7 +136,8 @@ void Pop(Run *run) {
   Macro_SetCursor(run->stack[--run->depth]);
 }
 
-// Fills the header of a fetch from "group type number".  False: a piece is missing, which ends the run.
+// Fills the header of a fetch from "group type number".  False: a piece is missing, which ends the
+// run.
 bool FillRequest(Run *run, std::string_view value) {
   constexpr std::string_view kBetween = ", |";
   (void)Text_Copy(run->hdr.Command, "GETDOC");
@@ -150,7 +152,8 @@ bool FillRequest(Run *run, std::string_view value) {
   const bool group_fits = Text_Copy(run->hdr.SearchGroup, group);
   const bool type_fits = Text_Copy(run->hdr.RecType, type);
   if (!group_fits || !type_fits)
-    DPRINTF(nullptr, kWarning, "[Macro: Exec] Fetch of '%s' '%s' is cut\n", run->hdr.SearchGroup, run->hdr.RecType);
+    DPRINTF(nullptr, kWarning, "[Macro: Exec] Fetch of '%s' '%s' is cut\n", run->hdr.SearchGroup,
+            run->hdr.RecType);
   run->hdr.DocNum = Text_ToInt32(number.data());
   return true;
 }
@@ -169,8 +172,8 @@ void FreeFetch(char *buffer) {
   std::free(buffer);
 }
 
-// Op 13.  Kept: a missing field leaves the name of the macro to be run as code, and a fetch that fails emits
-// the whole cleared buffer.
+// Op 13.  Kept: a missing field leaves the name of the macro to be run as code, and a fetch that
+// fails emits the whole cleared buffer.
 void FetchToOutput(Run *run) {
   TakeName(run, TakeByte(run));
   if (run->failed) return;
@@ -214,24 +217,35 @@ int NextOp(const Run &run) { return run.at < run.code_size ? int{run.code[run.at
 void Step(Run *run) {
   run->op_at = run->at++;
   switch (run->op) {
-    case kOpText32: return Emit(run, TakeBytes(run, TakeLE32(run)));
-    case kOpText8: return Emit(run, TakeBytes(run, TakeByte(run)));
-    case kOpValue32: TakeName(run, TakeLE32(run)); return EmitValue(run, 0);
-    case kOpValue8: TakeName(run, TakeByte(run)); return EmitValue(run, 0);
+    case kOpText32:
+      return Emit(run, TakeBytes(run, TakeLE32(run)));
+    case kOpText8:
+      return Emit(run, TakeBytes(run, TakeByte(run)));
+    case kOpValue32:
+      TakeName(run, TakeLE32(run));
+      return EmitValue(run, 0);
+    case kOpValue8:
+      TakeName(run, TakeByte(run));
+      return EmitValue(run, 0);
     case kOpValueSkip: {
       const int skip = static_cast<int>(TakeByte(run));
       TakeName(run, TakeByte(run));
       return EmitValue(run, skip);
     }
-    case kOpNumber: TakeName(run, TakeByte(run)); return EmitNumber(run);
+    case kOpNumber:
+      TakeName(run, TakeByte(run));
+      return EmitNumber(run);
     case kOpSeek: {
       const auto offset = static_cast<std::int32_t>(TakeLE32(run));
       if (!run->failed) Macro_Seek(offset);
       return;
     }
-    case kOpDocument: return EmitDocument(run);
-    case kOpPush: return Push(run);
-    case kOpPop: return Pop(run);
+    case kOpDocument:
+      return EmitDocument(run);
+    case kOpPush:
+      return Push(run);
+    case kOpPop:
+      return Pop(run);
     case kOpSave: {
       const int number = TakeRegister(run);
       if (!run->failed) registers[number] = Macro_Cursor();
@@ -246,9 +260,12 @@ void Step(Run *run) {
       TakeName(run, TakeByte(run));
       if (!run->failed) Macro_FindField(run->name, 0);
       return;
-    case kOpFetch: return FetchToOutput(run);
-    case kOpInsert: return FetchIntoDocument(run, 0);
-    case kOpInsertSkip: return FetchIntoDocument(run, static_cast<int>(TakeByte(run)));
+    case kOpFetch:
+      return FetchToOutput(run);
+    case kOpInsert:
+      return FetchIntoDocument(run, 0);
+    case kOpInsertSkip:
+      return FetchIntoDocument(run, static_cast<int>(TakeByte(run)));
     default:
       run->at = run->op_at;
       return Undefined(run);

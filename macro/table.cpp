@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "debug/fd_guard.h"
 #include "debug/log.h"
 #include "debug/signal_hold.h"
 #include "debug/text.h"
-#include "debug/fd_guard.h"
 
 namespace {
 
@@ -48,7 +48,8 @@ bool Allocate(Slot *slot, off_t file_size) {
   slot->code = nullptr;
   errno = ENOMEM;
   if (file_size <= kMaxFile)
-    slot->code = static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size) + 1));
+    slot->code =
+        static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size) + 1));
   return slot->code != nullptr;
 }
 
@@ -56,21 +57,25 @@ bool Allocate(Slot *slot, off_t file_size) {
 int Load(Slot *slot, const char *path) {
   struct stat status;
   if (stat(path, &status) != 0) {
-    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path, errno);
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path,
+            errno);
     return -1;
   }
   if (!Allocate(slot, status.st_size)) {
-    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to malloc space for macro in '%s': errno = %d\n", path, errno);
+    DPRINTF(nullptr, kWarning,
+            "[Macro: Open] Unable to malloc space for macro in '%s': errno = %d\n", path, errno);
     return -1;
   }
   const FdGuard file(open(path, O_RDONLY));
   if (file.Get() < 0) {
-    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path, errno);
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path,
+            errno);
     return -1;
   }
   const ssize_t got = read(file.Get(), slot->code, static_cast<std::size_t>(status.st_size));
   if (got < 0) {
-    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to read macro '%s': errno = %d\n", path, errno);
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to read macro '%s': errno = %d\n", path,
+            errno);
     return -1;
   }
   slot->size = static_cast<int>(got);
@@ -84,11 +89,13 @@ int Macro_Open(const char *name) {
   if (known >= 0) return known;
   char path[kPathSize + 1];
   if (!FormatPath(path, name)) {
-    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path, ENAMETOOLONG);
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path,
+            ENAMETOOLONG);
     return -1;
   }
   if (slot_count == kMacroSlots) {
-    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': all %d slots are taken\n", path, kMacroSlots);
+    DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': all %d slots are taken\n",
+            path, kMacroSlots);
     return -1;
   }
   if (Load(&slots[slot_count], path) != 1) return -1;

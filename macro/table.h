@@ -1,14 +1,15 @@
 // macro/table.h: macro files in memory.
 //
-// The table belongs to the process.  The main process opens none, so every connection starts with an empty one.
+// The table belongs to the process.  The main process opens none, so every connection starts with
+// an empty one.
 #ifndef MACRO_TABLE_H
 #define MACRO_TABLE_H
 
 inline constexpr int kMacroSlots = 20;
 inline constexpr const char *kLibraryDir = "/usr/local/korvo/lib";
 
-// Loads name.mo, from the macro library unless name begins with "/".  The handle, 0 or more, which stays valid
-// to the end of the process; -1: logged at 103.
+// Loads name.mo, from the macro library unless name begins with "/".  The handle, 0 or more, which
+// stays valid to the end of the process; -1: logged at 103.
 int Macro_Open(const char *name);
 
 // Release one slot, or every used one; 1.  A slot is not used again.

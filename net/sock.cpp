@@ -36,17 +36,23 @@ int SetOption(int sock, int option, int value) {
 int SetTCPOptions(int sock) {
   if (SetOption(sock, SO_REUSEADDR, 1) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Connect] Error %d (0x%0x) from setsockopt().  Unable to set reuseaddr to %d.\n", err, Hex(err), 1);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Connect] Error %d (0x%0x) from setsockopt().  Unable to set reuseaddr to %d.\n",
+            err, Hex(err), 1);
     return -err;
   }
   if (SetOption(sock, SO_RCVBUF, kSockBuffer) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Connect] Error %d (0x%0x) from setsockopt().  Unable to set rcvbuflen to %d.\n", err, Hex(err), kSockBuffer);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Connect] Error %d (0x%0x) from setsockopt().  Unable to set rcvbuflen to %d.\n",
+            err, Hex(err), kSockBuffer);
     return -err;
   }
   if (SetOption(sock, SO_SNDBUF, kSockBuffer) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Connect] Error %d (0x%0x) from setsockopt().  Unable to set sndbuflen to %d.\n", err, Hex(err), kSockBuffer);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Connect] Error %d (0x%0x) from setsockopt().  Unable to set sndbuflen to %d.\n",
+            err, Hex(err), kSockBuffer);
     return -err;
   }
   return kSockOk;
@@ -56,7 +62,8 @@ int ConvertOnce(SockAddr *addr) {
   return addr->Addr.sin_addr.s_addr == 0 ? Sock_ConvertIP(addr) : kSockOk;
 }
 
-// How many of the count waiting bytes to take: up to the first delimiter, else all.  A NUL ends the search.
+// How many of the count waiting bytes to take: up to the first delimiter, else all.  A NUL ends the
+// search.
 int CountToTake(const char *bytes, int count, const char *delims, bool *found) {
   for (int i = 0; i < count && bytes[i] != '\0'; ++i) {
     if (std::strchr(delims, bytes[i]) != nullptr) {
@@ -70,9 +77,12 @@ int CountToTake(const char *bytes, int count, const char *delims, bool *found) {
 int TextToAddr(SockAddr *addr) {
   if (addr->Port <= 0) return kSockBadAddr;
   addr->Addr.sin_family = AF_INET;
-  addr->Addr.sin_addr.s_addr = inet_addr(addr->IP);  // Kept: text that is no address is 255.255.255.255
+  addr->Addr.sin_addr.s_addr =
+      inet_addr(addr->IP);  // Kept: text that is no address is 255.255.255.255
   if (addr->Addr.sin_addr.s_addr == 0) {
-    DPRINTF(nullptr, kWarning, "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n");
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n");
     return kSockBadAddr;
   }
   addr->Addr.sin_port = htons(static_cast<std::uint16_t>(addr->Port));
@@ -81,11 +91,14 @@ int TextToAddr(SockAddr *addr) {
 
 int AddrToText(SockAddr *addr) {
   if (addr->Addr.sin_addr.s_addr == 0) {
-    DPRINTF(nullptr, kWarning, "[SOCK: ConvertIP] Error converting from network address.  Network Address is 0.\n");
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: ConvertIP] Error converting from network address.  Network Address is 0.\n");
     return kSockBadAddr;
   }
   if (!Text_Copy(addr->IP, inet_ntoa(addr->Addr.sin_addr)) || addr->IP[0] == '\0') {
-    DPRINTF(nullptr, kWarning, "[SOCK: ConvertIP] Error converting from network address.  IP result string is NULL.\n");
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: ConvertIP] Error converting from network address.  IP result string is NULL.\n");
     return kSockBadAddr;
   }
   addr->Port = static_cast<std::int16_t>(ntohs(addr->Addr.sin_port));
@@ -105,7 +118,8 @@ int Sock_GetError(int sock) {
   if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &pending, &size) != 0) {
     const int err = errno;
     DPRINTF(nullptr, kWarning, "[SOCK: GetError] Uhmm, Houston...We have a problem.\n");
-    DPRINTF(nullptr, kWarning, "@[SOCK: GetError] We can't seem to get our socket errors here for sock %d.\n", sock);
+    DPRINTF(nullptr, kWarning,
+            "@[SOCK: GetError] We can't seem to get our socket errors here for sock %d.\n", sock);
     DPRINTF(nullptr, kWarning, "@[SOCK: GetError] The system reports this as errno = %d.\n", err);
     DPRINTF(nullptr, kWarning, "@[SOCK: GetError] What are your recommendations ?\n");
     return 0;
@@ -127,12 +141,17 @@ int Sock_Connect(SockAddr *addr, int options, int *place) {
   const int sock = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   if (sock < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Connect] Error %d (0x%0x) from socket().  Unable to get a new socket.\n", err, Hex(err));
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Connect] Error %d (0x%0x) from socket().  Unable to get a new socket.\n", err,
+            Hex(err));
     return -err;
   }
   if ((options & kSockNonBlock) != 0 && RequestMode(sock) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Connect] Error %d (0x%0x) from ioctl().  Unable to set socket %d to non-blocking.\n", err, Hex(err), sock);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Connect] Error %d (0x%0x) from ioctl().  Unable to set socket %d to non-blocking.\n",
+        err, Hex(err), sock);
     return -err;
   }
   int rc = SetTCPOptions(sock);
@@ -142,7 +161,10 @@ int Sock_Connect(SockAddr *addr, int options, int *place) {
 
   if (connect(sock, Generic(addr), kAddrSize) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Connect] Error %d (0x%0x) from connect().  Unable to connect socket %d to %s:%1d.\n", err, Hex(err), sock, addr->IP, addr->Port);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Connect] Error %d (0x%0x) from connect().  Unable to connect socket %d to %s:%1d.\n",
+        err, Hex(err), sock, addr->IP, addr->Port);
     return -err;
   }
   *place = sock;
@@ -156,12 +178,17 @@ int Sock_Listen(SockAddr *addr, int nonblock, int *place) {
   const int sock = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   if (sock < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Listen] Error %d (0x%0x) from socket().  Unable to get a new socket.\n", err, Hex(err));
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Listen] Error %d (0x%0x) from socket().  Unable to get a new socket.\n", err,
+            Hex(err));
     return -err;
   }
   if (nonblock != 0 && RequestMode(sock) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Listen] Error %d (0x%0x) from ioctl().  Unable to set socket %d to non-blocking.\n", err, Hex(err), sock);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Listen] Error %d (0x%0x) from ioctl().  Unable to set socket %d to non-blocking.\n",
+        err, Hex(err), sock);
     return -err;
   }
   int rc = SetTCPOptions(sock);
@@ -171,12 +198,17 @@ int Sock_Listen(SockAddr *addr, int nonblock, int *place) {
 
   if (bind(sock, Generic(addr), kAddrSize) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Listen] Error %d (0x%0x) from bind().  Unable to bind socket %d to address %s:%1d.\n", err, Hex(err), sock, addr->IP, addr->Port);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Listen] Error %d (0x%0x) from bind().  Unable to bind socket %d to address %s:%1d.\n",
+        err, Hex(err), sock, addr->IP, addr->Port);
     return -err;
   }
   if (listen(sock, kSockBacklog) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Listen] Error %d (0x%0x) from listen().  Unable to listen on socket %d.\n", err, Hex(err), sock);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Listen] Error %d (0x%0x) from listen().  Unable to listen on socket %d.\n", err,
+            Hex(err), sock);
     return -err;
   }
   *place = sock;
@@ -192,12 +224,17 @@ int Sock_Accept(int listener, SockAddr *peer, int *place) {
   const int sock = accept(listener, Generic(peer), &size);
   if (sock < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Accept] Error %d (0x%0x) from accept().  Unable to accept new connection on socket %d.\n", err, Hex(err), sock);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Accept] Error %d (0x%0x) from accept().  Unable to accept new connection on socket %d.\n",
+        err, Hex(err), sock);
     return -err;
   }
   const int rc = Sock_ConvertIP(peer);
   if (rc != kSockOk) {
-    DPRINTF(nullptr, kWarning, "[SOCK: Accept] Closing new connection on socket %d because could not convert IP.\n", sock);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Accept] Closing new connection on socket %d because could not convert IP.\n",
+            sock);
     Sock_Close(sock);
     return rc;
   }
@@ -212,12 +249,17 @@ int Sock_OpenUDP(SockAddr *addr, int nonblock, int *place) {
   const int sock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   if (sock < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: OpenUDP] Error %d (0x%0x) from socket().  Unable to get a new socket.\n", err, Hex(err));
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: OpenUDP] Error %d (0x%0x) from socket().  Unable to get a new socket.\n", err,
+            Hex(err));
     return -err;
   }
   if (nonblock != 0 && RequestMode(sock) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: OpenUDP] Error %d (0x%0x) from ioctl().  Unable to set socket %d to non-blocking.\n", err, Hex(err), sock);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: OpenUDP] Error %d (0x%0x) from ioctl().  Unable to set socket %d to non-blocking.\n",
+        err, Hex(err), sock);
     return -err;
   }
   if (addr != nullptr) {
@@ -225,7 +267,10 @@ int Sock_OpenUDP(SockAddr *addr, int nonblock, int *place) {
     if (rc != kSockOk) return rc;
     if (bind(sock, Generic(addr), kAddrSize) != 0) {
       const int err = Sock_GetError(sock);
-      DPRINTF(nullptr, kWarning, "[SOCK: OpenUDP] Error %d (0x%0x) from bind().  Unable to bind socket %d to address %s:%1d.\n", err, Hex(err), sock, addr->IP, addr->Port);
+      DPRINTF(
+          nullptr, kWarning,
+          "[SOCK: OpenUDP] Error %d (0x%0x) from bind().  Unable to bind socket %d to address %s:%1d.\n",
+          err, Hex(err), sock, addr->IP, addr->Port);
       return -err;
     }
   }
@@ -248,7 +293,9 @@ int Sock_SendTCP(int sock, const char *data, int len, int flags) {
   }
   if (send(sock, data, static_cast<std::size_t>(len), flags) < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: SendTCP] Error %d (0x%0x) from send().  Unable to send on socket %d.\n", err, Hex(err), sock);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: SendTCP] Error %d (0x%0x) from send().  Unable to send on socket %d.\n", err,
+            Hex(err), sock);
     return -err;
   }
   return kSockOk;
@@ -259,7 +306,9 @@ int Sock_RecvTCP(int sock, char *buf, int *len, int flags) {
   const ssize_t count = recv(sock, buf, static_cast<std::size_t>(*len), flags);
   if (count < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: RecvTCP] Error %d (0x%0x) from recv().  Unable to receive on socket %d.\n", err, Hex(err), sock);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: RecvTCP] Error %d (0x%0x) from recv().  Unable to receive on socket %d.\n", err,
+            Hex(err), sock);
     return -err;
   }
   *len = static_cast<int>(count);
@@ -322,12 +371,14 @@ int Sock_ConnectAndSend(SockAddr *addr, int *place, const char *data, int len, i
   int sock = -1;
   int rc = Sock_Connect(addr, 0, &sock);
   if (rc != kSockOk) {
-    DPRINTF(nullptr, kWarning, "[Socket: Conn&Send] Unable to connect to %s:%d: rc = %d\n", addr->IP, addr->Port, rc);
+    DPRINTF(nullptr, kWarning, "[Socket: Conn&Send] Unable to connect to %s:%d: rc = %d\n",
+            addr->IP, addr->Port, rc);
     return rc;
   }
   rc = Sock_SendTCP(sock, data, len, flags);
   if (rc != kSockOk) {
-    DPRINTF(nullptr, kWarning, "[Socket: Conn&Send] Unable to send to %s:%d: rc = %d\n", addr->IP, addr->Port, rc);
+    DPRINTF(nullptr, kWarning, "[Socket: Conn&Send] Unable to send to %s:%d: rc = %d\n", addr->IP,
+            addr->Port, rc);
     Sock_Close(sock);
     return rc;
   }
@@ -341,7 +392,10 @@ int Sock_SendUDP(int sock, const char *data, int len, SockAddr *dest, int flags)
   if (rc != kSockOk) return rc;
   if (sendto(sock, data, static_cast<std::size_t>(len), flags, Generic(dest), kAddrSize) < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: SendUDP] Error %d (0x%0x) from sendto().  Unable to send on socket %d to %s:%d.\n", err, Hex(err), sock, dest->IP, dest->Port);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: SendUDP] Error %d (0x%0x) from sendto().  Unable to send on socket %d to %s:%d.\n",
+        err, Hex(err), sock, dest->IP, dest->Port);
     return -err;
   }
   return kSockOk;
@@ -356,7 +410,9 @@ int Sock_RecvUDP(int sock, char *buf, int *len, SockAddr *sender, int flags) {
       recvfrom(sock, buf, static_cast<std::size_t>(*len), flags, Generic(sender), &size);
   if (count < 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: RecvUDP] Error %d (0x%0x) from recvfrom().  Unable to receive on socket %d.\n", err, Hex(err), sock);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: RecvUDP] Error %d (0x%0x) from recvfrom().  Unable to receive on socket %d.\n",
+            err, Hex(err), sock);
     return -err;
   }
   *len = static_cast<int>(count);
@@ -367,7 +423,9 @@ int Sock_Close(int sock) {
   if (sock < 0) return kSockBadArg;
   if (close(sock) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Close] Error %d (0x%0x) from close().  Unable to close socket %d.\n", err, Hex(err), sock);
+    DPRINTF(nullptr, kWarning,
+            "[SOCK: Close] Error %d (0x%0x) from close().  Unable to close socket %d.\n", err,
+            Hex(err), sock);
     return -err;
   }
   return kSockOk;
@@ -378,7 +436,10 @@ int Sock_Shutdown(int sock, int how) {
   if (how < SHUT_RDWR || how > SHUT_RD) return kSockBadArg;  // Kept: refuses every value
   if (shutdown(sock, how) != 0) {
     const int err = Sock_GetError(sock);
-    DPRINTF(nullptr, kWarning, "[SOCK: Close] Error %d (0x%0x) from shutdown().  Unable to shutdown socket %d, how: %d.\n", err, Hex(err), sock, how);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Close] Error %d (0x%0x) from shutdown().  Unable to shutdown socket %d, how: %d.\n",
+        err, Hex(err), sock, how);
     return -err;
   }
   return kSockOk;

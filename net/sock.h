@@ -1,13 +1,13 @@
 // net/sock.h: blocking IPv4 sockets behind result codes.
 //
-// Every operation returns kSockOk or another code and has logged the system call that failed, at 103, so that
-// callers only decide what happens next.  -N is the error N of that call.  0 is a call that failed and whose
-// error could not be read; this is so whenever socket() or accept() fails, for the error is asked of the
-// descriptor -1.  A length that is passed by address is in/out: capacity in, bytes out.  Nothing is retried,
-// and one call is one transfer.
+// Every operation returns kSockOk or another code and has logged the system call that failed, at
+// 103, so that callers only decide what happens next.  -N is the error N of that call.  0 is a call
+// that failed and whose error could not be read; this is so whenever socket() or accept() fails,
+// for the error is asked of the descriptor -1.  A length that is passed by address is in/out:
+// capacity in, bytes out.  Nothing is retried, and one call is one transfer.
 //
-// A place for a new socket holds -1 until the operation succeeds.  A socket whose set-up fails half way stays
-// open and is not handed out: callers close only what they were given.
+// A place for a new socket holds -1 until the operation succeeds.  A socket whose set-up fails half
+// way stays open and is not handed out: callers close only what they were given.
 #ifndef NET_SOCK_H
 #define NET_SOCK_H
 
@@ -34,8 +34,8 @@ inline constexpr int kSockNonBlock = 1;
 inline constexpr int kSockBuffer = 32768;  // bytes of SO_RCVBUF and SO_SNDBUF of every TCP socket
 inline constexpr int kSockBacklog = 5;
 
-// The pending error of the socket, else errno; 0 when the socket cannot be asked.  Must follow the failing
-// call directly.  Prints errno to standard output.
+// The pending error of the socket, else errno; 0 when the socket cannot be asked.  Must follow the
+// failing call directly.  Prints errno to standard output.
 int Sock_GetError(int sock);
 
 int Sock_Init();
@@ -57,14 +57,14 @@ int Sock_SendTCP(int sock, const char *data, int len, int flags);
 // kSockOk with *len 0: the peer has closed.
 int Sock_RecvTCP(int sock, char *buf, int *len, int flags);
 
-// Takes bytes up to and including the first of delims and never more, so that the next reader starts at the
-// next line.  kSockOk with *len 0: the peer has closed, also in the middle of a line.  kSockOverflow: *len
-// bytes taken, none a delimiter.  A NUL ends the search in the bytes that wait.  What lies in buf behind the
-// bytes taken and was not taken itself is cleared.
+// Takes bytes up to and including the first of delims and never more, so that the next reader
+// starts at the next line.  kSockOk with *len 0: the peer has closed, also in the middle of a line.
+// kSockOverflow: *len bytes taken, none a delimiter.  A NUL ends the search in the bytes that wait.
+// What lies in buf behind the bytes taken and was not taken itself is cleared.
 int Sock_RecvDelim(int sock, char *buf, int *len, const char *delims);
 
-// Connects, sends, receives once, closes.  flags are the options of the connection and the flags of both
-// transfers.
+// Connects, sends, receives once, closes.  flags are the options of the connection and the flags of
+// both transfers.
 int Sock_TransactTCP(SockAddr *addr, const char *request, int request_len, char *reply,
                      int *reply_len, int flags);
 
@@ -82,8 +82,8 @@ int Sock_Close(int sock);
 // Always kSockBadArg.
 int Sock_Shutdown(int sock, int how);
 
-// Text not empty: fills Addr from text and port, as inet_addr reads it.  Text empty: fills text and port from
-// Addr.  kSockOk or kSockBadAddr.
+// Text not empty: fills Addr from text and port, as inet_addr reads it.  Text empty: fills text and
+// port from Addr.  kSockOk or kSockBadAddr.
 int Sock_ConvertIP(SockAddr *addr);
 
 #endif

@@ -15,33 +15,38 @@ constexpr std::size_t kNameSize = 128;    // the longest name of a field
 constexpr const char *kSeparators = "\t\n\r";
 
 struct Field {
-  std::string_view name;             // on the wire
-  char (CmdHdr::*text)[kHdrText];    // where a text goes, or null
-  std::int32_t CmdHdr::*number;      // where a number goes, or null
+  std::string_view name;               // on the wire
+  char (CmdHdr::*text)[kHdrText];      // where a text goes, or null
+  std::int32_t CmdHdr::*number;        // where a number goes, or null
   void (*refused)(const char *value);  // reports a number below 0
 };
 
 constexpr Field kFields[] = {
     {"COMMAND", &CmdHdr::Command, nullptr, nullptr},
-    {"BESTFIT", nullptr, &CmdHdr::BestFit, [](const char *value) {
+    {"BESTFIT", nullptr, &CmdHdr::BestFit,
+     [](const char *value) {
        DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] BestFit %s not recognized\n", value);
      }},
     {"SEARCHGROUP", &CmdHdr::SearchGroup, nullptr, nullptr},
     {"RECTYPE", &CmdHdr::RecType, nullptr, nullptr},
     {"MACROFILE", &CmdHdr::MacroFile, nullptr, nullptr},
-    {"DOCNUM", nullptr, &CmdHdr::DocNum, [](const char *value) {  // Kept for the operators: it says RecType
+    {"DOCNUM", nullptr, &CmdHdr::DocNum,
+     [](const char *value) {  // Kept for the operators: it says RecType
        DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] RecType %s not recognized\n", value);
      }},
-    {"MAXHITS", nullptr, &CmdHdr::MaxHits, [](const char *value) {
+    {"MAXHITS", nullptr, &CmdHdr::MaxHits,
+     [](const char *value) {
        DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] MaxHits value %s not recognized\n", value);
      }},
     {"SCRIPT", &CmdHdr::Script, nullptr, nullptr},
-    {"SEQNUM", nullptr, &CmdHdr::SeqNum, [](const char *value) {
+    {"SEQNUM", nullptr, &CmdHdr::SeqNum,
+     [](const char *value) {
        DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] SeqNum %s not recognized\n", value);
      }},
     {"AUTHCODE", &CmdHdr::AuthCode, nullptr, nullptr},
     {"FILENAME", &CmdHdr::FileName, nullptr, nullptr},
-    {"EXPDATE", nullptr, &CmdHdr::ExpDate, [](const char *value) {
+    {"EXPDATE", nullptr, &CmdHdr::ExpDate,
+     [](const char *value) {
        DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] ExpDate %s not recognized\n", value);
      }},
 };
@@ -56,13 +61,14 @@ const Field *FindField(std::string_view name) {
 bool Store(CmdHdr *hdr, const Field &field, std::string_view value) {
   if (field.text != nullptr) {
     if (!Text_Copy(hdr->*field.text, value))
-      DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] Value of %s cut to %d characters\n", field.name.data(),
-              static_cast<int>(kHdrText) - 1);
+      DPRINTF(nullptr, kWarning, "[Util: IntCmdHdr] Value of %s cut to %d characters\n",
+              field.name.data(), static_cast<int>(kHdrText) - 1);
     return true;
   }
   char digits[kTokenSize + 1];
   (void)Text_Copy(digits, value);
-  hdr->*field.number = Text_ToInt32(digits);  // also a number that is refused, so that a reply can echo it
+  hdr->*field.number =
+      Text_ToInt32(digits);  // also a number that is refused, so that a reply can echo it
   if (hdr->*field.number >= 0) return true;
   field.refused(digits);
   return false;
@@ -79,7 +85,8 @@ bool TakeField(CmdHdr *hdr, std::string_view token, bool *predicate) {
   if (!Util_SplitView(token.substr(1), &name, &value, '=')) {
     char whole[kTokenSize + 1];
     (void)Text_Copy(whole, token);
-    DPRINTF(nullptr, kInfo, "[Util: IntCmdHdr] Token is not a NAME=VALUE pair: token = %s\n", whole);
+    DPRINTF(nullptr, kInfo, "[Util: IntCmdHdr] Token is not a NAME=VALUE pair: token = %s\n",
+            whole);
     return false;
   }
   if (name.size() > kNameSize) {

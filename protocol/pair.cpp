@@ -16,10 +16,12 @@ const char *FindPair(const char *text, const char *pattern, int occurrence) {
   for (int found = 1;; ++found) {
     const char *match = std::strstr(from, pattern);
     if (match == nullptr) {
-      DPRINTF(nullptr, kStatus, "[Util: Search4Pair] cannot find Selection: %d of tag: '%s'\n", occurrence, pattern);
+      DPRINTF(nullptr, kStatus, "[Util: Search4Pair] cannot find Selection: %d of tag: '%s'\n",
+              occurrence, pattern);
       return nullptr;
     }
-    DPRINTF(nullptr, kInfo, "[Util: Search4Pair] Selection %d of %d for tag %s = %s\n", found, occurrence, pattern, match);
+    DPRINTF(nullptr, kInfo, "[Util: Search4Pair] Selection %d of %d for tag %s = %s\n", found,
+            occurrence, pattern, match);
     from = match + 1;
     if (found == occurrence) return from;
   }
@@ -52,7 +54,8 @@ int Util_Search4Pair(const char *text, char *out, int *len, const char *tag, int
   (void)Text_CopyTo(out, static_cast<std::size_t>(*len) + 1, whole);
   *len = static_cast<int>(whole.size());
   // Kept: the ordinal is one past the last search.
-  DPRINTF(nullptr, kInfo, "[Util: Search4Pair] Selection %d of %d for tag %s yeilds %s\n", occurrence + 1, occurrence, tag, out);
+  DPRINTF(nullptr, kInfo, "[Util: Search4Pair] Selection %d of %d for tag %s yeilds %s\n",
+          occurrence + 1, occurrence, tag, out);
   return 1;
 }
 
@@ -62,7 +65,8 @@ bool Util_SplitView(std::string_view pair, std::string_view *name, std::string_v
   if (at == std::string_view::npos) {
     char shown[kShownSize + 1];
     (void)Text_Copy(shown, pair);
-    DPRINTF(nullptr, kWarning, "[Util: SplitPair] delim '%c' not found in pair '%s'\n", delimiter, shown);
+    DPRINTF(nullptr, kWarning, "[Util: SplitPair] delim '%c' not found in pair '%s'\n", delimiter,
+            shown);
     return false;
   }
   *name = pair.substr(0, at);

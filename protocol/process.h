@@ -6,9 +6,9 @@
 
 #include <cstddef>
 
-// fork(2), tried up to attempts times, five seconds after each failure with EAGAIN.  0 in the child, its
-// process id in the parent, or the negated error; -EAGAIN when no attempt is left.  What standard output
-// still holds is written first, so that a child does not write it again.
+// fork(2), tried up to attempts times, five seconds after each failure with EAGAIN.  0 in the
+// child, its process id in the parent, or the negated error; -EAGAIN when no attempt is left.  What
+// standard output still holds is written first, so that a child does not write it again.
 int Util_Fork(int attempts);
 
 // read(2), repeated while a signal interrupts it.

@@ -8,7 +8,8 @@
 int Util_ReadInt(int sock, char *buf, int *len, CmdHdr *hdr, char **rest) {
   const int rc = Sock_RecvDelim(sock, buf, len, "\n");
   if (rc == -ECONNRESET) {
-    DPRINTF(nullptr, kInfo, "[Util:ReadInt] Received Connection Reset Message from Sock %d\n", sock);
+    DPRINTF(nullptr, kInfo, "[Util:ReadInt] Received Connection Reset Message from Sock %d\n",
+            sock);
     return kRecordOver;
   }
   if (rc == -ENOTCONN) {
@@ -16,7 +17,9 @@ int Util_ReadInt(int sock, char *buf, int *len, CmdHdr *hdr, char **rest) {
     return kRecordOver;
   }
   if (*len <= 0) {
-    DPRINTF(nullptr, kInfo, "[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock %d\n", sock);
+    DPRINTF(nullptr, kInfo,
+            "[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock %d\n",
+            sock);
     return kRecordOver;
   }
   if (rc != kSockOk) {

@@ -10,9 +10,9 @@ enum RecordResult : int {
   kRecordOver = 2,  // the connection is closed, reset or not connected
 };
 
-// Reads one message, its newline included, and fills hdr from its header.  *len is the capacity of buf, whose
-// storage is one byte larger; it becomes the message's length.  *rest is where the predicate begins in buf, or
-// null.  Behind the message buf holds a terminator.
+// Reads one message, its newline included, and fills hdr from its header.  *len is the capacity of
+// buf, whose storage is one byte larger; it becomes the message's length.  *rest is where the
+// predicate begins in buf, or null.  Behind the message buf holds a terminator.
 int Util_ReadInt(int sock, char *buf, int *len, CmdHdr *hdr, char **rest);
 
 #endif

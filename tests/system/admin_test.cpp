@@ -21,13 +21,15 @@ TEST(Admin, Ping_EchoesTheNumber) {
   EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=42\n", daemon.Ask("\t@COMMAND=PING\t@SEQNUM=42\n"));
   EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=0\n", daemon.Ask("\t@COMMAND=PING\n"));
   EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=0\n", daemon.Ask("\t@COMMAND=PING\t@SEQNUM=7"));
-  EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=2147483647\n", daemon.Ask("\t@COMMAND=PING\t@SEQNUM=4294967295\n"));
+  EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=2147483647\n",
+            daemon.Ask("\t@COMMAND=PING\t@SEQNUM=4294967295\n"));
 }
 
 TEST(Admin, PingWithARefusedNumber_IsAnswered) {
   Daemon daemon;
   EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=-1\n", daemon.Ask("\t@COMMAND=PING\t@SEQNUM=-1\n"));
-  EXPECT_EQ("[Util: IntCmdHdr] SeqNum -1 not recognized\n", LogOf(&daemon, "\t@COMMAND=PONG\t@SEQNUM=-1\n"));
+  EXPECT_EQ("[Util: IntCmdHdr] SeqNum -1 not recognized\n",
+            LogOf(&daemon, "\t@COMMAND=PONG\t@SEQNUM=-1\n"));
 }
 
 TEST(Admin, PingWithoutItsNewline_HasNoCommand) {
@@ -47,8 +49,8 @@ TEST(Admin, PingFromAHighPort_GetsNoAnswer) {
   addr.sin_port = htons(static_cast<std::uint16_t>(daemon.AdminPort()));
   const std::string ping = "\t@COMMAND=PING\n";
   sendto(high.Fd(), ping.data(), ping.size(), 0, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-  EXPECT_TRUE(daemon.Program().WaitForLog("[CommMgr: Admin] Unable to send Pong to 127.0.0.1:" +
-                                          std::to_string(port - 65536) + "\n"));
+  EXPECT_TRUE(daemon.Program().WaitForLog(
+      "[CommMgr: Admin] Unable to send Pong to 127.0.0.1:" + std::to_string(port - 65536) + "\n"));
   EXPECT_FALSE(high.Readable(0));
 }
 
@@ -56,11 +58,13 @@ TEST(Admin, SetDebugLevel_TakesTheFiveWords) {
   const struct {
     const char *word;
     const char *level;
-  } kWords[] = {{"INFO", "101"}, {"STATUS", "102"}, {"WARNING", "103"}, {"FATAL", "104"}, {"OFF", "105"}};
+  } kWords[] = {
+      {"INFO", "101"}, {"STATUS", "102"}, {"WARNING", "103"}, {"FATAL", "104"}, {"OFF", "105"}};
   Daemon daemon;
   for (const auto &row : kWords) {
     daemon.SetLevel(row.word);
-    EXPECT_TRUE(daemon.Program().WaitForLog(std::string("Global Debug Level Set to ") + row.level + "\n"));
+    EXPECT_TRUE(
+        daemon.Program().WaitForLog(std::string("Global Debug Level Set to ") + row.level + "\n"));
     daemon.SetLevel("WARNING");
   }
 }
@@ -80,9 +84,10 @@ TEST(Admin, SetDebugLevel_RefusesTheRest) {
             LogOf(&daemon, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=\n"));
   EXPECT_EQ("[CommMgr: Admin] Cmd SetDebug: can't find DEBUGLEVEL field\n",
             LogOf(&daemon, "\t@COMMAND=SETDEBUGLEVEL\n"));
-  EXPECT_EQ("[Util: Search4Pair] fieldvalpair overflow\n"
-            "[CommMgr: Admin] Cmd SetDebug: can't find DEBUGLEVEL field\n",
-            LogOf(&daemon, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + std::string(300, 'x') + "\n"));
+  EXPECT_EQ(
+      "[Util: Search4Pair] fieldvalpair overflow\n"
+      "[CommMgr: Admin] Cmd SetDebug: can't find DEBUGLEVEL field\n",
+      LogOf(&daemon, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + std::string(300, 'x') + "\n"));
   EXPECT_EQ("[CommMgr: Admin] Cmd SetDebug: can't find DEBUGLEVEL field\n",
             LogOf(&daemon, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=OFF"));
 }
@@ -103,10 +108,13 @@ TEST(Admin, EmptyDatagram_IsLogged) {
 TEST(Admin, Rubbish_IsSurvived) {
   Daemon daemon;
   for (const std::size_t size : {1u, 4095u, 4096u, 4097u, 60000u})
-    for (const char byte : {'x', '\t', '\0', '\xff', '@', '='}) LogOf(&daemon, std::string(size, byte));
-  EXPECT_EQ("[CommMgr: Admin] Unknown command \n",
-            LogOf(&daemon, "\t@COMMAND=" + std::string(2000, 'x') + "\n").substr(
-                std::string("[Util: IntCmdHdr] Token of 2009 characters is longer than 1024\n").size()));
+    for (const char byte : {'x', '\t', '\0', '\xff', '@', '='})
+      LogOf(&daemon, std::string(size, byte));
+  EXPECT_EQ(
+      "[CommMgr: Admin] Unknown command \n",
+      LogOf(&daemon, "\t@COMMAND=" + std::string(2000, 'x') + "\n")
+          .substr(std::string("[Util: IntCmdHdr] Token of 2009 characters is longer than 1024\n")
+                      .size()));
 }
 
 TEST(Admin, ADatagramOf4096Bytes_IsReadWhole) {
@@ -120,9 +128,12 @@ TEST(Admin, InfoLevel_ShowsTheDatagramTwiceDumped) {
   Daemon daemon;
   daemon.SetLevel("INFO");
   const std::string log = LogOf(&daemon, "\t@COMMAND=PONG\t@SEQNUM=3\n");
-  EXPECT_EQ(0u, log.find("HEXDUMP of MainCore_UDPReadThread Dump:\n\n" + std::string(47, ' ') + "\n")) << log;
+  EXPECT_EQ(0u,
+            log.find("HEXDUMP of MainCore_UDPReadThread Dump:\n\n" + std::string(47, ' ') + "\n"))
+      << log;
   EXPECT_NE(std::string::npos, log.find("[CommMgr: Admin] Command from 127.0.0.1/"));
-  EXPECT_NE(std::string::npos, log.find("HEXDUMP of [CommMgr: Admin] CmdBuf:\n" + std::string(47, ' ') + "\n"));
+  EXPECT_NE(std::string::npos,
+            log.find("HEXDUMP of [CommMgr: Admin] CmdBuf:\n" + std::string(47, ' ') + "\n"));
   EXPECT_NE(std::string::npos, log.find("[Util: Display] CmdHdr->SeqNum        = 3\n"));
 }
 
@@ -134,7 +145,8 @@ class AdminLists : public ::testing::Test {
   // Whether a QUERY for that group reaches the manager.
   bool Reaches(const std::string &id, const Manager &manager) {
     const Socket client = daemon_.Client();
-    client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=" + id + "\t@MACROFILE=" + daemon_.Files().Path() + "/p\n");
+    client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=" + id + "\t@MACROFILE=" + daemon_.Files().Path() +
+                "/p\n");
     if (!Eventually([&] { return manager.Called() || client.Readable(0); })) return false;
     if (!manager.Called()) {
       EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate SearchMgr\n", client.ReadAll());
@@ -190,7 +202,8 @@ TEST_F(AdminLists, AnnouncementWithoutItsNewline_IsDropped) {
   daemon_.Send("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=S\tIP=127.0.0.1\tCLIENTPORT=" +
                std::to_string(one_.Port()) + "\tADMINPORT=9");
   daemon_.Ping();
-  EXPECT_EQ("[Util: Search4Pair] cannot find end of fieldvalpair: ADMINPORT=9\n", daemon_.Log().substr(before));
+  EXPECT_EQ("[Util: Search4Pair] cannot find end of fieldvalpair: ADMINPORT=9\n",
+            daemon_.Log().substr(before));
   EXPECT_FALSE(Reaches("one", one_));
 }
 
@@ -219,7 +232,8 @@ TEST_F(AdminLists, ManyAnnouncements_CostNoDescriptorAndNoMemoryTwice) {
   };
   daemon_.Announce('S', "one", one_);
   const int before = descriptors();
-  for (int i = 0; i < 300; ++i) daemon_.Announce(i % 2 == 0 ? 'S' : 'D', "x" + std::to_string(i % 7), one_);
+  for (int i = 0; i < 300; ++i)
+    daemon_.Announce(i % 2 == 0 ? 'S' : 'D', "x" + std::to_string(i % 7), one_);
   EXPECT_EQ(before, descriptors());
   EXPECT_TRUE(Reaches("one", one_));
 }

@@ -46,29 +46,35 @@ TEST_F(GetDoc, Document_IsFramed) {
 
 TEST_F(GetDoc, UnknownDocumentManager_IsAnErrorWithoutANewlineAndNoFrames) {
   EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate Document Server.",
-            daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=no\t@RECTYPE=x\t@MACROFILE=" + page_ + "\n"));
+            daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=no\t@RECTYPE=x\t@MACROFILE=" + page_ +
+                             "\n"));
   EXPECT_EQ("[CommMgr: GetDoc] Unable to find a docmgr for no:x\n", Log());
 }
 
 TEST_F(GetDoc, MissingMacro_GetsNoAnswer) {
-  EXPECT_EQ("", daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=doc\t@MACROFILE=" + page_ + "x\n"));
+  EXPECT_EQ("",
+            daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=doc\t@MACROFILE=" + page_ + "x\n"));
   EXPECT_FALSE(documents_.Called());
 }
 
 TEST_F(GetDoc, RefusedDocument_IsAnError) {
-  EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate Document Server.", PageFor("\t@COMMAND=ERROR\tno\n"));
-  EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate Document Server.", PageFor(std::string(40960, 'x')));
+  EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate Document Server.",
+            PageFor("\t@COMMAND=ERROR\tno\n"));
+  EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate Document Server.",
+            PageFor(std::string(40960, 'x')));
 }
 
 TEST_F(GetDoc, NoAnswer_SendsTheHeaderAndNoTail) {
   EXPECT_EQ("HEAD\n", PageFor(""));
-  EXPECT_EQ("[Sock: SendTCP] datalen == 0 for sock 6\n"
-            "[CommMgr: Results] Unable to send to client sock 6 rc = -3\n",
-            Log());
+  EXPECT_EQ(
+      "[Sock: SendTCP] datalen == 0 for sock 6\n"
+      "[CommMgr: Results] Unable to send to client sock 6 rc = -3\n",
+      Log());
 }
 
 TEST_F(GetDoc, BinaryOutput_GoesOutAsFarAsItIsAString) {
-  daemon_.Files().Write("page.mo", TextOp("ab") + std::string("\x44\x01T", 3) + TextOp("cd") + EndOp());
+  daemon_.Files().Write("page.mo",
+                        TextOp("ab") + std::string("\x44\x01T", 3) + TextOp("cd") + EndOp());
   EXPECT_EQ("HEAD\nab\x02\x01TAIL\n", PageFor("\t@COMMAND=HIT\tT=258\t\n"));
 }
 
@@ -84,9 +90,10 @@ TEST_F(GetDoc, DocumentOf40960BytesWithItsHeader_Fits) {
 TEST_F(GetDoc, RelativeFrames_AreLookedForInTheWorkingDirectory) {
   // The macro would be looked for in the library, so only the failure shows here.
   EXPECT_EQ("", daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=doc\t@MACROFILE=page\n"));
-  EXPECT_EQ("[Macro: Open] Unable to open macro '/usr/local/korvo/lib/page.mo': errno = 2\n"
-            "[CommMgr: ClientCmd] Unable to open Macro page\n",
-            Log());
+  EXPECT_EQ(
+      "[Macro: Open] Unable to open macro '/usr/local/korvo/lib/page.mo': errno = 2\n"
+      "[CommMgr: ClientCmd] Unable to open Macro page\n",
+      Log());
 }
 
 TEST_F(GetDoc, UndefinedOpCode_RepeatsUntilASignal) {

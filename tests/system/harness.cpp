@@ -136,7 +136,8 @@ Socket ConnectTo(int port) {
   return sock;
 }
 
-Manager::Manager() : port_(ReservePort()), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Manager::Manager()
+    : port_(ReservePort()), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   EXPECT_TRUE(BindTo(listener_.Fd(), port_));
   EXPECT_EQ(0, listen(listener_.Fd(), 100));
 }

@@ -1,4 +1,5 @@
-// tests/system/harness.h: the real daemon, and what stands around it, over real sockets on 127.0.0.1.
+// tests/system/harness.h: the real daemon, and what stands around it, over real sockets on
+// 127.0.0.1.
 //
 // Everything waits for a condition and gives up, failing the test, after kPatienceMs.
 #ifndef TESTS_SYSTEM_HARNESS_H
@@ -27,10 +28,10 @@ class Socket {
 
   int Fd() const { return fd_; }
   void Close();
-  void Reset();                          // closes with a reset instead of an end
+  void Reset();  // closes with a reset instead of an end
   void Send(const std::string &bytes) const;
-  std::string ReadLine() const;          // up to and including a newline, or what came before the end
-  std::string ReadAll() const;           // to the end of the stream
+  std::string ReadLine() const;  // up to and including a newline, or what came before the end
+  std::string ReadAll() const;   // to the end of the stream
   bool Readable(int patience_ms) const;  // bytes, or the end
 
  private:
@@ -84,12 +85,13 @@ class Process {
   pid_t Pid() const { return pid_; }
   int Wait();  // the status of waitpid; the exit status is in its second byte
   bool Ended();
-  // Waits for every process of its group that is left; their statuses.  This process inherits the orphans.
+  // Waits for every process of its group that is left; their statuses.  This process inherits the
+  // orphans.
   std::vector<int> WaitForGroup() const;
   void Signal(int number) const;
-  std::string Output() const;    // standard output so far
-  std::string RawLog() const;    // standard error so far
-  std::string Log() const;       // its messages, without separators and time headers
+  std::string Output() const;  // standard output so far
+  std::string RawLog() const;  // standard error so far
+  std::string Log() const;     // its messages, without separators and time headers
   bool WaitForLog(const std::string &text) const;
 
  private:
@@ -117,7 +119,7 @@ class Daemon {
   std::string Receive() const;                   // the next answer to it
   bool Answers(int patience_ms) const;
   std::string Ask(const std::string &datagram) const;
-  void Ping();       // waits for the answer, so that everything sent before it has been carried out
+  void Ping();  // waits for the answer, so that everything sent before it has been carried out
   void SetLevel(const std::string &word);
   void Announce(char type, const std::string &id, const Manager &manager);
 

@@ -91,7 +91,8 @@ TEST_F(Query, MaxHits_TheHitOverTheLimitIsReadAndNotFetched) {
   Serve("\t@COMMAND=HIT\tT=2\t\n");
   EXPECT_EQ("HEAD\n<1><2>TAIL\n", client.ReadAll());
   EXPECT_FALSE(documents_.Called());
-  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results] Max Hits (2) reached for SearchSock 4.\n"));
+  EXPECT_NE(std::string::npos,
+            Log().find("[CommMgr: Results] Max Hits (2) reached for SearchSock 4.\n"));
   EXPECT_EQ(std::string::npos, Log().find("Search Complete"));
 }
 
@@ -122,25 +123,31 @@ TEST_F(Query, RawWithALongFirstToken_IsRelayedWhole) {
 }
 
 TEST_F(Query, RawWithoutARest_IsRefusedByTheSocketLayer) {
-  EXPECT_EQ("HEAD\n\tx\nTAIL\n", PageFor(std::string("\t@COMMAND=RAW\n\t@COMMAND=RAW\tx\n") + kComplete));
-  EXPECT_EQ("[Sock: SendTCP] data is NULL for sock 6\n"
-            "[CommMgr: Results: 4] Unable to send to client sock 6 rc = -3\n",
-            Log());
+  EXPECT_EQ("HEAD\n\tx\nTAIL\n",
+            PageFor(std::string("\t@COMMAND=RAW\n\t@COMMAND=RAW\tx\n") + kComplete));
+  EXPECT_EQ(
+      "[Sock: SendTCP] data is NULL for sock 6\n"
+      "[CommMgr: Results: 4] Unable to send to client sock 6 rc = -3\n",
+      Log());
 }
 
 TEST_F(Query, ErrorWithoutARest_EndsTheRelay) {
   EXPECT_EQ("HEAD\nTAIL\n", PageFor("\t@COMMAND=ERROR\n\t@COMMAND=RAW\tx\n"));
-  EXPECT_EQ("[Sock: SendTCP] data is NULL for sock 6\n"
-            "[CommMgr: Results: 5] Unable to send to client sock 6 rc = -3\n",
-            Log());
+  EXPECT_EQ(
+      "[Sock: SendTCP] data is NULL for sock 6\n"
+      "[CommMgr: Results: 5] Unable to send to client sock 6 rc = -3\n",
+      Log());
 }
 
 TEST_F(Query, EndOfData_EndsQuietly) {
   daemon_.SetLevel("INFO");
   EXPECT_EQ("HEAD\nTAIL\n", PageFor(""));
+  EXPECT_NE(
+      std::string::npos,
+      Log().find(
+          "[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock 4\n"));
   EXPECT_NE(std::string::npos,
-            Log().find("[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock 4\n"));
-  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results] End of Data for SearchSock 4 reached.\n"));
+            Log().find("[CommMgr: Results] End of Data for SearchSock 4 reached.\n"));
   EXPECT_NE(std::string::npos, Log().find("[CommMgr: SendHdr] Looking for " + page_ + ".hdr\n"));
   EXPECT_NE(std::string::npos, Log().find("[CommMgr: SendTail] Looking for " + page_ + ".tail\n"));
 }
@@ -152,7 +159,8 @@ TEST_F(Query, SearchManagerThatResets_IsTheEndOfData) {
   EXPECT_EQ("HEAD\n", client.ReadLine());
   search.Reset();
   EXPECT_EQ("TAIL\n", client.ReadAll());
-  EXPECT_NE(std::string::npos, Log().find("[Util:ReadInt] Received Connection Reset Message from Sock 4\n"));
+  EXPECT_NE(std::string::npos,
+            Log().find("[Util:ReadInt] Received Connection Reset Message from Sock 4\n"));
 }
 
 TEST_F(Query, SearchComplete_NamesTheClientsSocket) {
@@ -181,9 +189,10 @@ TEST_F(Query, RecordWithoutANewlineIn40960Bytes_IsAnErrorLine) {
   EXPECT_EQ(
       "HEAD\n\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web Administrator.\nTAIL\n",
       PageFor(std::string(40960, 'y')));
-  EXPECT_EQ("[Util: ReadInt] Unable to recv on socket 4: rc = -4\n"
-            "[CommMgr: Results: 0] Unable to recv from SearchMgr sock 4 rc = 0\n",
-            Log());
+  EXPECT_EQ(
+      "[Util: ReadInt] Unable to recv on socket 4: rc = -4\n"
+      "[CommMgr: Results: 0] Unable to recv from SearchMgr sock 4 rc = 0\n",
+      Log());
 }
 
 TEST_F(Query, UnknownDocumentManager_IsAnErrorAndTheTail) {
@@ -209,9 +218,10 @@ TEST_F(Query, DocumentManagerThatClosesWithoutAnAnswer_IsAnEmptyDocument) {
   search.Send(std::string(kHit) + kHit);
   Serve("");
   EXPECT_EQ("HEAD\nTAIL\n", client.ReadAll());
-  EXPECT_EQ("[Sock: SendTCP] datalen == 0 for sock 6\n"
-            "[CommMgr: Results: 3] Unable to send to client sock 6 rc = -3\n",
-            Log());
+  EXPECT_EQ(
+      "[Sock: SendTCP] datalen == 0 for sock 6\n"
+      "[CommMgr: Results: 3] Unable to send to client sock 6 rc = -3\n",
+      Log());
 }
 
 TEST_F(Query, HitWithoutARest_IsAnEmptyDocument) {
@@ -220,9 +230,10 @@ TEST_F(Query, HitWithoutARest_IsAnEmptyDocument) {
   search.Send(std::string(kHit) + kComplete);
   Serve("\t@COMMAND=HIT\n");
   EXPECT_EQ("HEAD\n<>TAIL\n", client.ReadAll());
-  EXPECT_EQ("[Macro: FindField] Wraparound looking for 'T' (\tT=)\n"
-            "[Macro: FindField] Unable to find field = 'T' (\tT=)\n",
-            Log());
+  EXPECT_EQ(
+      "[Macro: FindField] Wraparound looking for 'T' (\tT=)\n"
+      "[Macro: FindField] Unable to find field = 'T' (\tT=)\n",
+      Log());
 }
 
 TEST_F(Query, LastFieldWithoutATab_CarriesTheNewline) {
@@ -240,9 +251,10 @@ TEST_F(Query, MacroThatFails_IsAnErrorLine) {
   search.Send(kHit);
   Serve("\t@COMMAND=HIT\tT=1\t\n");
   EXPECT_EQ("HEAD\n\t@COMMAND=ERROR\tUnable to retreive document.TAIL\n", client.ReadAll());
-  EXPECT_EQ("[Macro: Exec] op-code 9 at offset 0: stack is empty\n"
-            "[CommMgr: Results] Macro Substitution failed.\n",
-            Log());
+  EXPECT_EQ(
+      "[Macro: Exec] op-code 9 at offset 0: stack is empty\n"
+      "[CommMgr: Results] Macro Substitution failed.\n",
+      Log());
 }
 
 TEST_F(Query, BinaryOutput_GoesOutWithItsLength) {
@@ -261,7 +273,8 @@ TEST_F(Query, NoSearchManager_IsExactlyOneLine) {
 }
 
 TEST_F(Query, MissingMacro_GetsNoAnswer) {
-  EXPECT_EQ("", daemon_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp\t@MACROFILE=" + page_ + "x\n"));
+  EXPECT_EQ("",
+            daemon_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp\t@MACROFILE=" + page_ + "x\n"));
   EXPECT_FALSE(search_.Called());
   EXPECT_EQ("[Macro: Open] Unable to open macro '" + page_ + "x.mo': errno = 2\n" +
                 "[CommMgr: ClientCmd] Unable to open Macro " + page_ + "x\n",
@@ -270,9 +283,10 @@ TEST_F(Query, MissingMacro_GetsNoAnswer) {
 
 TEST_F(Query, RelativeMacro_IsLookedForInTheLibrary) {
   EXPECT_EQ("", daemon_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp\t@MACROFILE=no-such-macro\n"));
-  EXPECT_EQ("[Macro: Open] Unable to open macro '/usr/local/korvo/lib/no-such-macro.mo': errno = 2\n"
-            "[CommMgr: ClientCmd] Unable to open Macro no-such-macro\n",
-            Log());
+  EXPECT_EQ(
+      "[Macro: Open] Unable to open macro '/usr/local/korvo/lib/no-such-macro.mo': errno = 2\n"
+      "[CommMgr: ClientCmd] Unable to open Macro no-such-macro\n",
+      Log());
 }
 
 TEST_F(Query, SearchManagerThatIsGone_IsReportedByEveryLayer) {
@@ -285,8 +299,9 @@ TEST_F(Query, SearchManagerThatIsGone_IsReportedByEveryLayer) {
   EXPECT_EQ("\t@COMMAND=ERROR\tUnable to connect to SearchMgr: rc = -111\n",
             daemon_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=gone\t@MACROFILE=" + page_ + "\n"));
   const std::string where = "127.0.0.1:" + std::to_string(port);
-  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 4 to " + where + ".\n" +
-                "[Socket: Conn&Send] Unable to connect to " + where + ": rc = -111\n" +
+  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 4 to " +
+                where + ".\n" + "[Socket: Conn&Send] Unable to connect to " + where +
+                ": rc = -111\n" +
                 "[CommMgr: ClientCmd] Unable to connect to SearchMgr: rc = -111\n",
             Log());
 }
@@ -300,9 +315,10 @@ TEST_F(Query, DocumentManagerThatIsGone_IsReportedByEveryLayer) {
   }
   EXPECT_EQ("HEAD\n\t@COMMAND=ERROR\tUnable to retreive document.TAIL\n", PageFor(kHit));
   const std::string where = "127.0.0.1:" + std::to_string(port);
-  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 5 to " + where + ".\n" +
-                "[Socket: Conn&Send] Unable to connect to " + where + ": rc = -111\n" +
-                "[CommMgr: GetDoc] ConnectAndSend to DocMgr at " + where + " failed: rc = -111.\n",
+  EXPECT_EQ("[SOCK: Connect] Error 111 (0x6f) from connect().  Unable to connect socket 5 to " +
+                where + ".\n" + "[Socket: Conn&Send] Unable to connect to " + where +
+                ": rc = -111\n" + "[CommMgr: GetDoc] ConnectAndSend to DocMgr at " + where +
+                " failed: rc = -111.\n",
             Log());
 }
 
@@ -320,11 +336,12 @@ TEST_F(Query, EmptyFrames_FailToBeSent) {
   daemon_.Files().Write("page.hdr", "");
   daemon_.Files().Write("page.tail", std::string("\0cut", 4));
   EXPECT_EQ("", PageFor(kComplete));
-  EXPECT_EQ("[Sock: SendTCP] datalen == 0 for sock 6\n"
-            "[CommMgr: MacroHdr] Unable to send to client sock 6 rc = -3\n"
-            "[Sock: SendTCP] datalen == 0 for sock 6\n"
-            "[CommMgr: MacroTail] Unable to send to client sock 6 rc = -3\n",
-            Log());
+  EXPECT_EQ(
+      "[Sock: SendTCP] datalen == 0 for sock 6\n"
+      "[CommMgr: MacroHdr] Unable to send to client sock 6 rc = -3\n"
+      "[Sock: SendTCP] datalen == 0 for sock 6\n"
+      "[CommMgr: MacroTail] Unable to send to client sock 6 rc = -3\n",
+      Log());
 }
 
 TEST_F(Query, FrameIsADirectory_CannotBeOpened) {
@@ -346,7 +363,8 @@ TEST_F(Query, LongFrames_AreCutAt10238Characters) {
 }
 
 TEST_F(Query, FrameNameTooLong_CannotBeOpened) {
-  const std::string name = daemon_.Files().Path() + "/" + std::string(126 - daemon_.Files().Path().size(), 'm');
+  const std::string name =
+      daemon_.Files().Path() + "/" + std::string(126 - daemon_.Files().Path().size(), 'm');
   ASSERT_EQ(127u, name.size());
   daemon_.Files().Write(name.substr(daemon_.Files().Path().size() + 1) + ".mo", EndOp());
   page_ = name;
@@ -368,9 +386,13 @@ TEST_F(Query, ClientThatIsGone_EndsTheRelayAtTheNextHit) {
   search.Send(kHit);
   Serve("\t@COMMAND=HIT\tT=1\t\n");
   EXPECT_EQ("", search.ReadAll());
-  EXPECT_TRUE(daemon_.Program().WaitForLog("[CommMgr: MacroTail] Unable to send to client sock 6 rc = -32\n"));
-  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results: 4] Unable to send to client sock 6 rc = -104\n")) << Log();
-  EXPECT_NE(std::string::npos, Log().find("[CommMgr: Results: 3] Unable to send to client sock 6 rc = -32\n"));
+  EXPECT_TRUE(daemon_.Program().WaitForLog(
+      "[CommMgr: MacroTail] Unable to send to client sock 6 rc = -32\n"));
+  EXPECT_NE(std::string::npos,
+            Log().find("[CommMgr: Results: 4] Unable to send to client sock 6 rc = -104\n"))
+      << Log();
+  EXPECT_NE(std::string::npos,
+            Log().find("[CommMgr: Results: 3] Unable to send to client sock 6 rc = -32\n"));
 }
 
 TEST_F(Query, QueryWithoutItsNewline_ReachesNobody) {
@@ -391,7 +413,10 @@ TEST_F(Query, CommandOf4096Bytes_IsForwardedWhole) {
 
 TEST_F(Query, InsertedDocument_HasTheRoomBehindItsHeaderOnly) {
   // op 14 for field F, then the length of what the document became: op 7
-  daemon_.Files().Write("page.mo", std::string("\x0e\x01" "F", 3) + "\x07" + EndOp());
+  daemon_.Files().Write("page.mo", std::string("\x0e\x01"
+                                               "F",
+                                               3) +
+                                       "\x07" + EndOp());
   const Socket client = daemon_.Client();
   const Socket search = Begin(client, Command());
   search.Send(std::string(kHit) + kComplete);
@@ -409,8 +434,8 @@ TEST_F(Query, InsertedDocument_HasTheRoomBehindItsHeaderOnly) {
     if (byte == '\t') byte = '\n';
   EXPECT_EQ("HEAD\n" + expected + "TAIL\n", client.ReadAll());
   EXPECT_NE(std::string::npos, Log().find("[Macro: Exec] FOLE_INSERT doc,t,3\n"));
-  EXPECT_NE(std::string::npos,
-            Log().find("[CommMgr: GetDoc] Document cut to " + std::to_string(room) + " characters\n"));
+  EXPECT_NE(std::string::npos, Log().find("[CommMgr: GetDoc] Document cut to " +
+                                          std::to_string(room) + " characters\n"));
 }
 
 }  // namespace

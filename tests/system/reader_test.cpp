@@ -66,12 +66,14 @@ TEST_F(Reader, CommandOf4095CharactersAndItsNewline_Fits) {
 // A dump of count bytes of one character, its first blank line included.
 std::string DumpedTitle() {
   return "[MainCore: TCPRead] Incoming command has overflowed the receiving buffer.\n"
-         "HEXDUMP of This is the filled buffer\n\n" + std::string(47, ' ') + "\n";
+         "HEXDUMP of This is the filled buffer\n\n" +
+         std::string(47, ' ') + "\n";
 }
 
 std::size_t Count(const std::string &text, const std::string &part) {
   std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
   return count;
 }
 
@@ -79,7 +81,9 @@ TEST_F(Reader, OverlongCommand_IsDumpedAndDroppedAndTheNextIsServed) {
   const std::string log = LogOf(std::string(4096, 'x') + "\nnext\n");
   EXPECT_EQ(0u, log.find(DumpedTitle())) << log;
   EXPECT_EQ(1u, Count(log, DumpedTitle()));
-  EXPECT_EQ(256u, Count(log, ": 78787878 78787878 78787878 78787878   x x x x x x x x x x x x x x x x\n"));
+  EXPECT_EQ(
+      256u,
+      Count(log, ": 78787878 78787878 78787878 78787878   x x x x x x x x x x x x x x x x\n"));
   const std::string served = std::string(kUnknown) + "next\n\n";
   EXPECT_EQ(served, log.substr(log.size() - served.size()));
 }
@@ -140,11 +144,15 @@ TEST_F(Reader, TwoClientsAtOnce_HaveAProcessEach) {
 TEST_F(Reader, InfoLevel_ShowsTheRoadOfACommand) {
   daemon_.SetLevel("INFO");
   const std::string log = LogOf("hello\n");
-  EXPECT_NE(std::string::npos, log.find("[MainCore: Listen] ListSock=4, newsock=6. New connection from 127.0.0.1/")) << log;
-  EXPECT_NE(std::string::npos, log.find("[MainCore: TCPRead] TCP Read started.  Reading Socket 6\n"));
+  EXPECT_NE(std::string::npos,
+            log.find("[MainCore: Listen] ListSock=4, newsock=6. New connection from 127.0.0.1/"))
+      << log;
+  EXPECT_NE(std::string::npos,
+            log.find("[MainCore: TCPRead] TCP Read started.  Reading Socket 6\n"));
   EXPECT_NE(std::string::npos, log.find("[MainCore: TCPRead] Socket 6...Data Dump:\nHEXDUMP @ "));
   EXPECT_NE(std::string::npos, log.find(" for 6 bytes\n" + std::string(47, ' ') + "\n"));
-  EXPECT_NE(std::string::npos, log.find(": 68656c6c 6f0a" + std::string(24, ' ') + " h e l l o \n\n"));
+  EXPECT_NE(std::string::npos,
+            log.find(": 68656c6c 6f0a" + std::string(24, ' ') + " h e l l o \n\n"));
   EXPECT_NE(std::string::npos, log.find("[CommMgr: ClientCmd] MySocket = 6.\n"));
 }
 
@@ -173,7 +181,8 @@ TEST_F(Reader, ManyClients_LeaveNoDescriptorAndNoZombie) {
   daemon_.Ping();
   EXPECT_EQ(before, count("/fd"));
   EXPECT_TRUE(Eventually([&] {
-    return ReadFile(proc + "/task/" + std::to_string(daemon_.Program().Pid()) + "/children").empty();
+    return ReadFile(proc + "/task/" + std::to_string(daemon_.Program().Pid()) + "/children")
+        .empty();
   }));
 }
 

@@ -6,9 +6,7 @@
 
 namespace {
 
-void ClientCmd(int, int sock, const char *text) {
-  Sock_SendTCP(sock, text, 1, 0);
-}
+void ClientCmd(int, int sock, const char *text) { Sock_SendTCP(sock, text, 1, 0); }
 
 void Admin(int sock, SockAddr *sender, const char *buf, int len) {
   CmdHdr hdr;

@@ -12,7 +12,8 @@ std::string Farewell(const std::string &name) {
 
 std::size_t Count(const std::string &text, const std::string &part) {
   std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
   return count;
 }
 
@@ -70,7 +71,8 @@ TEST(Signals, UnderAStormOfLogLines_NoProcessHangs) {
     daemon.SetLevel("INFO");
     for (int i = 0; i < 5 + round; ++i) {
       daemon.Send("\t@COMMAND=PONG\t@SEQNUM=1\tX=" + std::string(1000, 'x') + "\n");
-      if (i < 5) daemon.Client().Send("nonsense\n");  // more would wait for a place in the listen queue
+      if (i < 5)
+        daemon.Client().Send("nonsense\n");  // more would wait for a place in the listen queue
     }
     kill(-daemon.Program().Pid(), round % 3 == 0 ? SIGINT : round % 3 == 1 ? SIGTERM : SIGUSR1);
     EXPECT_EQ(0, ExitStatus(daemon.Program().Wait()));

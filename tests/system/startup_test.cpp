@@ -27,7 +27,7 @@ struct Ended {
   std::string log;
 };
 Ended RunToEnd(const std::vector<std::string> &argv, const Folder &folder,
-          const std::function<void()> &prepare = {}) {
+               const std::function<void()> &prepare = {}) {
   Process process(argv, folder.Path(), prepare);
   const int status = process.Wait();
   return {ExitStatus(status), process.Output(), process.Log()};
@@ -35,8 +35,12 @@ Ended RunToEnd(const std::vector<std::string> &argv, const Folder &folder,
 
 std::string Usage(const std::string &name) {
   return "\n\n\n\n\n\n\n\n\n\n                 D O N ' T     P A N I C\n\n\n\n\n\n\n\n\n"
-         "USAGE:\t" + name + " [program id] <config dir>\n"
-         "        " + name + " -?\n"
+         "USAGE:\t" +
+         name +
+         " [program id] <config dir>\n"
+         "        " +
+         name +
+         " -?\n"
          "\n"
          "        OPTIONS\n"
          "\t\t\t[program id] A unique identifier for this\n"
@@ -146,9 +150,10 @@ TEST(Startup, AddressZero_IsStatus254) {
   folder.Write("korvo.conf", "web1 C 0.0.0.0 20 30 -\n");
   const Ended ended = RunToEnd({KORVO_COMMMGR, "web1", folder.Path()}, folder);
   EXPECT_EQ(254, ended.status);
-  EXPECT_EQ(std::string(kLevel) +
-                "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n",
-            ended.log);
+  EXPECT_EQ(
+      std::string(kLevel) +
+          "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n",
+      ended.log);
 }
 
 TEST(Startup, PortInUse_IsStatus158) {
@@ -158,10 +163,11 @@ TEST(Startup, PortInUse_IsStatus158) {
   folder.Write("korvo.conf", "web2 C 127.0.0.1 " + client + " 30 -\n");
   const Ended ended = RunToEnd({KORVO_COMMMGR, "web2", folder.Path()}, folder);
   EXPECT_EQ(158, ended.status);
-  EXPECT_EQ(std::string(kLevel) +
-                "[SOCK: Listen] Error 98 (0x62) from bind().  Unable to bind socket 4 to address 127.0.0.1:" +
-                client + ".\n",
-            ended.log);
+  EXPECT_EQ(
+      std::string(kLevel) +
+          "[SOCK: Listen] Error 98 (0x62) from bind().  Unable to bind socket 4 to address 127.0.0.1:" +
+          client + ".\n",
+      ended.log);
   EXPECT_NE(std::string::npos, ended.output.find("errno = 98\n"));
 }
 
@@ -169,13 +175,15 @@ TEST(Startup, AdminPortInUse_IsStatus158) {
   Daemon first;
   const Folder folder;
   const std::string admin = std::to_string(first.AdminPort());
-  folder.Write("korvo.conf", "web2 C 127.0.0.1 " + std::to_string(ReservePort()) + " " + admin + " -\n");
+  folder.Write("korvo.conf",
+               "web2 C 127.0.0.1 " + std::to_string(ReservePort()) + " " + admin + " -\n");
   const Ended ended = RunToEnd({KORVO_COMMMGR, "web2", folder.Path()}, folder);
   EXPECT_EQ(158, ended.status);
-  EXPECT_EQ(std::string(kLevel) +
-                "[SOCK: OpenUDP] Error 98 (0x62) from bind().  Unable to bind socket 5 to address 127.0.0.1:" +
-                admin + ".\n",
-            ended.log);
+  EXPECT_EQ(
+      std::string(kLevel) +
+          "[SOCK: OpenUDP] Error 98 (0x62) from bind().  Unable to bind socket 5 to address 127.0.0.1:" +
+          admin + ".\n",
+      ended.log);
 }
 
 TEST(Startup, Success_LogsConfigurationAndNamesNoParent) {
@@ -187,8 +195,12 @@ TEST(Startup, Success_LogsConfigurationAndNamesNoParent) {
                 "[Init: DisplayCfg] Type       = C\n"
                 "[Init: DisplayCfg] ParentID   = \n"
                 "[Init: DisplayCfg] IP         = 127.0.0.1\n"
-                "[Init: DisplayCfg] ClientPort = " + std::to_string(daemon.ClientPort()) + "\n"
-                "[Init: DisplayCfg] AdminPort  = " + std::to_string(daemon.AdminPort()) + "\n"
+                "[Init: DisplayCfg] ClientPort = " +
+                std::to_string(daemon.ClientPort()) +
+                "\n"
+                "[Init: DisplayCfg] AdminPort  = " +
+                std::to_string(daemon.AdminPort()) +
+                "\n"
                 "[CommMgr: Startup] Communication Manager Initialization Complete.\n",
             daemon.Log());
 }
@@ -270,8 +282,9 @@ TEST(Startup, DescriptorBeyondTheReadSet_IsRefused) {
     for (int fd = 3; fd < 1024; ++fd) dup2(0, fd);
   });
   EXPECT_EQ(232, ended.status);
-  EXPECT_NE(std::string::npos,
-            ended.log.find("[MainCore: main] Descriptor 1026 is beyond the 1024 that can be watched.\n"))
+  EXPECT_NE(
+      std::string::npos,
+      ended.log.find("[MainCore: main] Descriptor 1026 is beyond the 1024 that can be watched.\n"))
       << ended.log;
 }
 
@@ -315,7 +328,8 @@ std::string Sibling(char type) { return std::string(SIBLING_DIR) + "/sibling_" +
 TEST(Siblings, ManagersAnnounceThemselvesToTheirParent) {
   for (const char type : {'S', 'D'}) {
     const Family family;
-    family.folder.Write("korvo.conf", family.Line("grp1", type, "web1") + family.ParentLine("web1", 'C'));
+    family.folder.Write("korvo.conf",
+                        family.Line("grp1", type, "web1") + family.ParentLine("web1", 'C'));
     Process process({Sibling(type), "grp1", family.folder.Path()}, family.folder.Path());
     EXPECT_EQ(family.Announcement(type), family.Heard());
     EXPECT_NE(std::string::npos, process.Log().find("[Sibling: Startup] 1 parents\n"));
@@ -327,13 +341,15 @@ TEST(Siblings, ManagerWithoutItsParent_DoesNotStart) {
   const std::string conf = family.folder.Write("korvo.conf", family.Line("grp1", 'S', "web1"));
   const Ended ended = RunToEnd({Sibling('S'), "grp1", family.folder.Path()}, family.folder);
   EXPECT_EQ(0, ended.status);
-  EXPECT_EQ(std::string(kLevel) + "[Init: ReadConf] Could not locate id = 'web1' in file '" + conf + "'\n",
+  EXPECT_EQ(std::string(kLevel) + "[Init: ReadConf] Could not locate id = 'web1' in file '" + conf +
+                "'\n",
             ended.log);
 }
 
 TEST(Siblings, EngineAnnouncesItselfToBothParents) {
   const Family family;
-  family.folder.Write("korvo.conf", family.Line("grp1", 'E', "top") + family.ParentLine("top", 'S') +
+  family.folder.Write("korvo.conf", family.Line("grp1", 'E', "top") +
+                                        family.ParentLine("top", 'S') +
                                         family.ParentLine("top", 'D'));
   family.folder.Write("korvo.db", "# a comment\ngrp1 mail /s /d\n");
   Process process({Sibling('E'), "grp1", family.folder.Path()}, family.folder.Path());
@@ -345,29 +361,33 @@ TEST(Siblings, EngineAnnouncesItselfToBothParents) {
 
 TEST(Siblings, EngineWithoutADocumentManager_HasOneParent) {
   const Family family;
-  const std::string conf =
-      family.folder.Write("korvo.conf", family.Line("grp1", 'E', "top") + family.ParentLine("top", 'S'));
+  const std::string conf = family.folder.Write(
+      "korvo.conf", family.Line("grp1", 'E', "top") + family.ParentLine("top", 'S'));
   family.folder.Write("korvo.db", "grp1 mail /s /d\n");
   Process process({Sibling('E'), "grp1", family.folder.Path()}, family.folder.Path());
   EXPECT_EQ(family.Announcement('E'), family.Heard());
   EXPECT_TRUE(process.WaitForLog("[Sibling: Startup] 1 parents\n"));
-  EXPECT_NE(std::string::npos,
-            process.Log().find("[Init: ReadConf] Could not locate id = 'top' in file '" + conf + "'\n"));
+  EXPECT_NE(
+      std::string::npos,
+      process.Log().find("[Init: ReadConf] Could not locate id = 'top' in file '" + conf + "'\n"));
 }
 
 TEST(Siblings, EngineWithoutADatabaseLine_DoesNotStart) {
   const Family family;
-  family.folder.Write("korvo.conf", family.Line("grp1", 'E', "top") + family.ParentLine("top", 'S'));
+  family.folder.Write("korvo.conf",
+                      family.Line("grp1", 'E', "top") + family.ParentLine("top", 'S'));
   const std::string db = family.folder.Write("korvo.db", "other mail /s /d\n");
   const Ended ended = RunToEnd({Sibling('E'), "grp1", family.folder.Path()}, family.folder);
   EXPECT_EQ(0, ended.status);
-  EXPECT_EQ(std::string(kLevel) + "[Init: ReadDB] Could not locate id = 'grp1' in file '" + db + "'\n",
-            ended.log);
+  EXPECT_EQ(
+      std::string(kLevel) + "[Init: ReadDB] Could not locate id = 'grp1' in file '" + db + "'\n",
+      ended.log);
 }
 
 TEST(Siblings, AdministrativeCommandsAreTheSame) {
   const Family family;
-  family.folder.Write("korvo.conf", family.Line("grp1", 'S', "web1") + family.ParentLine("web1", 'C'));
+  family.folder.Write("korvo.conf",
+                      family.Line("grp1", 'S', "web1") + family.ParentLine("web1", 'C'));
   Process process({Sibling('S'), "grp1", family.folder.Path()}, family.folder.Path());
   family.Heard();
   sockaddr_in addr = {};
@@ -375,7 +395,8 @@ TEST(Siblings, AdministrativeCommandsAreTheSame) {
   addr.sin_port = htons(static_cast<std::uint16_t>(family.own_admin));
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const auto send = [&](const std::string &text) {
-    sendto(family.parent.Fd(), text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    sendto(family.parent.Fd(), text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&addr),
+           sizeof addr);
   };
   send("\t@COMMAND=PING\t@SEQNUM=5\n");
   EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=5\n", family.Heard());
