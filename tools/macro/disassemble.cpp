@@ -36,7 +36,7 @@ std::string Quoted(std::string_view text) {
 
 // One line of the listing.
 void AddLine(std::string *out, std::string text, std::size_t offset, std::string_view note) {
-  if (text.size() < kCommentColumn) text.resize(kCommentColumn, ' ');
+  text.resize(std::max(text.size() + 1, kCommentColumn), ' ');
   out->append(text).append("; ").append(std::to_string(offset));
   if (!note.empty()) out->append(": ").append(note);
   *out += '\n';

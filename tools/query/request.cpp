@@ -79,9 +79,9 @@ void AddPredicate(std::string *line, const std::vector<std::string> &predicate) 
 }  // namespace
 
 bool Request_Format(const Request &request, std::string *line, std::string *wrong) {
+  line->clear();
   *wrong = WrongRequest(request);
   if (!wrong->empty()) return false;
-  line->clear();
   AddField(line, "COMMAND", request.doc < 0 ? "QUERY" : "GETDOC");
   AddField(line, "SEARCHGROUP", request.group);
   if (!request.type.empty()) AddField(line, "RECTYPE", request.type);
@@ -92,6 +92,7 @@ bool Request_Format(const Request &request, std::string *line, std::string *wron
   if (line->size() > kRequestSize) {
     *wrong = "the request has " + std::to_string(line->size()) + " bytes; a line takes " +
              std::to_string(kRequestSize) + ", so search for less";
+    line->clear();
     return false;
   }
   *line += '\n';

@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include "tools/macro/asm.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+std::string Assembled(const std::string &source) {
+  std::string code;
+  AsmError error;
+  EXPECT_TRUE(Asm_Assemble(source, &code, &error)) << error.line << ": " << error.text;
+  return code;
+}
+
+// "LINE: what was expected".
+std::string Fault(const std::string &source) {
+  std::string code;
+  AsmError error;
+  if (Asm_Assemble(source, &code, &error)) return "none";
+  return std::to_string(error.line) + ": " + error.text;
+}
+
+TEST(Assemble, EveryInstruction_HasItsBytes) {
+  const struct {
+    const char *source;
+    std::string code;
+  } kCases[] = {
+      {"end", "\0"s},
+      {"text \"ab\"", "\x41\x02"s "ab"},
+      {"text32 \"ab\"", "\x01\x02\0\0\0"s "ab"},
+      {"value \"N\"", "\x42\x01N"s},
+      {"value32 \"N\"", "\x02\x01\0\0\0N"s},
+      {"value-skip 3 \"N\"", "\x43\x03\x01N"s},
+      {"number \"N\"", "\x44\x01N"s},
+      {"document", "\x07"s},
+      {"find \"N\"", "\x0c\x01N"s},
+      {"seek 305419896", "\x03\x78\x56\x34\x12"s},
+      {"push", "\x08"s},
+      {"pop", "\x09"s},
+      {"save 0", "\x0a\x00"s},
+      {"restore 15", "\x0b\x0f"s},
+      {"fetch \"N\" \"/m\"", "\x0d\x01N\x02/m"s},
+      {"insert \"N\"", "\x0e\x01N"s},
+      {"insert-skip 255 \"N\"", "\x0f\xff\x01N"s},
+      {"byte 5 0xff 0x0", "\x05\xff\x00"s},
+  };
+  for (const auto &[source, code] : kCases) EXPECT_EQ(code, Assembled(source)) << source;
+}
+
+TEST(Assemble, Escapes_StandForOneByte) {
+  EXPECT_EQ("\x41\x08\n\t\r\"\\\0\xff\x0a"s, Assembled("text \"\\n\\t\\r\\\"\\\\\\x00\\xfF\\x0A\""));
+}
+
+TEST(Assemble, OtherBytesInQuotes_StandForThemselves) {
+  EXPECT_EQ("\x41\x07; \t\xc3\xa9\0'"s, Assembled("text \"; \t\xc3\xa9\0'\""s));
+}
+
+TEST(Assemble, CommentsAndBlankLines_AreNoCode) {
+  EXPECT_EQ("\x08\x09"s, Assembled("; first\n\n  \t; second\r\n\tpush;third\r\n pop ; fourth"));
+  EXPECT_EQ("", Assembled(""));
+}
+
+TEST(Assemble, LongestOperands_Fit) {
+  EXPECT_EQ("\x41\xff" + std::string(255, 'x'), Assembled("text \"" + std::string(255, 'x') + "\""));
+  EXPECT_EQ("\x02\xff\x0f\0\0"s + std::string(4095, 'x'), Assembled("value32 \"" + std::string(4095, 'x') + "\""));
+  EXPECT_EQ("\x03\xff\xff\xff\xff", Assembled("seek 4294967295"));
+}
+
+TEST(Assemble, Fault_NamesLineAndWhatWasExpected) {
+  const std::string long_text = "\"" + std::string(256, 'x') + "\"";
+  const struct {
+    std::string source;
+    const char *fault;
+  } kCases[] = {
+      {"push\n\nprint \"x\"\n", "3: expected an instruction, found 'print'"},
+      {"\"x\"", "1: expected an instruction, found '\"x\"'"},
+      {"END", "1: expected an instruction, found 'END'"},
+      {"value", "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
+      {"value ; \"N\"", "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
+      {"value N", "1: expected a name in quotes of at most 255 bytes, found 'N'"},
+      {"value \"N", "1: expected a quote at the end of the text, found the end of the line"},
+      {"value \"N\\", "1: expected one of \\n \\t \\r \\\" \\\\ \\xHH, found '\\'"},
+      {"value \"\\q\"", "1: expected one of \\n \\t \\r \\\" \\\\ \\xHH, found '\\q\"'"},
+      {"value \"\\x4\"", "1: expected one of \\n \\t \\r \\\" \\\\ \\xHH, found '\\x4\"'"},
+      {"value \"\\x-4\"", "1: expected one of \\n \\t \\r \\\" \\\\ \\xHH, found '\\x-4\"'"},
+      {"value \"N\" \"M\"", "1: expected the end of the line, found '\"M\"'"},
+      {"push pop", "1: expected the end of the line, found 'pop'"},
+      {"fetch \"N\"", "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
+      {"save 16", "1: expected a register from 0 to 15, found '16'"},
+      {"save", "1: expected a register from 0 to 15, found the end of the line"},
+      {"save -1", "1: expected a register from 0 to 15, found '-1'"},
+      {"save 1x", "1: expected a register from 0 to 15, found '1x'"},
+      {"value-skip 256 \"N\"", "1: expected a number of matches to skip, from 0 to 255, found '256 \"N\"'"},
+      {"seek 4294967296", "1: expected an offset from 0 to 4294967295, found '4294967296'"},
+      {"byte", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found the end of the line"},
+      {"byte 1 256", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found '256'"},
+      {"byte 0x", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found '0x'"},
+      {"text " + long_text, "1: expected a text in quotes of at most 255 bytes (text32 takes longer ones), found '256 bytes'"},
+      {"text32 \"" + std::string(1 << 20, 'x') + "\"", "1: expected a macro of at most 1048576 bytes, found '1048581 bytes'"},
+  };
+  for (const auto &[source, fault] : kCases) EXPECT_EQ(fault, Fault(source)) << source.substr(0, 40);
+}
+
+}  // namespace

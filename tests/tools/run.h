@@ -1,0 +1,42 @@
+// tests/tools/run.h: a tool as a user runs it.
+#ifndef TESTS_TOOLS_RUN_H
+#define TESTS_TOOLS_RUN_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/system/harness.h"
+
+using Arguments = std::vector<std::string>;
+
+// A tool that runs in a folder of its own.  input is its standard input.
+class Tool {
+ public:
+  explicit Tool(const Arguments &argv, const std::function<void()> &prepare = {},
+                const std::string &input = "");
+
+  int Wait() { return process_.Wait(); }  // as waitpid
+  int Status() { return ExitStatus(process_.Wait()); }
+  std::string Output() const { return process_.Output(); }
+  std::string Errors() const { return process_.RawLog(); }
+
+ private:
+  Folder folder_;
+  Process process_;
+};
+
+// What it left behind when it ended.
+struct Outcome {
+  int status;
+  std::string output;
+  std::string errors;
+};
+
+Outcome RunTool(const Arguments &argv, const std::string &input = "");
+
+// Fails the test unless the tool ends with the status and one line on standard error, the name of the tool in
+// front, and nothing on standard output.
+void ExpectRefused(const Arguments &argv, int status, const std::string &line);
+
+#endif
