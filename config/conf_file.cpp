@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "debug/log.h"
+#include "debug/signal_hold.h"
 #include "debug/text.h"
 
 namespace {
@@ -43,7 +44,7 @@ Next FindLine(LineReader *reader, std::string_view id, std::string_view *tokens)
 template <std::size_t N>
 void CopyField(char (&field)[N], std::string_view value, const char *name) {
   if (!Text_Copy(field, value))
-    DPRINTF(nullptr, kWarning, "[Init: CopyField] %s cut to '%s'\n", name, field);
+    DPRINTF(nullptr, kWarning, "[Init: ReadConf] %s cut to '%s'\n", name, field);
 }
 
 // Takes the next token as text that atoi's kin can read; false when there is none.
@@ -59,11 +60,12 @@ bool TakePort(std::string_view *tokens, std::int16_t *port) {
 enum class Match { kComplete, kOtherType, kIncomplete };
 
 Match FillConfig(ConfigInfo *config, const char *id, char type, std::string_view tokens) {
-  CopyField(config->ID, id, "ID");
+  (void)Text_Copy(config->ID, id);
   const std::string_view letter = Text_Token(&tokens, kBlanks);
   if (letter.size() != 1) return Match::kIncomplete;
   if (letter.front() != type) return Match::kOtherType;
   config->Type = letter.front();
+  CopyField(config->ID, id, "ID");  // says, once, that it is cut
 
   const std::string_view ip = Text_Token(&tokens, kBlanks);
   if (ip.empty()) return Match::kIncomplete;
@@ -125,6 +127,7 @@ int Init_ReadConf(const char *filename, const char *id, char type, ConfigInfo *c
           type);
   *config = {};
 
+  const SignalHold hold;  // for the stream
   LineReader reader = {};
   // Kept: never closed.  Start-up reads three times at most, and the open file shows operators
   // which configuration a process was started from.
@@ -169,6 +172,7 @@ int Init_ReadDB(const char *filename, const char *id, DBInfo *dbinfo) {
   DPRINTF(nullptr, kInfo, "[Init: ReadConf] Searching '%s' for '%s'.\n", filename, id);
   *dbinfo = {};
 
+  const SignalHold hold;
   LineReader reader = {};
   reader.file = std::fopen(filename, "r");  // Kept: never closed, as above
   if (reader.file == nullptr) {

@@ -76,8 +76,8 @@ int Admin_Common(int sock, SockAddr *sender, const CmdHdr *hdr, const char *rest
     Ping(sock, sender, hdr);
   } else if (command == "SHUTDOWN") {
     kill(0, SIGUSR1);
-  } else {
-    return command == "PONG" || command == "SHUTDOWNANNOUNCEMENT" ? 1 : 0;
+  } else if (command != "PONG" && command != "SHUTDOWNANNOUNCEMENT") {  // these two are ignored
+    return 0;
   }
   return 1;
 }

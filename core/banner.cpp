@@ -3,6 +3,7 @@
 
 #include "core/program.h"
 #include "core/startup.h"
+#include "debug/signal_hold.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ const char *TypeLine(char type) {
 }  // namespace
 
 void MainCore_Banner() {
+  const SignalHold hold;
   std::printf("\n\n");
   std::printf("*********************************************************************\n");
   std::printf("%s", TypeLine(ProgramType()));
@@ -38,6 +40,7 @@ void MainCore_Banner() {
 }
 
 void MainCore_Usage(const char *progname) {
+  const SignalHold hold;
   std::printf("\n\n\n\n\n\n\n\n\n\n                 D O N ' T     P A N I C\n\n\n\n\n\n\n\n\n");
   std::printf("USAGE:\t%s [program id] <config dir>\n", progname);
   std::printf("        %s -?\n", progname);

@@ -1,5 +1,6 @@
 // The entry of every program that is built on core/.
 #include <fcntl.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,9 +18,8 @@ namespace {
 // Descriptors 0 to 2 lead somewhere before the first socket is opened, so that no log line can
 // travel down a client's connection.
 void OpenStandardDescriptors() {
-  int fd = 0;
-  while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDWR);
-  if (fd > STDERR_FILENO) close(fd);
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) _exit(EX_OSFILE);
 }
 
 // Under a service manager or in a container the process already leads a session, and with it a

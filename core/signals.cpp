@@ -2,6 +2,7 @@
 
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -49,11 +50,14 @@ void MainCore_SigHndlr(int signal_number) {
     case SIGUSR1:
       DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGUSR1.\n");
       Shutdown();
-    case SIGCHLD:
+    case SIGCHLD: {
+      const int saved = errno;
       MainCore_Reap();
+      errno = saved;
       if (Set(SIGCHLD, MainCore_SigHndlr)) return;
       DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Can't redirect SIGCHLD\n");
       MainCore_Exit(0);
+    }
     default:
       DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Received Unkown signal %d\n.  Ignoring. ",
               signal_number);
@@ -61,7 +65,6 @@ void MainCore_SigHndlr(int signal_number) {
 }
 
 int MainCore_SetSignals() {
-  Unblock();
   if (!Set(SIGINT, MainCore_SigHndlr)) {
     DPRINTF(nullptr, kFatal, "[MainCore: main] Can't redirect SIGINT\n");
     return 0;
@@ -82,5 +85,6 @@ int MainCore_SetSignals() {
     DPRINTF(nullptr, kFatal, "[MainCore: main] Can't ignore SIGCHLD\n");
     return 0;
   }
+  Unblock();  // behind the handlers: one of the three may be waiting already
   return 1;
 }

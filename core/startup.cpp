@@ -8,7 +8,7 @@
 #include "debug/log.h"
 #include "debug/text.h"
 
-MainCoreState MainCore_State;
+constinit MainCoreState MainCore_State = {};
 
 namespace {
 

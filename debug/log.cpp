@@ -27,15 +27,16 @@ int send_depth = 0;
 // it would never end, and the fall-back says what happened.
 constexpr int kMaxSendDepth = 2;
 
-[[gnu::format(printf, 3, 0)]] int PrintList(std::FILE *stream, int level, const char *format,
-                                            va_list args);
+[[gnu::format(printf, 1, 0)]] void Compose(const char *format, va_list args);
+void WriteStream(std::FILE *stream);
+const char *TimeText(std::time_t seconds, char (&out)[kTimeTextSize]);
 
 std::size_t Header(char *out, std::size_t size) {
   char when[kTimeTextSize];
   const int length = std::snprintf(
       out, size,
       "---------------------------------------------------------------\nPID: %d, TIME: %s",
-      static_cast<int>(getpid()), Debug_TimeText(std::time(nullptr), when));
+      static_cast<int>(getpid()), TimeText(std::time(nullptr), when));
   return static_cast<std::size_t>(length);
 }
 
@@ -64,7 +65,9 @@ void WriteStderr(const char *text, std::size_t length) {
           static_cast<unsigned>(sent));
   if (file == nullptr)
     DPRINTF(out, kFatal, "[DEBUG: DPRINTF] Unable to open default syslog '%s'\n", kFallBackFile);
-  PrintList(out, level, format, args);
+  if (!Debug_Shows(level)) return;
+  Compose(format, args);
+  WriteStream(out);
 }
 
 [[gnu::format(printf, 2, 0)]] int Send(int level, const char *format, va_list args) {
@@ -78,23 +81,16 @@ void WriteStderr(const char *text, std::size_t length) {
   return 0;
 }
 
-int PrintList(std::FILE *stream, int level, const char *format, va_list args) {
-  va_list again;
-  va_copy(again, args);
+// Formats a whole message into log_text.
+void Compose(const char *format, va_list args) {
   const bool continues = format[0] == '@';
   const std::size_t header = continues ? 0 : Header(log_text, sizeof log_text);
   Append(header, continues ? format + 1 : format, args);
-  int result = 1;
-  if (stream != nullptr) {
-    std::fputs(log_text, stream);
-    std::fflush(stream);
-  } else if (send_text != nullptr) {
-    result = Send(level, format, again);
-  } else {
-    WriteStderr(log_text, std::strlen(log_text));
-  }
-  va_end(again);
-  return result;
+}
+
+void WriteStream(std::FILE *stream) {
+  std::fputs(log_text, stream);
+  std::fflush(stream);
 }
 
 // A line of a dump: the address, sixteen bytes of at most eight digits in four groups, and a blank
@@ -124,18 +120,33 @@ void PrintLine(std::FILE *stream, int level, DumpLine *line) {
   DPRINTF(stream, level, "@%-47s%s\n", line->hex, line->chars);
 }
 
+const char *TimeText(std::time_t seconds, char (&out)[kTimeTextSize]) {
+  out[0] = '\0';
+  return ctime_r(&seconds, out) != nullptr ? out : "\n";
+}
+
 }  // namespace
 
 int Debug_Print(std::FILE *stream, int level, const char *format, ...) {
   const int saved = errno;
-  int result = 0;
+  const bool to_stderr = stream == nullptr && send_text == nullptr;
+  int result = 1;
   {
     const SignalHold hold;
     va_list args;
     va_start(args, format);
-    result = PrintList(stream, level, format, args);
+    va_list again;
+    va_copy(again, args);
+    Compose(format, args);
+    if (stream != nullptr)
+      WriteStream(stream);
+    else if (!to_stderr)
+      result = Send(level, format, again);
+    va_end(again);
     va_end(args);
   }
+  // Not held: whoever stopped reading the log must not keep a signal from ending the process.
+  if (to_stderr) WriteStderr(log_text, std::strlen(log_text));
   errno = saved;
   return result;
 }
@@ -174,9 +185,7 @@ int SetLevel(int level) {
 
 const char *Debug_TimeText(std::time_t seconds, char (&out)[kTimeTextSize]) {
   const SignalHold hold;
-  out[0] = '\0';
-  if (ctime_r(&seconds, out) == nullptr) return "\n";
-  return out;
+  return TimeText(seconds, out);
 }
 
 void Debug_SetSend(Debug_SendFn send) { send_text = send; }

@@ -6,7 +6,7 @@
 // with "@" continues the message before it: the "@" is dropped and neither separator nor time
 // header is written.
 //
-// errno is left as it was.  SIGINT, SIGTERM and SIGUSR1 are held back while a line is written.
+// errno is left as it was.  SIGINT, SIGTERM and SIGUSR1 are held back while a message is made.
 #ifndef DEBUG_LOG_H
 #define DEBUG_LOG_H
 
@@ -29,7 +29,7 @@ inline constexpr int kLogTextSize = 40960;
 extern int Debug_Level;
 
 inline bool Debug_Shows(int level) { return level >= Debug_Level; }
-inline int Debug_Dropped() { return 0; }
+inline int Debug_Dropped() { return 0; }  // a value that the compiler lets a statement ignore
 
 // Formats and writes a message that the filter has let through.  Callers use DPRINTF.
 [[gnu::format(printf, 3, 4)]] int Debug_Print(std::FILE *stream, int level, const char *format,

@@ -1,6 +1,7 @@
 #include "debug/text.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 

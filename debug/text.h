@@ -6,7 +6,6 @@
 #ifndef DEBUG_TEXT_H
 #define DEBUG_TEXT_H
 
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>

@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "debug/log.h"
-#include "debug/signal_hold.h"
 #include "debug/text.h"
 
 namespace {
@@ -74,6 +72,13 @@ int CountToTake(const char *bytes, int count, const char *delims, bool *found) {
   return count;
 }
 
+// Past the stream of standard output, which a signal could find half written.
+void PrintErrno(int number) {
+  char line[32];
+  (void)Text_FormatTo(line, sizeof line, "errno = %d\n", number);
+  if (write(STDOUT_FILENO, line, std::strlen(line)) < 0) return;  // nobody is left to tell
+}
+
 int TextToAddr(SockAddr *addr) {
   if (addr->Port <= 0) return kSockBadAddr;
   addr->Addr.sin_family = AF_INET;
@@ -109,10 +114,7 @@ int AddrToText(SockAddr *addr) {
 
 int Sock_GetError(int sock) {
   const int failed = errno;
-  {
-    const SignalHold hold;
-    std::printf("errno = %d\n", failed);
-  }
+  PrintErrno(failed);
   int pending = 0;
   socklen_t size = sizeof pending;
   if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &pending, &size) != 0) {

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include "tests/system/harness.h"
 
@@ -62,6 +64,39 @@ TEST(Signals, SigpipeAndSigchld_AreIgnored) {
   daemon.Program().Signal(SIGPIPE);
   daemon.Program().Signal(SIGCHLD);
   daemon.Ping();
+}
+
+TEST(Signals, OneThatWaitsWhenTheProgramStarts_EndsItWithItsTwoLines) {
+  const Folder folder;
+  Process process({KORVO_COMMMGR, "web1", folder.Path()}, folder.Path(), [] {
+    sigset_t term;
+    sigemptyset(&term);
+    sigaddset(&term, SIGTERM);
+    sigprocmask(SIG_BLOCK, &term, nullptr);
+    raise(SIGTERM);
+  });
+  EXPECT_EQ(0, ExitStatus(process.Wait()));
+  EXPECT_EQ(Farewell("SIGTERM"), process.Log());
+}
+
+TEST(Signals, LogThatNobodyReads_KeepsNoSignalAway) {
+  int ends[2];
+  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+  const std::string full(65536, 'x');
+  while (write(ends[1], full.data(), full.size()) > 0) {
+  }
+  ASSERT_EQ(0, fcntl(ends[1], F_SETFL, 0));
+  const Folder folder;
+  Process process({KORVO_COMMMGR, "web1", folder.Path()}, folder.Path(), [&] { dup2(ends[1], 2); });
+  const std::string where = "/proc/" + std::to_string(process.Pid()) + "/wchan";
+  EXPECT_TRUE(Eventually([&] { return ReadFile(where).find("pipe_write") != std::string::npos; }));
+  process.Signal(SIGTERM);  // its handler waits for the log too; the second one finds the default
+  EXPECT_TRUE(Eventually([&] {
+    process.Signal(SIGTERM);
+    return process.Ended();
+  }));
+  close(ends[0]);
+  close(ends[1]);
 }
 
 // Signals at random instants while the log is busy: the process always ends by its handler.
