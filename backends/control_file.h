@@ -1,7 +1,7 @@
 // backends/control_file.h: reads documents in the control format of package lists.
 //
-// A line "Name: value" begins a field, a line that begins with a blank or a tab continues the value above it, and
-// an empty line ends the document.
+// A line "Name: value" begins a field, a line that begins with a blank or a tab continues the value
+// above it, and an empty line ends the document.
 #ifndef BACKENDS_CONTROL_FILE_H
 #define BACKENDS_CONTROL_FILE_H
 
@@ -21,8 +21,8 @@ struct ControlReader {
   int line;  // the number of the last line read, from 1
 };
 
-// Reads the next document.  Each value becomes one line of text: its lines are joined by a blank, a line that is
-// a lone "." is an empty one, and control characters turn into blanks.
+// Reads the next document.  Each value becomes one line of text: its lines are joined by a blank, a
+// line that is a lone "." is an empty one, and control characters turn into blanks.
 ControlResult ControlFile_Read(ControlReader *reader, Fields *fields);
 
 #endif

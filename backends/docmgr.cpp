@@ -19,9 +19,11 @@ bool Fetch(const Xapian::Database &database, std::int32_t docnum, std::string *f
 
 std::string GetDoc(const Xapian::Database &database, const CmdHdr &hdr, const char *) {
   std::string fields;
-  if (!Fetch(database, hdr.DocNum, &fields)) return Record_Error("There is no document of this number");
+  if (!Fetch(database, hdr.DocNum, &fields))
+    return Record_Error("There is no document of this number");
   if (Record_IsFields(fields)) return Record_Document(hdr.DocNum, fields);
-  DPRINTF(nullptr, kWarning, "[DocMgr: GetDoc] Document %d of '%s' was not stored as a record\n", hdr.DocNum, Manager_Database.DocLocation);
+  DPRINTF(nullptr, kWarning, "[DocMgr: GetDoc] Document %d of '%s' was not stored as a record\n",
+          hdr.DocNum, Manager_Database.DocLocation);
   return Record_Error("The document of this number cannot be sent");
 }
 

@@ -17,7 +17,8 @@ using Fields = std::vector<Field>;
 // A letter and then letters, digits, "-", "_" and ".", at most 64 characters in all.
 bool Field_IsName(std::string_view name);
 
-// What stands before each term of that field in the index.  Capitals and small letters are the same name.
+// What stands before each term of that field in the index.  Capitals and small letters are the same
+// name.
 std::string Field_Prefix(std::string_view name);
 
 #endif

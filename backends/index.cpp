@@ -22,13 +22,16 @@ struct Indexer {
   int cut;  // values that were not stored whole
 };
 
+// The end is "\r" while the run goes on, so that whatever comes next takes the line.
 void ShowProgress(const Indexer &indexer, const char *end) {
-  if (isatty(STDERR_FILENO) != 0) std::fprintf(stderr, "\rkorvo-index: %d documents%s", indexer.documents, end);
+  if (isatty(STDERR_FILENO) != 0)
+    std::fprintf(stderr, "korvo-index: %d documents%s", indexer.documents, end);
 }
 
 void Add(Indexer *indexer, const Fields &fields) {
-  indexer->database.replace_document(Indexing_UniqueTerm(fields), Indexing_Document(fields, &indexer->cut));
-  if (++indexer->documents % kProgressStep == 0) ShowProgress(*indexer, "");
+  indexer->database.replace_document(Indexing_UniqueTerm(fields),
+                                     Indexing_Document(fields, &indexer->cut));
+  if (++indexer->documents % kProgressStep == 0) ShowProgress(*indexer, "\r");
 }
 
 // 0, or the exit status, reported.
@@ -37,13 +40,18 @@ int AddStream(Indexer *indexer, const char *name, std::istream *in) {
   Fields fields;
   for (;;) {
     switch (ControlFile_Read(&reader, &fields)) {
-      case ControlResult::kDocument: Add(indexer, fields); break;
-      case ControlResult::kEnd: return 0;
+      case ControlResult::kDocument:
+        Add(indexer, fields);
+        break;
+      case ControlResult::kEnd:
+        return 0;
       case ControlResult::kBadLine:
-        std::fprintf(stderr, "korvo-index: %s:%d: expected \"Name: value\"; nothing was stored\n", name, reader.line);
+        std::fprintf(stderr, "korvo-index: %s:%d: expected \"Name: value\"; nothing was stored\n",
+                     name, reader.line);
         return EX_DATAERR;
       case ControlResult::kFailed:
-        std::fprintf(stderr, "korvo-index: cannot read %s: %s; nothing was stored\n", name, std::strerror(errno));
+        std::fprintf(stderr, "korvo-index: cannot read %s: %s; nothing was stored\n", name,
+                     std::strerror(errno));
         return EX_NOINPUT;
     }
   }
@@ -53,7 +61,8 @@ int AddFile(Indexer *indexer, const char *name) {
   if (std::strcmp(name, "-") == 0) return AddStream(indexer, "standard input", &std::cin);
   std::ifstream file(name);
   if (file) return AddStream(indexer, name, &file);
-  std::fprintf(stderr, "korvo-index: cannot open %s: %s; nothing was stored\n", name, std::strerror(errno));
+  std::fprintf(stderr, "korvo-index: cannot open %s: %s; nothing was stored\n", name,
+               std::strerror(errno));
   return EX_NOINPUT;
 }
 
@@ -76,13 +85,15 @@ int Index(const char *location, char **names) {
   try {
     indexer.database = Xapian::WritableDatabase(location, Xapian::DB_CREATE_OR_OPEN);
   } catch (const Xapian::Error &error) {
-    std::fprintf(stderr, "korvo-index: cannot open %s for writing: %s\n", location, error.get_description().c_str());
+    std::fprintf(stderr, "korvo-index: cannot open %s for writing: %s\n", location,
+                 error.get_description().c_str());
     return EX_CANTCREAT;
   }
   try {
     return AddFiles(&indexer, names);
   } catch (const Xapian::Error &error) {
-    std::fprintf(stderr, "korvo-index: cannot write %s: %s\n", location, error.get_description().c_str());
+    std::fprintf(stderr, "korvo-index: cannot write %s: %s\n", location,
+                 error.get_description().c_str());
   } catch (const std::exception &error) {
     std::fprintf(stderr, "korvo-index: cannot write %s: %s\n", location, error.what());
   }

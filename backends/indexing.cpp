@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kTermSize = 240;  // Xapian takes 245 bytes
+constexpr std::size_t kTermSize = 240;      // Xapian takes 245 bytes
 constexpr Xapian::termpos kFieldGap = 100;  // no phrase reaches over the end of a field
 
 std::string_view ValueOf(const Fields &fields, std::string_view name) {

@@ -18,11 +18,13 @@ constexpr int kAttempts = 3;
 void Send(int sock, std::string_view records) {
   const int rc = Sock_SendTCP(sock, records.data(), static_cast<int>(records.size()), 0);
   if (rc != kSockOk)
-    DPRINTF(nullptr, kWarning, "[Manager: ClientCmd] Unable to send to client sock %d rc = %d\n", sock, rc);
+    DPRINTF(nullptr, kWarning, "[Manager: ClientCmd] Unable to send to client sock %d rc = %d\n",
+            sock, rc);
 }
 
-// Opens the database and lets the command answer from it: in the connection's own process, for the connections to
-// remote shards must not be shared across a fork.  False: Xapian or the memory failed, logged.
+// Opens the database and lets the command answer from it: in the connection's own process, for the
+// connections to remote shards must not be shared across a fork.  False: Xapian or the memory
+// failed, logged.
 bool Answer(const ManagerCommand &command, const CmdHdr &hdr, const char *predicate,
             std::string *records) {
   const SignalHold hold;
@@ -30,13 +32,17 @@ bool Answer(const ManagerCommand &command, const CmdHdr &hdr, const char *predic
     try {
       *records = command.answer(Xapian::Database(command.location), hdr, predicate);
       return true;
-    } catch (const Xapian::DatabaseModifiedError &error) {  // an indexer was faster: read its new state
-      DPRINTF(nullptr, kWarning, "[Manager: Answer] Database '%s' changed, attempt %d: %s\n", command.location, attempt, error.get_msg().c_str());
+    } catch (
+        const Xapian::DatabaseModifiedError &error) {  // an indexer was faster: read its new state
+      DPRINTF(nullptr, kWarning, "[Manager: Answer] Database '%s' changed, attempt %d: %s\n",
+              command.location, attempt, error.get_msg().c_str());
     } catch (const Xapian::Error &error) {
-      DPRINTF(nullptr, kWarning, "[Manager: Answer] Unable to read database '%s': %s\n", command.location, error.get_description().c_str());
+      DPRINTF(nullptr, kWarning, "[Manager: Answer] Unable to read database '%s': %s\n",
+              command.location, error.get_description().c_str());
       return false;
     } catch (const std::exception &error) {
-      DPRINTF(nullptr, kWarning, "[Manager: Answer] Unable to answer from database '%s': %s\n", command.location, error.what());
+      DPRINTF(nullptr, kWarning, "[Manager: Answer] Unable to answer from database '%s': %s\n",
+              command.location, error.what());
       return false;
     }
   }
@@ -54,7 +60,8 @@ int Manager_Startup(const ConfigInfo *config) {
 
 void Manager_TryDatabase(const char *location) {
   const ManagerCommand nothing = {
-      "", location, [](const Xapian::Database &, const CmdHdr &, const char *) { return std::string(); }};
+      "", location,
+      [](const Xapian::Database &, const CmdHdr &, const char *) { return std::string(); }};
   std::string records;
   (void)Answer(nothing, {}, nullptr, &records);
 }
@@ -72,10 +79,12 @@ void Manager_ClientCmd(int sock, const char *text, const ManagerCommand &command
   const char *predicate = Util_IntCmdHdr(&hdr, text);
   Util_Display(&hdr, predicate);
   if (std::strcmp(hdr.Command, command.word) != 0) {
-    DPRINTF(nullptr, kWarning, "[Manager: ClientCmd] Unable to figure out this command: %s\n", text);
+    DPRINTF(nullptr, kWarning, "[Manager: ClientCmd] Unable to figure out this command: %s\n",
+            text);
     return Send(sock, "\t@COMMAND=ERROR\tUnable to figure out this command\n");
   }
-  static std::string records;  // freed with the process, and not where a signal could come in between
+  static std::string
+      records;  // freed with the process, and not where a signal could come in between
   if (Answer(command, hdr, predicate, &records)) return Send(sock, records);
   Send(sock, "\t@COMMAND=ERROR\tUnable to read the database\n");
 }

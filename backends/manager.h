@@ -16,8 +16,8 @@ extern DBInfo Manager_Database;
 // Reads the own line of korvo.db and logs the configuration.  1, or 0, logged.
 int Manager_Startup(const ConfigInfo *config);
 
-// Opens a database and closes it again, so that a location that is wrong stands in the log from the start on.
-// Start-up goes on all the same: the database may be built, or its shards started, later.
+// Opens a database and closes it again, so that a location that is wrong stands in the log from the
+// start on. Start-up goes on all the same: the database may be built, or its shards started, later.
 void Manager_TryDatabase(const char *location);
 
 // Carries out one administrative datagram.

@@ -40,7 +40,8 @@ Xapian::Query ParseToken(Xapian::QueryParser *parser, std::string_view token) {
 
 }  // namespace
 
-const char *Query_Parse(const Xapian::Database &database, const char *predicate, Xapian::Query *query) {
+const char *Query_Parse(const Xapian::Database &database, const char *predicate,
+                        Xapian::Query *query) {
   if (predicate == nullptr)
     return "Unable to parse query: there is none, or a header field before it was refused";
   Xapian::Query::op oper;

@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr std::size_t kHeadSize = 256;  // a header with two names of a configuration record and a number
+constexpr std::size_t kHeadSize =
+    256;  // a header with two names of a configuration record and a number
 static_assert(sizeof ConfigInfo::ID + sizeof DBInfo::DBName + 64 <= kHeadSize);
 
 // The first size bytes of text, less those of a UTF-8 character that does not fit whole.
@@ -22,7 +23,9 @@ std::string_view Cut(std::string_view text, std::size_t size) {
 
 std::string Record_Hit(const char *group, const char *rectype, std::int32_t docnum) {
   char record[kHeadSize];
-  (void)Text_FormatTo(record, sizeof record, "\t@COMMAND=HIT\t@SEARCHGROUP=%s\t@RECTYPE=%s\t@DOCNUM=%d\n", group, rectype, docnum);
+  (void)Text_FormatTo(record, sizeof record,
+                      "\t@COMMAND=HIT\t@SEARCHGROUP=%s\t@RECTYPE=%s\t@DOCNUM=%d\n", group, rectype,
+                      docnum);
   return record;
 }
 
@@ -57,5 +60,6 @@ std::string Record_Fields(const Fields &fields, int *cut) {
 bool Record_IsFields(std::string_view text) {
   constexpr std::string_view kBreaks("\n\r\0", 3);
   return text.size() > 1 && text.size() <= kRecordFieldsSize && text.front() == '\t' &&
-         text.back() == '\t' && text[1] != '@' && text.find_first_of(kBreaks) == std::string_view::npos;
+         text.back() == '\t' && text[1] != '@' &&
+         text.find_first_of(kBreaks) == std::string_view::npos;
 }

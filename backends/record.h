@@ -12,7 +12,8 @@
 #include "backends/field.h"
 #include "protocol/cmd_hdr.h"
 
-// Bytes of a record, its newline included: its reader's buffer of kMessageSize keeps one for the terminator.
+// Bytes of a record, its newline included: its reader's buffer of kMessageSize keeps one for the
+// terminator.
 inline constexpr std::size_t kRecordSize = kMessageSize - 1;
 
 // Bytes of a document in its record, behind the longest header.
@@ -24,8 +25,8 @@ inline constexpr std::size_t kRecordValueSize = 4095;
 
 inline constexpr const char *kRecordSearchComplete = "\t@COMMAND=SEARCHCOMPLETE\n";
 
-// One match of a search: the Document Manager that holds it, its record type and its number there.  Both names
-// are those of a configuration record.
+// One match of a search: the Document Manager that holds it, its record type and its number there.
+// Both names are those of a configuration record.
 std::string Record_Hit(const char *group, const char *rectype, std::int32_t docnum);
 
 // The plain reason why there is no other answer.
@@ -34,9 +35,10 @@ std::string Record_Error(const char *reason);
 // A document: fields as Record_Fields made them.
 std::string Record_Document(std::int32_t docnum, std::string_view fields);
 
-// The fields as they stand in a document's record: tab, NAME, "=", value, again and again, and a closing tab, so
-// that the last value does not carry the record's newline.  A value longer than kRecordValueSize is cut, and so
-// is what would lead beyond kRecordFieldsSize; *cut grows by the number of values that are not whole.
+// The fields as they stand in a document's record: tab, NAME, "=", value, again and again, and a
+// closing tab, so that the last value does not carry the record's newline.  A value longer than
+// kRecordValueSize is cut, and so is what would lead beyond kRecordFieldsSize; *cut grows by the
+// number of values that are not whole.
 std::string Record_Fields(const Fields &fields, int *cut);
 
 // Whether text can stand in a document's record as it is.

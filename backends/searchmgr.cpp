@@ -10,11 +10,12 @@
 
 namespace {
 
-constexpr std::int32_t kDefaultHits = 100;  // of a query that sets no limit: each hit costs its reader a fetch
-constexpr std::int32_t kMostHits = 10000;   // bounds the memory of one answer
+constexpr std::int32_t kDefaultHits =
+    100;  // of a query that sets no limit: each hit costs its reader a fetch
+constexpr std::int32_t kMostHits = 10000;  // bounds the memory of one answer
 
-// The records of a search, best hit first; of equal ones the lower number.  The documents lie with the Document
-// Manager of the same id.
+// The records of a search, best hit first; of equal ones the lower number.  The documents lie with
+// the Document Manager of the same id.
 std::string Search(const Xapian::Database &database, const CmdHdr &hdr, const char *predicate) {
   Xapian::Query query;
   const char *reason = Query_Parse(database, predicate, &query);
@@ -27,7 +28,8 @@ std::string Search(const Xapian::Database &database, const CmdHdr &hdr, const ch
   std::string records;
   for (auto hit = hits.begin(); hit != hits.end(); ++hit) {
     if (*hit > std::numeric_limits<std::int32_t>::max()) continue;  // DOCNUM cannot name it
-    records += Record_Hit(Manager_Database.ID, Manager_Database.DBName, static_cast<std::int32_t>(*hit));
+    records +=
+        Record_Hit(Manager_Database.ID, Manager_Database.DBName, static_cast<std::int32_t>(*hit));
   }
   return records + kRecordSearchComplete;
 }

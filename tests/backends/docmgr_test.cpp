@@ -14,18 +14,22 @@ TEST(DocMgr, SendsADocumentClosedByATabAndThenTheEnd) {
   const Folder folder;
   Running manager('D', BuildIndex(folder, "db", kPackages));
   // The request as a Communications Manager writes it.
-  EXPECT_EQ(manager.Exchange("\t@COMMAND=GETDOC\t@BESTFIT=0\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@MACROFILE="
-                             "\t@DOCNUM=3\t@SCRIPT=\t@SEQNUM=0\t@AUTHCODE=\t@FILENAME=\t@EXPDATE=0\n"),
-            "\t@COMMAND=HIT\t@DOCNUM=3\tPackage=nano\tVersion=7.2\tSection=editors\tDescription=small editor\t\n");
-  EXPECT_EQ(manager.Exchange("\t@COMMAND=GETDOC\t@DOCNUM=3\r\n"),
-            "\t@COMMAND=HIT\t@DOCNUM=3\tPackage=nano\tVersion=7.2\tSection=editors\tDescription=small editor\t\n");
+  EXPECT_EQ(
+      manager.Exchange(
+          "\t@COMMAND=GETDOC\t@BESTFIT=0\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@MACROFILE="
+          "\t@DOCNUM=3\t@SCRIPT=\t@SEQNUM=0\t@AUTHCODE=\t@FILENAME=\t@EXPDATE=0\n"),
+      "\t@COMMAND=HIT\t@DOCNUM=3\tPackage=nano\tVersion=7.2\tSection=editors\tDescription=small editor\t\n");
+  EXPECT_EQ(
+      manager.Exchange("\t@COMMAND=GETDOC\t@DOCNUM=3\r\n"),
+      "\t@COMMAND=HIT\t@DOCNUM=3\tPackage=nano\tVersion=7.2\tSection=editors\tDescription=small editor\t\n");
 }
 
 TEST(DocMgr, ANumberThatItDoesNotHold_IsAnError) {
   const Folder folder;
   Running manager('D', BuildIndex(folder, "db", kPackages));
   for (const char *number : {"0", "5", "-1", "2147483647", "4294967297", "abc", ""})
-    EXPECT_EQ(manager.Exchange("\t@COMMAND=GETDOC\t@DOCNUM=" + std::string(number) + "\n"), kNone) << number;
+    EXPECT_EQ(manager.Exchange("\t@COMMAND=GETDOC\t@DOCNUM=" + std::string(number) + "\n"), kNone)
+        << number;
   EXPECT_EQ(manager.Exchange("\t@COMMAND=GETDOC\n"), kNone);
   EXPECT_EQ(manager.Exchange("\t@COMMAND=GETDOC\tDOCNUM=3\n"), kNone);
   manager.Ping();

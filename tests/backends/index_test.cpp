@@ -12,7 +12,9 @@
 
 namespace {
 
-Xapian::doccount Count(const std::string &database) { return Xapian::Database(database).get_doccount(); }
+Xapian::doccount Count(const std::string &database) {
+  return Xapian::Database(database).get_doccount();
+}
 
 std::string Stored(const std::string &database, Xapian::docid number) {
   return Xapian::Database(database).get_document(number).get_data();
@@ -36,8 +38,9 @@ TEST(Index, StoresEachDocumentAsItsRecordAndSaysNothing) {
   EXPECT_EQ(indexer.output, "");
   EXPECT_EQ(indexer.errors, "");
   EXPECT_EQ(Count(database), 4u);
-  EXPECT_EQ(Stored(database, 1),
-            "\tPackage=bash\tVersion=5.2\tSection=shells\tDescription=GNU Bourne Again shell An interpreter.\t");
+  EXPECT_EQ(
+      Stored(database, 1),
+      "\tPackage=bash\tVersion=5.2\tSection=shells\tDescription=GNU Bourne Again shell An interpreter.\t");
 }
 
 TEST(Index, ReadsSeveralFilesAndStandardInput) {
@@ -66,7 +69,8 @@ TEST(Index, AgainChangesNothing) {
 TEST(Index, ReplacesADocumentInItsPlaceAndKeepsOtherVersions) {
   const Folder folder;
   const std::string database = BuildIndex(folder, "db", kPackages);
-  BuildIndex(folder, "db", "Package: bash\nVersion: 5.2\nNote: new\n\nPackage: bash\nVersion: 5.3\n");
+  BuildIndex(folder, "db",
+             "Package: bash\nVersion: 5.2\nNote: new\n\nPackage: bash\nVersion: 5.3\n");
   EXPECT_EQ(Count(database), 5u);
   EXPECT_EQ(Stored(database, 1), "\tPackage=bash\tVersion=5.2\tNote=new\t");
   EXPECT_EQ(Stored(database, 5), "\tPackage=bash\tVersion=5.3\t");
@@ -75,11 +79,12 @@ TEST(Index, ReplacesADocumentInItsPlaceAndKeepsOtherVersions) {
 TEST(Index, CountsTheValuesThatItCut) {
   const Folder folder;
   const std::string value(5000, 'v');
-  const Finished indexer =
-      RunIndexer({folder.Path() + "/db", folder.Write("long", "A: " + value + "\nB: " + value + "\nC: v\n")});
+  const Finished indexer = RunIndexer(
+      {folder.Path() + "/db", folder.Write("long", "A: " + value + "\nB: " + value + "\nC: v\n")});
   EXPECT_EQ(indexer.status, 0);
   EXPECT_EQ(indexer.errors, "korvo-index: 2 values were too long and are stored cut\n");
-  EXPECT_EQ(Stored(folder.Path() + "/db", 1), "\tA=" + value.substr(0, 4095) + "\tB=" + value.substr(0, 4095) + "\tC=v\t");
+  EXPECT_EQ(Stored(folder.Path() + "/db", 1),
+            "\tA=" + value.substr(0, 4095) + "\tB=" + value.substr(0, 4095) + "\tC=v\t");
 }
 
 TEST(Index, ShowsItsProgressOnATerminal) {
@@ -94,8 +99,9 @@ TEST(Index, ShowsItsProgressOnATerminal) {
   close(terminal);
   close(far);
   ASSERT_GT(length, 0);
-  EXPECT_EQ(std::string(shown, static_cast<std::size_t>(length)),
-            "\rkorvo-index: 100 documents\rkorvo-index: 200 documents\rkorvo-index: 250 documents\r\n");
+  EXPECT_EQ(
+      std::string(shown, static_cast<std::size_t>(length)),
+      "korvo-index: 100 documents\rkorvo-index: 200 documents\rkorvo-index: 250 documents\r\n");
 }
 
 TEST(Index, BadUse_IsTheUsageLine) {
@@ -138,7 +144,8 @@ TEST(Index, DatabaseThatCannotBeMade_IsSaidInOneLine) {
   const std::string database = folder.Path() + "/no/db";
   const Finished indexer = RunIndexer({database, folder.Write("good", kPackages)});
   EXPECT_EQ(indexer.status, 73);
-  EXPECT_EQ(indexer.errors.find("korvo-index: cannot open " + database + " for writing: "), 0u) << indexer.errors;
+  EXPECT_EQ(indexer.errors.find("korvo-index: cannot open " + database + " for writing: "), 0u)
+      << indexer.errors;
   EXPECT_EQ(indexer.errors.find('\n'), indexer.errors.size() - 1);
 }
 
@@ -148,21 +155,23 @@ TEST(Index, DatabaseThatAnotherIndexerWrites_IsSaidInOneLine) {
   const Xapian::WritableDatabase other(database, Xapian::DB_OPEN);
   const Finished indexer = RunIndexer({database, folder.Write("good", kPackages)});
   EXPECT_EQ(indexer.status, 73);
-  EXPECT_EQ(indexer.errors.find("korvo-index: cannot open " + database + " for writing: DatabaseLockError"), 0u)
+  EXPECT_EQ(indexer.errors.find("korvo-index: cannot open " + database +
+                                " for writing: DatabaseLockError"),
+            0u)
       << indexer.errors;
 }
 
 TEST(Index, WritingThatFails_IsSaidInOneLineAndStoresNothing) {
   const Folder folder;
   const std::string database = BuildIndex(folder, "db", "Title: kept\n");
-  const Finished indexer =
-      RunIndexer({database, folder.Write("many", Numbered(2000))}, [] {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit small = {32768, 32768};
-        setrlimit(RLIMIT_FSIZE, &small);
-      });
+  const Finished indexer = RunIndexer({database, folder.Write("many", Numbered(2000))}, [] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit small = {32768, 32768};
+    setrlimit(RLIMIT_FSIZE, &small);
+  });
   EXPECT_EQ(indexer.status, 74);
-  EXPECT_EQ(indexer.errors.find("korvo-index: cannot write " + database + ": "), 0u) << indexer.errors;
+  EXPECT_EQ(indexer.errors.find("korvo-index: cannot write " + database + ": "), 0u)
+      << indexer.errors;
   EXPECT_EQ(indexer.errors.find('\n'), indexer.errors.size() - 1);
   EXPECT_EQ(Count(database), 1u);
 }

@@ -33,7 +33,8 @@ TEST(Indexing, UniqueTerm_OfALongValueIsBoundedAndStillItsOwn) {
 
 TEST(Indexing, Document_HasItsTermsWithAndWithoutTheirField) {
   const Fields fields = {{"Package", "bash"}, {"Description", "The GNU Shell"}};
-  for (const char *term : {"bash", "XPACKAGE:bash", "shell", "XDESCRIPTION:shell", "QPackage=bash\n\n"})
+  for (const char *term :
+       {"bash", "XPACKAGE:bash", "shell", "XDESCRIPTION:shell", "QPackage=bash\n\n"})
     EXPECT_TRUE(HasTerm(fields, term)) << term;
   EXPECT_FALSE(HasTerm(fields, "XPACKAGE:shell"));
 }

@@ -29,13 +29,17 @@ TEST(Page, OfAQueryAndOfADocument) {
   EXPECT_TRUE(daemon.Program().WaitForLog("[Init: RecvAnn] Child Type     = D\n"));
 
   const std::string base = data.Path() + "/page";
-  data.Write("page.mo", TextOp("[") + ValueOp("Package") + TextOp("|") + ValueOp("Description") + TextOp("]") + EndOp());
+  data.Write("page.mo", TextOp("[") + ValueOp("Package") + TextOp("|") + ValueOp("Description") +
+                            TextOp("]") + EndOp());
   data.Write("page.hdr", "<");
   data.Write("page.tail", ">");
-  EXPECT_EQ(daemon.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=" + base + "\tshell\n"),
-            "<[zsh|shell, a shell among the shells: shell][bash|GNU Bourne Again shell An interpreter.]>");
-  EXPECT_EQ(daemon.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=grp1\t@MACROFILE=" + base + "\t@DOCNUM=3\n"),
-            "<[nano|small editor]>");
-  EXPECT_EQ(daemon.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=" + base + "\t@OPER=NO\tx\n"),
+  EXPECT_EQ(
+      daemon.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=" + base + "\tshell\n"),
+      "<[zsh|shell, a shell among the shells: shell][bash|GNU Bourne Again shell An interpreter.]>");
+  EXPECT_EQ(
+      daemon.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=grp1\t@MACROFILE=" + base + "\t@DOCNUM=3\n"),
+      "<[nano|small editor]>");
+  EXPECT_EQ(daemon.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=" + base +
+                            "\t@OPER=NO\tx\n"),
             "<\tUnable to parse query: @OPER is neither AND nor OR\n>");
 }

@@ -49,7 +49,8 @@ TEST(Query, Parse_TakesOperAtAnyPlaceAndTheLastOne) {
 
 TEST(Query, Parse_GivesPunctuationNoMeaning) {
   EXPECT_EQ(Parsed("\tNOT bash\n"), "Query((not@1 AND bash@2))");
-  EXPECT_EQ(Parsed("\t+gnu -shell* (x OR y\n"), "Query((gnu@1 AND shell@2 AND (x@3 AND or@4 AND y@5)))");
+  EXPECT_EQ(Parsed("\t+gnu -shell* (x OR y\n"),
+            "Query((gnu@1 AND shell@2 AND (x@3 AND or@4 AND y@5)))");
   EXPECT_EQ(Parsed("\tlibc6-dev\n"), "Query((libc6@1 PHRASE 2 dev@2))");
 }
 
@@ -82,7 +83,8 @@ TEST(Query, Parse_RefusesNoPredicate) {
 }
 
 TEST(Query, Parse_RefusesAnotherOper) {
-  for (const char *predicate : {"\t@OPER=XOR\tshell\n", "\t@OPER=and\tshell\n", "\t@OPER=\tshell\n"})
+  for (const char *predicate :
+       {"\t@OPER=XOR\tshell\n", "\t@OPER=and\tshell\n", "\t@OPER=\tshell\n"})
     EXPECT_EQ(Parsed(predicate), "Unable to parse query: @OPER is neither AND nor OR") << predicate;
 }
 

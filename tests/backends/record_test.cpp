@@ -20,8 +20,9 @@ TEST(Record, Hit_NamesGroupTypeAndNumber) {
 
 TEST(Record, Hit_HasRoomForTheLongestNames) {
   const std::string name(63, 'n');
-  EXPECT_EQ(Record_Hit(name.c_str(), name.c_str(), INT32_MAX),
-            "\t@COMMAND=HIT\t@SEARCHGROUP=" + name + "\t@RECTYPE=" + name + "\t@DOCNUM=2147483647\n");
+  EXPECT_EQ(
+      Record_Hit(name.c_str(), name.c_str(), INT32_MAX),
+      "\t@COMMAND=HIT\t@SEARCHGROUP=" + name + "\t@RECTYPE=" + name + "\t@DOCNUM=2147483647\n");
 }
 
 TEST(Record, Error_CarriesItsReasonAsPredicate) {
@@ -29,7 +30,8 @@ TEST(Record, Error_CarriesItsReasonAsPredicate) {
 }
 
 TEST(Record, Document_IsReadBackByTheHeaderParser) {
-  const std::string record = Record_Document(17, FieldsOf({{"Package", "bash"}, {"Essential", ""}}));
+  const std::string record =
+      Record_Document(17, FieldsOf({{"Package", "bash"}, {"Essential", ""}}));
   EXPECT_EQ(record, "\t@COMMAND=HIT\t@DOCNUM=17\tPackage=bash\tEssential=\t\n");
   CmdHdr hdr = {};
   EXPECT_STREQ(Util_IntCmdHdr(&hdr, record.c_str()), "\tPackage=bash\tEssential=\t\n");
@@ -75,8 +77,8 @@ TEST(Record, Fields_FillTheRecordToTheBrimAndNoFurther) {
 TEST(Record, IsFields_RefusesWhatWouldBreakTheRecord) {
   using namespace std::string_view_literals;
   EXPECT_TRUE(Record_IsFields("\tA=b\t"));
-  for (const std::string_view text : {""sv, "\t"sv, "A=b\t"sv, "\tA=b"sv, "\t@A=b\t"sv, "\tA=b\nc\t"sv,
-                                      "\tA=b\rc\t"sv, "\tA=b\0c\t"sv})
+  for (const std::string_view text : {""sv, "\t"sv, "A=b\t"sv, "\tA=b"sv, "\t@A=b\t"sv,
+                                      "\tA=b\nc\t"sv, "\tA=b\rc\t"sv, "\tA=b\0c\t"sv})
     EXPECT_FALSE(Record_IsFields(text)) << text;
   EXPECT_FALSE(Record_IsFields("\tA=" + std::string(kRecordFieldsSize - 3, 'v') + "\t"));
 }

@@ -63,7 +63,8 @@ int TakePort() {
   return 0;
 }
 
-Finished RunIndexer(const std::vector<std::string> &arguments, const std::function<void()> &prepare) {
+Finished RunIndexer(const std::vector<std::string> &arguments,
+                    const std::function<void()> &prepare) {
   const Folder folder;
   std::vector<std::string> argv = {KORVO_INDEX};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
@@ -72,7 +73,8 @@ Finished RunIndexer(const std::vector<std::string> &arguments, const std::functi
   return {status, indexer.Output(), indexer.RawLog()};
 }
 
-std::string BuildIndex(const Folder &folder, const std::string &name, const std::string &documents) {
+std::string BuildIndex(const Folder &folder, const std::string &name,
+                       const std::string &documents) {
   const std::string database = folder.Path() + "/" + name;
   const Finished indexer = RunIndexer({database, folder.Write(name + ".txt", documents)});
   EXPECT_EQ(indexer.status, 0) << indexer.errors;
@@ -80,15 +82,17 @@ std::string BuildIndex(const Folder &folder, const std::string &name, const std:
 }
 
 void Layout::Write(const Folder &folder, char type, const std::string &database) const {
-  folder.Write("korvo.conf", "web1 C 127.0.0.1 9 " + std::to_string(parent_port) + " -\ngrp1 " + type +
-                                 " 127.0.0.1 " + std::to_string(client_port) + " " +
+  folder.Write("korvo.conf", "web1 C 127.0.0.1 9 " + std::to_string(parent_port) + " -\ngrp1 " +
+                                 type + " 127.0.0.1 " + std::to_string(client_port) + " " +
                                  std::to_string(admin_port) + " web1\n");
   // The location that this manager must not look at is a wrong one.
-  const std::string search = type == 'S' ? database : "/dev/null", doc = type == 'D' ? database : "/dev/null";
+  const std::string search = type == 'S' ? database : "/dev/null",
+                    doc = type == 'D' ? database : "/dev/null";
   folder.Write("korvo.db", "grp1 packages " + search + " " + doc + "\n");
 }
 
-Running::Running(char type, const std::string &database) : parent_(BoundTo(SOCK_DGRAM, ports_.parent_port)) {
+Running::Running(char type, const std::string &database)
+    : parent_(BoundTo(SOCK_DGRAM, ports_.parent_port)) {
   ports_.Write(folder_, type, database);
   const char *program = type == 'S' ? KORVO_SEARCHMGR : KORVO_DOCMGR;
   program_ = std::make_unique<Process>(std::vector<std::string>{program, "grp1", folder_.Path()},
@@ -104,8 +108,8 @@ std::string Running::Exchange(const std::string &command) const {
 
 void Running::Send(const std::string &datagram) const {
   const sockaddr_in addr = Loopback(ports_.admin_port);
-  sendto(parent_.Fd(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&addr),
-         sizeof addr);
+  sendto(parent_.Fd(), datagram.data(), datagram.size(), 0,
+         reinterpret_cast<const sockaddr *>(&addr), sizeof addr);
 }
 
 std::string Running::Receive() const {

@@ -1,4 +1,5 @@
-// tests/backends/running.h: the real indexer and the real managers, and the parent that they announce to.
+// tests/backends/running.h: the real indexer and the real managers, and the parent that they
+// announce to.
 #ifndef TESTS_BACKENDS_RUNNING_H
 #define TESTS_BACKENDS_RUNNING_H
 
@@ -27,8 +28,8 @@ std::string BuildIndex(const Folder &folder, const std::string &name, const std:
 // Four packages, numbers 1 to 4.
 extern const char *const kPackages;
 
-// The configuration of a Communications Manager "web1" on the given admin port and of one manager "grp1" of the
-// given type, whose database is named "packages".
+// The configuration of a Communications Manager "web1" on the given admin port and of one manager
+// "grp1" of the given type, whose database is named "packages".
 struct Layout {
   int parent_port = TakePort();
   int client_port = TakePort();
@@ -46,8 +47,9 @@ class Running {
   const Layout &Ports() const { return ports_; }
   const std::string &Announcement() const { return announcement_; }
 
-  std::string Exchange(const std::string &command) const;  // the whole answer, to the end of the stream
-  void Send(const std::string &datagram) const;            // from the parent's admin port
+  std::string Exchange(
+      const std::string &command) const;         // the whole answer, to the end of the stream
+  void Send(const std::string &datagram) const;  // from the parent's admin port
   std::string Receive() const;
   void Ping();  // waits for the answer, so that everything sent before it has been carried out
 

@@ -7,7 +7,8 @@
 namespace {
 
 std::string Hit(int number) {
-  return "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=" + std::to_string(number) + "\n";
+  return "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=" + std::to_string(number) +
+         "\n";
 }
 
 std::string Hits(const std::vector<int> &numbers) {
@@ -16,12 +17,15 @@ std::string Hits(const std::vector<int> &numbers) {
   return records + "\t@COMMAND=SEARCHCOMPLETE\n";
 }
 
-std::string Error(const std::string &reason) { return "\t@COMMAND=ERROR\tUnable to parse query: " + reason + "\n"; }
+std::string Error(const std::string &reason) {
+  return "\t@COMMAND=ERROR\tUnable to parse query: " + reason + "\n";
+}
 
 class Search : public testing::Test {
  protected:
   std::string Ask(const std::string &behind) {
-    return manager_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=page" + behind + "\n");
+    return manager_.Exchange("\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=page" + behind +
+                             "\n");
   }
 
   Folder folder_;
@@ -56,7 +60,8 @@ TEST_F(Search, JoinsByOper) {
   EXPECT_EQ(Ask("\t@OPER=AND\tSection=shells\tbourne"), Hits({1}));
   EXPECT_EQ(Ask("\tSection=shells\tbourne"), Hits({1}));
   EXPECT_EQ(Ask("\t@OPER=OR\tbourne\tPackage=bash"), Hits({1}));
-  EXPECT_EQ(Ask("\t@OPER=OR\tPackage=zsh\tSection=editors zsh"), Hits({3, 2}));  // the shorter first
+  EXPECT_EQ(Ask("\t@OPER=OR\tPackage=zsh\tSection=editors zsh"),
+            Hits({3, 2}));  // the shorter first
 }
 
 TEST_F(Search, KnowsPhrasesAndMarks) {
@@ -72,12 +77,15 @@ TEST_F(Search, WithoutAHit_IsCompleteAtOnce) {
 
 TEST_F(Search, ThatCannotBeParsed_IsAnError) {
   EXPECT_EQ(Ask(""), Error("there is none, or a header field before it was refused"));
-  EXPECT_EQ(Ask("\t@MAXHITS=-1\tshell"), Error("there is none, or a header field before it was refused"));
-  EXPECT_EQ(Ask("\t@COLOUR\tshell"), Error("there is none, or a header field before it was refused"));
+  EXPECT_EQ(Ask("\t@MAXHITS=-1\tshell"),
+            Error("there is none, or a header field before it was refused"));
+  EXPECT_EQ(Ask("\t@COLOUR\tshell"),
+            Error("there is none, or a header field before it was refused"));
   EXPECT_EQ(Ask("\t"), Error("it has no search terms"));
   EXPECT_EQ(Ask("\r"), Error("it has no search terms"));
   EXPECT_EQ(Ask("\t@OPER=NEAR\tshell"), Error("@OPER is neither AND nor OR"));
-  EXPECT_EQ(Ask("\tshell\t@MAXHITS=1"), Error("a header field stands behind the start of the query"));
+  EXPECT_EQ(Ask("\tshell\t@MAXHITS=1"),
+            Error("a header field stands behind the start of the query"));
 }
 
 TEST_F(Search, OfHostileText_IsAnsweredAndOutlived) {
@@ -109,7 +117,8 @@ TEST(SearchLimits, NeverMoreThanTenThousandAndNoReaderHoldsTheEndUp) {
   const std::string command = "\t@COMMAND=QUERY\t@MAXHITS=2147483647\tcommon\n";
   EXPECT_EQ(manager.Exchange(command), Hits(UpTo(10000)));
 
-  const Socket idle = ConnectTo(manager.Ports().client_port);  // asks for all of it and reads nothing
+  const Socket idle =
+      ConnectTo(manager.Ports().client_port);  // asks for all of it and reads nothing
   const int small = 4096;
   setsockopt(idle.Fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
   idle.Send(command);

@@ -12,11 +12,14 @@ const char *Program(char type) { return type == 'S' ? KORVO_SEARCHMGR : KORVO_DO
 
 int Count(const std::string &text, const std::string &part) {
   int count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
   return count;
 }
 
-bool Has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+bool Has(const std::string &text, const std::string &part) {
+  return text.find(part) != std::string::npos;
+}
 
 }  // namespace
 
@@ -45,8 +48,8 @@ TEST_P(Managers, WithoutALineInTheDatabaseFile_EndStartUp) {
   folder.Write("korvo.db", "grp2 packages /a /b\n");
   Process manager({Program(GetParam()), "grp1", folder.Path()}, folder.Path());
   EXPECT_EQ(ExitStatus(manager.Wait()), 0);
-  EXPECT_TRUE(Has(manager.Log(), "[Init: ReadDB] Could not locate id = 'grp1' in file '" + folder.Path() +
-                                     "/korvo.db'\n"));
+  EXPECT_TRUE(Has(manager.Log(), "[Init: ReadDB] Could not locate id = 'grp1' in file '" +
+                                     folder.Path() + "/korvo.db'\n"));
   EXPECT_FALSE(Has(manager.Log(), "Initialization Complete"));
 }
 
@@ -54,8 +57,10 @@ TEST_P(Managers, WithoutADatabase_StartAndAnswerWithAnError) {
   const Folder folder;
   const std::string database = folder.Path() + "/db";
   Running manager(GetParam(), database);
-  EXPECT_TRUE(Has(manager.Program().Log(), "[Manager: Answer] Unable to read database '" + database + "': "));
-  const std::string command = GetParam() == 'S' ? "\t@COMMAND=QUERY\tbash\n" : "\t@COMMAND=GETDOC\t@DOCNUM=1\n";
+  EXPECT_TRUE(Has(manager.Program().Log(),
+                  "[Manager: Answer] Unable to read database '" + database + "': "));
+  const std::string command =
+      GetParam() == 'S' ? "\t@COMMAND=QUERY\tbash\n" : "\t@COMMAND=GETDOC\t@DOCNUM=1\n";
   EXPECT_EQ(manager.Exchange(command), "\t@COMMAND=ERROR\tUnable to read the database\n");
 
   BuildIndex(folder, "db", kPackages);  // served from now on, without a restart
@@ -67,7 +72,8 @@ TEST_P(Managers, WithADatabaseThatIsNone_AnswerWithAnError) {
   BuildIndex(folder, "db", kPackages);
   folder.Write("db/iamglass", "not what it should be");
   Running manager(GetParam(), folder.Path() + "/db");
-  const std::string command = GetParam() == 'S' ? "\t@COMMAND=QUERY\tbash\n" : "\t@COMMAND=GETDOC\t@DOCNUM=1\n";
+  const std::string command =
+      GetParam() == 'S' ? "\t@COMMAND=QUERY\tbash\n" : "\t@COMMAND=GETDOC\t@DOCNUM=1\n";
   EXPECT_EQ(manager.Exchange(command), "\t@COMMAND=ERROR\tUnable to read the database\n");
   manager.Ping();
 }
@@ -95,7 +101,8 @@ TEST_P(Managers, Shutdown_EndsThemAndTheirChildren) {
   manager.Send("\t@COMMAND=SHUTDOWN\n");
   EXPECT_EQ(ExitStatus(manager.Program().Wait()), 0);
   for (const int status : manager.Program().WaitForGroup()) EXPECT_EQ(ExitStatus(status), 0);
-  EXPECT_EQ(Count(manager.Program().Log(), "[MainCore: Shutdown] Tovak has left the building.\n"), 3);
+  EXPECT_EQ(Count(manager.Program().Log(), "[MainCore: Shutdown] Tovak has left the building.\n"),
+            3);
 }
 
 TEST_P(Managers, OutliveHostileClients) {
@@ -118,12 +125,14 @@ TEST_P(Managers, OutliveHostileClients) {
   }
   {
     const Socket hidden = ConnectTo(manager.Ports().client_port);
-    hidden.Send(std::string("\0\t@COMMAND=x\n", 13));  // a NUL hides the newline behind it: no command yet
+    hidden.Send(
+        std::string("\0\t@COMMAND=x\n", 13));  // a NUL hides the newline behind it: no command yet
     shutdown(hidden.Fd(), SHUT_WR);
     EXPECT_EQ(hidden.ReadAll(), "");
   }
   manager.Ping();
-  for (const std::string &datagram : {std::string(), std::string(60000, 'x'), std::string("\0\n", 2)})
+  for (const std::string &datagram :
+       {std::string(), std::string(60000, 'x'), std::string("\0\n", 2)})
     manager.Send(datagram);
   manager.Ping();
 }
