@@ -1,4 +1,3 @@
-#include <cstring>
 #include <string_view>
 
 #include "commmgr/commmgr.h"
@@ -11,8 +10,6 @@ namespace {
 
 constexpr std::size_t kBaseSize = 256;
 
-int Length(const char *text) { return static_cast<int>(std::strlen(text)); }
-
 // The handle of the page macro, or -1, logged.  Kept: the client gets no reply then.
 int OpenMacro(const CmdHdr &hdr) {
   const int macro = Macro_Open(hdr.MacroFile);
@@ -22,7 +19,7 @@ int OpenMacro(const CmdHdr &hdr) {
 }
 
 void ReplyError(int client, const char *text) {
-  const int rc = Sock_SendTCP(client, text, Length(text), 0);
+  const int rc = Sock_SendTCP(client, text, Text_Length(text), 0);
   if (rc != kSockOk)
     DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to send to client sock %d rc = %d\n",
             client, rc);
@@ -39,7 +36,7 @@ int Forward(int client, const CmdHdr &hdr, const char *text) {
     return -1;
   }
   int search = -1;
-  const int rc = Sock_ConnectAndSend(&manager->ClientAddr, &search, text, Length(text), 0);
+  const int rc = Sock_ConnectAndSend(&manager->ClientAddr, &search, text, Text_Length(text), 0);
   if (rc == kSockOk) return search;
   DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to connect to SearchMgr: rc = %d\n", rc);
   char reply[128];
@@ -74,14 +71,14 @@ void GetDoc(int client, CmdHdr *hdr) {
   int length = kMessageSize;
   if (CommMgr_GetDoc(macro, hdr, document, &length, 1) != 1) {
     constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to locate Document Server.";
-    const int rc = Sock_SendTCP(client, kReply, Length(kReply), 0);
+    const int rc = Sock_SendTCP(client, kReply, Text_Length(kReply), 0);
     if (rc != kSockOk)
       DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n",
               client, rc);
     return;
   }
   CommMgr_SendHdr(hdr->MacroFile, client);
-  const int rc = Sock_SendTCP(client, document, Length(document), 0);
+  const int rc = Sock_SendTCP(client, document, Text_Length(document), 0);
   if (rc != kSockOk) {
     DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n",
             client, rc);

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "commmgr/commmgr.h"
 #include "debug/fd_guard.h"
@@ -21,15 +20,14 @@ char frame[kFrameSize + 1];
 int ReadFrame(const char *name) {
   const FdGuard file(open(name, O_RDONLY));
   if (file.Get() < 0) return errno;
-  const ssize_t got = read(file.Get(), frame, kFrameSize);  // short at the end of the file alone
+  const ssize_t got =
+      read(file.Get(), frame, kFrameSize);  // a frame is a regular file: short at its end alone
   if (got < 0) return errno;
   frame[got] = '\0';
   return 0;
 }
 
-int SendFrame(int client) {
-  return Sock_SendTCP(client, frame, static_cast<int>(std::strlen(frame)), 0);
-}
+int SendFrame(int client) { return Sock_SendTCP(client, frame, Text_Length(frame), 0); }
 
 }  // namespace
 

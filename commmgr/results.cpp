@@ -1,8 +1,8 @@
-#include <cstring>
 #include <string_view>
 
 #include "commmgr/commmgr.h"
 #include "debug/log.h"
+#include "debug/text.h"
 #include "protocol/record.h"
 
 namespace {
@@ -18,17 +18,13 @@ struct Relay {
 char record_text[kMessageSize + 1];
 char document[kMessageSize + 1];
 
-// The string length of what stands behind a record's header; the socket layer refuses a record that
-// has nothing there.
-int Length(const char *text) { return text != nullptr ? static_cast<int>(std::strlen(text)) : 0; }
-
 void ReceiveFailed(const Relay &relay, int result) {
   DPRINTF(nullptr, kWarning,
           "[CommMgr: Results: 0] Unable to recv from SearchMgr sock %d rc = %d\n", relay.search,
           result);
   constexpr const char *kReply =
       "\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web Administrator.\n";
-  const int rc = Sock_SendTCP(relay.client, kReply, Length(kReply), 0);
+  const int rc = Sock_SendTCP(relay.client, kReply, Text_Length(kReply), 0);
   if (rc != kSockOk)
     DPRINTF(nullptr, kWarning, "[CommMgr: Results: 1] Unable to send to client sock %d rc = %d\n",
             relay.client, rc);
@@ -46,7 +42,7 @@ bool Hit(Relay *relay, CmdHdr *hdr) {
   int length = kMessageSize;
   if (CommMgr_GetDoc(relay->macro, hdr, document, &length, 1) != 1) {
     constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to retreive document.";
-    const int rc = Sock_SendTCP(relay->client, kReply, Length(kReply), 0);
+    const int rc = Sock_SendTCP(relay->client, kReply, Text_Length(kReply), 0);
     if (rc != kSockOk)
       DPRINTF(nullptr, kWarning, "[CommMgr: Results: 2] Unable to send to client sock %d rc = %d\n",
               relay->client, rc);
@@ -59,8 +55,10 @@ bool Hit(Relay *relay, CmdHdr *hdr) {
   return false;
 }
 
+// The rest of these two is null when the record is a lone header; the socket layer refuses that.
+
 bool Raw(const Relay &relay, const char *rest) {
-  const int rc = Sock_SendTCP(relay.client, rest, Length(rest), 0);
+  const int rc = Sock_SendTCP(relay.client, rest, Text_Length(rest), 0);
   if (rc != kSockOk)
     DPRINTF(nullptr, kWarning, "[CommMgr: Results: 4] Unable to send to client sock %d rc = %d\n",
             relay.client, rc);
@@ -68,7 +66,7 @@ bool Raw(const Relay &relay, const char *rest) {
 }
 
 bool Error(const Relay &relay, const char *rest) {
-  const int rc = Sock_SendTCP(relay.client, rest, Length(rest), 0);
+  const int rc = Sock_SendTCP(relay.client, rest, Text_Length(rest), 0);
   if (rc != kSockOk)
     DPRINTF(nullptr, kWarning, "[CommMgr: Results: 5] Unable to send to client sock %d rc = %d\n",
             relay.client, rc);

@@ -7,6 +7,7 @@
 #include "debug/log.h"
 #include "protocol/pair.h"
 
+// Kept for the operators' scripts: the lines say CommMgr in every program.
 namespace {
 
 constexpr int kLevelPair = 256;  // bytes of the DEBUGLEVEL pair, its name and its value
@@ -27,6 +28,7 @@ void SetDebugLevel(const char *rest) {
   }
   char name[kLevelPair + 1];
   char value[kLevelPair + 1];
+  // Fails only if a piece is too long, for the pair was found by its "=".
   if (Util_SplitPair(pair, name, value, '=') != 1) {
     DPRINTF(nullptr, kWarning, "[CommMgr: Admin] Cmd SetDebug: can't split DEBUGLEVEL field\n");
     return;

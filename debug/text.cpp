@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 bool Text_CopyTo(char *dst, std::size_t size, std::string_view src) {
   const std::size_t count = src.copy(dst, size - 1);
@@ -17,6 +18,10 @@ bool Text_FormatTo(char *dst, std::size_t size, const char *format, ...) {
   const int wanted = std::vsnprintf(dst, size, format, args);
   va_end(args);
   return wanted >= 0 && static_cast<std::size_t>(wanted) < size;
+}
+
+int Text_Length(const char *text) {
+  return text != nullptr ? static_cast<int>(std::strlen(text)) : 0;
 }
 
 std::int32_t Text_ToInt32(const char *text) {

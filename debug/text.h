@@ -23,6 +23,9 @@ template <std::size_t N>
   return Text_CopyTo(dst, N, src);
 }
 
+// The length of a terminated text; 0 for null.
+int Text_Length(const char *text);
+
 // The decimal number at the start of text as a strtol of 32 bits reads it: white space and a sign
 // are accepted, reading stops at the first non-digit, no digits give 0, and a value out of range
 // gives INT32_MIN or INT32_MAX.  Both word sizes agree.

@@ -42,8 +42,8 @@ const char *EndOf(const char *position) {
   return position >= start && position <= end ? end : position + std::strlen(position);
 }
 
-// Copies the value behind the first "=" into buffer, whose storage is capacity and one byte.  The
-// length, or -1, logged.
+// Copies the value behind the first "=" into buffer, terminated if it is shorter than the capacity.
+// The length, or -1, logged.
 int CopyTerms(const char *position, char *buffer, int capacity) {
   const char *end = EndOf(position);
   const char *equals = std::find(position, end, '=');
@@ -56,8 +56,10 @@ int CopyTerms(const char *position, char *buffer, int capacity) {
   const char *stop = std::find(value, end - value > room ? value + room : end, '\t');
   const int count = static_cast<int>(stop - value);
   std::memcpy(buffer, value, static_cast<std::size_t>(count));
-  buffer[count] = '\0';
-  if (count < capacity) return count;
+  if (count < capacity) {
+    buffer[count] = '\0';
+    return count;
+  }
   DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Buffer too small (size = %d)\n", count);
   return -1;
 }

@@ -29,10 +29,10 @@ int Macro_Seek(std::int32_t offset);
 // null: logged, and the cursor is where it was.
 const char *Macro_FindField(const char *name, int skip);
 
-// Copies the value of the field at position.  *size is the capacity of buffer, whose storage is one
-// byte larger; it becomes the length.  The result is buffer; null: no "=", or a value that fills
-// the capacity, both logged, with *size as it was and what fitted in buffer.  buffer null: the
-// result is a copy that the caller frees.
+// Copies the value of the field at position.  *size is the capacity of buffer and becomes the
+// length of the value, terminator not counted.  The result is buffer; null: no "=", or a value that
+// fills the capacity, both logged, with *size as it was and the part that fits, not terminated, in
+// buffer. buffer null: the result is a copy that the caller frees.
 char *Macro_GetTerms(const char *position, char *buffer, int *size);
 
 #endif

@@ -102,14 +102,19 @@ void EmitDocument(Run *run) {
   std::replace(run->output + begin, run->output + run->count, '\t', '\n');
 }
 
-// The value of the field in run->name replaces the name; its length, or -1: there is no such field.
-// A value that is too long is cut to 4096 characters.
-int TakeValue(Run *run, int skip) {
-  const char *field = Macro_FindField(run->name, skip);
-  if (field == nullptr) return -1;
+// The value of a field replaces the name in run->name; its length.  A value that is too long is cut
+// to 4096 characters.
+int ReadValue(Run *run, const char *field) {
   int size = kMacroNameSize + 1;
+  run->name[size] = '\0';  // where a cut value ends
   Macro_GetTerms(field, run->name, &size);
   return size;
+}
+
+// The same for the field of that name; -1: there is no such field.
+int TakeValue(Run *run, int skip) {
+  const char *field = Macro_FindField(run->name, skip);
+  return field != nullptr ? ReadValue(run, field) : -1;
 }
 
 void EmitValue(Run *run, int skip) {
@@ -145,8 +150,8 @@ bool FillRequest(Run *run, std::string_view value) {
   const std::string_view group = Text_Token(&value, kBetween);
   const std::string_view type = Text_Token(&value, kBetween);
   const std::string_view number = Text_Token(&value, kBetween);
-  if (number.empty()) {  // the caller says that the macro failed
-    run->failed = true;
+  if (number.empty()) {
+    run->failed = true;  // without a line: whoever asked for the document says that it failed
     return false;
   }
   const bool group_fits = Text_Copy(run->hdr.SearchGroup, group);
@@ -162,6 +167,7 @@ int Fetch(int macro, CmdHdr *hdr, char *out, int *len) {
   return fetch_document != nullptr ? fetch_document(macro, hdr, out, len, 0) : 0;
 }
 
+// Cleared, for all of it is emitted when the fetch fails.
 char *AllocateFetch() {
   const SignalHold hold;
   return static_cast<char *>(std::calloc(kFetchSize + 1, 1));
@@ -182,8 +188,7 @@ void FetchToOutput(Run *run) {
   TakeName(run, TakeByte(run));
   if (run->failed) return;
   const int macro = Macro_Open(run->name);
-  int size = kMacroNameSize + 1;
-  Macro_GetTerms(field, run->name, &size);
+  ReadValue(run, field);
   if (!FillRequest(run, run->name)) return;
   char *buffer = AllocateFetch();
   if (buffer == nullptr) return Fail(run, "no memory for a fetch");

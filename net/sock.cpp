@@ -368,10 +368,10 @@ int Sock_TransactTCP(SockAddr *addr, const char *request, int request_len, char 
 }
 
 int Sock_ConnectAndSend(SockAddr *addr, int *place, const char *data, int len, int flags) {
-  if (addr == nullptr || place == nullptr) return kSockBadArg;
-  *place = -1;
+  if (addr == nullptr) return kSockBadArg;
   int sock = -1;
-  int rc = Sock_Connect(addr, 0, &sock);
+  if (place != nullptr) *place = -1;
+  int rc = Sock_Connect(addr, 0, place != nullptr ? &sock : nullptr);
   if (rc != kSockOk) {
     DPRINTF(nullptr, kWarning, "[Socket: Conn&Send] Unable to connect to %s:%d: rc = %d\n",
             addr->IP, addr->Port, rc);
