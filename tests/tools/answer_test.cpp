@@ -14,7 +14,8 @@ bool HasError(const std::vector<std::string> &pieces) {
 
 TEST(Answer, ErrorLine_IsFoundWhereverItIsCut) {
   const std::string text = "page\t@COMMAND=ERROR\tUnable to retreive document.";
-  for (std::size_t cut = 0; cut <= text.size(); ++cut) EXPECT_TRUE(HasError({text.substr(0, cut), text.substr(cut)})) << cut;
+  for (std::size_t cut = 0; cut <= text.size(); ++cut)
+    EXPECT_TRUE(HasError({text.substr(0, cut), text.substr(cut)})) << cut;
   std::vector<std::string> bytes;
   for (const char c : text) bytes.emplace_back(1, c);
   EXPECT_TRUE(HasError(bytes));

@@ -27,8 +27,12 @@ TEST(Assemble, EveryInstruction_HasItsBytes) {
     std::string code;
   } kCases[] = {
       {"end", "\0"s},
-      {"text \"ab\"", "\x41\x02"s "ab"},
-      {"text32 \"ab\"", "\x01\x02\0\0\0"s "ab"},
+      {"text \"ab\"",
+       "\x41\x02"s
+       "ab"},
+      {"text32 \"ab\"",
+       "\x01\x02\0\0\0"s
+       "ab"},
       {"value \"N\"", "\x42\x01N"s},
       {"value32 \"N\"", "\x02\x01\0\0\0N"s},
       {"value-skip 3 \"N\"", "\x43\x03\x01N"s},
@@ -49,7 +53,8 @@ TEST(Assemble, EveryInstruction_HasItsBytes) {
 }
 
 TEST(Assemble, Escapes_StandForOneByte) {
-  EXPECT_EQ("\x41\x08\n\t\r\"\\\0\xff\x0a"s, Assembled("text \"\\n\\t\\r\\\"\\\\\\x00\\xfF\\x0A\""));
+  EXPECT_EQ("\x41\x08\n\t\r\"\\\0\xff\x0a"s,
+            Assembled("text \"\\n\\t\\r\\\"\\\\\\x00\\xfF\\x0A\""));
 }
 
 TEST(Assemble, OtherBytesInQuotes_StandForThemselves) {
@@ -62,8 +67,10 @@ TEST(Assemble, CommentsAndBlankLines_AreNoCode) {
 }
 
 TEST(Assemble, LongestOperands_Fit) {
-  EXPECT_EQ("\x41\xff" + std::string(255, 'x'), Assembled("text \"" + std::string(255, 'x') + "\""));
-  EXPECT_EQ("\x02\xff\x0f\0\0"s + std::string(4095, 'x'), Assembled("value32 \"" + std::string(4095, 'x') + "\""));
+  EXPECT_EQ("\x41\xff" + std::string(255, 'x'),
+            Assembled("text \"" + std::string(255, 'x') + "\""));
+  EXPECT_EQ("\x02\xff\x0f\0\0"s + std::string(4095, 'x'),
+            Assembled("value32 \"" + std::string(4095, 'x') + "\""));
   EXPECT_EQ("\x03\xff\xff\xff\xff", Assembled("seek 4294967295"));
 }
 
@@ -77,7 +84,8 @@ TEST(Assemble, Fault_NamesLineAndWhatWasExpected) {
       {"\"x\"", "1: expected an instruction, found '\"x\"'"},
       {"END", "1: expected an instruction, found 'END'"},
       {"value", "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
-      {"value ; \"N\"", "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
+      {"value ; \"N\"",
+       "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
       {"value N", "1: expected a name in quotes of at most 255 bytes, found 'N'"},
       {"value \"N", "1: expected a quote at the end of the text, found the end of the line"},
       {"value \"N\\", "1: expected one of \\n \\t \\r \\\" \\\\ \\xHH, found '\\'"},
@@ -86,20 +94,25 @@ TEST(Assemble, Fault_NamesLineAndWhatWasExpected) {
       {"value \"\\x-4\"", "1: expected one of \\n \\t \\r \\\" \\\\ \\xHH, found '\\x-4\"'"},
       {"value \"N\" \"M\"", "1: expected the end of the line, found '\"M\"'"},
       {"push pop", "1: expected the end of the line, found 'pop'"},
-      {"fetch \"N\"", "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
+      {"fetch \"N\"",
+       "1: expected a name in quotes of at most 255 bytes, found the end of the line"},
       {"save 16", "1: expected a register from 0 to 15, found '16'"},
       {"save", "1: expected a register from 0 to 15, found the end of the line"},
       {"save -1", "1: expected a register from 0 to 15, found '-1'"},
       {"save 1x", "1: expected a register from 0 to 15, found '1x'"},
-      {"value-skip 256 \"N\"", "1: expected a number of matches to skip, from 0 to 255, found '256 \"N\"'"},
+      {"value-skip 256 \"N\"",
+       "1: expected a number of matches to skip, from 0 to 255, found '256 \"N\"'"},
       {"seek 4294967296", "1: expected an offset from 0 to 4294967295, found '4294967296'"},
       {"byte", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found the end of the line"},
       {"byte 1 256", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found '256'"},
       {"byte 0x", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found '0x'"},
-      {"text " + long_text, "1: expected a text in quotes of at most 255 bytes (text32 takes longer ones), found '256 bytes'"},
-      {"text32 \"" + std::string(1 << 20, 'x') + "\"", "1: expected a macro of at most 1048576 bytes, found '1048581 bytes'"},
+      {"text " + long_text,
+       "1: expected a text in quotes of at most 255 bytes (text32 takes longer ones), found '256 bytes'"},
+      {"text32 \"" + std::string(1 << 20, 'x') + "\"",
+       "1: expected a macro of at most 1048576 bytes, found '1048581 bytes'"},
   };
-  for (const auto &[source, fault] : kCases) EXPECT_EQ(fault, Fault(source)) << source.substr(0, 40);
+  for (const auto &[source, fault] : kCases)
+    EXPECT_EQ(fault, Fault(source)) << source.substr(0, 40);
 }
 
 }  // namespace

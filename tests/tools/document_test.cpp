@@ -43,8 +43,10 @@ std::string FromHex(const std::string &text) {
 std::string Unescaped(const std::string &text) {
   std::string bytes;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\') bytes += text[++i] == 't' ? '\t' : '\n';
-    else if (text[i] != '\n') bytes += text[i];
+    if (text[i] == '\\')
+      bytes += text[++i] == 't' ? '\t' : '\n';
+    else if (text[i] != '\n')
+      bytes += text[i];
   }
   return bytes;
 }
@@ -101,7 +103,8 @@ TEST(Example, Package_FormatsARecordWithoutAWrap) {
 }
 
 TEST(Example, Package_LeavesAMissingFieldOut) {
-  const Page page = Format(Assembled(Source("tools/macro/examples/package.ms")), "\tPackage=x\tVersion=1\tDescription=d\t\n");
+  const Page page = Format(Assembled(Source("tools/macro/examples/package.ms")),
+                           "\tPackage=x\tVersion=1\tDescription=d\t\n");
   EXPECT_EQ(1, page.result);
   EXPECT_EQ("* x () 1\n    d\n\n", page.text);
 }

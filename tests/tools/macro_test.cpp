@@ -21,7 +21,8 @@ constexpr const char *kListing =
 
 std::vector<std::string> Names(const Folder &folder) {
   std::vector<std::string> names;
-  for (const auto &entry : std::filesystem::directory_iterator(folder.Path())) names.push_back(entry.path().filename());
+  for (const auto &entry : std::filesystem::directory_iterator(folder.Path()))
+    names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -75,7 +76,8 @@ TEST(MacroTool, StandardInputAndOutput) {
   const Folder folder;
   EXPECT_EQ(0, RunTool({KORVO_MACRO, "asm", "-", "-o", folder.Path() + "/x"}, kSource).status);
   EXPECT_EQ(kCode, ReadFile(folder.Path() + "/x"));
-  EXPECT_EQ(kCode, RunTool({KORVO_MACRO, "asm", "-o", "-", folder.Write("page.ms", kSource)}).output);
+  EXPECT_EQ(kCode,
+            RunTool({KORVO_MACRO, "asm", "-o", "-", folder.Write("page.ms", kSource)}).output);
 }
 
 TEST(MacroTool, Dis_Prints) {
@@ -94,29 +96,42 @@ TEST(MacroTool, Fault_NamesFileAndLineAndWritesNothing) {
   EXPECT_EQ(65, outcome.status);
   EXPECT_EQ(path + ":2: expected a register from 0 to 15, found '16 ; no such'\n", outcome.errors);
   EXPECT_EQ("old", ReadFile(folder.Path() + "/page.mo"));
-  EXPECT_EQ("standard input:1: expected an instruction, found '?[31m'\n", RunTool({KORVO_MACRO, "asm", "-"}, "\x1b[31m\n").errors);
+  EXPECT_EQ("standard input:1: expected an instruction, found '?[31m'\n",
+            RunTool({KORVO_MACRO, "asm", "-"}, "\x1b[31m\n").errors);
 }
 
 TEST(MacroTool, WrongUse_IsOneLine) {
   ExpectRefused({KORVO_MACRO}, 64, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
-  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "b.ms"}, 64, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
+  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "b.ms"}, 64,
+                "takes a command and one file: asm FILE.ms, or dis FILE.mo");
   ExpectRefused({KORVO_MACRO, "list", "a.mo"}, 64, "there is no command list; asm and dis are all");
-  ExpectRefused({KORVO_MACRO, "asm", "a.txt"}, 64, "a.txt does not end in .ms; name the output with -o");
-  ExpectRefused({KORVO_MACRO, "dis", "-o", "x", "a.mo"}, 64, "-o belongs to asm; dis writes to standard output");
-  ExpectRefused({KORVO_MACRO, "dis", "-z", "a.mo"}, 64, "-z is no option that can stand here; --help lists all");
-  ExpectRefused({KORVO_MACRO, "dis", "--zap", "a.mo"}, 64, "--zap is no option that can stand here; --help lists all");
+  ExpectRefused({KORVO_MACRO, "asm", "a.txt"}, 64,
+                "a.txt does not end in .ms; name the output with -o");
+  ExpectRefused({KORVO_MACRO, "dis", "-o", "x", "a.mo"}, 64,
+                "-o belongs to asm; dis writes to standard output");
+  ExpectRefused({KORVO_MACRO, "dis", "-z", "a.mo"}, 64,
+                "-z is no option that can stand here; --help lists all");
+  ExpectRefused({KORVO_MACRO, "dis", "--zap", "a.mo"}, 64,
+                "--zap is no option that can stand here; --help lists all");
   ExpectRefused({KORVO_MACRO, "asm", "a.ms", "-o"}, 64, "-o needs a value; --help shows which");
-  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "-o", ""}, 64, "-o takes the name of a file, not an empty text");
+  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "-o", ""}, 64,
+                "-o takes the name of a file, not an empty text");
 }
 
 TEST(MacroTool, Files_ThatCannotBeUsed) {
   const Folder folder;
-  const std::string source = folder.Write("page.ms", kSource), lost = folder.Path() + "/lost/page.mo";
-  ExpectRefused({KORVO_MACRO, "dis", lost}, 66, "cannot open " + lost + ": No such file or directory");
-  ExpectRefused({KORVO_MACRO, "dis", folder.Path()}, 66, "cannot read " + folder.Path() + ": Is a directory");
-  ExpectRefused({KORVO_MACRO, "asm", source, "-o", lost}, 73, "cannot write " + lost + ": No such file or directory");
-  ExpectRefused({KORVO_MACRO, "asm", source, "-o", "/dev/full"}, 73, "cannot write /dev/full: No space left on device");
-  ExpectRefused({KORVO_MACRO, "dis", "/dev/zero"}, 65, "/dev/zero is larger than 1048576 bytes, the most that is read");
+  const std::string source = folder.Write("page.ms", kSource),
+                    lost = folder.Path() + "/lost/page.mo";
+  ExpectRefused({KORVO_MACRO, "dis", lost}, 66,
+                "cannot open " + lost + ": No such file or directory");
+  ExpectRefused({KORVO_MACRO, "dis", folder.Path()}, 66,
+                "cannot read " + folder.Path() + ": Is a directory");
+  ExpectRefused({KORVO_MACRO, "asm", source, "-o", lost}, 73,
+                "cannot write " + lost + ": No such file or directory");
+  ExpectRefused({KORVO_MACRO, "asm", source, "-o", "/dev/full"}, 73,
+                "cannot write /dev/full: No space left on device");
+  ExpectRefused({KORVO_MACRO, "dis", "/dev/zero"}, 65,
+                "/dev/zero is larger than 1048576 bytes, the most that is read");
   std::filesystem::create_directory(folder.Path() + "/dir.mo");
   ExpectRefused({KORVO_MACRO, "asm", source, "-o", folder.Path() + "/dir.mo"}, 73,
                 "cannot write " + folder.Path() + "/dir.mo: Is a directory");
@@ -126,15 +141,18 @@ TEST(MacroTool, Help_GoesToStandardOutput) {
   for (const char *tool : {KORVO_MACRO, KORVO_QUERY, KORVOCTL}) {
     const Outcome outcome = RunTool({tool, "--help"});
     EXPECT_EQ(0, outcome.status);
-    EXPECT_TRUE(outcome.output.starts_with("usage: " + std::filesystem::path(tool).filename().string() + " "));
+    EXPECT_TRUE(outcome.output.starts_with(
+        "usage: " + std::filesystem::path(tool).filename().string() + " "));
     EXPECT_EQ("", outcome.errors);
   }
 }
 
 TEST(MacroTool, FullStandardOutput_IsAnError) {
-  Tool tool({KORVO_MACRO, "dis", "-"}, [] { dup2(open("/dev/full", O_WRONLY), 1); }, kCode);
+  Tool tool(
+      {KORVO_MACRO, "dis", "-"}, [] { dup2(open("/dev/full", O_WRONLY), 1); }, kCode);
   EXPECT_EQ(74, tool.Status());
-  EXPECT_EQ("korvo-macro: cannot write to standard output: No space left on device\n", tool.Errors());
+  EXPECT_EQ("korvo-macro: cannot write to standard output: No space left on device\n",
+            tool.Errors());
 }
 
 TEST(MacroTool, ClosedStandardOutput_IsAnErrorAndNoFileTakesItsPlace) {
@@ -155,11 +173,13 @@ void BreakOutput() {
 }
 
 TEST(MacroTool, ReaderThatLeft_EndsIt) {
-  Tool quiet({KORVO_MACRO, "dis", "-"}, [] { signal(SIGPIPE, SIG_DFL), BreakOutput(); }, kCode);
+  Tool quiet(
+      {KORVO_MACRO, "dis", "-"}, [] { signal(SIGPIPE, SIG_DFL), BreakOutput(); }, kCode);
   const int status = quiet.Wait();
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
   EXPECT_EQ("", quiet.Errors());
-  Tool told({KORVO_MACRO, "dis", "-"}, [] { signal(SIGPIPE, SIG_IGN), BreakOutput(); }, kCode);
+  Tool told(
+      {KORVO_MACRO, "dis", "-"}, [] { signal(SIGPIPE, SIG_IGN), BreakOutput(); }, kCode);
   EXPECT_EQ(74, told.Status());
   EXPECT_EQ("korvo-macro: cannot write to standard output: Broken pipe\n", told.Errors());
 }
@@ -169,14 +189,18 @@ TEST(MacroTool, SlowReader_GetsAll) {
   int ends[2];
   ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
   const std::string code(100000, '\xff');
-  Tool tool({KORVO_MACRO, "dis", "-"}, [&] {
-    fcntl(ends[1], F_SETFL, O_NONBLOCK);
-    dup2(ends[1], 1);
-  }, code);
+  Tool tool(
+      {KORVO_MACRO, "dis", "-"},
+      [&] {
+        fcntl(ends[1], F_SETFL, O_NONBLOCK);
+        dup2(ends[1], 1);
+      },
+      code);
   close(ends[1]);
   std::string listing;
   char buffer[4000];
-  for (ssize_t got; (got = read(ends[0], buffer, sizeof buffer)) > 0;) listing.append(buffer, static_cast<std::size_t>(got));
+  for (ssize_t got; (got = read(ends[0], buffer, sizeof buffer)) > 0;)
+    listing.append(buffer, static_cast<std::size_t>(got));
   close(ends[0]);
   EXPECT_EQ(0, tool.Status());
   EXPECT_EQ(code, RunTool({KORVO_MACRO, "asm", "-"}, listing).output);

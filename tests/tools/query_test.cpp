@@ -12,15 +12,18 @@
 namespace {
 
 Arguments Query(int port, const Arguments &more) {
-  Arguments argv = {KORVO_QUERY, "--port", std::to_string(port), "--group", "sm1", "--macro", "/m/page"};
+  Arguments argv = {KORVO_QUERY, "--port", std::to_string(port), "--group", "sm1",
+                    "--macro",   "/m/page"};
   argv.insert(argv.end(), more.begin(), more.end());
   return argv;
 }
 
-constexpr const char *kLine = "\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@MACROFILE=/m/page\thello world\n";
+constexpr const char *kLine =
+    "\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@MACROFILE=/m/page\thello world\n";
 
 // Runs the tool against a service that reads one line and answers.
-Outcome Exchange(const std::string &answer, const Arguments &more = {"hello", "world"}, std::string *line = nullptr) {
+Outcome Exchange(const std::string &answer, const Arguments &more = {"hello", "world"},
+                 std::string *line = nullptr) {
   const Manager service;
   Tool tool(Query(service.Port(), more));
   Socket client = service.Accept();
@@ -44,14 +47,20 @@ TEST(QueryTool, Query_SendsItsLineAndCopiesTheAnswer) {
 
 TEST(QueryTool, Options_BecomeFields) {
   std::string line;
-  Exchange("x", {"--max-hits", "7", "--type", "T", "--host", "127.0.0.1", "Name=a b", "--", "--odd", "-", "@OPER=OR"}, &line);
-  EXPECT_EQ("\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@MAXHITS=7\tName=a b\t--odd -\t@OPER=OR\n", line);
+  Exchange("x",
+           {"--max-hits", "7", "--type", "T", "--host", "127.0.0.1", "Name=a b", "--", "--odd", "-",
+            "@OPER=OR"},
+           &line);
+  EXPECT_EQ(
+      "\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@MAXHITS=7\tName=a b\t--odd -\t@OPER=OR\n",
+      line);
 }
 
 TEST(QueryTool, Doc_SendsAGetdoc) {
   std::string line;
   EXPECT_EQ(0, Exchange("x", {"--doc", "17", "--type=T"}, &line).status);
-  EXPECT_EQ("\t@COMMAND=GETDOC\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@DOCNUM=17\n", line);
+  EXPECT_EQ("\t@COMMAND=GETDOC\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@DOCNUM=17\n",
+            line);
 }
 
 TEST(QueryTool, NothingIsSentBehindTheLine) {
@@ -66,7 +75,8 @@ TEST(QueryTool, NothingIsSentBehindTheLine) {
 }
 
 TEST(QueryTool, ErrorLine_IsStatus1) {
-  for (const char *answer : {"\t@COMMAND=ERROR\tUnable to locate SearchMgr\n", "<head>\t@COMMAND=ERROR\tUnable to retreive document.<tail>"}) {
+  for (const char *answer : {"\t@COMMAND=ERROR\tUnable to locate SearchMgr\n",
+                             "<head>\t@COMMAND=ERROR\tUnable to retreive document.<tail>"}) {
     const Outcome outcome = Exchange(answer);
     EXPECT_EQ(1, outcome.status);
     EXPECT_EQ(answer, outcome.output);
@@ -100,7 +110,9 @@ TEST(QueryTool, NoAnswer_IsUnavailable) {
   client.ReadLine();
   client.Close();
   EXPECT_EQ(69, tool.Status());
-  EXPECT_EQ("korvo-query: 127.0.0.1/" + std::to_string(service.Port()) + " closed without an answer, as it does when it cannot open the macro /m/page\n", tool.Errors());
+  EXPECT_EQ("korvo-query: 127.0.0.1/" + std::to_string(service.Port()) +
+                " closed without an answer, as it does when it cannot open the macro /m/page\n",
+            tool.Errors());
 }
 
 TEST(QueryTool, BrokenAnswer_IsUnavailable) {
@@ -112,7 +124,9 @@ TEST(QueryTool, BrokenAnswer_IsUnavailable) {
   EXPECT_TRUE(Eventually([&] { return tool.Output() == "half"; }));
   client.Reset();
   EXPECT_EQ(69, tool.Status());
-  EXPECT_EQ("korvo-query: 127.0.0.1/" + std::to_string(service.Port()) + " broke off after 4 bytes: Connection reset by peer\n", tool.Errors());
+  EXPECT_EQ("korvo-query: 127.0.0.1/" + std::to_string(service.Port()) +
+                " broke off after 4 bytes: Connection reset by peer\n",
+            tool.Errors());
 }
 
 sockaddr_in Loopback(int port) {
@@ -135,12 +149,15 @@ Socket Bound(int port, int backlog) {
 TEST(QueryTool, NobodyListens_IsUnavailable) {
   const int port = ReservePort();
   const Socket bound = Bound(port, -1);
-  ExpectRefused(Query(port, {"a"}), 69, "cannot reach 127.0.0.1/" + std::to_string(port) + ": Connection refused");
+  ExpectRefused(Query(port, {"a"}), 69,
+                "cannot reach 127.0.0.1/" + std::to_string(port) + ": Connection refused");
 }
 
 TEST(QueryTool, SilentService_RunsOutOfTime) {
   const Manager service;
-  ExpectRefused(Query(service.Port(), {"--timeout", "1", "a"}), 75, "127.0.0.1/" + std::to_string(service.Port()) + " did not answer in time; --timeout gives it more");
+  ExpectRefused(Query(service.Port(), {"--timeout", "1", "a"}), 75,
+                "127.0.0.1/" + std::to_string(service.Port()) +
+                    " did not answer in time; --timeout gives it more");
 }
 
 TEST(QueryTool, ServiceWithAFullQueue_RunsOutOfTime) {
@@ -155,27 +172,43 @@ TEST(QueryTool, ServiceWithAFullQueue_RunsOutOfTime) {
     last = {waiting.back().Fd(), POLLOUT, 0};
   } while (poll(&last, 1, 200) > 0 && waiting.size() < 10);
   ASSERT_LT(waiting.size(), 10u);
-  ExpectRefused(Query(port, {"--timeout", "1", "a"}), 75, "127.0.0.1/" + std::to_string(port) + " did not answer in time; --timeout gives it more");
+  ExpectRefused(
+      Query(port, {"--timeout", "1", "a"}), 75,
+      "127.0.0.1/" + std::to_string(port) + " did not answer in time; --timeout gives it more");
 }
 
 TEST(QueryTool, WrongUse_IsOneLineAndNothingIsSent) {
   const Manager service;
   const int port = service.Port();
-  ExpectRefused(Query(port, {"a\tb"}), 64, "an argument holds a tab, newline or carriage return; put a blank in its place");
-  ExpectRefused(Query(port, {"--type", "T\n\t@MACROFILE=/x", "a"}), 64, "--type holds a tab, newline or carriage return; a value goes without");
-  ExpectRefused(Query(port, {"@MACROFILE=/x"}), 64, "an argument begins with '@'; only @OPER=AND and @OPER=OR may");
-  ExpectRefused(Query(port, {"--host", "localhost", "a"}), 64, "--host takes a dotted IPv4 address such as 127.0.0.1, not 'localhost'");
-  ExpectRefused(Query(port, {"--host", "127.0.0.1\n", "a"}), 64, "--host takes a dotted IPv4 address such as 127.0.0.1, not '127.0.0.1?'");
-  ExpectRefused(Query(port, {"--port", "32768", "a"}), 64, "--port takes a number from 1 to 32767, not '32768'");
-  ExpectRefused(Query(port, {"--port", "8001\t", "a"}), 64, "--port takes a number from 1 to 32767, not '8001?'");
-  ExpectRefused(Query(port, {"--max-hits", "-1", "a"}), 64, "--max-hits takes a number from 0 to 2147483647, not '-1'");
-  ExpectRefused(Query(port, {"--max-hits", "2147483648", "a"}), 64, "--max-hits takes a number from 0 to 2147483647, not '2147483648'");
-  ExpectRefused(Query(port, {"--doc", ""}), 64, "--doc takes a number from 0 to 2147483647, not ''");
-  ExpectRefused(Query(port, {"--timeout", "0", "a"}), 64, "--timeout takes a number from 1 to 86400, not '0'");
-  ExpectRefused(Query(port, {"--colour", "a"}), 64, "--colour is no option that can stand here; --help lists all");
+  ExpectRefused(Query(port, {"a\tb"}), 64,
+                "an argument holds a tab, newline or carriage return; put a blank in its place");
+  ExpectRefused(Query(port, {"--type", "T\n\t@MACROFILE=/x", "a"}), 64,
+                "--type holds a tab, newline or carriage return; a value goes without");
+  ExpectRefused(Query(port, {"@MACROFILE=/x"}), 64,
+                "an argument begins with '@'; only @OPER=AND and @OPER=OR may");
+  ExpectRefused(Query(port, {"--host", "localhost", "a"}), 64,
+                "--host takes a dotted IPv4 address such as 127.0.0.1, not 'localhost'");
+  ExpectRefused(Query(port, {"--host", "127.0.0.1\n", "a"}), 64,
+                "--host takes a dotted IPv4 address such as 127.0.0.1, not '127.0.0.1?'");
+  ExpectRefused(Query(port, {"--port", "32768", "a"}), 64,
+                "--port takes a number from 1 to 32767, not '32768'");
+  ExpectRefused(Query(port, {"--port", "8001\t", "a"}), 64,
+                "--port takes a number from 1 to 32767, not '8001?'");
+  ExpectRefused(Query(port, {"--max-hits", "-1", "a"}), 64,
+                "--max-hits takes a number from 0 to 2147483647, not '-1'");
+  ExpectRefused(Query(port, {"--max-hits", "2147483648", "a"}), 64,
+                "--max-hits takes a number from 0 to 2147483647, not '2147483648'");
+  ExpectRefused(Query(port, {"--doc", ""}), 64,
+                "--doc takes a number from 0 to 2147483647, not ''");
+  ExpectRefused(Query(port, {"--timeout", "0", "a"}), 64,
+                "--timeout takes a number from 1 to 86400, not '0'");
+  ExpectRefused(Query(port, {"--colour", "a"}), 64,
+                "--colour is no option that can stand here; --help lists all");
   ExpectRefused(Query(port, {"a", "--type"}), 64, "--type needs a value; --help shows which");
-  ExpectRefused({KORVO_QUERY, "--group", "g", "--macro", "m", "a"}, 64, "--port is missing: the port of the service, from 1 to 32767");
-  ExpectRefused({KORVO_QUERY, "--port", "1", "--macro", "m", "a"}, 64, "--group is missing: a request names a group and a macro");
+  ExpectRefused({KORVO_QUERY, "--group", "g", "--macro", "m", "a"}, 64,
+                "--port is missing: the port of the service, from 1 to 32767");
+  ExpectRefused({KORVO_QUERY, "--port", "1", "--macro", "m", "a"}, 64,
+                "--group is missing: a request names a group and a macro");
   EXPECT_FALSE(service.Called());
 }
 
@@ -251,9 +284,11 @@ TEST(QueryTool, RealService_AnswersWithAPage) {
   daemon.Files().Write("page.tail", "]\n");
   EXPECT_EQ(0, RunTool({KORVO_MACRO, "asm", "-", "-o", macro + ".mo"}, "value \"Name\"\n").status);
 
-  Tool tool({KORVO_QUERY, "--port", std::to_string(daemon.ClientPort()), "--group", "sm1", "--macro", macro, "hello"});
+  Tool tool({KORVO_QUERY, "--port", std::to_string(daemon.ClientPort()), "--group", "sm1",
+             "--macro", macro, "hello"});
   Socket query = search.Accept();
-  EXPECT_EQ("\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@MACROFILE=" + macro + "\thello\n", query.ReadLine());
+  EXPECT_EQ("\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@MACROFILE=" + macro + "\thello\n",
+            query.ReadLine());
   query.Send("\t@COMMAND=HIT\t@SEARCHGROUP=dm1\t@DOCNUM=5\n\t@COMMAND=SEARCHCOMPLETE\n");
   Socket fetch = documents.Accept();
   fetch.ReadLine();
@@ -264,15 +299,22 @@ TEST(QueryTool, RealService_AnswersWithAPage) {
 
 TEST(QueryTool, RealService_SaysWhatIsWrong) {
   const Daemon daemon;
-  const std::string macro = daemon.Files().Path() + "/page", port = std::to_string(daemon.ClientPort());
-  const Outcome lost = RunTool({KORVO_QUERY, "--port", port, "--group", "sm1", "--macro", macro, "a"});
+  const std::string macro = daemon.Files().Path() + "/page",
+                    port = std::to_string(daemon.ClientPort());
+  const Outcome lost =
+      RunTool({KORVO_QUERY, "--port", port, "--group", "sm1", "--macro", macro, "a"});
   EXPECT_EQ(69, lost.status);
-  EXPECT_EQ("korvo-query: 127.0.0.1/" + port + " closed without an answer, as it does when it cannot open the macro " + macro + "\n", lost.errors);
+  EXPECT_EQ("korvo-query: 127.0.0.1/" + port +
+                " closed without an answer, as it does when it cannot open the macro " + macro +
+                "\n",
+            lost.errors);
   daemon.Files().Write("page.mo", "");
-  const Outcome query = RunTool({KORVO_QUERY, "--port", port, "--group", "sm1", "--macro", macro, "a"});
+  const Outcome query =
+      RunTool({KORVO_QUERY, "--port", port, "--group", "sm1", "--macro", macro, "a"});
   EXPECT_EQ(1, query.status);
   EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate SearchMgr\n", query.output);
-  const Outcome getdoc = RunTool({KORVO_QUERY, "--port", port, "--group", "dm1", "--macro", macro, "--doc", "1"});
+  const Outcome getdoc =
+      RunTool({KORVO_QUERY, "--port", port, "--group", "dm1", "--macro", macro, "--doc", "1"});
   EXPECT_EQ(1, getdoc.status);
   EXPECT_EQ("\t@COMMAND=ERROR\tUnable to locate Document Server.", getdoc.output);
 }

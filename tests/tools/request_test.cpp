@@ -41,34 +41,41 @@ TEST(Request, Query_CarriesWhatWasGiven) {
   Request request = Query({"a"});
   request.type = "T";
   request.max_hits = 0;
-  EXPECT_EQ("\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@MAXHITS=0\ta\n", LineOf(request));
+  EXPECT_EQ("\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@MAXHITS=0\ta\n",
+            LineOf(request));
 }
 
 TEST(Request, Doc_IsAGetdoc) {
   Request request = Query({});
   request.type = "T";
   request.doc = 17;
-  EXPECT_EQ("\t@COMMAND=GETDOC\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@DOCNUM=17\n", LineOf(request));
+  EXPECT_EQ("\t@COMMAND=GETDOC\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@DOCNUM=17\n",
+            LineOf(request));
 }
 
 TEST(Request, Separator_IsRefusedEverywhere) {
   for (const char *text : {"a\tb", "a\nb", "a\r", "\t"}) {
     Request request = Query({"a"});
     request.group = text;
-    EXPECT_EQ("--group holds a tab, newline or carriage return; a value goes without", Wrong(request));
+    EXPECT_EQ("--group holds a tab, newline or carriage return; a value goes without",
+              Wrong(request));
     request = Query({"a"});
     request.macro = text;
-    EXPECT_EQ("--macro holds a tab, newline or carriage return; a value goes without", Wrong(request));
+    EXPECT_EQ("--macro holds a tab, newline or carriage return; a value goes without",
+              Wrong(request));
     request = Query({"a"});
     request.type = text;
-    EXPECT_EQ("--type holds a tab, newline or carriage return; a value goes without", Wrong(request));
-    EXPECT_EQ("an argument holds a tab, newline or carriage return; put a blank in its place", Wrong(Query({"a", text})));
+    EXPECT_EQ("--type holds a tab, newline or carriage return; a value goes without",
+              Wrong(request));
+    EXPECT_EQ("an argument holds a tab, newline or carriage return; put a blank in its place",
+              Wrong(Query({"a", text})));
   }
 }
 
 TEST(Request, Field_CannotBeSmuggledIn) {
   for (const char *word : {"@MACROFILE=/x", "@", "@OPER=XOR", "@OPER", "@OPER=AND "})
-    EXPECT_EQ("an argument begins with '@'; only @OPER=AND and @OPER=OR may", Wrong(Query({"a", word})));
+    EXPECT_EQ("an argument begins with '@'; only @OPER=AND and @OPER=OR may",
+              Wrong(Query({"a", word})));
 }
 
 TEST(Request, LongestValue_Has127Bytes) {
@@ -82,7 +89,8 @@ TEST(Request, LongestValue_Has127Bytes) {
 TEST(Request, LongestLine_Has4095BytesAndANewline) {
   const std::size_t room = 4095 - std::string(kHead).size();
   EXPECT_EQ(4096u, LineOf(Query({std::string(room, 'x')})).size());
-  EXPECT_EQ("the request has 4096 bytes; a line takes 4095, so search for less", Wrong(Query({std::string(room + 1, 'x')})));
+  EXPECT_EQ("the request has 4096 bytes; a line takes 4095, so search for less",
+            Wrong(Query({std::string(room + 1, 'x')})));
 }
 
 TEST(Request, Contradictions_AreRefused) {

@@ -30,5 +30,6 @@ void ExpectRefused(const Arguments &argv, int status, const std::string &line) {
   const Outcome outcome = RunTool(argv);
   EXPECT_EQ(status, outcome.status);
   EXPECT_EQ("", outcome.output);
-  EXPECT_EQ(std::filesystem::path(argv[0]).filename().string() + ": " + line + "\n", outcome.errors);
+  EXPECT_EQ(std::filesystem::path(argv[0]).filename().string() + ": " + line + "\n",
+            outcome.errors);
 }

@@ -35,8 +35,8 @@ struct Outcome {
 
 Outcome RunTool(const Arguments &argv, const std::string &input = "");
 
-// Fails the test unless the tool ends with the status and one line on standard error, the name of the tool in
-// front, and nothing on standard output.
+// Fails the test unless the tool ends with the status and one line on standard error, the name of
+// the tool in front, and nothing on standard output.
 void ExpectRefused(const Arguments &argv, int status, const std::string &line);
 
 #endif

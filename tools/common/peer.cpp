@@ -5,12 +5,23 @@
 #include <sys/socket.h>
 #include <sysexits.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 
 #include "tools/common/tool.h"
+
+constexpr std::int32_t kMaxTimeout = 86400;  // seconds
+
+bool Peer_TakeOption(Peer *peer, int letter) {
+  switch (letter) {
+    case 'H': peer->host = optarg; return true;
+    case 'p': peer->port = Tool_Number("--port", optarg, 1, kPeerMaxPort); return true;
+    case 't':
+      peer->left = std::chrono::seconds(Tool_Number("--timeout", optarg, 1, kMaxTimeout));
+      return true;
+    default: return false;
+  }
+}
 
 sockaddr_in Peer_Address(const Peer &peer) {
   sockaddr_in address = {};
@@ -19,24 +30,35 @@ sockaddr_in Peer_Address(const Peer &peer) {
   if (peer.port == 0)
     Tool_Fail(EX_USAGE, "--port is missing: the port of the service, from 1 to %d", kPeerMaxPort);
   if (inet_pton(AF_INET, peer.host, &address.sin_addr) != 1)
-    Tool_Fail(EX_USAGE, "--host takes a dotted IPv4 address such as 127.0.0.1, not '%s'", peer.host);
+    Tool_Fail(EX_USAGE, "--host takes a dotted IPv4 address such as 127.0.0.1, not '%s'",
+              peer.host);
   return address;
 }
 
 void Peer_Wait(Peer *peer, int fd, short events) {
   using Clock = std::chrono::steady_clock;
-  const Clock::time_point begin = Clock::now();
-  int left = peer->left;
-  for (;;) {
-    pollfd ready = {fd, events, 0};
-    const int count = poll(&ready, 1, left);
-    const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-    left = peer->left - static_cast<int>(std::min<long long>(spent.count(), peer->left));
-    if (count > 0) break;
-    if (left == 0)
-      Tool_Fail(EX_TEMPFAIL, "%s/%d did not answer in time; --timeout gives it more", peer->host, peer->port);
-  }
-  peer->left = left;
+  const Clock::time_point end = Clock::now() + peer->left;
+  pollfd ready = {fd, events, 0};
+  int count = 0;
+  do {
+    peer->left = end - Clock::now();
+    if (peer->left.count() <= 0)
+      Tool_Fail(EX_TEMPFAIL, "%s/%d did not answer in time; --timeout gives it more", peer->host,
+                peer->port);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(peer->left);
+    count = poll(&ready, 1, static_cast<int>(left.count()));
+  } while (count <= 0);
+  peer->left = end - Clock::now();
+}
+
+int Peer_PendingError(int sock) {
+  int err = 0;
+  socklen_t size = sizeof err;
+  return getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &size) == 0 ? err : errno;
+}
+
+void Peer_FailUnreachable(const Peer &peer, int err) {
+  Tool_Fail(EX_UNAVAILABLE, "cannot reach %s/%d: %s", peer.host, peer.port, std::strerror(err));
 }
 
 int Peer_Socket(int type) {

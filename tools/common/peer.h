@@ -4,24 +4,34 @@
 
 #include <netinet/in.h>
 
+#include <chrono>
 #include <cstdint>
 
 // The service keeps ports in 16 signed bits.
 inline constexpr std::int32_t kPeerMaxPort = 32767;
 
 struct Peer {
-  const char *host;   // dotted text
-  std::int32_t port;  // 0: not given yet
-  int left;           // milliseconds that the tool still waits
+  const char *host;               // dotted text
+  std::int32_t port;              // 0: not given yet
+  std::chrono::nanoseconds left;  // that the tool still waits
 };
+
+// Takes --host, --port or --timeout, known by the letters H, p and t.  False: it is another option.
+bool Peer_TakeOption(Peer *peer, int letter);
 
 // The address in network form, or the end of the process with EX_USAGE.
 sockaddr_in Peer_Address(const Peer &peer);
 
-// Waits until the descriptor is ready for the events and takes the time off peer->left; ends the process with
-// EX_TEMPFAIL when none is left.  What the tool does between two waits costs nothing, so a pager that holds
-// its output up does not make the service look slow.
+// Waits until the descriptor is ready for the events and takes the time off peer->left; ends the
+// process with EX_TEMPFAIL when none is left.  What the tool does between two waits costs nothing,
+// so a pager that holds its output up does not make the service look slow.
 void Peer_Wait(Peer *peer, int fd, short events);
+
+// The error of a socket that its last call could not report yet, or 0.
+int Peer_PendingError(int sock);
+
+// The end of the process with EX_UNAVAILABLE.
+[[noreturn]] void Peer_FailUnreachable(const Peer &peer, int err);
 
 // A socket whose calls do not block, or the end of the process with EX_OSERR.
 int Peer_Socket(int type);

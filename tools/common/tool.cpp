@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::size_t kLineSize = 1024;  // of an error line; what is longer is cut
 
-[[gnu::format(printf, 2, 0)]] void WriteLine(const char *program, const char *format, va_list args) {
+[[gnu::format(printf, 2, 0)]] void WriteLine(const char *program, const char *format,
+                                             va_list args) {
   char text[kLineSize];
   std::vsnprintf(text, sizeof text, format, args);
   std::string line;
@@ -80,7 +81,8 @@ int Tool_NextOption(int argc, char **argv, const char *letters, const option *op
   return letter;
 }
 
-std::int32_t Tool_Number(const char *name, const char *text, std::int32_t least, std::int32_t most) {
+std::int32_t Tool_Number(const char *name, const char *text, std::int32_t least,
+                         std::int32_t most) {
   const char *end = text + std::strlen(text);
   std::int32_t value = 0;
   const auto [stop, code] = std::from_chars(text, end, value);

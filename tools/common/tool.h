@@ -1,7 +1,7 @@
 // tools/common/tool.h: how a command-line tool reads its options, speaks and ends.
 //
-// Standard output carries what was asked for and nothing else.  Whatever goes wrong is one line on standard
-// error, and the process ends with a status of <sysexits.h>.
+// Standard output carries what was asked for and nothing else.  Whatever goes wrong is one line on
+// standard error, and the process ends with a status of <sysexits.h>.
 #ifndef TOOLS_COMMON_TOOL_H
 #define TOOLS_COMMON_TOOL_H
 
@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <string_view>
 
-// First call of main.  A descriptor 0 to 2 that the parent closed is opened so that its use fails: no file and
-// no socket can take its place.
+// First call of main.  A descriptor 0 to 2 that the parent closed is opened so that its use fails:
+// no file and no socket can take its place.
 void Tool_Start();
 
 // One line on standard error; control characters of what it quotes are shown as "?".
@@ -26,11 +26,12 @@ void Tool_Start();
 // Writes all of the bytes to standard output, or ends the process with EX_IOERR.
 void Tool_Print(std::string_view bytes);
 
-// The next option as getopt_long gives it, -1 behind the last; ends the process with EX_USAGE over an unknown
-// option or a missing value.
+// The next option as getopt_long gives it, -1 behind the last; ends the process with EX_USAGE over
+// an unknown option or a missing value.
 int Tool_NextOption(int argc, char **argv, const char *letters, const option *options);
 
-// The value of an option as a decimal number from least to most, or the end of the process with EX_USAGE.
+// The value of an option as a decimal number from least to most, or the end of the process with
+// EX_USAGE.
 std::int32_t Tool_Number(const char *name, const char *text, std::int32_t least, std::int32_t most);
 
 #endif

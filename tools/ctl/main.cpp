@@ -21,8 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::int32_t kDefaultTimeout = 5;
-constexpr std::int32_t kMaxTimeout = 86400;
+constexpr std::chrono::seconds kDefaultTimeout(5);
 constexpr std::int32_t kFirstSourcePort = 32000;  // up to kPeerMaxPort
 constexpr std::size_t kDatagramSize = 4096;
 
@@ -46,7 +45,7 @@ constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'},
                                {nullptr, 0, nullptr, 0}};
 
 struct Command {
-  Peer peer = {"127.0.0.1", 0, kDefaultTimeout * 1000};
+  Peer peer = {"127.0.0.1", 0, kDefaultTimeout};
   std::string word;
   std::string level;  // of "level"
 };
@@ -54,15 +53,6 @@ struct Command {
 [[noreturn]] void Help() {
   Tool_Print(kHelp);
   std::exit(EX_OK);
-}
-
-void TakeOption(Peer *peer, int letter) {
-  switch (letter) {
-    case 'H': peer->host = optarg; break;
-    case 'p': peer->port = Tool_Number("--port", optarg, 1, kPeerMaxPort); break;
-    case 't': peer->left = 1000 * Tool_Number("--timeout", optarg, 1, kMaxTimeout); break;
-    default: Help();
-  }
 }
 
 bool IsLevel(std::string_view word) {
@@ -73,20 +63,24 @@ bool IsLevel(std::string_view word) {
 
 void TakeLevel(Command *command, const char *level) {
   if (level == nullptr || !IsLevel(level))
-    Tool_Fail(EX_USAGE, "level takes INFO, STATUS, WARNING, FATAL or OFF, not '%s'", level == nullptr ? "" : level);
+    Tool_Fail(EX_USAGE, "level takes INFO, STATUS, WARNING, FATAL or OFF, not '%s'",
+              level == nullptr ? "" : level);
   command->level = level;
 }
 
 Command ReadCommand(int argc, char **argv) {
   Command command;
   for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;)
-    TakeOption(&command.peer, letter);
+    if (!Peer_TakeOption(&command.peer, letter)) Help();
   if (optind == argc) Tool_Fail(EX_USAGE, "needs a command: ping, level LEVEL or shutdown");
   command.word = argv[optind++];
-  if (command.word == "level") TakeLevel(&command, optind < argc ? argv[optind++] : nullptr);
+  if (command.word == "level")
+    TakeLevel(&command, optind < argc ? argv[optind++] : nullptr);
   else if (command.word != "ping" && command.word != "shutdown")
-    Tool_Fail(EX_USAGE, "there is no command %s; ping, level LEVEL and shutdown are all", command.word.c_str());
-  if (optind < argc) Tool_Fail(EX_USAGE, "%s takes nothing more; leave out %s", command.word.c_str(), argv[optind]);
+    Tool_Fail(EX_USAGE, "there is no command %s; ping, level LEVEL and shutdown are all",
+              command.word.c_str());
+  if (optind < argc)
+    Tool_Fail(EX_USAGE, "%s takes nothing more; leave out %s", command.word.c_str(), argv[optind]);
   return command;
 }
 
@@ -94,8 +88,9 @@ std::int32_t NewNumber() {
   return static_cast<std::int32_t>(Clock::now().time_since_epoch().count() / 1000 & INT32_MAX);
 }
 
-// A port that the service can answer to: it keeps ports in 16 signed bits, and the system would choose a
-// higher one.  The search begins anywhere, so that those who run at the same time rarely meet.
+// A port that the service can answer to: it keeps ports in 16 signed bits, and the system would
+// choose a higher one.  The search begins anywhere, so that those who run at the same time rarely
+// meet.
 void BindBelow32768(int sock) {
   constexpr std::int32_t kCount = kPeerMaxPort + 1 - kFirstSourcePort;
   const std::int32_t first = NewNumber() % kCount;
@@ -106,11 +101,8 @@ void BindBelow32768(int sock) {
     if (bind(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return;
     if (errno != EADDRINUSE) break;
   }
-  Tool_Fail(EX_OSERR, "cannot bind a source port from %d to %d: %s", kFirstSourcePort, kPeerMaxPort, std::strerror(errno));
-}
-
-[[noreturn]] void FailUnreachable(const Peer &peer, int err) {
-  Tool_Fail(EX_UNAVAILABLE, "cannot reach %s/%d: %s", peer.host, peer.port, std::strerror(err));
+  Tool_Fail(EX_OSERR, "cannot bind a source port from %d to %d: %s", kFirstSourcePort, kPeerMaxPort,
+            std::strerror(errno));
 }
 
 // Connected, so that a refusal is reported here and nobody else's datagrams arrive.
@@ -119,19 +111,18 @@ int Open(const Peer &peer) {
   const int sock = Peer_Socket(SOCK_DGRAM);
   BindBelow32768(sock);
   if (connect(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-    FailUnreachable(peer, errno);
+    Peer_FailUnreachable(peer, errno);
   return sock;
 }
 
 void Send(const Peer &peer, int sock, const std::string &datagram) {
-  if (send(sock, datagram.data(), datagram.size(), 0) < 0) FailUnreachable(peer, errno);
+  if (send(sock, datagram.data(), datagram.size(), 0) < 0) Peer_FailUnreachable(peer, errno);
 }
 
 // A refusal that is known already; from another machine it may come too late.
 void CheckRefused(const Peer &peer, int sock) {
-  int err = 0;
-  socklen_t size = sizeof err;
-  if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &size) == 0 && err != 0) FailUnreachable(peer, err);
+  const int err = Peer_PendingError(sock);
+  if (err != 0) Peer_FailUnreachable(peer, err);
 }
 
 bool IsPong(const char *text, std::int32_t number) {
@@ -145,7 +136,7 @@ void AwaitPong(Peer *peer, int sock, std::int32_t number) {
   for (;;) {
     Peer_Wait(peer, sock, POLLIN);
     const ssize_t got = recv(sock, buffer, kDatagramSize, 0);
-    if (got < 0 && errno != EAGAIN && errno != EINTR) FailUnreachable(*peer, errno);
+    if (got < 0 && errno != EAGAIN && errno != EINTR) Peer_FailUnreachable(*peer, errno);
     if (got < 0) continue;
     buffer[got] = '\0';
     if (IsPong(buffer, number)) return;
@@ -159,7 +150,8 @@ void Ping(Peer *peer, int sock) {
   AwaitPong(peer, sock, number);
   const double spent = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
   char text[kHdrText];
-  (void)Text_FormatTo(text, sizeof text, "PONG from %s/%d in %.3f ms\n", peer->host, peer->port, spent);
+  (void)Text_FormatTo(text, sizeof text, "PONG from %s/%d in %.3f ms\n", peer->host, peer->port,
+                      spent);
   Tool_Print(text);
 }
 
@@ -170,9 +162,12 @@ int main(int argc, char **argv) {
   Debug_Level = kOff;  // what a stranger's datagram lacks is no news to the user
   Command command = ReadCommand(argc, argv);
   const int sock = Open(command.peer);
-  if (command.word == "ping") Ping(&command.peer, sock);
-  else if (command.word == "level") Send(command.peer, sock, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + command.level + "\n");
-  else Send(command.peer, sock, "\t@COMMAND=SHUTDOWN\n");
+  if (command.word == "ping")
+    Ping(&command.peer, sock);
+  else if (command.word == "level")
+    Send(command.peer, sock, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + command.level + "\n");
+  else
+    Send(command.peer, sock, "\t@COMMAND=SHUTDOWN\n");
   CheckRefused(command.peer, sock);
   return EX_OK;
 }

@@ -33,8 +33,10 @@ std::string_view TakeWord(Line *line) {
 
 void Expected(Line *line, std::string_view what, std::string_view found) {
   line->wrong.append("expected ").append(what).append(", found ");
-  if (found.empty()) line->wrong += "the end of the line";
-  else line->wrong.append("'").append(found.substr(0, kQuoteSize)).append("'");
+  if (found.empty())
+    line->wrong += "the end of the line";
+  else
+    line->wrong.append("'").append(found.substr(0, kQuoteSize)).append("'");
 }
 
 void ExpectedHere(Line *line, std::string_view what) {

@@ -52,9 +52,9 @@ void AddBytes(std::string *out, std::string_view bytes, std::size_t offset, std:
 }
 
 struct Decoded {
-  std::string text;    // the instruction, written out
-  std::size_t size;    // its bytes
-  bool beyond;         // an operand is larger than a run takes
+  std::string text;  // the instruction, written out
+  std::size_t size;  // its bytes
+  bool beyond;       // an operand is larger than a run takes
 };
 
 std::optional<std::uint32_t> NumberAt(std::string_view code, std::size_t at, int width) {
@@ -89,32 +89,37 @@ std::string UndefinedNote(unsigned char op) {
   return "undefined op-code " + std::to_string(op) + ", which a run repeats for ever";
 }
 
+// Adds what stands at the start of code, which is at the offset, and returns its size.
+std::size_t AddInstruction(std::string *out, std::string_view code, std::size_t offset) {
+  const unsigned char op = ByteOf(code[0]);
+  const Form *form = Form_Of(op);
+  if (form == nullptr) {
+    AddBytes(out, code.substr(0, 1), offset, UndefinedNote(op));
+    return 1;
+  }
+  const auto decoded = Decode(*form, code);
+  if (!decoded) {
+    AddBytes(out, code, offset, "malformed, an operand runs past the end");
+    return code.size();
+  }
+  if (decoded->beyond) {
+    const std::string note = std::string("malformed, expected ") + form->operands[0]->expected;
+    AddBytes(out, code.substr(0, decoded->size), offset, note);
+  } else {
+    AddLine(out, decoded->text, offset, {});
+  }
+  return decoded->size;
+}
+
 }  // namespace
 
 std::string Asm_Disassemble(std::string_view code) {
   std::string out;
   std::size_t at = 0;
-  bool ended = false;
-  while (at < code.size() && !ended) {
-    const std::string_view rest = code.substr(at);
-    const unsigned char op = ByteOf(rest[0]);
-    const Form *form = Form_Of(op);
-    if (form == nullptr) {
-      AddBytes(&out, rest.substr(0, 1), at, UndefinedNote(op));
-      ++at;
-      continue;
-    }
-    const auto decoded = Decode(*form, rest);
-    if (!decoded) {
-      AddBytes(&out, rest, at, "malformed, an operand runs past the end");
-      return out;
-    }
-    if (decoded->beyond)
-      AddBytes(&out, rest.substr(0, decoded->size), at, "malformed, expected " + std::string(form->operands[0]->expected));
-    else
-      AddLine(&out, decoded->text, at, {});
-    at += decoded->size;
-    ended = form->op == kOpEnd;
+  while (at < code.size()) {
+    const bool end = code[at] == kOpEnd;
+    at += AddInstruction(&out, code.substr(at), at);
+    if (end) break;
   }
   AddBytes(&out, code.substr(at), at, "behind the end, never run");
   return out;

@@ -2,7 +2,8 @@
 
 namespace {
 
-constexpr Operand kText8 = {true, 1, 255, "a text in quotes of at most 255 bytes (text32 takes longer ones)"};
+constexpr Operand kText8 = {true, 1, 255,
+                            "a text in quotes of at most 255 bytes (text32 takes longer ones)"};
 constexpr Operand kText32 = {true, 4, UINT32_MAX, "a text in quotes"};
 constexpr Operand kName8 = {true, 1, 255, "a name in quotes of at most 255 bytes"};
 constexpr Operand kName32 = {true, 4, kMacroNameSize, "a name in quotes of at most 4095 bytes"};

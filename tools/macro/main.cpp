@@ -36,8 +36,10 @@ struct Command {
 bool IsStandard(const std::string &path) { return path == "-"; }
 
 std::string ReadInput(const std::string &path, std::size_t limit) {
-  const FdGuard file(IsStandard(path) ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.Get() < 0) Tool_Fail(EX_NOINPUT, "cannot open %s: %s", path.c_str(), std::strerror(errno));
+  const FdGuard file(IsStandard(path) ? dup(STDIN_FILENO)
+                                      : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.Get() < 0)
+    Tool_Fail(EX_NOINPUT, "cannot open %s: %s", path.c_str(), std::strerror(errno));
   std::string text;
   char buffer[65536];
   while (text.size() <= limit) {
@@ -62,13 +64,15 @@ void WriteInPlace(const std::string &path, const std::string &bytes) {
 }
 
 // The errno of what failed, or 0.
-int FillAndRename(int file, const std::string &bytes, mode_t mode, const char *from, const char *to) {
+int FillAndRename(int file, const std::string &bytes, mode_t mode, const char *from,
+                  const char *to) {
   const int err = Tool_Write(file, bytes);
   if (err != 0) return err;
   return fchmod(file, mode) == 0 && rename(from, to) == 0 ? 0 : errno;
 }
 
-// The service may load the macro at any moment, and must find the old one whole or the new one whole.
+// The service may load the macro at any moment, and must find the old one whole or the new one
+// whole.
 void Replace(const std::string &path, const std::string &bytes, mode_t mode) {
   std::string scratch = path + ".XXXXXX";
   const FdGuard file(mkostemp(scratch.data(), O_CLOEXEC));
@@ -95,7 +99,8 @@ void WriteOutput(const std::string &path, const std::string &bytes) {
 
 std::string OutputName(const Command &command) {
   const std::string &input = command.input;
-  if (!command.output.empty() || IsStandard(input)) return command.output.empty() ? "-" : command.output;
+  if (!command.output.empty() || IsStandard(input))
+    return command.output.empty() ? "-" : command.output;
   if (!input.ends_with(".ms"))
     Tool_Fail(EX_USAGE, "%s does not end in .ms; name the output with -o", input.c_str());
   return input.substr(0, input.size() - 2) + "mo";
@@ -114,7 +119,8 @@ void Assemble(const Command &command) {
 }
 
 void Disassemble(const Command &command) {
-  if (!command.output.empty()) Tool_Fail(EX_USAGE, "-o belongs to asm; dis writes to standard output");
+  if (!command.output.empty())
+    Tool_Fail(EX_USAGE, "-o belongs to asm; dis writes to standard output");
   Tool_Print(Asm_Disassemble(ReadInput(command.input, kMacroLimit)));
 }
 
@@ -126,7 +132,8 @@ Command ReadCommand(int argc, char **argv) {
       std::exit(EX_OK);
     }
     command.output = optarg;
-    if (command.output.empty()) Tool_Fail(EX_USAGE, "-o takes the name of a file, not an empty text");
+    if (command.output.empty())
+      Tool_Fail(EX_USAGE, "-o takes the name of a file, not an empty text");
   }
   if (argc - optind != 2)
     Tool_Fail(EX_USAGE, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
@@ -140,7 +147,10 @@ Command ReadCommand(int argc, char **argv) {
 int main(int argc, char **argv) {
   Tool_Start();
   const Command command = ReadCommand(argc, argv);
-  if (command.word == "asm") Assemble(command);
-  else if (command.word == "dis") Disassemble(command);
-  else Tool_Fail(EX_USAGE, "there is no command %s; asm and dis are all", command.word.c_str());
+  if (command.word == "asm")
+    Assemble(command);
+  else if (command.word == "dis")
+    Disassemble(command);
+  else
+    Tool_Fail(EX_USAGE, "there is no command %s; asm and dis are all", command.word.c_str());
 }

@@ -29,8 +29,10 @@ std::string Answer_Readable(std::string_view bytes, char last) {
   std::string out;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    if (IsControl(byte, static_cast<unsigned char>(last))) out.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
-    else out += c;
+    if (IsControl(byte, static_cast<unsigned char>(last)))
+      out.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
+    else
+      out += c;
     last = c;
   }
   return out;

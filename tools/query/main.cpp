@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -18,8 +19,7 @@
 namespace {
 
 constexpr int kAnswerError = 1;  // exit status
-constexpr std::int32_t kDefaultTimeout = 60;
-constexpr std::int32_t kMaxTimeout = 86400;
+constexpr std::chrono::seconds kDefaultTimeout(60);
 
 constexpr const char *kHelp =
     "usage: korvo-query --port PORT --group GROUP --macro MACRO [OPTION]... WORD|NAME=TERMS...\n"
@@ -53,7 +53,7 @@ constexpr option kOptions[] = {{"doc", required_argument, nullptr, 'd'},
                                {nullptr, 0, nullptr, 0}};
 
 struct Command {
-  Peer peer = {"127.0.0.1", 0, kDefaultTimeout * 1000};
+  Peer peer = {"127.0.0.1", 0, kDefaultTimeout};
   Request request;
   bool raw = false;
 };
@@ -64,10 +64,8 @@ struct Command {
 }
 
 void TakeOption(Command *command, int letter) {
+  if (Peer_TakeOption(&command->peer, letter)) return;
   switch (letter) {
-    case 'H': command->peer.host = optarg; break;
-    case 'p': command->peer.port = Tool_Number("--port", optarg, 1, kPeerMaxPort); break;
-    case 't': command->peer.left = 1000 * Tool_Number("--timeout", optarg, 1, kMaxTimeout); break;
     case 'g': command->request.group = optarg; break;
     case 'm': command->request.macro = optarg; break;
     case 'T': command->request.type = optarg; break;
@@ -86,24 +84,13 @@ Command ReadCommand(int argc, char **argv) {
   return command;
 }
 
-[[noreturn]] void FailUnreachable(const Peer &peer, int err) {
-  Tool_Fail(EX_UNAVAILABLE, "cannot reach %s/%d: %s", peer.host, peer.port, std::strerror(err));
-}
-
-// The outcome of a connect that is under way.
-int PendingError(int sock) {
-  int err = 0;
-  socklen_t size = sizeof err;
-  return getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &size) == 0 ? err : errno;
-}
-
 int Connect(Peer *peer, const sockaddr_in &address) {
   const int sock = Peer_Socket(SOCK_STREAM);
   if (connect(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return sock;
-  if (errno != EINPROGRESS) FailUnreachable(*peer, errno);
+  if (errno != EINPROGRESS) Peer_FailUnreachable(*peer, errno);
   Peer_Wait(peer, sock, POLLOUT);
-  const int err = PendingError(sock);
-  if (err != 0) FailUnreachable(*peer, err);
+  const int err = Peer_PendingError(sock);
+  if (err != 0) Peer_FailUnreachable(*peer, err);
   return sock;
 }
 
@@ -111,8 +98,10 @@ void Send(Peer *peer, int sock, std::string_view line) {
   while (!line.empty()) {
     Peer_Wait(peer, sock, POLLOUT);
     const ssize_t sent = send(sock, line.data(), line.size(), MSG_NOSIGNAL);
-    if (sent >= 0) line.remove_prefix(static_cast<std::size_t>(sent));
-    else if (errno != EAGAIN && errno != EINTR) FailUnreachable(*peer, errno);
+    if (sent >= 0)
+      line.remove_prefix(static_cast<std::size_t>(sent));
+    else if (errno != EAGAIN && errno != EINTR)
+      Peer_FailUnreachable(*peer, errno);
   }
 }
 
@@ -126,7 +115,8 @@ Answer Receive(Peer *peer, int sock, bool readable) {
     if (got == 0) break;
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (got < 0)
-      Tool_Fail(EX_UNAVAILABLE, "%s/%d broke off after %zu bytes: %s", peer->host, peer->port, answer.size, std::strerror(errno));
+      Tool_Fail(EX_UNAVAILABLE, "%s/%d broke off after %zu bytes: %s", peer->host, peer->port,
+                answer.size, std::strerror(errno));
     const std::string_view bytes(buffer, static_cast<std::size_t>(got));
     Tool_Print(readable ? Answer_Readable(bytes, answer.last) : bytes);
     Answer_Add(&answer, bytes);
@@ -148,7 +138,8 @@ int main(int argc, char **argv) {
   Send(&command.peer, sock, line);
   const Answer answer = Receive(&command.peer, sock, !command.raw && isatty(STDOUT_FILENO) == 1);
   if (answer.size == 0)
-    Tool_Fail(EX_UNAVAILABLE, "%s/%d closed without an answer, as it does when it cannot open the macro %s",
+    Tool_Fail(EX_UNAVAILABLE,
+              "%s/%d closed without an answer, as it does when it cannot open the macro %s",
               command.peer.host, command.peer.port, command.request.macro.c_str());
   return answer.error ? kAnswerError : EX_OK;
 }

@@ -25,7 +25,8 @@ std::string WrongValue(const Value &value) {
   if (HoldsSeparator(value.text))
     return option + " holds a tab, newline or carriage return; a value goes without";
   if (value.text.size() >= kHdrText)
-    return option + " is longer than " + std::to_string(kHdrText - 1) + " bytes, the most that a field holds";
+    return option + " is longer than " + std::to_string(kHdrText - 1) +
+           " bytes, the most that a field holds";
   return {};
 }
 
