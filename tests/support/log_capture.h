@@ -2,6 +2,7 @@
 #ifndef TESTS_SUPPORT_LOG_CAPTURE_H
 #define TESTS_SUPPORT_LOG_CAPTURE_H
 
+#include <functional>
 #include <string>
 
 // Redirects one descriptor into memory for as long as it lives.
@@ -21,8 +22,8 @@ class FdCapture {
   int file_;
 };
 
-// The log as written to standard error, at the given level, which is restored at the end together with what
-// went before.  Messages() leaves out the separator and time header of each message.
+// The log as written to standard error, at the given level, which is restored at the end together
+// with what went before.  Messages() leaves out the separator and time header of each message.
 class LogCapture {
  public:
   explicit LogCapture(int level = 103);
@@ -39,5 +40,17 @@ class LogCapture {
 
 // The messages in a log: its text without separators and time headers.
 std::string StripHeaders(const std::string &log);
+
+// What an action wrote at the given level of the log, headers left out.  Expect nothing inside of
+// the action: the report would be captured too.
+struct Output {
+  std::string log;  // standard error
+  std::string out;  // standard output
+};
+Output Capture(int level, const std::function<void()> &action);
+
+// The messages of an action, all of which have this level: it is run a second time one level
+// higher, where the test fails if anything shows.
+std::string MessagesAt(int level, const std::function<void()> &action);
 
 #endif
