@@ -17,7 +17,9 @@ ConfigInfo Manager() { return {"grp1", 'S', "10.1.2.3", 6000, 6001, "web1"}; }
 
 constexpr char kManagerFields[] = "\tID=grp1\tTYPE=S\tIP=10.1.2.3\tCLIENTPORT=6000\tADMINPORT=6001";
 
-std::string Announcement() { return std::string("\t@COMMAND=STARTUPANNOUNCEMENT") + kManagerFields; }
+std::string Announcement() {
+  return std::string("\t@COMMAND=STARTUPANNOUNCEMENT") + kManagerFields;
+}
 
 std::string Received(int sock) {
   char bytes[4096];
@@ -36,7 +38,8 @@ struct Addresses {
 Addresses FillFrom(const ConfigInfo *config, bool with_client = true, bool with_admin = true) {
   Addresses got;
   got.log = MessagesAt(104, [&] {
-    got.result = Init_TCPIPSetup(config, with_client ? &got.client : nullptr, with_admin ? &got.admin : nullptr);
+    got.result = Init_TCPIPSetup(config, with_client ? &got.client : nullptr,
+                                 with_admin ? &got.admin : nullptr);
   });
   return got;
 }
@@ -75,7 +78,11 @@ TEST(TCPIPSetup, NullRecord_IsRefusedFirst) {
 }
 
 TEST(TCPIPSetup, BadField_IsRefusedInTheOrderOfTheRecord) {
-  const struct { const char *ip; int client, admin; const char *log; } rows[] = {
+  const struct {
+    const char *ip;
+    int client, admin;
+    const char *log;
+  } rows[] = {
       {"", 0, 0, "[Init: TCPIPSetup] IP is blank.\n"},
       {"10.1.2.3", 0, 0, "[Init: TCPIPSetup] Invalid client port = 0.\n"},
       {"10.1.2.3", -32768, 0, "[Init: TCPIPSetup] Invalid client port = -32768.\n"},
@@ -84,7 +91,9 @@ TEST(TCPIPSetup, BadField_IsRefusedInTheOrderOfTheRecord) {
       {"10.1.2.3", 6000, -5, "[Init: TCPIPSetup] Invalid admin port = -5.\n"},
       {"10.1.2.3", 1, 1, "[Init: TCPIPSetup] Either Client, Admin or Parent pointer is NULL.\n"}};
   for (const auto &row : rows) {
-    ConfigInfo config = {"a", 'C', "", static_cast<std::int16_t>(row.client), static_cast<std::int16_t>(row.admin), ""};
+    ConfigInfo config = {
+        "a", 'C', "", static_cast<std::int16_t>(row.client), static_cast<std::int16_t>(row.admin),
+        ""};
     std::string(row.ip).copy(config.IP, sizeof config.IP - 1);
     const Addresses got = FillFrom(&config, false, false);
     EXPECT_EQ(got.result, 0) << row.log;
@@ -104,10 +113,12 @@ TEST(TCPIPSetup, EitherAddressNull_IsRefused) {
 }
 
 TEST(TCPIPSetup, PortOfTheConfigurationFile_IsRefusedWhenItWraps) {
-  const struct { const char *port; const char *log; } rows[] = {
-      {"0", "[Init: TCPIPSetup] Invalid client port = 0.\n"},
-      {"32768", "[Init: TCPIPSetup] Invalid client port = -32768.\n"},
-      {"40000", "[Init: TCPIPSetup] Invalid client port = -25536.\n"}};
+  const struct {
+    const char *port;
+    const char *log;
+  } rows[] = {{"0", "[Init: TCPIPSetup] Invalid client port = 0.\n"},
+              {"32768", "[Init: TCPIPSetup] Invalid client port = -32768.\n"},
+              {"40000", "[Init: TCPIPSetup] Invalid client port = -25536.\n"}};
   const TempDir dir;
   const std::string path = dir.Path() + "/korvo.conf";
   for (const auto &row : rows) {
@@ -168,27 +179,31 @@ TEST_F(Announce, Ports_AreSignedDecimal) {
   config_.ClientPort = -32768;
   config_.AdminPort = 0;
   EXPECT_EQ(Send(), 1);
-  EXPECT_EQ(Received(parent_sock_),
-            "\t@COMMAND=STARTUPANNOUNCEMENT\tID=grp1\tTYPE=S\tIP=10.1.2.3\tCLIENTPORT=-32768\tADMINPORT=0\n");
+  EXPECT_EQ(
+      Received(parent_sock_),
+      "\t@COMMAND=STARTUPANNOUNCEMENT\tID=grp1\tTYPE=S\tIP=10.1.2.3\tCLIENTPORT=-32768\tADMINPORT=0\n");
 }
 
 TEST_F(Announce, Message_IsTracedWholeAt101) {
   const DBInfo db = {"eng1", "News", "/idx", "/doc", "TITLE"};
   const std::string text = MessagesAt(101, [&] { Init_Announce(&parent_, &config_, &db); });
-  EXPECT_EQ(text, "[Init: Announce] Sending Announcement to 127.0.0.1/" + std::to_string(port_) + ": '" +
-                      Announcement() + "\tFIELDLIST=TITLE\n'\n");
+  EXPECT_EQ(text, "[Init: Announce] Sending Announcement to 127.0.0.1/" + std::to_string(port_) +
+                      ": '" + Announcement() + "\tFIELDLIST=TITLE\n'\n");
 }
 
 TEST_F(Announce, Datagram_IsSentOnceFromAnUnboundSocketThatIsClosed) {
-  const std::size_t length = Announcement().size() + 1;
+  const std::string length = std::to_string(Announcement().size() + 1);
   const int before = OpenDescriptors();
   std::string trace;
+  int closed = 0;
   Capture(103, [&] {
     const Seams seams;
     Init_Announce(&parent_, &config_, nullptr);
     trace = seams.Trace();
+    closed = seams.Count(Call::kClose);
   });
-  EXPECT_EQ(trace, "socket(2, 2, 17)\ninet_addr(127.0.0.1)\nsendto(" + std::to_string(length) + ", 0, 16)\nclose()\n");
+  EXPECT_EQ(trace, "socket(2, 2, 17)\ninet_addr(127.0.0.1)\nsendto(" + length + ", 0, 16)\n");
+  EXPECT_EQ(closed, 1);
   EXPECT_EQ(OpenDescriptors(), before);
 }
 
@@ -222,8 +237,8 @@ TEST_F(Announce, FailingSend_IsReportedAndLeavesTheSocketOpen) {
   seams.Fail(Call::kSendto, ENETUNREACH);
   EXPECT_EQ(Send(), 0);
   const std::string sock = std::to_string(seams.LastSocket());
-  EXPECT_EQ(log_, "[SOCK: SendUDP] Error 101 (0x65) from sendto().  Unable to send on socket " + sock +
-                      " to 127.0.0.1:" + port + ".\n" + Unsendable("127.0.0.1:" + port));
+  EXPECT_EQ(log_, "[SOCK: SendUDP] Error 101 (0x65) from sendto().  Unable to send on socket " +
+                      sock + " to 127.0.0.1:" + port + ".\n" + Unsendable("127.0.0.1:" + port));
   EXPECT_EQ(out_, "errno = 101\n");
   EXPECT_EQ(OpenDescriptors(), before + 1);
   EXPECT_TRUE(IsOpen(seams.LastSocket()));
@@ -248,9 +263,10 @@ TEST_F(Announce, ParentPortNotAboveZero_IsRefusedWithoutALineOfTheSocketLayer) {
 TEST_F(Announce, ParentAddressOfZeros_CannotBeConverted) {
   parent_ = AddrOf("0.0.0.0", 6001);
   EXPECT_EQ(Send(), 0);
-  EXPECT_EQ(log_,
-            "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n" +
-                Unsendable("0.0.0.0:6001"));
+  EXPECT_EQ(
+      log_,
+      "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n" +
+          Unsendable("0.0.0.0:6001"));
 }
 
 TEST_F(Announce, MessageOf1024Bytes_IsSentWhole) {
@@ -275,8 +291,9 @@ TEST_F(Announce, LongestRecord_IsSentWhole) {
   id.copy(config_.ID, sizeof config_.ID - 1);
   config_.ClientPort = config_.AdminPort = -32768;
   EXPECT_EQ(Send(), 1);
-  EXPECT_EQ(Received(parent_sock_), "\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id +
-                                        "\tTYPE=S\tIP=10.1.2.3\tCLIENTPORT=-32768\tADMINPORT=-32768\n");
+  EXPECT_EQ(Received(parent_sock_),
+            "\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id +
+                "\tTYPE=S\tIP=10.1.2.3\tCLIENTPORT=-32768\tADMINPORT=-32768\n");
 }
 
 // ---- Init_RecvAnnounce
@@ -289,7 +306,8 @@ struct Parsed {
 
 Parsed Receive(const std::string &text, int level = 103) {
   Parsed parsed;
-  parsed.log = Capture(level, [&] { parsed.result = Init_RecvAnnounce(text.c_str(), &parsed.child); }).log;
+  parsed.log =
+      Capture(level, [&] { parsed.result = Init_RecvAnnounce(text.c_str(), &parsed.child); }).log;
   return parsed;
 }
 
@@ -332,16 +350,17 @@ TEST(RecvAnnounce, Success_IsTracedAt101) {
   const char *pairs[] = {"ID=grp1", "TYPE=S", "IP=10.1.2.3", "CLIENTPORT=6000", "ADMINPORT=6001"};
   for (const std::string pair : pairs) {
     const std::string tag = pair.substr(0, pair.find('='));
-    expected += "[Util: Search4Pair] Selection 1 of 1 for tag \t" + tag + "= = " + text.substr(text.find("\t" + pair)) +
+    expected += "[Util: Search4Pair] Selection 1 of 1 for tag \t" + tag +
+                "= = " + text.substr(text.find("\t" + pair)) +
                 "\n[Util: Search4Pair] Selection 2 of 1 for tag " + tag + " yeilds " + pair + "\n";
   }
   INIT_CHILDINFO child = {};
   EXPECT_EQ(MessagesAt(101, [&] { Init_RecvAnnounce(text.c_str(), &child); }),
             expected +
-            "[Init: RecvAnn] Child ID       = grp1\n"
-            "[Init: RecvAnn] Child Type     = S\n"
-            "[Init: RecvAnn] Child ClientIP = 10.1.2.3/6000\n"
-            "[Init: RecvAnn] Child AdminIP  = 10.1.2.3/6001\n");
+                "[Init: RecvAnn] Child ID       = grp1\n"
+                "[Init: RecvAnn] Child Type     = S\n"
+                "[Init: RecvAnn] Child ClientIP = 10.1.2.3/6000\n"
+                "[Init: RecvAnn] Child AdminIP  = 10.1.2.3/6001\n");
 }
 
 TEST(RecvAnnounce, TraceOfTheRecord_IsOneMessage) {
@@ -369,8 +388,8 @@ TEST(RecvAnnounce, AnnouncementAsSent_IsUnderstood) {
 }
 
 TEST(RecvAnnounce, Fields_MayComeInAnyOrderAmongOthers) {
-  const Parsed parsed =
-      Receive("\tADMINPORT=2\tX=1\tCLIENTPORT=1\tFIELDLIST=ID=no,TYPE=no\tIP=1.2.3.4\tTYPE=D\tID=grp9\n");
+  const Parsed parsed = Receive(
+      "\tADMINPORT=2\tX=1\tCLIENTPORT=1\tFIELDLIST=ID=no,TYPE=no\tIP=1.2.3.4\tTYPE=D\tID=grp9\n");
   EXPECT_EQ(parsed.result, 1);
   EXPECT_STREQ(parsed.child.ID, "grp9");
   EXPECT_EQ(parsed.child.Type, 'D');
@@ -379,13 +398,15 @@ TEST(RecvAnnounce, Fields_MayComeInAnyOrderAmongOthers) {
 }
 
 TEST(RecvAnnounce, FieldTwice_TheFirstCounts) {
-  const Parsed parsed = Receive("\tID=first\tID=second" + std::string(kManagerFields).substr(8) + "\n");
+  const Parsed parsed =
+      Receive("\tID=first\tID=second" + std::string(kManagerFields).substr(8) + "\n");
   EXPECT_EQ(parsed.result, 1);
   EXPECT_STREQ(parsed.child.ID, "first");
 }
 
 TEST(RecvAnnounce, MissingField_EndsWithTheFieldsSoFar) {
-  const std::string pairs[] = {"\tID=grp1", "\tTYPE=S", "\tIP=10.1.2.3", "\tCLIENTPORT=6000", "\tADMINPORT=6001"};
+  const std::string pairs[] = {"\tID=grp1", "\tTYPE=S", "\tIP=10.1.2.3", "\tCLIENTPORT=6000",
+                               "\tADMINPORT=6001"};
   const std::string tags[] = {"ID", "TYPE", "IP", "CLIENTPORT", "ADMINPORT"};
   for (int missing = 0; missing < 5; ++missing) {
     std::string text;
@@ -430,15 +451,20 @@ TEST(RecvAnnounce, EmptyValues_AreAccepted) {
 }
 
 TEST(RecvAnnounce, Value_BeginsBehindTheFirstEqualsSign) {
-  EXPECT_STREQ(Receive("\tID=a=b\tTYPE=S\tIP=1.2.3.4\tCLIENTPORT=1\tADMINPORT=2\n").child.ID, "a=b");
+  EXPECT_STREQ(Receive("\tID=a=b\tTYPE=S\tIP=1.2.3.4\tCLIENTPORT=1\tADMINPORT=2\n").child.ID,
+               "a=b");
 }
 
 TEST(RecvAnnounce, Ports_AreReadAs32BitsAndKeptAs16) {
-  const struct { const char *text; int port; } rows[] = {
-      {"32767", 32767}, {"32768", -32768}, {"65536", 0}, {"abc", 0}, {"12x", 12}, {"-3", -3}, {"4294967297", -1}};
+  const struct {
+    const char *text;
+    int port;
+  } rows[] = {{"32767", 32767}, {"32768", -32768}, {"65536", 0},      {"abc", 0},
+              {"12x", 12},      {"-3", -3},        {"4294967297", -1}};
   for (const auto &row : rows) {
     const std::string port = row.text;
-    const Parsed parsed = Receive("\tID=a\tTYPE=S\tIP=1.2.3.4\tCLIENTPORT=" + port + "\tADMINPORT=" + port + "\n");
+    const Parsed parsed =
+        Receive("\tID=a\tTYPE=S\tIP=1.2.3.4\tCLIENTPORT=" + port + "\tADMINPORT=" + port + "\n");
     EXPECT_EQ(parsed.result, 1) << port;
     EXPECT_EQ(parsed.child.ClientAddr.Port, row.port) << port;
     EXPECT_EQ(parsed.child.AdminAddr.Port, row.port) << port;
@@ -447,7 +473,8 @@ TEST(RecvAnnounce, Ports_AreReadAs32BitsAndKeptAs16) {
 
 TEST(RecvAnnounce, TextsThatFillTheirFields_AreKeptWhole) {
   const std::string id(63, 'i');
-  const Parsed parsed = Receive("\tID=" + id + "\tTYPE=S\tIP=255.255.255.255\tCLIENTPORT=1\tADMINPORT=2\n");
+  const Parsed parsed =
+      Receive("\tID=" + id + "\tTYPE=S\tIP=255.255.255.255\tCLIENTPORT=1\tADMINPORT=2\n");
   EXPECT_EQ(parsed.result, 1);
   EXPECT_EQ(parsed.log, "");
   EXPECT_EQ(parsed.child.ID, id);
@@ -456,10 +483,12 @@ TEST(RecvAnnounce, TextsThatFillTheirFields_AreKeptWhole) {
 
 TEST(RecvAnnounce, LongTexts_AreCutAndReportedOnceEachAt103) {
   const std::string id(64, 'i');
-  const Parsed parsed = Receive("\tID=" + id + "\tTYPE=S\tIP=255.255.255.2551\tCLIENTPORT=1\tADMINPORT=2\n");
+  const Parsed parsed =
+      Receive("\tID=" + id + "\tTYPE=S\tIP=255.255.255.2551\tCLIENTPORT=1\tADMINPORT=2\n");
   EXPECT_EQ(parsed.result, 1);
-  EXPECT_EQ(parsed.log, "[Init: RecvAnnounce] ID cut to '" + id.substr(1) + "'\n"
-                        "[Init: RecvAnnounce] IP cut to '255.255.255.255'\n");
+  EXPECT_EQ(parsed.log, "[Init: RecvAnnounce] ID cut to '" + id.substr(1) +
+                            "'\n"
+                            "[Init: RecvAnnounce] IP cut to '255.255.255.255'\n");
   EXPECT_EQ(parsed.child.ID, id.substr(1));
   EXPECT_STREQ(parsed.child.ClientAddr.IP, "255.255.255.255");
   EXPECT_STREQ(parsed.child.AdminAddr.IP, "255.255.255.255");
@@ -470,7 +499,8 @@ TEST(RecvAnnounce, ValueOf256Characters_IsTheLongestThatIsTaken) {
   EXPECT_EQ(Receive("\tID=" + value + rest).result, 1);
   const Parsed refused = Receive("\tID=v" + value + rest);
   EXPECT_EQ(refused.result, 0);
-  EXPECT_EQ(refused.log, "[Util: SplitPair] pair of 260 characters is too long: 'ID' = '" + value + "'\n");
+  EXPECT_EQ(refused.log,
+            "[Util: SplitPair] pair of 260 characters is too long: 'ID' = '" + value + "'\n");
 }
 
 TEST(RecvAnnounce, PairOf321Characters_IsAnOverflow) {

@@ -33,7 +33,8 @@ class ConfFileTest : public ::testing::Test {
   }
 
   std::string ConfIncomplete(int line) const {
-    return "[Init: ReadConf] Error reading '" + path_ + "': Incomplete line [" + std::to_string(line) + "].\n";
+    return "[Init: ReadConf] Error reading '" + path_ + "': Incomplete line [" +
+           std::to_string(line) + "].\n";
   }
   std::string ConfMissing(const std::string &id) const {
     return "[Init: ReadConf] Could not locate id = '" + id + "' in file '" + path_ + "'\n";
@@ -65,7 +66,8 @@ std::string Padded(const std::string &line, std::size_t size) {
 
 int CountOf(const std::string &text, const std::string &piece) {
   int count = 0;
-  for (std::size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++count;
+  for (std::size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
+    ++count;
   return count;
 }
 
@@ -208,8 +210,15 @@ TEST_F(ReadConf, SharedId_IsToldApartByTheType) {
   const std::string file =
       "web1 C 1.1.1.1 11 12 -\ngrp1 S 2.2.2.2 21 22 web1\n"
       "grp1 D 3.3.3.3 31 32 web1\ngrp1 E 4.4.4.4 41 42 grp1\n";
-  const struct { const char *id; char type; int port; const char *parent; } rows[] = {
-      {"web1", 'C', 11, ""}, {"grp1", 'S', 21, "web1"}, {"grp1", 'D', 31, "web1"}, {"grp1", 'E', 41, "grp1"}};
+  const struct {
+    const char *id;
+    char type;
+    int port;
+    const char *parent;
+  } rows[] = {{"web1", 'C', 11, ""},
+              {"grp1", 'S', 21, "web1"},
+              {"grp1", 'D', 31, "web1"},
+              {"grp1", 'E', 41, "grp1"}};
   for (const auto &row : rows) {
     EXPECT_EQ(Conf(file, row.id, row.type), 1) << row.id << row.type;
     EXPECT_EQ(config_.Type, row.type);
@@ -237,7 +246,8 @@ TEST_F(ReadConf, CarriageReturn_IsNoSeparator) {
 }
 
 TEST_F(ReadConf, Id_IsComparedWholeAndWithItsCase) {
-  const char *files[] = {"WEB1 C 1.1.1.1 1 2 -\n", "web11 C 1.1.1.1 1 2 -\n", "web C 1.1.1.1 1 2 -\n", ""};
+  const char *files[] = {"WEB1 C 1.1.1.1 1 2 -\n", "web11 C 1.1.1.1 1 2 -\n",
+                         "web C 1.1.1.1 1 2 -\n", ""};
   for (const char *file : files) {
     EXPECT_EQ(Conf(file), 0) << file;
     EXPECT_EQ(log_, ConfMissing("web1")) << file;
@@ -296,12 +306,14 @@ TEST_F(ReadConf, ParentWithAHyphenInside_IsAnId) {
 }
 
 TEST_F(ReadConf, Ports_AreReadAs32BitsAndKeptAs16) {
-  const struct { const char *text; int port; } rows[] = {
-      {"6000", 6000},   {"32767", 32767},    {"32768", -32768},    {"65535", -1},
-      {"65536", 0},     {"70000", 4464},     {"0", 0},             {"-5", -5},
-      {"+7", 7},        {"007", 7},          {"abc", 0},           {"12x", 12},
-      {"x12", 0},       {"2147483647", -1},  {"4294967296", -1},   {"4294967297", -1},
-      {"-", 0},         {"-2147483648", 0},  {"-4294967297", 0},   {"99999999999999999999", -1}};
+  const struct {
+    const char *text;
+    int port;
+  } rows[] = {{"6000", 6000}, {"32767", 32767},   {"32768", -32768},  {"65535", -1},
+              {"65536", 0},   {"70000", 4464},    {"0", 0},           {"-5", -5},
+              {"+7", 7},      {"007", 7},         {"abc", 0},         {"12x", 12},
+              {"x12", 0},     {"2147483647", -1}, {"4294967296", -1}, {"4294967297", -1},
+              {"-", 0},       {"-2147483648", 0}, {"-4294967297", 0}, {"99999999999999999999", -1}};
   for (const auto &row : rows) {
     const std::string port = row.text;
     EXPECT_EQ(Conf("web1 C 10.1.2.3 " + port + " " + port + " -\n"), 1) << port;
@@ -313,7 +325,8 @@ TEST_F(ReadConf, Ports_AreReadAs32BitsAndKeptAs16) {
 // ---- Init_ReadConf: incomplete lines
 
 TEST_F(ReadConf, LineThatEndsTooEarly_IsIncompleteEvenIfALaterOneMatches) {
-  const char *lines[] = {"web1", "web1 C", "web1 C 10.1.2.3", "web1 C 10.1.2.3 6000", "web1 C 10.1.2.3 6000 6001"};
+  const char *lines[] = {"web1", "web1 C", "web1 C 10.1.2.3", "web1 C 10.1.2.3 6000",
+                         "web1 C 10.1.2.3 6000 6001"};
   for (const char *line : lines) {
     EXPECT_EQ(Conf(std::string("# first\n") + line + "\n" + kWeb), 0) << line;
     EXPECT_EQ(log_, ConfIncomplete(2)) << line;
@@ -407,9 +420,9 @@ TEST_F(ReadConf, LongTexts_AreCutAndReportedOnceEachAt103) {
   const std::string id(64, 'i'), ip = "255.255.255.2551", parent(64, 'p');
   Write(id + " C " + ip + " 1 2 " + parent + "\n");
   EXPECT_EQ(MessagesAt(103, [&] { Init_ReadConf(path_.c_str(), id.c_str(), 'C', &config_); }),
-            "[Init: CopyField] ID cut to '" + id.substr(1) + "'\n" +
-            "[Init: CopyField] IP cut to '255.255.255.255'\n" +
-            "[Init: CopyField] PARENTID cut to '" + parent.substr(1) + "'\n");
+            "[Init: ReadConf] ID cut to '" + id.substr(1) + "'\n" +
+                "[Init: ReadConf] IP cut to '255.255.255.255'\n" +
+                "[Init: ReadConf] PARENTID cut to '" + parent.substr(1) + "'\n");
   EXPECT_EQ(config_.ID, id.substr(1));
   EXPECT_STREQ(config_.IP, "255.255.255.255");
   EXPECT_EQ(config_.ClientPort, 1);
@@ -518,8 +531,10 @@ TEST_F(ReadDB, Record_IsClearedBeforeTheSearch) {
 }
 
 TEST_F(ReadDB, LineThatEndsTooEarly_NamesThePlaceAndItsNumber) {
-  const struct { const char *line; const char *place; } rows[] = {
-      {"eng1", "DBName"}, {"eng1 News", "SearchLoc"}, {"eng1 News /idx", "DocLoc"}};
+  const struct {
+    const char *line;
+    const char *place;
+  } rows[] = {{"eng1", "DBName"}, {"eng1 News", "SearchLoc"}, {"eng1 News /idx", "DocLoc"}};
   for (const auto &row : rows) {
     EXPECT_EQ(DB(std::string("# note\n\n") + row.line + "\n" + kEngine), 0) << row.line;
     EXPECT_EQ(log_, DBIncomplete(row.place, 3)) << row.line;
@@ -569,10 +584,10 @@ TEST_F(ReadDB, LongTexts_AreCutAndReportedOnceEachAt103) {
   const std::string id(64, 'i'), name(64, 'n'), search(128, 's'), doc(128, 'd');
   Write(id + " " + name + " " + search + " " + doc + "\n");
   EXPECT_EQ(MessagesAt(103, [&] { Init_ReadDB(path_.c_str(), id.c_str(), &db_); }),
-            "[Init: CopyField] ID cut to '" + id.substr(1) + "'\n" +
-            "[Init: CopyField] DBNAME cut to '" + name.substr(1) + "'\n" +
-            "[Init: CopyField] SEARCHLOC cut to '" + search.substr(1) + "'\n" +
-            "[Init: CopyField] DOCLOC cut to '" + doc.substr(1) + "'\n");
+            "[Init: ReadConf] ID cut to '" + id.substr(1) + "'\n" +
+                "[Init: ReadConf] DBNAME cut to '" + name.substr(1) + "'\n" +
+                "[Init: ReadConf] SEARCHLOC cut to '" + search.substr(1) + "'\n" +
+                "[Init: ReadConf] DOCLOC cut to '" + doc.substr(1) + "'\n");
   EXPECT_EQ(db_.DocLocation, doc.substr(1));
   EXPECT_EQ(db_.FieldList, nullptr);
 }

@@ -11,7 +11,8 @@ namespace {
 
 // A table of max + 1 entries with something in each, and the buffer that its names point into.
 struct Table {
-  Table(const std::string &text, int max) : buffer(text), entries(static_cast<std::size_t>(max) + 1, {"old", 77, 88}) {
+  Table(const std::string &text, int max)
+      : buffer(text), entries(static_cast<std::size_t>(max) + 1, {"old", 77, 88}) {
     const LogCapture capture(101);
     count = SrchEngine_SetupArrays(entries.data(), max, buffer.data());
     log = capture.Messages();
@@ -55,7 +56,8 @@ TEST(SetupArrays, MoreTokensThanRoom_FillsUpToMax) {
 TEST(SetupArrays, NameWithoutOffset_IsLoggedAndNotCounted) {
   const Table table("a\t1\t2\nb\n", 5);
   EXPECT_EQ(table.count, 1);
-  EXPECT_EQ(table.log, "[Srch Engine: SetupArrays] error tokenizing buffer for offset: entry # 2\n");
+  EXPECT_EQ(table.log,
+            "[Srch Engine: SetupArrays] error tokenizing buffer for offset: entry # 2\n");
   EXPECT_EQ(table.Show(2), "b 0 0");
 }
 
@@ -69,8 +71,10 @@ TEST(SetupArrays, OffsetWithoutSize_IsLoggedAndNotCounted) {
 
 TEST(SetupArrays, FirstEntryIncomplete_CountsNone) {
   EXPECT_EQ(Table("a", 5).count, 0);
-  EXPECT_EQ(Table("a", 5).log, "[Srch Engine: SetupArrays] error tokenizing buffer for offset: entry # 1\n");
-  EXPECT_EQ(Table("a\t1", 5).log, "[Srch Engine: SetupArrays] error tokenizing buffer for size: entry # 1\n");
+  EXPECT_EQ(Table("a", 5).log,
+            "[Srch Engine: SetupArrays] error tokenizing buffer for offset: entry # 1\n");
+  EXPECT_EQ(Table("a\t1", 5).log,
+            "[Srch Engine: SetupArrays] error tokenizing buffer for size: entry # 1\n");
 }
 
 TEST(SetupArrays, Failures_AreLoggedAt101) {

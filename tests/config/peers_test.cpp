@@ -157,7 +157,8 @@ std::string Show(const Model &model) {
   return text;
 }
 
-// Replaces the record of that id, or appends it.  Where drops is set, a place behind the head becomes the last.
+// Replaces the record of that id, or appends it.  Where drops is set, a place behind the head
+// becomes the last.
 void Insert(Model *model, const std::string &id, int serial, bool drops) {
   std::size_t at = 0;
   while (at < model->size() && (*model)[at].first != id) ++at;
@@ -188,7 +189,8 @@ TEST_F(Peers, FindPeer_FirstOfThatIdExactly_OrNull) {
   Doc({"A", "B", "C"});
   EXPECT_EQ(Init_FindPeer(DocMgrList, "A"), DocMgrList);
   EXPECT_EQ(Init_FindPeer(DocMgrList, "C")->ClientAddr.Port, 3);
-  for (const char *id : {"", "a", "AB", "D"}) EXPECT_EQ(Init_FindPeer(DocMgrList, id), nullptr) << id;
+  for (const char *id : {"", "a", "AB", "D"})
+    EXPECT_EQ(Init_FindPeer(DocMgrList, id), nullptr) << id;
   EXPECT_EQ(Init_FindPeer(nullptr, "A"), nullptr);
 }
 

@@ -190,8 +190,8 @@ TEST(SortStrings, FirstMiddleAndLastEqual_TheScanFindsThePivot) {
   EXPECT_EQ(SortedLetters("bcbbb"), "bbbbc");
 }
 
-// The pivot c stands at the end; b and c change places around the middle, where the partition stops without a
-// look at it.
+// The pivot c stands at the end; b and c change places around the middle, where the partition stops
+// without a look at it.
 TEST(SortStrings, PartitionThatMeetsInTheMiddle_IsNotAscending) {
   EXPECT_EQ(SortedLetters("acabc"), "abacc");
   EXPECT_EQ(SortedLetters("adcba"), "abacd");
@@ -213,7 +213,8 @@ TEST(SortStrings, InnerRange_IncludesBothEndsAndNothingElse) {
   EXPECT_EQ(texts, std::vector<std::string>({"z", "b", "c", "d", "a"}));
 }
 
-// The strings of a round are told apart by their place in memory, so equal ones must end in the same places too.
+// The strings of a round are told apart by their place in memory, so equal ones must end in the
+// same places too.
 Strings RandomStrings(Random *random, std::vector<std::string> *texts) {
   const std::uint32_t letters = 1 + random->Below(6);
   texts->assign(1 + random->Below(30), "");
@@ -235,7 +236,8 @@ TEST(SortStrings, RandomArrays_AgreeWithTheAlgorithmPointerByPointer) {
     Util_SortStrings(sorted.data(), 0, static_cast<int>(sorted.size()) - 1);
     PlainSortStrings(plain, 0, static_cast<int>(plain.size()) - 1);
     ASSERT_EQ(sorted, plain) << "round " << round;
-    ASSERT_TRUE(std::is_permutation(sorted.begin(), sorted.end(), array.begin())) << "round " << round;
+    ASSERT_TRUE(std::is_permutation(sorted.begin(), sorted.end(), array.begin()))
+        << "round " << round;
     const auto less = [](const char *a, const char *b) { return std::strcmp(a, b) < 0; };
     unordered += std::is_sorted(sorted.begin(), sorted.end(), less) ? 0 : 1;
   }
