@@ -189,7 +189,7 @@ TEST(Log, DPRINTF_FullDisk_IsGivenUp) {
 TEST(Log, DPRINTF_TextOfTheWholeBuffer_IsNotCut) {
   const LogCapture log(103);
   const std::size_t header = HeaderAt(std::time(nullptr)).size();
-  const std::string text = std::string(40960 - header - 1, 'x') + "\n";
+  const std::string text = std::string(40960 - header, 'x');
   EXPECT_EQ(DPRINTF(nullptr, kWarning, "%s", text.c_str()), 1);
   EXPECT_EQ(log.Raw().size(), 40960U);
   EXPECT_EQ(log.Messages(), text);

@@ -232,6 +232,15 @@ TEST(Record, ReadInt_Failure_IsLoggedAt103) {
   EXPECT_EQ(read.log, "");
 }
 
+TEST(Record, ReadInt_NoCapacity_CountsAsOver) {
+  Read read;
+  read.len = 0;
+  ReadOne(7, &read);
+  EXPECT_EQ(read.rc, 2);
+  EXPECT_EQ(read.log,
+            "[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock 7\n");
+}
+
 TEST(Record, ReadInt_CodeThatCannotBeRead_FailsWithTheResult0) {
   const TcpPair pair;
   Seams seams;

@@ -117,16 +117,6 @@ void SendAll(int fd, const std::string &bytes) {
   }
 }
 
-std::string ReadUntilClosed(int fd) {
-  std::string text;
-  char bytes[4096];
-  for (;;) {
-    const ssize_t count = recv(fd, bytes, sizeof bytes, 0);
-    if (count <= 0) return text;
-    text.append(bytes, static_cast<std::size_t>(count));
-  }
-}
-
 std::string ReadBytes(int fd, std::size_t count) {
   std::string text(count, '\0');
   const ssize_t got = recv(fd, text.data(), count, MSG_WAITALL);

@@ -49,7 +49,6 @@ struct TcpPair {
 };
 
 void SendAll(int fd, const std::string &bytes);
-std::string ReadUntilClosed(int fd);
 std::string ReadBytes(int fd, std::size_t count);
 void Reset(Fd *fd);  // closes it so that the other side sees a reset
 
