@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -266,6 +267,7 @@ TEST(Log, DPRINTF_BlockedStandardError_CanStillBeEnded) {
   ASSERT_EQ(fcntl(ends[1], F_SETFL, 0), 0);
   const pid_t child = fork();
   if (child == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a failed test leaves nothing behind
     dup2(ends[1], STDERR_FILENO);
     DPRINTF(nullptr, kFatal, "%s\n", std::string(30000, 'x').c_str());
     _exit(0);
