@@ -80,16 +80,6 @@ TEST(Record, ReadInt_UsedRecord_IsClearedFirst) {
   EXPECT_EQ(std::memcmp(&read.hdr, &expected, sizeof expected), 0);
 }
 
-TEST(Record, ReadInt_UsedBuffer_IsZeroedOverItsWholeCapacity) {
-  const TcpPair pair;
-  SendAll(pair.far, "\t@COMMAND=HIT\n");
-  Read read;
-  ReadOne(pair.near, &read);
-  const std::string behind(read.buf.data() + read.len,
-                           static_cast<std::size_t>(kMessageSize - read.len));
-  EXPECT_EQ(behind.find_first_not_of('\0'), std::string::npos);
-}
-
 TEST(Record, ReadInt_Message_IsTerminated) {
   const TcpPair pair;
   SendAll(pair.far, "\t@COMMAND=HIT\n");
