@@ -1,0 +1,112 @@
+#include "bench/report.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+// The value below which that share of the values lies, between neighbours in proportion.
+double Quantile(std::vector<double> values, double share) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  const double place = share * static_cast<double>(values.size() - 1);
+  const auto below = static_cast<std::size_t>(place);
+  const std::size_t above = std::min(below + 1, values.size() - 1);
+  return values[below] + (place - static_cast<double>(below)) * (values[above] - values[below]);
+}
+
+std::vector<double> Column(const Series &series, Side side, double Sample::*value) {
+  std::vector<double> column;
+  for (const Sample &sample : series.samples[side]) column.push_back(sample.*value);
+  return column;
+}
+
+double Median(const Series &series, Side side, double Sample::*value) {
+  return Quantile(Column(series, side, value), 0.5);
+}
+
+double Maximum(const Series &series, Side side, double Sample::*value) {
+  return Quantile(Column(series, side, value), 1);
+}
+
+double Mean(const Series &series, Side side, double Sample::*value) {
+  double sum = 0;
+  for (const Sample &sample : series.samples[side]) sum += sample.*value;
+  return sum / static_cast<double>(series.samples[side].size());
+}
+
+// Daemon over floor, round by round: median and quartiles.
+std::string Ratio(const Series &series, double Sample::*value) {
+  const std::vector<double> below = Column(series, kFloor, value);
+  const std::vector<double> above = Column(series, kDaemon, value);
+  std::vector<double> ratios;
+  for (std::size_t i = 0; i < std::min(below.size(), above.size()); ++i)
+    if (below[i] > 0 && above[i] > 0) ratios.push_back(above[i] / below[i]);
+  if (ratios.empty()) return "-";
+  char text[64];
+  std::snprintf(text, sizeof text, "%.2f (%.2f to %.2f)", Quantile(ratios, 0.5),
+                Quantile(ratios, 0.25), Quantile(ratios, 0.75));
+  return text;
+}
+
+std::string Cpu(double value) {
+  if (value < 0) return "-";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", value);
+  return text;
+}
+
+}  // namespace
+
+Sample Report_Sample(const Outcome &outcome, double seconds, double cpu) {
+  const auto answered = static_cast<double>(outcome.latencies.size());
+  const double all = answered + static_cast<double>(outcome.unanswered);
+  Sample sample;
+  if (answered == 0) return sample;
+  sample.p50 = static_cast<double>(Client_Percentile(outcome.latencies, 50)) / 1000;
+  sample.p99 = static_cast<double>(Client_Percentile(outcome.latencies, 99)) / 1000;
+  sample.max = static_cast<double>(outcome.latencies.back()) / 1000;
+  sample.rate = answered / seconds;
+  sample.cpu = cpu < 0 ? -1 : cpu / answered;
+  sample.queued = static_cast<double>(outcome.queued + outcome.unanswered) / all;
+  return sample;
+}
+
+void Report_ClosedHead() {
+  std::printf(
+      "| row          | clients | p50 floor | p50 daemon | ratio (quartiles)   | CPU floor | CPU daemon | ratio (quartiles)   | p99 floor | p99 daemon | max floor | max daemon | req/s floor | req/s daemon | queue floor | queue daemon |\n"
+      "|--------------|--------:|----------:|-----------:|---------------------|----------:|-----------:|---------------------|----------:|-----------:|----------:|-----------:|------------:|-------------:|------------:|-------------:|\n");
+}
+
+void Report_Closed(const Series &series) {
+  std::printf(
+      "| %-12s | %7d | %9.1f | %10.1f | %-19s | %9s | %10s | %-19s | %9.0f | %10.0f | %9.0f | %10.0f | %11.0f | %12.0f | %10.1f%% | %11.1f%% |\n",
+      series.label.c_str(), series.clients, Median(series, kFloor, &Sample::p50),
+      Median(series, kDaemon, &Sample::p50), Ratio(series, &Sample::p50).c_str(),
+      Cpu(Median(series, kFloor, &Sample::cpu)).c_str(),
+      Cpu(Median(series, kDaemon, &Sample::cpu)).c_str(), Ratio(series, &Sample::cpu).c_str(),
+      Median(series, kFloor, &Sample::p99), Median(series, kDaemon, &Sample::p99),
+      Maximum(series, kFloor, &Sample::max), Maximum(series, kDaemon, &Sample::max),
+      Median(series, kFloor, &Sample::rate), Median(series, kDaemon, &Sample::rate),
+      100 * Mean(series, kFloor, &Sample::queued), 100 * Mean(series, kDaemon, &Sample::queued));
+  std::fflush(stdout);
+}
+
+void Report_BurstHead() {
+  std::printf(
+      "| at once | queue floor | queue daemon | p50 floor | p50 daemon | ratio (quartiles)   | CPU floor | CPU daemon | p99 floor | p99 daemon | max floor | max daemon |\n"
+      "|--------:|------------:|-------------:|----------:|-----------:|---------------------|----------:|-----------:|----------:|-----------:|----------:|-----------:|\n");
+}
+
+void Report_Burst(const Series &series) {
+  std::printf(
+      "| %7d | %10.1f%% | %11.1f%% | %9.0f | %10.0f | %-19s | %9s | %10s | %9.0f | %10.0f | %9.0f | %10.0f |\n",
+      series.clients, 100 * Mean(series, kFloor, &Sample::queued),
+      100 * Mean(series, kDaemon, &Sample::queued), Median(series, kFloor, &Sample::p50),
+      Median(series, kDaemon, &Sample::p50), Ratio(series, &Sample::p50).c_str(),
+      Cpu(Median(series, kFloor, &Sample::cpu)).c_str(),
+      Cpu(Median(series, kDaemon, &Sample::cpu)).c_str(), Median(series, kFloor, &Sample::p99),
+      Median(series, kDaemon, &Sample::p99), Maximum(series, kFloor, &Sample::max),
+      Maximum(series, kDaemon, &Sample::max));
+  std::fflush(stdout);
+}

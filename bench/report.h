@@ -1,0 +1,37 @@
+// bench/report.h: from measurements to tables that can be read, and pasted into a page of Markdown.
+#ifndef BENCH_REPORT_H
+#define BENCH_REPORT_H
+
+#include <string>
+#include <vector>
+
+#include "bench/client.h"
+
+enum Side { kFloor, kDaemon, kSides };
+inline constexpr const char *kSideNames[kSides] = {"floor", "daemon"};
+
+// One measurement of one side.  Times in microseconds.
+struct Sample {
+  double p50 = 0;
+  double p99 = 0;
+  double max = 0;
+  double rate = 0;    // requests a second
+  double cpu = -1;    // of the server and its children, a request; below 0: not known
+  double queued = 0;  // share of the connections that met a full listen queue
+};
+
+Sample Report_Sample(const Outcome &outcome, double seconds, double cpu);
+
+// What was measured in the same place, side by side, a sample a round.
+struct Series {
+  std::string label;
+  int clients = 0;
+  std::vector<Sample> samples[kSides];
+};
+
+void Report_ClosedHead();
+void Report_Closed(const Series &series);
+void Report_BurstHead();
+void Report_Burst(const Series &series);
+
+#endif
