@@ -112,13 +112,10 @@ const char *Macro_FindField(const char *name, int skip) {
 }
 
 char *Macro_GetTerms(const char *position, char *buffer, int *size) {
-  if (buffer != nullptr) {
-    const int count = CopyTerms(position, buffer, *size);
-    if (count < 0) return nullptr;
-    *size = count;
-    return buffer;
-  }
   char work[kTermsSize + 1];
-  const int count = CopyTerms(position, work, kTermsSize);
-  return count < 0 ? nullptr : HeapCopy(work, count);
+  const int count = buffer != nullptr ? CopyTerms(position, buffer, *size)
+                                      : CopyTerms(position, work, kTermsSize);
+  if (count < 0) return nullptr;
+  *size = count;
+  return buffer != nullptr ? buffer : HeapCopy(work, count);
 }
