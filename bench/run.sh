@@ -173,7 +173,7 @@ trace() {
   strace -f -o "$folder/$1.strace" -p "$(cat "$folder/$1.pid")" 2>"$folder/$1.attach" &
   local tracer=$! _
   for _ in $(seq 100); do
-    grep -q attached "$folder/$1.attach" && break
+    grep -qs attached "$folder/$1.attach" && break
     sleep 0.05
   done
   exec 3<>"/dev/tcp/127.0.0.1/$2"
