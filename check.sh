@@ -21,7 +21,7 @@ can_build_m32() {
 
 run_tests() {
   echo "Testing $1"
-  ctest --preset "$1" --output-on-failure --progress -j"$(($(nproc) * 2))"
+  ctest --preset "$1" -j"$(($(nproc) * 2))"
 }
 
 case "${1-all}" in
