@@ -105,6 +105,7 @@ TEST(SetupArrays, Separators_AreRunsOfTabsAndNewlinesAlone) {
   const Table table("\n\ta b,c\t\t\n1\n\t2\n", 3);
   EXPECT_EQ(table.count, 1);
   EXPECT_EQ(table.Show(1), "a b,c 1 2");
+  EXPECT_EQ(Table("a\t1 9\t2 9\n", 3).Show(1), "a 1 2");
 }
 
 TEST(SetupArrays, Numbers_AreThoseOf32Bits) {
