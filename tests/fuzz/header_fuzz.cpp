@@ -1,0 +1,77 @@
+// The command header: what the parser accepts the writer can write, and the parser reads it back.
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+#include "protocol/cmd_hdr.h"
+#include "tests/fuzz/support/fuzz.h"
+
+namespace {
+
+constexpr std::string_view kSeparators = "\t\n\r";
+
+using TextField = char (CmdHdr::*)[kHdrText];
+constexpr TextField kTexts[] = {&CmdHdr::Command,   &CmdHdr::SearchGroup, &CmdHdr::RecType,
+                                &CmdHdr::MacroFile, &CmdHdr::Script,      &CmdHdr::AuthCode,
+                                &CmdHdr::FileName};
+using NumberField = std::int32_t CmdHdr::*;
+constexpr NumberField kNumbers[] = {&CmdHdr::BestFit, &CmdHdr::DocNum, &CmdHdr::MaxHits,
+                                    &CmdHdr::SeqNum, &CmdHdr::ExpDate};
+
+void CheckTexts(const CmdHdr &hdr) {
+  for (const TextField field : kTexts) {
+    FUZZ_CHECK(Fuzz_IsTerminated(hdr.*field));
+    FUZZ_CHECK(std::string_view(hdr.*field).find_first_of(kSeparators) == std::string_view::npos);
+  }
+}
+
+int Negatives(const CmdHdr &hdr) {
+  int count = 0;
+  for (const NumberField field : kNumbers) count += hdr.*field < 0;
+  return count;
+}
+
+// A predicate begins with a separator and a whole token: one without "@", or OPER.
+void CheckPredicate(std::string_view predicate) {
+  FUZZ_CHECK(!predicate.empty());
+  FUZZ_CHECK(kSeparators.find(predicate.front()) != std::string_view::npos);
+  predicate.remove_prefix(1);
+  FUZZ_CHECK(predicate.find_first_of(kSeparators) != std::string_view::npos);
+  FUZZ_CHECK(!predicate.starts_with('@') || predicate.starts_with("@OPER="));
+}
+
+// Only MaxHits is not written.
+void CheckWritten(CmdHdr hdr) {
+  hdr.MaxHits = 0;
+  Bytes out(kMessageSize);
+  const int length = Util_FormatCmdHdr(&hdr, out.data());
+  FUZZ_CHECK(length > 0 && length + 1 < kMessageSize);
+  FUZZ_CHECK(std::strlen(out.data()) == static_cast<std::size_t>(length));
+
+  const Bytes line = Fuzz_Terminated(std::string(out.data()) + "\n");
+  CmdHdr again = {};
+  FUZZ_CHECK(Util_IntCmdHdr(&again, line.data()) == nullptr);
+  FUZZ_CHECK(std::memcmp(&again, &hdr, sizeof hdr) == 0);
+}
+
+}  // namespace
+
+std::string Fuzz_Run(const Input &input) {
+  const std::string whole = Fuzz_UpToNul(input[0].Whole());
+  const Bytes text = Fuzz_Terminated(whole);
+  const auto hdr = std::make_unique<CmdHdr>();
+  const char *predicate = Util_IntCmdHdr(hdr.get(), text.data());
+  FUZZ_CHECK(whole == text.data());
+  CheckTexts(*hdr);
+  FUZZ_CHECK(Negatives(*hdr) <= 1);  // a number below 0 ends the parse
+  if (predicate != nullptr) {
+    FUZZ_CHECK(predicate >= text.data() && predicate < text.data() + whole.size());
+    FUZZ_CHECK(Negatives(*hdr) == 0);
+    CheckPredicate(predicate);
+  }
+  Util_Display(hdr.get(), predicate);
+  if (Negatives(*hdr) == 0) CheckWritten(*hdr);
+
+  std::string shown(reinterpret_cast<const char *>(hdr.get()), sizeof(CmdHdr));
+  return shown + (predicate != nullptr ? predicate : "");
+}

@@ -1,0 +1,81 @@
+// A macro over a document, both arbitrary, with fetches that the input answers.
+//
+// Parts: code; document; capacity of the output and room behind the document, two bytes each; then
+// the answers, in turn.  A fetch without an answer fails.
+#include <cstring>
+
+#include "macro/cursor.h"
+#include "macro/exec.h"
+#include "tests/fuzz/support/fuzz.h"
+#include "tests/fuzz/support/macros.h"
+
+namespace {
+
+constexpr std::size_t kFirstAnswer = 3;
+
+const Input *current = nullptr;
+std::size_t fetches = 0;
+std::string requests;
+
+void CheckCursor() {
+  FUZZ_CHECK(Macro_Length() == static_cast<int>(std::strlen(Macro_Document())));
+  FUZZ_CHECK(Macro_Cursor() >= 0 && Macro_Cursor() <= Macro_Length());
+}
+
+// Fills its buffer to the brim, as a source of documents may.
+int Fetch(int, CmdHdr *hdr, char *out, int *len, int format) {
+  FUZZ_CHECK(format == 0);
+  FUZZ_CHECK(*len >= 0);
+  FUZZ_CHECK(std::string_view(hdr->Command) == "GETDOC");
+  FUZZ_CHECK(Fuzz_IsTerminated(hdr->SearchGroup) && Fuzz_IsTerminated(hdr->RecType));
+  CheckCursor();
+  requests += std::string(hdr->SearchGroup) + '\t' + hdr->RecType + '\t' +
+              std::to_string(hdr->DocNum) + '\n';
+  out[0] = '\0';
+  const std::size_t answer = kFirstAnswer + fetches++;
+  if (answer >= current->parts.size()) return 0;
+  const std::string text = Fuzz_UpToNul((*current)[answer].Whole());
+  const std::size_t size = std::min(text.size(), static_cast<std::size_t>(*len));
+  std::memcpy(out, text.data(), size);
+  out[size] = '\0';
+  *len = static_cast<int>(size);
+  return 1;
+}
+
+}  // namespace
+
+std::string Fuzz_Run(const Input &input) {
+  current = &input;
+  fetches = 0;
+  requests.clear();
+  Fuzz_ResetMacros();
+  Macro_SetFetch(Fetch);
+  Fuzz_OnMessage = Fuzz_EndUndefined;
+
+  const std::string sizes = input[2].Whole();
+  const int capacity = Fuzz_Number(sizes, 0, 2, kMessageSize);
+  const int room = Fuzz_Number(sizes, 2, 2, kMessageSize);
+  const std::string text = Fuzz_UpToNul(input[1].Whole());
+  Bytes document = Fuzz_Terminated(text);
+  document.resize(text.size() + static_cast<std::size_t>(room) + 1, '\x55');
+  document.shrink_to_fit();
+  Bytes output(static_cast<std::size_t>(capacity), '\x55');
+
+  const int macro = Fuzz_LoadMacro(input[0].Whole());
+  int length = capacity;
+  const int result = Macro_Exec(macro, document.data(), output.data(), &length, room);
+  FUZZ_CHECK(result == 1 || result == -1);
+  FUZZ_CHECK(length >= 0 && length <= capacity);
+  FUZZ_CHECK(result == 1 || length == capacity);
+  const std::string_view after(document.data(), document.size());
+  FUZZ_CHECK(after.find('\0') != std::string_view::npos);
+  FUZZ_CHECK(after.starts_with(text));  // a document is appended to, never changed
+  FUZZ_CHECK(Macro_Document() == document.data());
+  if (result == 1) CheckCursor();
+
+  std::string shown = std::to_string(result) + requests + document.data();
+  if (result == 1) shown.append(output.data(), static_cast<std::size_t>(length));
+  char none[1] = "";
+  Macro_SetInput(none);  // the document ends here
+  return shown;
+}
