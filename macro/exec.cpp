@@ -286,7 +286,7 @@ int Macro_Exec(int handle, char *document, char *output, int *len, int room) {
   run.code = Macro_Code(handle, &run.code_size);
   run.at = run.op = run.op_at = run.count = run.depth = 0;
   run.output = output;
-  run.capacity = *len;
+  run.capacity = std::max(*len, 0);
   run.room = room;
   run.failed = false;
   run.hdr = {};

@@ -2,6 +2,7 @@
 //
 // Parts: code; document; capacity of the output and room behind the document, two bytes each; then
 // the answers, in turn.  A fetch without an answer fails.
+#include <algorithm>
 #include <cstring>
 
 #include "macro/cursor.h"
@@ -53,7 +54,7 @@ std::string Fuzz_Run(const Input &input) {
   Fuzz_OnMessage = Fuzz_EndUndefined;
 
   const std::string sizes = input[2].Whole();
-  const int capacity = Fuzz_Number(sizes, 0, 2, kMessageSize);
+  const int capacity = std::max(Fuzz_Number(sizes, 0, 2, kMessageSize), 1);
   const int room = Fuzz_Number(sizes, 2, 2, kMessageSize);
   const std::string text = Fuzz_UpToNul(input[1].Whole());
   Bytes document = Fuzz_Terminated(text);

@@ -19,7 +19,7 @@ trap 'rm -rf "$scratch"' EXIT
 run() {
   local target=$1 learned=$build/corpus/$1 log=$build/findings/$1.log failed=0
   mkdir -p "$learned"
-  "$build/bin/fuzz_$target" -max_total_time="$seconds" -max_len=8192 -timeout=20 -rss_limit_mb=2048 \
+  "$build/bin/fuzz_$target" -max_total_time="$seconds" -max_len=2048 -timeout=20 -rss_limit_mb=2048 \
     -print_final_stats=1 -dict="tests/fuzz/dict/$target.dict" -artifact_prefix="$build/findings/$target-" \
     "$learned" "tests/fuzz/corpus/$target" >/dev/null 2>"$log" || failed=1
   # A finding without an input, such as a target that does not start, is its log.
