@@ -12,7 +12,7 @@ void (*Fuzz_OnMessage)(const char *text) = nullptr;
 
 namespace {
 
-constexpr std::size_t kLargestPart = 131072;
+constexpr std::size_t kLargestPart = 65536;
 constexpr std::size_t kRepeat = 64;
 
 constexpr std::uint8_t kPartEnds = 0xfc;
