@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::int64_t kDrain = 10'000'000'000;  // a connected client waits so long for the rest
+constexpr std::int64_t kDrain = 10'000'000'000;  // so long may a request take that nothing holds up
 
 std::int64_t Now() {
   timespec now;
@@ -54,10 +54,13 @@ class Load {
     const std::int64_t end = Now() + nanoseconds;
     for (Connection &connection : connections_) Begin(&connection);
     while (open_ > 0 && Now() < end) Wait(end, again ? end : 0);
-    GiveUpUnconnected();
+    GiveUpQueued();
     const std::int64_t last = Now() + kDrain;
     while (open_ > 0 && Now() < last) Wait(last, 0);
-    if (open_ > 0) Complain("no end of the answer", open_);
+    if (open_ > 0) {
+      errno = ETIMEDOUT;
+      Complain("end of the answer", open_);
+    }
     std::sort(outcome_.latencies.begin(), outcome_.latencies.end());
     return std::move(outcome_);
   }
@@ -124,10 +127,7 @@ class Load {
   void End(Connection *connection) {
     if (connection->got != exchange_.answer.size()) return Fail(connection, nullptr);
     outcome_.latencies.push_back(Now() - connection->begun);
-    tcp_info info = {};
-    socklen_t size = sizeof info;
-    getsockopt(connection->fd, IPPROTO_TCP, TCP_INFO, &info, &size);
-    if (info.tcpi_total_retrans > 0) ++outcome_.queued;
+    if (MetFullQueue(*connection)) ++outcome_.queued;
     Close(connection);
   }
 
@@ -156,10 +156,20 @@ class Load {
     --open_;
   }
 
-  void GiveUpUnconnected() {
+  bool MetFullQueue(const Connection &connection) const {
+    tcp_info info = {};
+    socklen_t size = sizeof info;
+    getsockopt(connection.fd, IPPROTO_TCP, TCP_INFO, &info, &size);
+    return info.tcpi_state == TCP_SYN_SENT || info.tcpi_total_retrans > 0;
+  }
+
+  // They are reset, so that the server is not busy with them in the next measurement.
+  void GiveUpQueued() {
     for (Connection &connection : connections_) {
-      if (connection.fd < 0 || connection.sent) continue;
+      if (connection.fd < 0 || !MetFullQueue(connection)) continue;
       ++outcome_.unanswered;
+      const linger reset = {1, 0};
+      setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
       Close(&connection);
     }
   }

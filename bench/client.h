@@ -8,21 +8,20 @@
 
 #include "bench/rows.h"
 
-// What the connections of one measurement met.
+// What the connections of one measurement met.  A connection has met the full listen queue when the
+// kernel had to send one of its segments again: nothing else loses segments on the loopback.
 struct Outcome {
   std::vector<std::int64_t> latencies;  // nanoseconds from connect to the end of the answer, sorted
-  long queued = 0;      // answered, but the kernel had to send a segment again: the queue was full
-  long unanswered = 0;  // still not connected when the measurement ended: the same, worse
-  long wrong = 0;       // refused, reset, or answered with other bytes
-  std::string complaint;  // about the first wrong one
+  long queued = 0;                      // answered, after they met the full queue
+  long unanswered = 0;                  // met it and were given up at the end
+  long wrong = 0;                       // refused, reset, or answered with other bytes
+  std::string complaint;                // about the first wrong one
 };
 
-// Keeps `clients` connections busy, one request each, for that long; then lets those that are
-// connected end.
+// Keeps `clients` connections busy for that long, one request each.
 Outcome Client_Closed(int port, const Exchange &exchange, int clients, std::int64_t nanoseconds);
 
-// Opens `clients` connections at once, one request each, and gives up those that are not connected
-// after that long.
+// Opens `clients` connections at once, one request each, and gives up after that long.
 Outcome Client_Burst(int port, const Exchange &exchange, int clients, std::int64_t nanoseconds);
 
 // The nearest-rank percentile of sorted values; 0 when there are none.

@@ -35,18 +35,27 @@ double Mean(const Series &series, Side side, double Sample::*value) {
   return sum / static_cast<double>(series.samples[side].size());
 }
 
-// Daemon over floor, round by round: median and quartiles.
+std::string WithQuartiles(const std::vector<double> &values, int digits) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f (%.*f to %.*f)", digits, Quantile(values, 0.5), digits,
+                Quantile(values, 0.25), digits, Quantile(values, 0.75));
+  return text;
+}
+
+// Daemon over floor, round by round.
 std::string Ratio(const Series &series, double Sample::*value) {
   const std::vector<double> below = Column(series, kFloor, value);
   const std::vector<double> above = Column(series, kDaemon, value);
   std::vector<double> ratios;
   for (std::size_t i = 0; i < std::min(below.size(), above.size()); ++i)
     if (below[i] > 0 && above[i] > 0) ratios.push_back(above[i] / below[i]);
-  if (ratios.empty()) return "-";
-  char text[64];
-  std::snprintf(text, sizeof text, "%.2f (%.2f to %.2f)", Quantile(ratios, 0.5),
-                Quantile(ratios, 0.25), Quantile(ratios, 0.75));
-  return text;
+  return ratios.empty() ? "-" : WithQuartiles(ratios, 2);
+}
+
+std::string Percent(const Series &series, Side side, double Sample::*value) {
+  std::vector<double> column = Column(series, side, value);
+  for (double &share : column) share *= 100;
+  return WithQuartiles(column, 0);
 }
 
 std::string Cpu(double value) {
@@ -60,15 +69,16 @@ std::string Cpu(double value) {
 
 Sample Report_Sample(const Outcome &outcome, double seconds, double cpu) {
   const auto answered = static_cast<double>(outcome.latencies.size());
-  const double all = answered + static_cast<double>(outcome.unanswered);
+  const auto unanswered = static_cast<double>(outcome.unanswered);
+  const double all = std::max(answered + unanswered, 1.0);
   Sample sample;
-  if (answered == 0) return sample;
   sample.p50 = static_cast<double>(Client_Percentile(outcome.latencies, 50)) / 1000;
   sample.p99 = static_cast<double>(Client_Percentile(outcome.latencies, 99)) / 1000;
-  sample.max = static_cast<double>(outcome.latencies.back()) / 1000;
+  sample.max = static_cast<double>(Client_Percentile(outcome.latencies, 100)) / 1000;
   sample.rate = answered / seconds;
-  sample.cpu = cpu < 0 ? -1 : cpu / answered;
-  sample.queued = static_cast<double>(outcome.queued + outcome.unanswered) / all;
+  sample.cpu = cpu < 0 || answered == 0 ? -1 : cpu / answered;
+  sample.queued = (static_cast<double>(outcome.queued) + unanswered) / all;
+  sample.unanswered = unanswered / all;
   return sample;
 }
 
@@ -94,19 +104,18 @@ void Report_Closed(const Series &series) {
 
 void Report_BurstHead() {
   std::printf(
-      "| at once | queue floor | queue daemon | p50 floor | p50 daemon | ratio (quartiles)   | CPU floor | CPU daemon | p99 floor | p99 daemon | max floor | max daemon |\n"
-      "|--------:|------------:|-------------:|----------:|-----------:|---------------------|----------:|-----------:|----------:|-----------:|----------:|-----------:|\n");
+      "| at once | queue floor, %%   | queue daemon, %%  | unanswered floor, %% | unanswered daemon, %% | p50 floor | p50 daemon | CPU floor | CPU daemon | ratio (quartiles)   |\n"
+      "|--------:|------------------|------------------|---------------------|----------------------|----------:|-----------:|----------:|-----------:|---------------------|\n");
 }
 
 void Report_Burst(const Series &series) {
   std::printf(
-      "| %7d | %10.1f%% | %11.1f%% | %9.0f | %10.0f | %-19s | %9s | %10s | %9.0f | %10.0f | %9.0f | %10.0f |\n",
-      series.clients, 100 * Mean(series, kFloor, &Sample::queued),
-      100 * Mean(series, kDaemon, &Sample::queued), Median(series, kFloor, &Sample::p50),
-      Median(series, kDaemon, &Sample::p50), Ratio(series, &Sample::p50).c_str(),
-      Cpu(Median(series, kFloor, &Sample::cpu)).c_str(),
-      Cpu(Median(series, kDaemon, &Sample::cpu)).c_str(), Median(series, kFloor, &Sample::p99),
-      Median(series, kDaemon, &Sample::p99), Maximum(series, kFloor, &Sample::max),
-      Maximum(series, kDaemon, &Sample::max));
+      "| %7d | %-16s | %-16s | %-19s | %-20s | %9.0f | %10.0f | %9s | %10s | %-19s |\n",
+      series.clients, Percent(series, kFloor, &Sample::queued).c_str(),
+      Percent(series, kDaemon, &Sample::queued).c_str(),
+      Percent(series, kFloor, &Sample::unanswered).c_str(),
+      Percent(series, kDaemon, &Sample::unanswered).c_str(), Median(series, kFloor, &Sample::p50),
+      Median(series, kDaemon, &Sample::p50), Cpu(Median(series, kFloor, &Sample::cpu)).c_str(),
+      Cpu(Median(series, kDaemon, &Sample::cpu)).c_str(), Ratio(series, &Sample::cpu).c_str());
   std::fflush(stdout);
 }

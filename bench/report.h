@@ -15,9 +15,10 @@ struct Sample {
   double p50 = 0;
   double p99 = 0;
   double max = 0;
-  double rate = 0;    // requests a second
-  double cpu = -1;    // of the server and its children, a request; below 0: not known
-  double queued = 0;  // share of the connections that met a full listen queue
+  double rate = 0;        // requests a second
+  double cpu = -1;        // of the server and its children, a request; below 0: not known
+  double queued = 0;      // share of the connections that met a full listen queue
+  double unanswered = 0;  // and were not answered in time
 };
 
 Sample Report_Sample(const Outcome &outcome, double seconds, double cpu);
