@@ -8,6 +8,8 @@
 namespace {
 
 constexpr std::string_view kSeparators = "\t\n\r";
+constexpr std::size_t kLongestToken = 1024;
+constexpr std::size_t kLongestName = 128;
 
 using TextField = char (CmdHdr::*)[kHdrText];
 constexpr TextField kTexts[] = {&CmdHdr::Command,   &CmdHdr::SearchGroup, &CmdHdr::RecType,
@@ -28,6 +30,18 @@ int Negatives(const CmdHdr &hdr) {
   int count = 0;
   for (const NumberField field : kNumbers) count += hdr.*field < 0;
   return count;
+}
+
+// All that stands before a predicate is fields, none too long.
+void CheckFields(std::string_view fields) {
+  while (!fields.empty()) {
+    fields.remove_prefix(1);
+    const std::string_view token = fields.substr(0, fields.find_first_of(kSeparators));
+    FUZZ_CHECK(token.starts_with('@') && token.size() <= kLongestToken);
+    const std::size_t equals = token.find('=');
+    FUZZ_CHECK(equals != std::string_view::npos && equals - 1 <= kLongestName);
+    fields.remove_prefix(token.size());
+  }
 }
 
 // A predicate begins with a separator and a whole token: one without "@", or OPER.
@@ -74,6 +88,7 @@ std::string Fuzz_Run(const Input &input) {
   if (predicate != nullptr) {
     FUZZ_CHECK(predicate >= text.data() && predicate < text.data() + whole.size());
     FUZZ_CHECK(Negatives(*hdr) == 0);
+    CheckFields({text.data(), static_cast<std::size_t>(predicate - text.data())});
     CheckPredicate(predicate);
   }
   Util_Display(hdr.get(), predicate);

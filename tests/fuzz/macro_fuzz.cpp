@@ -1,7 +1,7 @@
-// A macro over a document, both arbitrary, with fetches that the input answers.
+// A macro over documents, all arbitrary, with fetches that the input answers.
 //
-// Parts: code; document; capacity of the output and room behind the document, two bytes each; then
-// the answers, in turn.  A fetch without an answer fails.
+// Parts: code; the documents of a page, a segment each; capacity of the output and room behind the
+// document, two bytes each; then the answers, in turn.  A fetch without an answer fails.
 #include <algorithm>
 #include <cstring>
 
@@ -13,6 +13,7 @@
 namespace {
 
 constexpr std::size_t kFirstAnswer = 3;
+constexpr std::size_t kDocuments = 8;  // more only take time
 
 const Input *current = nullptr;
 std::size_t fetches = 0;
@@ -43,6 +44,29 @@ int Fetch(int, CmdHdr *hdr, char *out, int *len, int format) {
   return 1;
 }
 
+// One document of the page, in a buffer that has room bytes behind it.
+std::string Format(int macro, const std::string &text, int capacity, int room) {
+  Bytes document(text.size() + static_cast<std::size_t>(room) + 1, '\x55');
+  std::memcpy(document.data(), text.c_str(), text.size() + 1);
+  Bytes output(static_cast<std::size_t>(capacity), '\x55');
+  int length = capacity;
+  const int result = Macro_Exec(macro, document.data(), output.data(), &length, room);
+  FUZZ_CHECK(result == 1 || result == -1);
+  FUZZ_CHECK(length >= 0 && length <= capacity);
+  FUZZ_CHECK(result == 1 || length == capacity);
+  const std::string_view after(document.data(), document.size());
+  FUZZ_CHECK(after.find('\0') != std::string_view::npos);
+  FUZZ_CHECK(after.starts_with(text));  // a document is appended to, never changed
+  FUZZ_CHECK(Macro_Document() == document.data());
+  if (result == 1) CheckCursor();
+
+  std::string shown = std::to_string(result) + document.data();
+  if (result == 1) shown.append(output.data(), static_cast<std::size_t>(length));
+  static char none[1] = "";
+  Macro_SetInput(none);  // the document ends here
+  return shown;
+}
+
 }  // namespace
 
 std::string Fuzz_Run(const Input &input) {
@@ -56,27 +80,9 @@ std::string Fuzz_Run(const Input &input) {
   const std::string sizes = input[2].Whole();
   const int capacity = std::max(Fuzz_Number(sizes, 0, 2, kMessageSize), 1);
   const int room = Fuzz_Number(sizes, 2, 2, kMessageSize);
-  const std::string text = Fuzz_UpToNul(input[1].Whole());
-  Bytes document = Fuzz_Terminated(text);
-  document.resize(text.size() + static_cast<std::size_t>(room) + 1, '\x55');
-  document.shrink_to_fit();
-  Bytes output(static_cast<std::size_t>(capacity), '\x55');
-
   const int macro = Fuzz_LoadMacro(input[0].Whole());
-  int length = capacity;
-  const int result = Macro_Exec(macro, document.data(), output.data(), &length, room);
-  FUZZ_CHECK(result == 1 || result == -1);
-  FUZZ_CHECK(length >= 0 && length <= capacity);
-  FUZZ_CHECK(result == 1 || length == capacity);
-  const std::string_view after(document.data(), document.size());
-  FUZZ_CHECK(after.find('\0') != std::string_view::npos);
-  FUZZ_CHECK(after.starts_with(text));  // a document is appended to, never changed
-  FUZZ_CHECK(Macro_Document() == document.data());
-  if (result == 1) CheckCursor();
-
-  std::string shown = std::to_string(result) + requests + document.data();
-  if (result == 1) shown.append(output.data(), static_cast<std::size_t>(length));
-  char none[1] = "";
-  Macro_SetInput(none);  // the document ends here
-  return shown;
+  std::string shown;
+  for (std::size_t i = 0; i < input[1].segments.size() && i < kDocuments; ++i)
+    shown += Format(macro, Fuzz_UpToNul(input[1].segments[i]), capacity, room);
+  return shown + requests;
 }

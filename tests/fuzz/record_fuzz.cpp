@@ -1,7 +1,7 @@
 // Framed reads: where a message ends does not depend on where the segments do.
 //
 // Parts: the stream; the capacity, two bytes.
-#include <cstring>
+#include <algorithm>
 
 #include "net/sock.h"
 #include "protocol/record.h"
@@ -32,7 +32,7 @@ void CheckRecord(const Bytes &buf, int length, int capacity, const char *rest) {
 std::string Fuzz_Run(const Input &input) {
   const std::string whole = input[0].Whole();
   const bool has_nul = whole.find('\0') != std::string::npos;
-  const int capacity = Fuzz_Number(input[1].Whole(), 0, 2, kMessageSize) + 1;
+  const int capacity = std::max(Fuzz_Number(input[1].Whole(), 0, 2, kMessageSize), 1);
   Wire wire(input[0]);
   Bytes buf(static_cast<std::size_t>(capacity) + 1, '\x55');
 
