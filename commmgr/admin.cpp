@@ -11,24 +11,27 @@
 
 namespace {
 
-void Insert(INIT_CHILDINFO *child) {
-  if (child->Type == 'D') return Init_InsertDocMgr(child);
-  if (child->Type == 'S') return Init_InsertSearchMgr(child);
-  std::free(child);  // no list holds the others
+INIT_CHILDINFO *NewChild() {
+  const SignalHold hold;
+  return static_cast<INIT_CHILDINFO *>(std::calloc(1, sizeof(INIT_CHILDINFO)));
+}
+
+void FreeChild(INIT_CHILDINFO *child) {
+  const SignalHold hold;
+  std::free(child);
 }
 
 void RecordChild(const char *rest) {
-  const SignalHold hold;
-  auto *child = static_cast<INIT_CHILDINFO *>(std::calloc(1, sizeof(INIT_CHILDINFO)));
+  INIT_CHILDINFO *child = NewChild();
   if (child == nullptr) {
     DPRINTF(nullptr, kFatal, "[Comm: Admin] Unable to alloc mem for INIT_CHILDINFO (size = %d).\n",
             static_cast<int>(sizeof(INIT_CHILDINFO)));
     return;
   }
-  if (Init_RecvAnnounce(rest, child) == 1)
-    Insert(child);
-  else
-    std::free(child);
+  const bool parsed = Init_RecvAnnounce(rest, child) == 1;
+  if (parsed && child->Type == 'D') return Init_InsertDocMgr(child);
+  if (parsed && child->Type == 'S') return Init_InsertSearchMgr(child);
+  FreeChild(child);  // refused, or of a type that no list holds
 }
 
 }  // namespace

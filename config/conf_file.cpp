@@ -42,9 +42,15 @@ Next FindLine(LineReader *reader, std::string_view id, std::string_view *tokens)
 }
 
 template <std::size_t N>
-void CopyField(char (&field)[N], std::string_view value, const char *name) {
+void CopyConf(char (&field)[N], std::string_view value, const char *name) {
   if (!Text_Copy(field, value))
     DPRINTF(nullptr, kWarning, "[Init: ReadConf] %s cut to '%s'\n", name, field);
+}
+
+template <std::size_t N>
+void CopyDB(char (&field)[N], std::string_view value, const char *name) {
+  if (!Text_Copy(field, value))
+    DPRINTF(nullptr, kWarning, "[Init: ReadDB] %s cut to '%s'\n", name, field);
 }
 
 // Takes the next token as text that atoi's kin can read; false when there is none.
@@ -65,44 +71,44 @@ Match FillConfig(ConfigInfo *config, const char *id, char type, std::string_view
   if (letter.size() != 1) return Match::kIncomplete;
   if (letter.front() != type) return Match::kOtherType;
   config->Type = letter.front();
-  CopyField(config->ID, id, "ID");  // says, once, that it is cut
+  CopyConf(config->ID, id, "ID");  // says, once, that it is cut
 
   const std::string_view ip = Text_Token(&tokens, kBlanks);
   if (ip.empty()) return Match::kIncomplete;
-  CopyField(config->IP, ip, "IP");
+  CopyConf(config->IP, ip, "IP");
   if (!TakePort(&tokens, &config->ClientPort)) return Match::kIncomplete;
   if (!TakePort(&tokens, &config->AdminPort)) return Match::kIncomplete;
 
   const std::string_view parent = Text_Token(&tokens, kBlanks);
   if (parent.empty()) return Match::kIncomplete;
-  if (parent.front() != '-') CopyField(config->ParentID, parent, "PARENTID");
+  if (parent.front() != '-') CopyConf(config->ParentID, parent, "PARENTID");
   return Match::kComplete;
 }
 
 int FillDB(DBInfo *dbinfo, const char *filename, int number, const char *id,
            std::string_view tokens) {
-  CopyField(dbinfo->ID, id, "ID");
+  CopyDB(dbinfo->ID, id, "ID");
   const std::string_view name = Text_Token(&tokens, kBlanks);
   if (name.empty()) {
     DPRINTF(nullptr, kFatal, "[Init: ReadDB:DBName] Error reading '%s': Incomplete line [%d].\n",
             filename, number);
     return 0;
   }
-  CopyField(dbinfo->DBName, name, "DBNAME");
+  CopyDB(dbinfo->DBName, name, "DBNAME");
   const std::string_view search = Text_Token(&tokens, kBlanks);
   if (search.empty()) {
     DPRINTF(nullptr, kFatal, "[Init: ReadDB:SearchLoc] Error reading '%s': Incomplete line [%d].\n",
             filename, number);
     return 0;
   }
-  CopyField(dbinfo->SearchLocation, search, "SEARCHLOC");
+  CopyDB(dbinfo->SearchLocation, search, "SEARCHLOC");
   const std::string_view doc = Text_Token(&tokens, kBlanks);
   if (doc.empty()) {
     DPRINTF(nullptr, kFatal, "[Init: ReadDB:DocLoc] Error reading '%s': Incomplete line [%d].\n",
             filename, number);
     return 0;
   }
-  CopyField(dbinfo->DocLocation, doc, "DOCLOC");
+  CopyDB(dbinfo->DocLocation, doc, "DOCLOC");
   return 1;
 }
 

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "debug/signal_hold.h"
+
 INIT_CHILDINFO *DocMgrList = nullptr;
 INIT_CHILDINFO *SearchMgrList = nullptr;
 
@@ -34,9 +36,13 @@ void FreeAll(INIT_CHILDINFO *list) {
 
 INIT_CHILDINFO *Init_FindPeer(INIT_CHILDINFO *list, const char *id) { return *FindLink(&list, id); }
 
-void Init_InsertDocMgr(INIT_CHILDINFO *child) { Replace(FindLink(&DocMgrList, child->ID), child); }
+void Init_InsertDocMgr(INIT_CHILDINFO *child) {
+  const SignalHold hold;
+  Replace(FindLink(&DocMgrList, child->ID), child);
+}
 
 void Init_InsertSearchMgr(INIT_CHILDINFO *child) {
+  const SignalHold hold;
   INIT_CHILDINFO **link = FindLink(&SearchMgrList, child->ID);
   Replace(link, child);
   if (link == &SearchMgrList) return;

@@ -77,6 +77,7 @@ void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
   char command[kCommandSize + 1];
   bool overflowed = false;
   for (;;) {
+    std::memset(command, 0, sizeof command);
     int length = kCommandSize;
     const int rc = Sock_RecvDelim(sock, command, &length, "\n");
     if (rc == kSockOverflow) {
@@ -93,8 +94,8 @@ void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
     } else if (overflowed) {
       overflowed = false;  // the rest of the line that did not fit
     } else {
-      // A client that left in the middle of a line has sent no command: length is 0.
-      std::memset(command + length, 0, static_cast<std::size_t>(kCommandSize + 1 - length));
+      // A client that left in the middle of a line has sent no command.
+      if (length == 0) std::memset(command, 0, sizeof command);
       DPRINTF(nullptr, kInfo, "[MainCore: TCPRead] Socket %d...Data Dump:\n", sock);
       HEXDUMP(nullptr, kInfo, command, length, nullptr);
       return handler(listener, sock, command);

@@ -19,7 +19,7 @@ bool FormatPaths(const char *dir) {
   if (Text_FormatTo(state.ConfigPath, sizeof state.ConfigPath, "%s/korvo.conf", dir) &&
       Text_FormatTo(state.DBPath, sizeof state.DBPath, "%s/korvo.db", dir))
     return true;
-  DPRINTF(nullptr, kWarning, "[MainCore: main] Config dir is longer than %d characters: '%s'\n",
+  DPRINTF(nullptr, kFatal, "[MainCore: main] Config dir is longer than %d characters: '%s'\n",
           static_cast<int>(sizeof state.ConfigPath - sizeof "/korvo.conf"), dir);
   return false;
 }

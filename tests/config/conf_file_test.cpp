@@ -584,10 +584,10 @@ TEST_F(ReadDB, LongTexts_AreCutAndReportedOnceEachAt103) {
   const std::string id(64, 'i'), name(64, 'n'), search(128, 's'), doc(128, 'd');
   Write(id + " " + name + " " + search + " " + doc + "\n");
   EXPECT_EQ(MessagesAt(103, [&] { Init_ReadDB(path_.c_str(), id.c_str(), &db_); }),
-            "[Init: ReadConf] ID cut to '" + id.substr(1) + "'\n" +
-                "[Init: ReadConf] DBNAME cut to '" + name.substr(1) + "'\n" +
-                "[Init: ReadConf] SEARCHLOC cut to '" + search.substr(1) + "'\n" +
-                "[Init: ReadConf] DOCLOC cut to '" + doc.substr(1) + "'\n");
+            "[Init: ReadDB] ID cut to '" + id.substr(1) + "'\n" +
+                "[Init: ReadDB] DBNAME cut to '" + name.substr(1) + "'\n" +
+                "[Init: ReadDB] SEARCHLOC cut to '" + search.substr(1) + "'\n" +
+                "[Init: ReadDB] DOCLOC cut to '" + doc.substr(1) + "'\n");
   EXPECT_EQ(db_.DocLocation, doc.substr(1));
   EXPECT_EQ(db_.FieldList, nullptr);
 }
