@@ -8,19 +8,19 @@ cd "$(dirname "$0")"
 . scripts/need.sh
 
 keep=no
-case "${1-}" in
+case "$*" in
   '') ;;
   --keep) keep=yes ;;
   *)
-    echo "$0: unknown argument '$1'; use ./demo.sh or ./demo.sh --keep" >&2
+    echo "$0: unknown argument '$*'; use ./demo.sh or ./demo.sh --keep" >&2
     exit 64
     ;;
 esac
 
 need "${build_packages[@]}"
-build release
+build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-index korvo-macro korvo-query korvoctl
 bin=$PWD/build/release/bin
-folder=$(mktemp -d)
+folder=$(mktemp -d /tmp/korvo-demo.XXXXXX)  # a short name: macros go by at most 127 characters
 
 # The programs run in process groups of their own, so each is ended by itself if something goes wrong.
 programs=()
@@ -37,7 +37,7 @@ free_ports() {
   local used
   used=" $(awk 'FNR > 1 { split($2, a, ":"); print strtonum_hex(a[2]) }
     function strtonum_hex(h,  i, n) { for (i = 1; i <= length(h); i++) n = 16 * n + index("123456789ABCDEF", substr(h, i, 1)); return n }' \
-    /proc/net/tcp /proc/net/udp | tr '\n' ' ') "
+    /proc/net/tcp /proc/net/udp $(ls /proc/net/tcp6 /proc/net/udp6 2>/dev/null) | tr '\n' ' ') "
   local port=$((10000 + RANDOM % 10000)) found=0
   while [ $found -lt "$1" ]; do
     port=$((port + 1))
@@ -99,7 +99,7 @@ if [ $keep = yes ]; then
   cat <<KEEP
 
 The service is up.  Try:
-  $(printf '%q ' "${query[@]}")--max-hits 3 Section=mail
+  $(printf '%q ' "${query[@]}")--max-hits 3 Section=admin
   $bin/korvoctl ping --port ${port[1]}
   $bin/korvoctl level INFO --port ${port[1]}; tail $folder/korvo-commmgr.log
   exec 3<>/dev/tcp/127.0.0.1/${port[0]}

@@ -40,11 +40,8 @@ int AddStream(Indexer *indexer, const char *name, std::istream *in) {
   Fields fields;
   for (;;) {
     switch (ControlFile_Read(&reader, &fields)) {
-      case ControlResult::kDocument:
-        Add(indexer, fields);
-        break;
-      case ControlResult::kEnd:
-        return 0;
+      case ControlResult::kDocument: Add(indexer, fields); break;
+      case ControlResult::kEnd: return 0;
       case ControlResult::kBadLine:
         std::fprintf(stderr, "korvo-index: %s:%d: expected \"Name: value\"; nothing was stored\n",
                      name, reader.line);
@@ -76,7 +73,8 @@ int AddFiles(Indexer *indexer, char **names) {
   indexer->database.commit_transaction();
   ShowProgress(*indexer, "\n");
   if (indexer->cut > 0)
-    std::fprintf(stderr, "korvo-index: %d values were too long and are stored cut\n", indexer->cut);
+    std::fprintf(stderr, "korvo-index: values that were too long and are stored cut: %d\n",
+                 indexer->cut);
   return 0;
 }
 

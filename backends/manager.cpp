@@ -1,5 +1,7 @@
 #include "backends/manager.h"
 
+#include <unistd.h>
+
 #include <cstring>
 #include <exception>
 #include <string_view>
@@ -8,6 +10,7 @@
 #include "core/state.h"
 #include "debug/log.h"
 #include "debug/signal_hold.h"
+#include "protocol/process.h"
 
 DBInfo Manager_Database;
 
@@ -59,11 +62,16 @@ int Manager_Startup(const ConfigInfo *config) {
 }
 
 void Manager_TryDatabase(const char *location) {
+  // In a process of its own: a shard that hangs must keep neither the clients nor a signal waiting.
+  if (Util_Fork(1) != 0) return;
+  Sock_Close(MainCore_State.Listener);
+  Sock_Close(MainCore_State.AdminSock);
   const ManagerCommand nothing = {
       "", location,
       [](const Xapian::Database &, const CmdHdr &, const char *) { return std::string(); }};
   std::string records;
   (void)Answer(nothing, {}, nullptr, &records);
+  _exit(0);
 }
 
 void Manager_Admin(int sock, SockAddr *sender, const char *buf, int len) {

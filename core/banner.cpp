@@ -9,16 +9,11 @@ namespace {
 
 const char *TypeLine(char type) {
   switch (type) {
-    case 'C':
-      return "* KORVO Communications Manager - Morvane Technologies, Inc.         *\n";
-    case 'S':
-      return "* KORVO Search Manager - Morvane Technologies, Inc.                 *\n";
-    case 'D':
-      return "* KORVO Document Manager - Morvane Technologies, Inc.               *\n";
-    case 'E':
-      return "* KORVO Search Engine - Morvane Technologies, Inc.                  *\n";
-    default:
-      return "* KORVO - Morvane Technologies, Inc.                                *\n";
+    case 'C': return "* KORVO Communications Manager - Morvane Technologies, Inc.         *\n";
+    case 'S': return "* KORVO Search Manager - Morvane Technologies, Inc.                 *\n";
+    case 'D': return "* KORVO Document Manager - Morvane Technologies, Inc.               *\n";
+    case 'E': return "* KORVO Search Engine - Morvane Technologies, Inc.                  *\n";
+    default: return "* KORVO - Morvane Technologies, Inc.                                *\n";
   }
 }
 

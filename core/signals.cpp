@@ -41,15 +41,9 @@ void MainCore_Reap() {
 
 void MainCore_SigHndlr(int signal_number) {
   switch (signal_number) {
-    case SIGINT:
-      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGINT.\n");
-      Shutdown();
-    case SIGTERM:
-      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGTERM.\n");
-      Shutdown();
-    case SIGUSR1:
-      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGUSR1.\n");
-      Shutdown();
+    case SIGINT: DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGINT.\n"); Shutdown();
+    case SIGTERM: DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGTERM.\n"); Shutdown();
+    case SIGUSR1: DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGUSR1.\n"); Shutdown();
     case SIGCHLD: {
       const int saved = errno;
       MainCore_Reap();

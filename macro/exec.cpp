@@ -222,35 +222,24 @@ int NextOp(const Run &run) { return run.at < run.code_size ? int{run.code[run.at
 void Step(Run *run) {
   run->op_at = run->at++;
   switch (run->op) {
-    case kOpText32:
-      return Emit(run, TakeBytes(run, TakeLE32(run)));
-    case kOpText8:
-      return Emit(run, TakeBytes(run, TakeByte(run)));
-    case kOpValue32:
-      TakeName(run, TakeLE32(run));
-      return EmitValue(run, 0);
-    case kOpValue8:
-      TakeName(run, TakeByte(run));
-      return EmitValue(run, 0);
+    case kOpText32: return Emit(run, TakeBytes(run, TakeLE32(run)));
+    case kOpText8: return Emit(run, TakeBytes(run, TakeByte(run)));
+    case kOpValue32: TakeName(run, TakeLE32(run)); return EmitValue(run, 0);
+    case kOpValue8: TakeName(run, TakeByte(run)); return EmitValue(run, 0);
     case kOpValueSkip: {
       const int skip = static_cast<int>(TakeByte(run));
       TakeName(run, TakeByte(run));
       return EmitValue(run, skip);
     }
-    case kOpNumber:
-      TakeName(run, TakeByte(run));
-      return EmitNumber(run);
+    case kOpNumber: TakeName(run, TakeByte(run)); return EmitNumber(run);
     case kOpSeek: {
       const auto offset = static_cast<std::int32_t>(TakeLE32(run));
       if (!run->failed) Macro_Seek(offset);
       return;
     }
-    case kOpDocument:
-      return EmitDocument(run);
-    case kOpPush:
-      return Push(run);
-    case kOpPop:
-      return Pop(run);
+    case kOpDocument: return EmitDocument(run);
+    case kOpPush: return Push(run);
+    case kOpPop: return Pop(run);
     case kOpSave: {
       const int number = TakeRegister(run);
       if (!run->failed) registers[number] = Macro_Cursor();
@@ -265,15 +254,10 @@ void Step(Run *run) {
       TakeName(run, TakeByte(run));
       if (!run->failed) Macro_FindField(run->name, 0);
       return;
-    case kOpFetch:
-      return FetchToOutput(run);
-    case kOpInsert:
-      return FetchIntoDocument(run, 0);
-    case kOpInsertSkip:
-      return FetchIntoDocument(run, static_cast<int>(TakeByte(run)));
-    default:
-      run->at = run->op_at;
-      return Undefined(run);
+    case kOpFetch: return FetchToOutput(run);
+    case kOpInsert: return FetchIntoDocument(run, 0);
+    case kOpInsertSkip: return FetchIntoDocument(run, static_cast<int>(TakeByte(run)));
+    default: run->at = run->op_at; return Undefined(run);
   }
 }
 

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # scripts/need.sh: installs Debian packages that are missing.  Sourced by the scripts at the root.
 
 # need PACKAGE...: installs what is missing of them and says so; as root, or with sudo.
@@ -20,14 +21,16 @@ need() {
 
 build_packages=(cmake g++ googletest libxapian-dev ninja-build)
 
-# build PRESET: configures and builds; shows the output only when it fails.
+# build PRESET [TARGET...]: configures and builds; shows the output only when it fails.
 build() {
-  local log=build/$1.log
+  local preset=$1 log=build/$1.log
+  shift
   mkdir -p build
-  echo "Building $1"
-  { cmake --preset "$1" && cmake --build --preset "$1" -j"$(nproc)"; } >"$log" 2>&1 || {
+  echo "Building $preset"
+  { cmake --preset "$preset" && cmake --build --preset "$preset" -j"$(nproc)" ${1+--target "$@"}; } \
+    >"$log" 2>&1 || {
     cat "$log" >&2
-    echo "$0: the build of preset $1 failed" >&2
+    echo "$0: the build of preset $preset failed" >&2
     exit 70
   }
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Fails when a folder includes one that stands above it.  Run from the root.
+# Fails when a folder includes one that it may not know.  Run from the root.
 set -eu
 may() {  # may FOLDER ALLOWED...
   local folder=$1 allowed

@@ -42,7 +42,7 @@ TEST(DocMgr, TheLargestDocumentFitsItsReader) {
     document += std::string(1, name) + ": " + std::string(4095, name) + "\n";
   const std::string file = folder.Write("large", document);
   EXPECT_EQ(RunIndexer({folder.Path() + "/db", file}).errors,
-            "korvo-index: 3 values were too long and are stored cut\n");
+            "korvo-index: values that were too long and are stored cut: 3\n");
   Running manager('D', folder.Path() + "/db");
   const std::string answer = manager.Exchange("\t@COMMAND=GETDOC\t@DOCNUM=1\n");
   // Nine digits short of 40959: the room of the longest number is kept.

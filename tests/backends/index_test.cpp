@@ -82,7 +82,7 @@ TEST(Index, CountsTheValuesThatItCut) {
   const Finished indexer = RunIndexer(
       {folder.Path() + "/db", folder.Write("long", "A: " + value + "\nB: " + value + "\nC: v\n")});
   EXPECT_EQ(indexer.status, 0);
-  EXPECT_EQ(indexer.errors, "korvo-index: 2 values were too long and are stored cut\n");
+  EXPECT_EQ(indexer.errors, "korvo-index: values that were too long and are stored cut: 2\n");
   EXPECT_EQ(Stored(folder.Path() + "/db", 1),
             "\tA=" + value.substr(0, 4095) + "\tB=" + value.substr(0, 4095) + "\tC=v\t");
 }

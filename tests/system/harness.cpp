@@ -2,8 +2,8 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <linux/close_range.h>
 #include <gtest/gtest.h>
+#include <linux/close_range.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -194,7 +194,8 @@ Process::Process(const std::vector<std::string> &argv, const std::string &folder
   dup2(open("/dev/null", O_RDONLY), 0);
   dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600), 1);
   dup2(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600), 2);
-  close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // what the runner left open would move the numbers in the log
+  close_range(3, ~0U,
+              CLOSE_RANGE_CLOEXEC);  // what the runner left open would move the numbers in the log
   if (chdir(folder_.c_str()) != 0) _exit(126);
   if (prepare) prepare();
   execv(args[0], args.data());

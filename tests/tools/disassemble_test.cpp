@@ -154,22 +154,14 @@ std::string RandomInstruction(std::mt19937 *random) {
   const std::string long_name = {static_cast<char>(name.size()), 0, 0, 0};
   const std::string byte(1, static_cast<char>((*random)() % 16));
   switch ((*random)() % 8) {
-    case 0:
-      return "\x41" + short_name;
-    case 1:
-      return "\x01" + long_name + name;
-    case 2:
-      return "\x42" + short_name;
-    case 3:
-      return "\x02" + long_name + name;
-    case 4:
-      return "\x43" + byte + short_name;
-    case 5:
-      return "\x0a" + byte;
-    case 6:
-      return "\x0d" + short_name + short_name;
-    default:
-      return "\x03" + byte + byte + byte + byte;
+    case 0: return "\x41" + short_name;
+    case 1: return "\x01" + long_name + name;
+    case 2: return "\x42" + short_name;
+    case 3: return "\x02" + long_name + name;
+    case 4: return "\x43" + byte + short_name;
+    case 5: return "\x0a" + byte;
+    case 6: return "\x0d" + short_name + short_name;
+    default: return "\x03" + byte + byte + byte + byte;
   }
 }
 

@@ -110,9 +110,10 @@ TEST(QueryTool, NoAnswer_IsUnavailable) {
   client.ReadLine();
   client.Close();
   EXPECT_EQ(69, tool.Status());
-  EXPECT_EQ("korvo-query: 127.0.0.1/" + std::to_string(service.Port()) +
-                " closed without an answer, as it does when it cannot open the macro /m/page\n",
-            tool.Errors());
+  EXPECT_EQ(
+      "korvo-query: 127.0.0.1/" + std::to_string(service.Port()) +
+          " closed without an answer: it cannot open the macro /m/page, or the page is empty\n",
+      tool.Errors());
 }
 
 TEST(QueryTool, BrokenAnswer_IsUnavailable) {
@@ -305,8 +306,8 @@ TEST(QueryTool, RealService_SaysWhatIsWrong) {
       RunTool({KORVO_QUERY, "--port", port, "--group", "sm1", "--macro", macro, "a"});
   EXPECT_EQ(69, lost.status);
   EXPECT_EQ("korvo-query: 127.0.0.1/" + port +
-                " closed without an answer, as it does when it cannot open the macro " + macro +
-                "\n",
+                " closed without an answer: it cannot open the macro " + macro +
+                ", or the page is empty\n",
             lost.errors);
   daemon.Files().Write("page.mo", "");
   const Outcome query =

@@ -89,12 +89,23 @@ mode_t ModeOfNewFile() {
   return 0666 & ~mask;
 }
 
+// Where a link leads in the end.
+std::string TargetOf(const std::string &path) {
+  char *resolved = realpath(path.c_str(), nullptr);
+  if (resolved == nullptr) Tool_Fail(EX_CANTCREAT, "%s: %s", path.c_str(), std::strerror(errno));
+  std::string target = resolved;
+  std::free(resolved);
+  return target;
+}
+
 void WriteOutput(const std::string &path, const std::string &bytes) {
   struct stat status;
   if (IsStandard(path)) return Tool_Print(bytes);
   if (lstat(path.c_str(), &status) != 0) return Replace(path, bytes, ModeOfNewFile());
   if (S_ISREG(status.st_mode)) return Replace(path, bytes, status.st_mode & 07777);
-  WriteInPlace(path, bytes);  // a link or a device stays one
+  if (S_ISLNK(status.st_mode) && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode))
+    return Replace(TargetOf(path), bytes, status.st_mode & 07777);  // the link stays
+  WriteInPlace(path, bytes);  // a device, or a link to what is not there yet
 }
 
 std::string OutputName(const Command &command) {

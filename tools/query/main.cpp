@@ -139,7 +139,7 @@ int main(int argc, char **argv) {
   const Answer answer = Receive(&command.peer, sock, !command.raw && isatty(STDOUT_FILENO) == 1);
   if (answer.size == 0)
     Tool_Fail(EX_UNAVAILABLE,
-              "%s/%d closed without an answer, as it does when it cannot open the macro %s",
+              "%s/%d closed without an answer: it cannot open the macro %s, or the page is empty",
               command.peer.host, command.peer.port, command.request.macro.c_str());
   return answer.error ? kAnswerError : EX_OK;
 }
