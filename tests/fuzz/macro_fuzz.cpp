@@ -1,12 +1,14 @@
 // A macro over documents, all arbitrary, with fetches that the input answers.
 //
 // Parts: code; the documents of a page, a segment each; capacity of the output and room behind the
-// document, two bytes each; then the answers, in turn.  A fetch without an answer fails.
+// document, two bytes each, and how many macros are open before, one; then the answers, in turn.  A
+// fetch without an answer fails.
 #include <algorithm>
 #include <cstring>
 
 #include "macro/cursor.h"
 #include "macro/exec.h"
+#include "macro/table.h"
 #include "tests/fuzz/support/fuzz.h"
 #include "tests/fuzz/support/macros.h"
 
@@ -80,6 +82,7 @@ std::string Fuzz_Run(const Input &input) {
   const std::string sizes = input[2].Whole();
   const int capacity = std::max(Fuzz_Number(sizes, 0, 2, kMessageSize), 1);
   const int room = Fuzz_Number(sizes, 2, 2, kMessageSize);
+  Fuzz_FillTable(Fuzz_Number(sizes, 4, 1, 0) % (kMacroSlots + 2));
   const int macro = Fuzz_LoadMacro(input[0].Whole());
   std::string shown;
   for (std::size_t i = 0; i < input[1].segments.size() && i < kDocuments; ++i)

@@ -26,11 +26,20 @@ void Fuzz_EmptyTable() {
   slot_count = 0;
 }
 
+void Fuzz_FillTable(int count) {
+  const std::string name = Fuzz_ScratchDir() + "/filler";
+  FUZZ_CHECK(Fuzz_WriteFile(name + ".mo", ""));
+  for (int i = 0; i < count; ++i)
+    FUZZ_CHECK(Macro_Open(name.c_str()) == (i < kMacroSlots ? i : -1));
+}
+
 int Fuzz_LoadMacro(std::string_view code) {
   const std::string name = Fuzz_ScratchDir() + "/page";
   FUZZ_CHECK(Fuzz_WriteFile(name + ".mo", code));
+  const int expected = slot_count < kMacroSlots ? slot_count : -1;
   const int handle = Macro_Open(name.c_str());
-  FUZZ_CHECK(handle >= 0);
+  FUZZ_CHECK(handle == expected);
+  if (handle < 0) return handle;
   int size = 0;
   const unsigned char *loaded = Macro_Code(handle, &size);
   FUZZ_CHECK(std::string_view(reinterpret_cast<const char *>(loaded),

@@ -7,7 +7,10 @@
 // Empties the table and its code, and clears the registers.
 void Fuzz_ResetMacros();
 
-// Loads code; the handle.
+// Opens count macros without code; those for which there is no slot must be refused.
+void Fuzz_FillTable(int count);
+
+// Loads code; the handle, or -1 when the table is full.
 int Fuzz_LoadMacro(std::string_view code);
 
 // For Fuzz_OnMessage.  An undefined op-code repeats for ever, by intent: once its message came
