@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "commmgr/commmgr.h"
+#include "config/peers.h"
+#include "debug/log.h"
+#include "tests/core/core_seams.h"
+#include "tests/core/running.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/loopback.h"
+#include "tests/support/syscall_seams.h"
+
+namespace {
+
+class CommMgrAdmin : public ::testing::Test {
+ protected:
+  void SetUp() override { DocMgrList = SearchMgrList = nullptr; }
+  void TearDown() override {
+    for (INIT_CHILDINFO *list : {DocMgrList, SearchMgrList}) {
+      while (list != nullptr) {
+        INIT_CHILDINFO *next = list->Next;
+        std::free(list);
+        list = next;
+      }
+    }
+    DocMgrList = SearchMgrList = nullptr;
+  }
+
+  void Send(const std::string &text) {
+    CommMgr_Admin(sock_, &sender_, text.c_str(), static_cast<int>(text.size()));
+  }
+
+  Fd sock_{BindUDP(0)};
+  SockAddr sender_ = Loopback(4000);
+};
+
+std::string Announcement(char type) {
+  return std::string("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=") + type +
+         "\tIP=10.1.2.3\tCLIENTPORT=11\tADMINPORT=12\n";
+}
+
+TEST_F(CommMgrAdmin, NoSender_IsLoggedFirst) {
+  EXPECT_EQ("[CommMgr: Admin] Sender is NULL\n",
+            MessagesAt(kWarning, [&] { CommMgr_Admin(sock_, nullptr, nullptr, 0); }));
+  const Seams seams;
+  EXPECT_EQ("[CommMgr: Admin] Sender is NULL\n",
+            Capture(kInfo, [&] { CommMgr_Admin(sock_, nullptr, "\t@COMMAND=PING\n", 15); }).log);
+  EXPECT_EQ("", seams.Trace());
+}
+
+TEST_F(CommMgrAdmin, NoCommand_IsLogged) {
+  const char *text = "\t@COMMAND=PING\n";
+  const struct {
+    const char *buf;
+    int len;
+  } kEmpty[] = {{nullptr, 15}, {text, 0}, {text, -1}, {nullptr, 0}};
+  const Seams seams;
+  for (const auto &row : kEmpty) {
+    EXPECT_EQ("[CommMgr: Admin] CmdBuf is NULL or CmdBufLen is <= 0.\n",
+              MessagesAt(kWarning, [&] { CommMgr_Admin(sock_, &sender_, row.buf, row.len); }));
+  }
+  EXPECT_EQ("", seams.Trace());
+}
+
+TEST_F(CommMgrAdmin, Datagram_IsTracedAt101) {
+  const std::string log = Capture(kInfo, [&] { Send("\t@COMMAND=PONG\n"); }).log;
+  EXPECT_EQ(0u, log.find("[CommMgr: Admin] Command from 127.0.0.1/4000\n"
+                         "HEXDUMP of [CommMgr: Admin] CmdBuf:\n"))
+      << log;
+  EXPECT_EQ(0u, Capture(kStatus, [&] { Send("\t@COMMAND=PONG\n"); }).log.find("[Util: Display]"));
+}
+
+TEST_F(CommMgrAdmin, UnknownCommand_IsLoggedAt103) {
+  EXPECT_EQ("[CommMgr: Admin] Unknown command NONE\n",
+            MessagesAt(kWarning, [&] { Send("\t@COMMAND=NONE\n"); }));
+}
+
+TEST_F(CommMgrAdmin, FailedPong_IsLoggedAt104AndNotRepeated) {
+  Seams seams;
+  seams.Fail(Call::kSendto, EPERM, 1, kEveryTime);
+  EXPECT_EQ("[CommMgr: Admin] Unable to send Pong to 127.0.0.1:4000\n",
+            MessagesAt(kFatal, [&] { Send("\t@COMMAND=PING\t@SEQNUM=3\n"); }));
+  EXPECT_EQ(2, seams.Count(Call::kSendto));  // one a PING
+}
+
+TEST_F(CommMgrAdmin, NoMemoryForAChild_IsLoggedAt104AndListsNothing) {
+  calloc_seam.ask = [](int) { return ENOMEM; };
+  const std::string log = MessagesAt(kFatal, [&] { Send(Announcement('S')); });
+  calloc_seam.ask = {};
+  EXPECT_EQ("[Comm: Admin] Unable to alloc mem for INIT_CHILDINFO (size = " +
+                std::to_string(sizeof(INIT_CHILDINFO)) + ").\n",
+            log);
+  EXPECT_EQ(nullptr, SearchMgrList);
+  Send(Announcement('S'));
+  ASSERT_NE(nullptr, SearchMgrList);
+  EXPECT_STREQ("one", SearchMgrList->ID);
+}
+
+TEST_F(CommMgrAdmin, AnnouncementOfAnotherType_IsParsedAndLoggedAndListedNowhere) {
+  for (const char type : {'C', 'E'}) {
+    const std::string log = Capture(kInfo, [&] { Send(Announcement(type)); }).log;
+    EXPECT_NE(std::string::npos, log.find(std::string("[Init: RecvAnn] Child ID       = one\n"
+                                                      "[Init: RecvAnn] Child Type     = ") +
+                                          type +
+                                          "\n[Init: RecvAnn] Child ClientIP = 10.1.2.3/11\n"
+                                          "[Init: RecvAnn] Child AdminIP  = 10.1.2.3/12\n"))
+        << log;
+    EXPECT_EQ(nullptr, SearchMgrList);
+    EXPECT_EQ(nullptr, DocMgrList);
+  }
+}
+
+std::string SetLevelTo(const std::string &value) {
+  return "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + value + "\n";
+}
+
+TEST_F(CommMgrAdmin, LevelPairOf256Characters_IsTheLongestThatIsRead) {
+  const std::string longest(256 - std::string("DEBUGLEVEL=").size(), 'x');
+  EXPECT_EQ("[CommMgr: Admin] Unknown Debug level '" + longest + "'\n",
+            MessagesAt(kWarning, [&] { Send(SetLevelTo(longest)); }));
+  EXPECT_EQ(
+      "[Util: Search4Pair] fieldvalpair overflow\n"
+      "[CommMgr: Admin] Cmd SetDebug: can't find DEBUGLEVEL field\n",
+      MessagesAt(kWarning, [&] { Send(SetLevelTo(longest + "x")); }));
+}
+
+TEST_F(CommMgrAdmin, LevelPairThatCannotBeSplit_IsLoggedAt103AndSetsNothing) {
+  const std::string text = SetLevelTo("INFO");
+  int level = 0;
+  fail_split = true;
+  // Behind the header, which is split too.
+  const Output output = Capture(kWarning, [&] {
+    Send(text);
+    level = Debug_Level;
+  });
+  fail_split = false;
+  EXPECT_TRUE(EndsWith(output.log, "[CommMgr: Admin] Cmd SetDebug: can't split DEBUGLEVEL field\n"))
+      << output.log;
+  EXPECT_EQ(kWarning, level);
+}
+
+}  // namespace

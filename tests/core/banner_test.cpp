@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include "core/startup.h"
+#include "tests/core/running.h"
+#include "tests/support/log_capture.h"
+
+namespace {
+
+std::string BannerOf(char type) {
+  const Setting setting("KORVO_TYPE", std::string(1, type));
+  return Capture(103, MainCore_Banner).out;
+}
+
+const std::string kStars = std::string(69, '*') + "\n";
+const std::string kBlank = "*" + std::string(67, ' ') + "*\n";
+
+TEST(Banner, TypeLine_NamesTheProgram) {
+  const struct {
+    char type;
+    const char *line;
+  } kLines[] = {
+      {'C', "* KORVO Communications Manager - Morvane Technologies, Inc.         *\n"},
+      {'S', "* KORVO Search Manager - Morvane Technologies, Inc.                 *\n"},
+      {'D', "* KORVO Document Manager - Morvane Technologies, Inc.               *\n"},
+      {'E', "* KORVO Search Engine - Morvane Technologies, Inc.                  *\n"},
+      {'X', "* KORVO - Morvane Technologies, Inc.                                *\n"},
+      {'c', "* KORVO - Morvane Technologies, Inc.                                *\n"},
+  };
+  for (const auto &row : kLines)
+    EXPECT_EQ(0u, BannerOf(row.type).find("\n\n" + kStars + row.line + kBlank)) << row.type;
+}
+
+TEST(Banner, Box_HasItsLinesAndEndsInAnEmptyLine) {
+  const std::string banner = BannerOf('C');
+  EXPECT_TRUE(EndsWith(banner, "*\n" + kStars + "\n")) << banner;
+  EXPECT_EQ(2u, Occurrences(banner, kStars));
+  EXPECT_EQ(2u, Occurrences(banner, kBlank));
+  const std::size_t box = banner.size() - 3;  // two empty lines before it, one behind
+  EXPECT_EQ(11u * 70u, box + 70u);            // ten lines and their ends
+}
+
+TEST(Banner, Usage_NamesTheProgramAsItWasCalled) {
+  const std::string usage = Capture(103, [] { MainCore_Usage("./any name"); }).out;
+  EXPECT_NE(std::string::npos, usage.find("\nUSAGE:\t./any name [program id] <config dir>\n"
+                                          "        ./any name -?\n\n        OPTIONS\n"));
+}
+
+}  // namespace
