@@ -60,7 +60,9 @@ struct Plan {
 std::string groups[kSides];
 long wrong = 0;
 
+// Of a list with commas; "none" has none.
 std::vector<int> Numbers(const std::string &list) {
+  if (list == "none") return {};
   std::vector<int> numbers;
   for (std::size_t at = 0; at < list.size(); at = std::min(list.find(',', at), list.size() - 1) + 1)
     numbers.push_back(std::atoi(list.c_str() + at));
@@ -266,7 +268,7 @@ int main(int argc, char **argv) {
     admin.SetLevel(plan.level);
   }
   WarmUp(plan);
-  if (plan.rounds > 0) ClosedLoops(plan);
+  if (plan.rounds > 0 && !plan.clients.empty()) ClosedLoops(plan);
   if (plan.bursts) Bursts(plan);
   if (plan.memory) MemoryTable(plan);
   if (wrong == 0) return 0;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # ./bench/run.sh [ROW...]        measures the daemon against the floor (bench/floor.c), about four minutes
-# ./bench/run.sh --growth WHAT   how cost grows with hits, document, fields, peers, clients or level; or all
+# ./bench/run.sh --growth WHAT   how cost grows with hits, document, fields, peers, clients or level, and
+#                                what a priority of the main process does; or all
 # ./bench/run.sh --strace        counts the system calls of one QUERY of 10 hits, by name, for both
 # ./bench/run.sh --micro         the parts of the daemon that need no socket
 #
@@ -13,6 +14,7 @@ cd "$(dirname "$0")/.."
 rows=(unknown getdoc-2048 query-1 query-10 query-100 ordered-8 reverse-8 whole-38912)
 bin=$PWD/build/bench/bin
 longest=1800  # seconds after which a server ends whatever happens
+launcher=()   # stands before the daemon's command
 
 build_bench() {
   need cmake g++ libbenchmark-dev ninja-build
@@ -78,7 +80,7 @@ start_servers() {
   done
   printf 'bench C 127.0.0.1 14000 14001 -\n' >"$folder/korvo.conf"
   ln -s /dev/null "$folder/daemon.log"  # its log lines are written, and cost no memory
-  start daemon daemon "$bin/korvo-commmgr" bench "$folder"
+  start daemon daemon "${launcher[@]}" "$bin/korvo-commmgr" bench "$folder"
   for ((i = 0; i < $#; i++)); do
     local row=${*:i+1:1} search=14002 document=14003
     [[ $row == query-* ]] || search=0
@@ -147,9 +149,17 @@ growth() {
     clients) measure --clients 1,2,4,8,16,32 -- query-10 ;;
     peers) vary --peers 0 10 1000 100000 ;;
     level) vary --level FATAL WARNING STATUS INFO ;;
+    priority)
+      measure --clients none --bursts -- query-10
+      echo
+      echo "The same with the main process at a real-time priority that its children do not inherit"
+      launcher=(chrt --reset-on-fork --rr 1)
+      measure --clients none --bursts -- query-10
+      launcher=()
+      ;;
     all)
       local what
-      for what in hits document fields clients peers level; do
+      for what in hits document fields clients peers level priority; do
         printf '\nGrowth with %s\n\n' "$what"
         growth "$what"
       done
@@ -207,7 +217,7 @@ count_calls() {
 
 usage() {
   echo "$0: unknown argument '$1'" >&2
-  sed -n '2,5s/^# //p' "$0" >&2
+  sed -n '2,6s/^# //p' "$0" >&2
   exit 64
 }
 
