@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # ./check.sh        builds and runs every test, native and 32-bit; ends with the count
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
+# ./check.sh fuzz SECONDS   runs every fuzz target that long; findings stay in build/fuzz/findings
 #
 # Installs what is missing from Debian's packages.
 set -eu -o pipefail
@@ -41,8 +42,17 @@ case "${1-all}" in
     build asan
     run_tests asan
     ;;
+  fuzz)
+    if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
+      echo "$0: fuzz takes the seconds for each target, as in ./check.sh fuzz 60" >&2
+      exit 64
+    fi
+    need clang libclang-rt-14-dev "${build_packages[@]}"
+    build fuzz
+    tests/fuzz/run.sh "$2"
+    ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh or ./check.sh asan" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh, ./check.sh asan or ./check.sh fuzz SECONDS" >&2
     exit 64
     ;;
 esac

@@ -154,6 +154,10 @@ bool FillRequest(Run *run, std::string_view value) {
     run->failed = true;  // without a line: whoever asked for the document says that it failed
     return false;
   }
+  if (group.find_first_of("\t\r\n") != group.npos || type.find_first_of("\t\r\n") != type.npos) {
+    Fail(run, "a line end in the words of a fetch would end its request");
+    return false;
+  }
   const bool group_fits = Text_Copy(run->hdr.SearchGroup, group);
   const bool type_fits = Text_Copy(run->hdr.RecType, type);
   if (!group_fits || !type_fits)

@@ -571,6 +571,17 @@ MACRO_CASE(Fetch, FewerThanThreePieces_EndTheRunSilently) {
   EXPECT_EQ(fetched.calls, 0);
 }
 
+MACRO_CASE(Fetch, LineEndInAWord_WouldEndTheRequestAndEndsTheRun) {
+  AnswerWith("x");
+  const std::string sub = WriteMacro("sub", "");
+  for (const char *value : {"SG1 T\r@FILENAME=x 17", "SG1\n T 17", "SG1 T\n 17"})
+    ExpectFailure(
+        Page(Text8("ab") + Fetch("f", sub), std::string("\tf=") + value + "\t"), kOutputSize,
+        "[Macro: Exec] op-code 13 at offset 4: a line end in the words of a fetch would end "
+        "its request\n");
+  EXPECT_EQ(fetched.calls, 0);
+}
+
 MACRO_CASE(Fetch, Macro_IsOpenedBeforeTheValueIsLookedAt) {
   AnswerWith("x");
   ExpectFailure(Page(Fetch("f", "/no/sub"), "\tf=SG1\t"), kOutputSize,

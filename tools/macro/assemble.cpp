@@ -142,7 +142,7 @@ void AssembleInstruction(Line *line, std::string *code) {
   if (word == "byte") return AssembleBytes(line, code);
   const Form *form = Form_Of(word);
   if (form == nullptr) return Expected(line, "an instruction", word.empty() ? before : word);
-  AddNumber(code, form->op, 1);
+  AddNumber(code, static_cast<std::uint32_t>(form->op), 1);
   for (const Operand *operand : form->operands) {
     if (operand == nullptr || !line->wrong.empty()) break;
     AssembleOperand(line, *operand, code);
