@@ -73,35 +73,16 @@ Plan ReadPlan(int argc, char **argv) {
   Plan plan;
   for (int found; (found = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
     switch (found) {
-      case 'r':
-        plan.rounds = std::atoi(optarg);
-        break;
-      case 'c':
-        plan.clients = Numbers(optarg);
-        break;
-      case 's':
-        plan.slice = std::atoi(optarg) * kMillisecond;
-        break;
-      case 'l':
-        plan.level = optarg;
-        break;
-      case 'p':
-        plan.peers = std::atoi(optarg);
-        break;
-      case 'n':
-        plan.label = optarg;
-        break;
-      case 'N':
-        plan.head = false;
-        break;
-      case 'b':
-        plan.bursts = true;
-        break;
-      case 'm':
-        plan.memory = true;
-        break;
-      default:
-        std::exit(EX_USAGE);
+      case 'r': plan.rounds = std::atoi(optarg); break;
+      case 'c': plan.clients = Numbers(optarg); break;
+      case 's': plan.slice = std::atoi(optarg) * kMillisecond; break;
+      case 'l': plan.level = optarg; break;
+      case 'p': plan.peers = std::atoi(optarg); break;
+      case 'n': plan.label = optarg; break;
+      case 'N': plan.head = false; break;
+      case 'b': plan.bursts = true; break;
+      case 'm': plan.memory = true; break;
+      default: std::exit(EX_USAGE);
     }
   }
   if (argc - optind < 2) {

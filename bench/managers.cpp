@@ -60,7 +60,9 @@ void Serve(int sock) {
     return;
   }
   const std::string &bytes = answer->second;
-  if (send(sock, bytes.data(), bytes.size(), MSG_DONTWAIT) != static_cast<ssize_t>(bytes.size()))
+  // The end of the connection travels with the last bytes, so that nobody can close before.
+  if (send(sock, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_MORE) !=
+      static_cast<ssize_t>(bytes.size()))
     std::perror("managers: send");
 }
 
