@@ -104,7 +104,7 @@ stop_servers() {
   [ -z "$folder" ] || rm -rf "$folder"
   folder=
 }
-trap stop_servers EXIT
+trap 'trap "" INT TERM; stop_servers' EXIT
 trap 'exit 130' INT TERM
 
 # measure LOAD_OPTION... -- ROW...
