@@ -1,0 +1,174 @@
+// The relay of a Search Manager's records.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "commmgr/commmgr.h"
+#include "debug/log.h"
+#include "macro/table.h"
+#include "tests/commmgr/handler_case.h"
+#include "tests/support/syscall_seams.h"
+
+namespace {
+
+constexpr const char *kHit = "\t@COMMAND=HIT\t@SEARCHGROUP=doc\t@RECTYPE=r\t@DOCNUM=17\n";
+constexpr const char *kComplete = "\t@COMMAND=SEARCHCOMPLETE\n";
+constexpr const char *kDocument = "\t@COMMAND=HIT\tT=1\t\n";
+
+// The relay between a Search Manager, which the case plays, and a client.
+struct Relay {
+  TcpPair search;
+  Client client;
+  std::int32_t max_hits = 0;
+
+  // Relays the records of one answer.
+  void Run(const std::string &records, int macro = -1) {
+    SendAll(search.far, records);
+    CommMgr_Results(macro, search.near, client.near, max_hits);
+  }
+  Line SendFailed(int number, int rc = -32) const {
+    return {kWarning, "[CommMgr: Results: " + Num(number) + "] Unable to send to client sock " +
+                          Num(client.near) + " rc = " + Num(rc) + "\n"};
+  }
+};
+
+// A macro that makes "<>" of every document.
+int PageMacro() { return Macro_Open(WriteMacro("page", std::string("\x41\x02<>\0", 5)).c_str()); }
+
+void FailToReceive(Relay *relay) {
+  Seams seams;
+  seams.Fail(Call::kRecv, EIO);
+  CommMgr_Results(-1, relay->search.near, relay->client.near, 0);
+}
+
+std::vector<Line> ReceiveFailed(const Relay &relay) {
+  const std::string sock = Num(relay.search.near);
+  return {
+      {kWarning,
+       "[SOCK: RecvTCP] Error 5 (0x5) from recv().  Unable to receive on socket " + sock + ".\n"},
+      {kWarning, "[Util: ReadInt] Unable to recv on socket " + sock + ": rc = -5\n"},
+      {kWarning, "[CommMgr: Results: 0] Unable to recv from SearchMgr sock " + sock + " rc = 0\n"}};
+}
+
+HANDLER_CASE(Results, LimitBelowZero_IsNoLimit) {
+  Manager documents('D', "doc", kDocument);
+  for (const std::int32_t limit : {-1, INT32_MIN}) {
+    Relay relay;
+    relay.max_hits = limit;
+    relay.Run(std::string(kHit) + kHit + kHit + kComplete, PageMacro());
+    EXPECT_EQ(relay.client.Received(), "<><><>") << limit;
+  }
+  EXPECT_EQ(documents.Requests().size(), 6U);
+}
+
+HANDLER_CASE(Results, Limit_IsLoggedAt101WithTheSearchManagersSocket) {
+  Manager documents('D', "doc", kDocument);
+  const int macro = PageMacro();
+  Relay relay;
+  relay.max_hits = 1;
+  ExpectLog({Displayed(kHit),
+             Displayed(kDocument),
+             {kInfo, "[CommMgr: GetDoc] Raw Doc:\n\tT=1\t\n\n"},
+             {kStatus, "[Macro: Exec] done\n"},
+             {kInfo, "[CommMgr: GetDoc] Formatted Doc (len = 2):\n<>\n"},
+             Displayed(kHit),
+             {kInfo, "[CommMgr: Results] Max Hits (1) reached for SearchSock " +
+                         Num(relay.search.near) + ".\n"}},
+            [&] { relay.Run(std::string(kHit) + kHit, macro); });
+  EXPECT_EQ(documents.Requests().size(), 5U);  // once a level
+}
+
+HANDLER_CASE(Results, EndOfData_IsLoggedAt101) {
+  Relay relay;
+  shutdown(relay.search.far, SHUT_WR);
+  const std::string sock = Num(relay.search.near);
+  ExpectLog(
+      {{kInfo, "[Util:ReadInt] Length of data is 0 (Connection Closed by other side) for sock " +
+                   sock + "\n"},
+       {kInfo, "[CommMgr: Results] End of Data for SearchSock " + sock + " reached.\n"}},
+      [&] { CommMgr_Results(-1, relay.search.near, relay.client.near, 0); });
+  EXPECT_EQ(relay.client.Received(), "");
+}
+
+HANDLER_CASE(Results, SearchComplete_IsLoggedAt101WithTheClientsSocket) {
+  Relay relay;
+  ExpectLog(
+      {Displayed(kComplete),
+       {kInfo, "[CommMgr: Results] Search Complete for Socket " + Num(relay.client.near) + "\n"}},
+      [&] { relay.Run(kComplete); });
+}
+
+HANDLER_CASE(Results, UnknownRecord_IsLoggedWholeAt103) {
+  const std::string record = "\t@COMMAND=NONE\tx\n";
+  Relay relay;
+  ExpectLog({Displayed(record),
+             {kWarning, "[CommMgr: Results] Unable to figure out this command: " + record + "\n"}},
+            [&] { relay.Run(record); });
+  EXPECT_EQ(relay.client.Received(), "");
+}
+
+HANDLER_CASE(Results, ReceiveFails_IsLoggedAt103AndTellsTheClient) {
+  Relay relay;
+  ExpectLog(ReceiveFailed(relay), [&] { FailToReceive(&relay); });
+  const std::string reply =
+      "\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web Administrator.\n";
+  EXPECT_EQ(relay.client.Received(), reply + reply + reply + reply + reply);  // once a level
+}
+
+HANDLER_CASE(Results, ReceiveFailsAndClientRefuses_IsSaidOfSend1) {
+  Relay relay;
+  relay.client.Refuse();
+  std::vector<Line> lines = ReceiveFailed(relay);
+  lines.push_back(SendRefused(relay.client));
+  lines.push_back(relay.SendFailed(1));
+  ExpectLog(lines, [&] { FailToReceive(&relay); });
+}
+
+HANDLER_CASE(Results, DocumentFailsAndClientRefuses_IsSaidOfSend2) {
+  Relay relay;
+  relay.client.Refuse();
+  ExpectLog({Displayed(kHit),
+             {kWarning, "[CommMgr: GetDoc] Unable to find a docmgr for doc:r\n"},
+             SendRefused(relay.client),
+             relay.SendFailed(2)},
+            [&] { relay.Run(kHit); });
+}
+
+HANDLER_CASE(Results, DocumentForAClientThatRefuses_IsSaidOfSend3AndEndsTheRelay) {
+  Manager documents('D', "doc", kDocument);
+  const int macro = PageMacro();
+  Relay relay;
+  relay.client.Refuse();
+  ExpectLog({Displayed(kHit),
+             Displayed(kDocument),
+             {kInfo, "[CommMgr: GetDoc] Raw Doc:\n\tT=1\t\n\n"},
+             {kStatus, "[Macro: Exec] done\n"},
+             {kInfo, "[CommMgr: GetDoc] Formatted Doc (len = 2):\n<>\n"},
+             SendRefused(relay.client),
+             relay.SendFailed(3)},
+            [&] { relay.Run(kHit, macro); });
+}
+
+HANDLER_CASE(Results, RawForAClientThatRefuses_IsSaidOfSend4AndTheRelayGoesOn) {
+  const std::string raw = "\t@COMMAND=RAW\tx\n";
+  Relay relay;
+  relay.client.Refuse();
+  ExpectLog(
+      {Displayed(raw),
+       SendRefused(relay.client),
+       relay.SendFailed(4),
+       Displayed(kComplete),
+       {kInfo, "[CommMgr: Results] Search Complete for Socket " + Num(relay.client.near) + "\n"}},
+      [&] { relay.Run(raw + kComplete); });
+}
+
+HANDLER_CASE(Results, ErrorForAClientThatRefuses_IsSaidOfSend5AndEndsTheRelay) {
+  const std::string error = "\t@COMMAND=ERROR\tx\n";
+  Relay relay;
+  relay.client.Refuse();
+  ExpectLog({Displayed(error), SendRefused(relay.client), relay.SendFailed(5)},
+            [&] { relay.Run(error); });
+}
+
+}  // namespace
