@@ -116,6 +116,43 @@ TEST_F(Collector, Init_DestinationFails_IsLoggedAndInitGoesOn) {
   EXPECT_EQ(output.out, "[DEBUG: Init] Debug subsystem initialized successfully.\n");
 }
 
+TEST_F(Collector, Init_Messages_HaveTheirOwnLevels) {
+  const std::string failed = "[DEBUG: Init] Error initing socket to Syslogd, rc = -1\n";
+  const std::string done = "[DEBUG: Init] Debug subsystem initialized successfully.\n";
+  const struct {
+    int level, error;  // of the log, and of the ioctl
+    std::string out;
+  } kRows[] = {
+      {103, 0, done},
+      {104, 0, ""},
+      {104, EIO, "errno = 5\n" + failed},
+      {105, EIO, "errno = 5\n"},
+  };
+  for (const auto &row : kRows) {
+    Seams seams;
+    // Init sets the level 103 itself, before its last line.
+    seams.Before(Call::kIoctl, 1, [&] { Debug_Level = row.level; });
+    if (row.error != 0) seams.Fail(Call::kIoctl, row.error);
+    EXPECT_EQ(Capture(103, [] { Debug_Init(); }).out, row.out) << row.level;
+    Debug_SetSend(nullptr);
+  }
+}
+
+TEST_F(Collector, Init_DestinationFails_IsLoggedAt103) {
+  Seams seams;
+  seams.Fail(Call::kInetAddr, 0);
+  EXPECT_EQ(Capture(104, [] { Debug_Init(); }).log, kLevelLine);
+}
+
+TEST_F(Collector, Init_DefaultDestination_IsPort113OfThisMachine) {
+  const TempDir dir;
+  Capture(103, [] { Debug_Init(); });
+  Seams seams;
+  seams.Fail(Call::kSendto, EPERM, 1, kEveryTime);
+  Capture(103, [] { DPRINTF(nullptr, kWarning, "lost\n"); });
+  EXPECT_NE(FileText("debug.log").find(" to 127.0.0.1:113.\n"), std::string::npos);
+}
+
 TEST_F(Collector, SetDest_Address_IsConvertedByTheRulesOfTheSocketLayer) {
   static constexpr struct {
     const char *host;
@@ -279,6 +316,18 @@ TEST_F(Collector, DPRINTF_FopenFails_GoesToStandardOutput) {
   EXPECT_EQ(output.out,
             "[DEBUG: DPRINTF] Error -2 (0xfffffffe) from SendTCP().\n"
             "[DEBUG: DPRINTF] Unable to open default syslog 'debug.log'\nlost\n");
+}
+
+TEST_F(Collector, DPRINTF_FallBackLines_AreAt104) {
+  const TempDir dir;
+  Init();
+  Capture(103, [] { Debug_SetDest("127.0.0.1", 0); });
+  Seams seams;
+  seams.Fail(Call::kFopen, EMFILE, 1, kEveryTime);
+  EXPECT_EQ(Capture(104, [] { DPRINTF(nullptr, kOff, "lost\n"); }).out,
+            "[DEBUG: DPRINTF] Error -2 (0xfffffffe) from SendTCP().\n"
+            "[DEBUG: DPRINTF] Unable to open default syslog 'debug.log'\nlost\n");
+  EXPECT_EQ(Capture(105, [] { DPRINTF(nullptr, kOff, "lost\n"); }).out, "lost\n");
 }
 
 TEST_F(Collector, SetLevel_105WithFailingSend_DropsTheErrorLineAt104) {

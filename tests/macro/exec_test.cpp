@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "debug/log.h"
 #include "macro/cursor.h"
 #include "macro/table.h"
 #include "tests/macro/file_seams.h"
@@ -954,22 +956,28 @@ MACRO_CASE(Malformed, Failure_LeavesTheNextRunAlone) {
 
 // ---- op-codes without a meaning
 
+std::string UndefinedMacro(unsigned op) { return WriteMacro("page", Text8("a") + Byte(op) + kEnd); }
+
+// Runs the macro with that level of its log.  It repeats its op-code until a signal ends it.
+void RepeatUndefined(const std::string &macro, int log, int level) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // whatever ends this test ends the repetition too
+  dup2(log, STDERR_FILENO);
+  Debug_Level = level;
+  Document document("\ta=1\t");
+  char output[10];
+  int length = 10;
+  Macro_Exec(Macro_Open(macro.c_str()), document.bytes, output, &length);
+  _exit(0);
+}
+
 // Runs the op-code in a child until it has written some lines and then ends it by the signal; the
 // first three messages of its log.
 std::string LogOfUndefined(unsigned op, int signal_number) {
-  const std::string name = WriteMacro("page", Text8("a") + Byte(op) + kEnd);
+  const std::string macro = UndefinedMacro(op);
   const Fd log(memfd_create("log", MFD_CLOEXEC));
   std::fflush(nullptr);
   const pid_t child = fork();
-  if (child == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // whatever ends this test ends the repetition too
-    dup2(log, STDERR_FILENO);
-    Document document("\ta=1\t");
-    char output[10];
-    int length = 10;
-    Macro_Exec(Macro_Open(name.c_str()), document.bytes, output, &length);
-    _exit(0);
-  }
+  if (child == 0) RepeatUndefined(macro, log, kWarning);
   Await([&] {
     struct stat status;
     return fstat(log, &status) == 0 && status.st_size > 1000;
@@ -999,6 +1007,24 @@ MACRO_CASE(Undefined, Repetition_IsEndedByEachEndingSignal) {
   const std::string line = "\n[undefined op-code = 200]\n";
   for (const int number : {SIGINT, SIGTERM, SIGUSR1})
     EXPECT_EQ(LogOfUndefined(200, number), line + line + line);
+}
+
+MACRO_CASE(Undefined, Repetition_IsNotShownAbove103) {
+  const std::string macro = UndefinedMacro(5);
+  const Fd log(memfd_create("log", MFD_CLOEXEC));
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    const itimerval soon = {{0, 0}, {0, 50000}};  // of its own time, so that it has repeated much
+    setitimer(ITIMER_PROF, &soon, nullptr);
+    RepeatUndefined(macro, log, kFatal);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPROF) << status;
+  struct stat written;
+  ASSERT_EQ(fstat(log, &written), 0);
+  EXPECT_EQ(written.st_size, 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -620,6 +621,16 @@ TEST(Sock, Close_OpenSocket_IsClosed) {
   EXPECT_EQ(rc, 1);
   EXPECT_FALSE(IsOpen(fd));
   EXPECT_EQ(output.log + output.out, "");
+}
+
+TEST(Sock, Close_Descriptor0_IsClosedAsAnyOther) {
+  const Fd saved(dup(STDIN_FILENO)), file(open("/dev/null", O_RDONLY));
+  ASSERT_EQ(dup2(file, STDIN_FILENO), STDIN_FILENO);
+  const int rc = Sock_Close(STDIN_FILENO);
+  const bool is_open = IsOpen(STDIN_FILENO);
+  if (saved >= 0) dup2(saved, STDIN_FILENO);
+  EXPECT_EQ(rc, 1);
+  EXPECT_FALSE(is_open);
 }
 
 TEST(Sock, Close_NegativeSocket_IsBadArgument) {
