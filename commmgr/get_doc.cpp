@@ -80,7 +80,11 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
     return 0;
   }
   (void)Text_Copy(hdr->Command, "GETDOC");
-  char buf[kMessageSize + 1];  // the request, then the answer
+  // The request, then the answer.  A macro that runs over the answer may fetch a further document,
+  // and that one ends there.
+  static char buffers[2][kMessageSize + 1];
+  static int depth = 0;
+  char *buf = buffers[depth];
   int length = Util_FormatCmdHdr(hdr, buf);
   buf[length++] = '\n';
   buf[length] = '\0';
@@ -92,7 +96,9 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
             manager->ClientAddr.IP, manager->ClientAddr.Port, rc);
     return 0;
   }
+  ++depth;
   const int delivered = Receive(macro, sock, buf, out, len, format);
+  --depth;
   Sock_Close(sock);
   return delivered;
 }

@@ -53,13 +53,11 @@ void CopyDB(char (&field)[N], std::string_view value, const char *name) {
     DPRINTF(nullptr, kWarning, "[Init: ReadDB] %s cut to '%s'\n", name, field);
 }
 
-// Takes the next token as text that atoi's kin can read; false when there is none.
+// Takes the next token as a port; false when there is none.
 bool TakePort(std::string_view *tokens, std::int16_t *port) {
   const std::string_view token = Text_Token(tokens, kBlanks);
   if (token.empty()) return false;
-  char digits[kLineSize];
-  (void)Text_Copy(digits, token);
-  *port = Text_ToPort(digits);
+  *port = Text_ToPort(token);
   return true;
 }
 

@@ -74,10 +74,13 @@ void MainCore_Listen(int listener, int fork_flag, MainCore_ClientFn handler) {
 
 void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
   DPRINTF(nullptr, kStatus, "[MainCore: TCPRead] TCP Read started.  Reading Socket %d\n", sock);
-  char command[kCommandSize + 1];
+  // Zero but for its first used bytes: what a child has not touched costs it no page.
+  static char command[kCommandSize + 1];
+  static std::size_t used = 0;
   bool overflowed = false;
   for (;;) {
-    std::memset(command, 0, sizeof command);
+    std::memset(command, 0, used);
+    used = kCommandSize;
     int length = kCommandSize;
     const int rc = Sock_RecvDelim(sock, command, &length, "\n");
     if (rc == kSockOverflow) {
@@ -94,6 +97,7 @@ void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
     } else if (overflowed) {
       overflowed = false;  // the rest of the line that did not fit
     } else {
+      used = static_cast<std::size_t>(length);
       // A client that left in the middle of a line has sent no command.
       if (length == 0) std::memset(command, 0, sizeof command);
       DPRINTF(nullptr, kInfo, "[MainCore: TCPRead] Socket %d...Data Dump:\n", sock);

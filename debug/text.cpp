@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 bool Text_CopyTo(char *dst, std::size_t size, std::string_view src) {
@@ -24,12 +23,22 @@ int Text_Length(const char *text) {
   return text != nullptr ? static_cast<int>(std::strlen(text)) : 0;
 }
 
-std::int32_t Text_ToInt32(const char *text) {
-  const long long value = std::strtoll(text, nullptr, 10);  // saturates far outside of 32 bits
-  return static_cast<std::int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
+std::int32_t Text_ToInt32(std::string_view text) {
+  const std::size_t blanks = text.find_first_not_of(" \t\n\v\f\r");
+  text.remove_prefix(std::min(blanks, text.size()));
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  std::int64_t value = 0;
+  for (const char digit : text) {
+    if (digit < '0' || digit > '9') break;
+    value = std::min<std::int64_t>(10 * value + (digit - '0'), std::int64_t{INT32_MAX} + 1);
+  }
+  return static_cast<std::int32_t>(negative ? -value : std::min<std::int64_t>(value, INT32_MAX));
 }
 
-std::int16_t Text_ToPort(const char *text) { return static_cast<std::int16_t>(Text_ToInt32(text)); }
+std::int16_t Text_ToPort(std::string_view text) {
+  return static_cast<std::int16_t>(Text_ToInt32(text));
+}
 
 std::string_view Text_Token(std::string_view *rest, std::string_view separators) {
   const std::size_t begin = std::min(rest->find_first_not_of(separators), rest->size());

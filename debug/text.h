@@ -29,10 +29,10 @@ int Text_Length(const char *text);
 // The decimal number at the start of text as a strtol of 32 bits reads it: white space and a sign
 // are accepted, reading stops at the first non-digit, no digits give 0, and a value out of range
 // gives INT32_MIN or INT32_MAX.  Both word sizes agree.
-std::int32_t Text_ToInt32(const char *text);
+std::int32_t Text_ToInt32(std::string_view text);
 
 // The same number as a port: its low 16 bits, signed, so 32768 to 65535 read as negative.
-std::int16_t Text_ToPort(const char *text);
+std::int16_t Text_ToPort(std::string_view text);
 
 // Takes the next token off *rest, leading separators skipped.  Empty: no token is left.
 std::string_view Text_Token(std::string_view *rest, std::string_view separators);

@@ -42,18 +42,24 @@ const char *EndOf(const char *position) {
   return position >= start && position <= end ? end : position + std::strlen(position);
 }
 
+// The first such byte before end, or end.
+const char *Find(const char *from, const char *end, char byte) {
+  const void *match = std::memchr(from, byte, static_cast<std::size_t>(end - from));
+  return match != nullptr ? static_cast<const char *>(match) : end;
+}
+
 // Copies the value behind the first "=" into buffer, terminated if it is shorter than the capacity.
 // The length, or -1, logged.
 int CopyTerms(const char *position, char *buffer, int capacity) {
   const char *end = EndOf(position);
-  const char *equals = std::find(position, end, '=');
+  const char *equals = Find(position, end, '=');
   if (equals == end) {
     DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Unable to locate delimeter in %s\n", position);
     return -1;
   }
   const char *value = equals + 1;
   const auto room = static_cast<std::ptrdiff_t>(std::max(capacity, 0));
-  const char *stop = std::find(value, end - value > room ? value + room : end, '\t');
+  const char *stop = Find(value, end - value > room ? value + room : end, '\t');
   const int count = static_cast<int>(stop - value);
   std::memcpy(buffer, value, static_cast<std::size_t>(count));
   if (count < capacity) {

@@ -87,19 +87,23 @@ int TakeRegister(Run *run) {
   return 0;
 }
 
+std::size_t Room(const Run &run) { return static_cast<std::size_t>(run.capacity - run.count); }
+
 void Emit(Run *run, std::string_view bytes) {
   if (run->failed) return;
-  if (bytes.size() > static_cast<std::size_t>(run->capacity - run->count))
-    return Fail(run, "output is full");
+  if (bytes.size() > Room(*run)) return Fail(run, "output is full");
   std::memcpy(run->output + run->count, bytes.data(), bytes.size());
   run->count += static_cast<int>(bytes.size());
 }
 
 void EmitDocument(Run *run) {
   Macro_Remeasure();
-  const int begin = run->count;
-  Emit(run, {Macro_Document(), static_cast<std::size_t>(Macro_Length())});
-  std::replace(run->output + begin, run->output + run->count, '\t', '\n');
+  const auto length = static_cast<std::size_t>(Macro_Length());
+  if (length > Room(*run)) return Fail(run, "output is full");
+  const char *from = Macro_Document();
+  char *to = run->output + run->count;
+  for (std::size_t i = 0; i < length; ++i) to[i] = from[i] == '\t' ? '\n' : from[i];
+  run->count += static_cast<int>(length);
 }
 
 // The value of a field replaces the name in run->name; its length.  A value that is too long is cut
@@ -163,7 +167,7 @@ bool FillRequest(Run *run, std::string_view value) {
   if (!group_fits || !type_fits)
     DPRINTF(nullptr, kWarning, "[Macro: Exec] Fetch of '%s' '%s' is cut\n", run->hdr.SearchGroup,
             run->hdr.RecType);
-  run->hdr.DocNum = Text_ToInt32(number.data());
+  run->hdr.DocNum = Text_ToInt32(number);
   return true;
 }
 

@@ -63,13 +63,15 @@ int ConvertOnce(SockAddr *addr) {
 // How many of the count waiting bytes to take: up to the first delimiter, else all.  A NUL ends the
 // search.
 int CountToTake(const char *bytes, int count, const char *delims, bool *found) {
-  for (int i = 0; i < count && bytes[i] != '\0'; ++i) {
-    if (std::strchr(delims, bytes[i]) != nullptr) {
-      *found = true;
-      return i + 1;
-    }
+  const std::size_t searched = strnlen(bytes, static_cast<std::size_t>(count));
+  const char *end = bytes + searched;
+  for (; *delims != '\0'; ++delims) {
+    const void *match = std::memchr(bytes, *delims, static_cast<std::size_t>(end - bytes));
+    if (match == nullptr) continue;
+    *found = true;
+    end = static_cast<const char *>(match) + 1;  // an earlier delimiter may still come
   }
-  return count;
+  return *found ? static_cast<int>(end - bytes) : count;
 }
 
 // Past the stream of standard output, which a signal could find half written.
@@ -332,7 +334,7 @@ int Sock_RecvDelim(int sock, char *buf, int *len, const char *delims) {
       return kSockOk;
     }
     int take = CountToTake(buf + got, count, delims, &found);
-    std::memset(buf + got, 0, static_cast<std::size_t>(count));
+    std::memset(buf + got + take, 0, static_cast<std::size_t>(count - take));
     rc = Sock_RecvTCP(sock, buf + got, &take, 0);
     if (rc != kSockOk) return rc;
     got += take;

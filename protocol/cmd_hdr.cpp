@@ -57,6 +57,20 @@ const Field *FindField(std::string_view name) {
   return nullptr;
 }
 
+// These stand apart, so that a header that is in order needs no room on the stack for them.
+
+[[gnu::noinline]] void ReportRefused(const Field &field, std::string_view value) {
+  char shown[kTokenSize + 1];
+  (void)Text_Copy(shown, value);
+  field.refused(shown);
+}
+
+[[gnu::noinline]] void ReportNoPair(std::string_view token) {
+  char whole[kTokenSize + 1];
+  (void)Text_Copy(whole, token);
+  DPRINTF(nullptr, kInfo, "[Util: IntCmdHdr] Token is not a NAME=VALUE pair: token = %s\n", whole);
+}
+
 // Stores one value.  False: a number below 0, logged.
 bool Store(CmdHdr *hdr, const Field &field, std::string_view value) {
   if (field.text != nullptr) {
@@ -65,12 +79,9 @@ bool Store(CmdHdr *hdr, const Field &field, std::string_view value) {
               field.name.data(), static_cast<int>(kHdrText) - 1);
     return true;
   }
-  char digits[kTokenSize + 1];
-  (void)Text_Copy(digits, value);
-  hdr->*field.number =
-      Text_ToInt32(digits);  // also a number that is refused, so that a reply can echo it
+  hdr->*field.number = Text_ToInt32(value);  // also a refused one, so that a reply can echo it
   if (hdr->*field.number >= 0) return true;
-  field.refused(digits);
+  ReportRefused(field, value);
   return false;
 }
 
@@ -83,10 +94,7 @@ bool TakeField(CmdHdr *hdr, std::string_view token, bool *predicate) {
   }
   std::string_view name, value;
   if (!Util_SplitView(token.substr(1), &name, &value, '=')) {
-    char whole[kTokenSize + 1];
-    (void)Text_Copy(whole, token);
-    DPRINTF(nullptr, kInfo, "[Util: IntCmdHdr] Token is not a NAME=VALUE pair: token = %s\n",
-            whole);
+    ReportNoPair(token);
     return false;
   }
   if (name.size() > kNameSize) {

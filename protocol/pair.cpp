@@ -27,6 +27,14 @@ const char *FindPair(const char *text, const char *pattern, int occurrence) {
   }
 }
 
+// Apart, so that a split that succeeds needs no room on the stack for it.
+[[gnu::noinline]] void ReportNoDelimiter(std::string_view pair, char delimiter) {
+  char shown[kShownSize + 1];
+  (void)Text_Copy(shown, pair);
+  DPRINTF(nullptr, kWarning, "[Util: SplitPair] delim '%c' not found in pair '%s'\n", delimiter,
+          shown);
+}
+
 }  // namespace
 
 int Util_Search4Pair(const char *text, char *out, int *len, const char *tag, int occurrence) {
@@ -63,10 +71,7 @@ bool Util_SplitView(std::string_view pair, std::string_view *name, std::string_v
                     char delimiter) {
   const std::size_t at = pair.find(delimiter);
   if (at == std::string_view::npos) {
-    char shown[kShownSize + 1];
-    (void)Text_Copy(shown, pair);
-    DPRINTF(nullptr, kWarning, "[Util: SplitPair] delim '%c' not found in pair '%s'\n", delimiter,
-            shown);
+    ReportNoDelimiter(pair, delimiter);
     return false;
   }
   *name = pair.substr(0, at);
