@@ -18,7 +18,8 @@ const std::string kNoNewline(kMessageSize, 'x');
 struct Fetch {
   CmdHdr hdr = {};
   std::vector<char> out = std::vector<char>(kMessageSize + 1, 'x');
-  int length = kMessageSize;
+  int capacity = kMessageSize;
+  int length = 0;
   int result = 99;
 
   void Run(int macro, int format) {
@@ -27,7 +28,7 @@ struct Fetch {
     std::strcpy(hdr.SearchGroup, "doc");
     std::strcpy(hdr.RecType, "r");
     hdr.DocNum = 5;
-    length = kMessageSize;
+    length = capacity;
     result = CommMgr_GetDoc(macro, &hdr, out.data(), &length, format);
   }
 };
@@ -61,6 +62,19 @@ HANDLER_CASE(GetDoc, Unformatted_IsLoggedAt101AndCopied) {
     EXPECT_EQ(fetch.length, 8) << format;
     EXPECT_STREQ(fetch.out.data(), "\tT=one\t\n") << format;
   }
+}
+
+HANDLER_CASE(GetDoc, UnformattedAndLongerThanItsBuffer_IsCutAndSaidAt103) {
+  Manager documents('D', "doc", kDocument);
+  Fetch fetch;
+  fetch.capacity = 3;
+  ExpectLog({Displayed(kDocument),
+             {kInfo, "[CommMgr: GetDoc] Raw Doc:\n\tT=one\t\n\n"},
+             {kWarning, "[CommMgr: GetDoc] Document cut to 3 characters\n"}},
+            [&] { fetch.Run(-1, 0); });
+  EXPECT_EQ(fetch.result, 1);
+  EXPECT_EQ(fetch.length, 3);
+  EXPECT_EQ(std::string(fetch.out.data(), 5), std::string("\tT=\0x", 5));
 }
 
 HANDLER_CASE(GetDoc, NoAnswer_IsLoggedAt101AndAnEmptyDocument) {

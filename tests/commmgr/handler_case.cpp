@@ -87,6 +87,7 @@ Manager::Manager(char type, const std::string &id, std::string answer)
     : answer_(std::move(answer)) {
   List(type, id, port_, &record_);
   thread_ = std::thread([this] { Serve(); });
+  ready_.wait();
 }
 
 Manager::~Manager() {
@@ -96,6 +97,9 @@ Manager::~Manager() {
 }
 
 void Manager::Serve() {
+  // The first allocation of a thread opens a file for a moment, which a case must not meet.
+  requests_.reserve(16);
+  ready_.count_down();
   for (;;) {
     const int connection = accept(listener_, nullptr, nullptr);
     if (connection < 0) return;

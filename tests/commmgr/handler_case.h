@@ -5,6 +5,7 @@
 #define TESTS_COMMMGR_HANDLER_CASE_H
 
 #include <functional>
+#include <latch>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -68,6 +69,7 @@ class Manager {
   std::mutex lock_;  // of what follows
   std::vector<std::string> requests_;
   std::vector<int> connections_;
+  std::latch ready_{1};
   std::thread thread_;
 };
 
