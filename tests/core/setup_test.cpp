@@ -1,6 +1,5 @@
 // What main() does before the command line is looked at.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "tests/core/running.h"
 

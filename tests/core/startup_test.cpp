@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include "tests/core/running.h"
 #include "tests/support/loopback.h"
@@ -36,15 +34,20 @@ std::string NotFound(const std::string &id, const Site &site) {
   return "[Init: ReadConf] Could not locate id = '" + id + "' in file '" + site.Conf() + "'\n";
 }
 
-TEST(CommandLine, TwoArguments_UseTheDefaultDirectory) {
+TEST(CommandLine, OtherThanThreeArguments_UseTheDefaultDirectory) {
   const Folder folder;
   folder.Write("korvo.conf", "own C 127.0.0.1 20 30 -\n");
   const Setting fail("KORVO_FAIL", "fopen:1:2");
-  const Ended ended = RunToEnd({KORVO_COMMMGR, "own"}, folder);
-  EXPECT_EQ(0, ended.status);
-  EXPECT_EQ(std::string(kLevelLine) +
-                "[Init: ReadConf] Unable to open '/usr/local/korvo/etc/korvo.conf': errno = 2\n",
-            ended.log);
+  for (const std::vector<std::string> &argv :
+       {std::vector<std::string>{KORVO_COMMMGR, "own"},
+        {KORVO_COMMMGR, "own", folder.Path(), "further"},
+        {KORVO_COMMMGR, "own", folder.Path(), "further", "more"}}) {
+    const Ended ended = RunToEnd(argv, folder);
+    EXPECT_EQ(0, ended.status);
+    EXPECT_EQ(std::string(kLevelLine) +
+                  "[Init: ReadConf] Unable to open '/usr/local/korvo/etc/korvo.conf': errno = 2\n",
+              ended.log);
+  }
 }
 
 TEST(CommandLine, Usage_OpensNothing) {
