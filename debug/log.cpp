@@ -27,9 +27,10 @@ int send_depth = 0;
 // it would never end, and the fall-back says what happened.
 constexpr int kMaxSendDepth = 2;
 
-[[gnu::format(printf, 1, 0)]] void Compose(const char *format, va_list args);
-void WriteStream(std::FILE *stream);
-const char *TimeText(std::time_t seconds, char (&out)[kTimeTextSize]);
+const char *TimeText(std::time_t seconds, char (&out)[kTimeTextSize]) {
+  out[0] = '\0';
+  return ctime_r(&seconds, out) != nullptr ? out : "\n";
+}
 
 std::size_t Header(char *out, std::size_t size) {
   char when[kTimeTextSize];
@@ -46,6 +47,18 @@ std::size_t Header(char *out, std::size_t size) {
   const std::size_t room = sizeof log_text - used;
   const int length = std::vsnprintf(log_text + used, room, format, args);
   if (length >= 0 && static_cast<std::size_t>(length) >= room) log_text[kLogTextSize - 1] = '\n';
+}
+
+// Formats a whole message into log_text.
+[[gnu::format(printf, 1, 0)]] void Compose(const char *format, va_list args) {
+  const bool continues = format[0] == '@';
+  const std::size_t header = continues ? 0 : Header(log_text, sizeof log_text);
+  Append(header, continues ? format + 1 : format, args);
+}
+
+void WriteStream(std::FILE *stream) {
+  std::fputs(log_text, stream);
+  std::fflush(stream);
 }
 
 // One write a message, so that the lines of several processes do not mix.
@@ -81,18 +94,6 @@ void WriteStderr(const char *text, std::size_t length) {
   return 0;
 }
 
-// Formats a whole message into log_text.
-void Compose(const char *format, va_list args) {
-  const bool continues = format[0] == '@';
-  const std::size_t header = continues ? 0 : Header(log_text, sizeof log_text);
-  Append(header, continues ? format + 1 : format, args);
-}
-
-void WriteStream(std::FILE *stream) {
-  std::fputs(log_text, stream);
-  std::fflush(stream);
-}
-
 // A line of a dump: the address, sixteen bytes of at most eight digits in four groups, and a blank
 // behind.
 struct DumpLine {
@@ -118,11 +119,6 @@ void PrintLine(std::FILE *stream, int level, DumpLine *line) {
   line->hex[line->hex_length] = '\0';
   line->chars[line->chars_length] = '\0';
   DPRINTF(stream, level, "@%-47s%s\n", line->hex, line->chars);
-}
-
-const char *TimeText(std::time_t seconds, char (&out)[kTimeTextSize]) {
-  out[0] = '\0';
-  return ctime_r(&seconds, out) != nullptr ? out : "\n";
 }
 
 }  // namespace

@@ -57,8 +57,8 @@ TEST_P(Managers, WithoutADatabase_StartAndAnswerWithAnError) {
   const Folder folder;
   const std::string database = folder.Path() + "/db";
   Running manager(GetParam(), database);
-  EXPECT_TRUE(Has(manager.Program().Log(),
-                  "[Manager: Answer] Unable to read database '" + database + "': "));
+  EXPECT_TRUE(manager.Program().WaitForLog("[Manager: Answer] Unable to read database '" +
+                                           database + "': "));
   const std::string command =
       GetParam() == 'S' ? "\t@COMMAND=QUERY\tbash\n" : "\t@COMMAND=GETDOC\t@DOCNUM=1\n";
   EXPECT_EQ(manager.Exchange(command), "\t@COMMAND=ERROR\tUnable to read the database\n");

@@ -135,9 +135,11 @@ TEST_F(CommMgrAdmin, LevelPairThatCannotBeSplit_IsLoggedAt103AndSetsNothing) {
     Send(text);
     level = Debug_Level;
   });
+  const std::string above = Capture(kFatal, [&] { Send(text); }).log;
   fail_split = false;
   EXPECT_TRUE(EndsWith(output.log, "[CommMgr: Admin] Cmd SetDebug: can't split DEBUGLEVEL field\n"))
       << output.log;
+  EXPECT_EQ("", above);
   EXPECT_EQ(kWarning, level);
 }
 
