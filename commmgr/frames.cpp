@@ -20,8 +20,8 @@ char frame[kFrameSize + 1];
 int ReadFrame(const char *name) {
   const FdGuard file(open(name, O_RDONLY));
   if (file.Get() < 0) return errno;
-  const ssize_t got =
-      read(file.Get(), frame, kFrameSize);  // a frame is a regular file: short at its end alone
+  // One call: a frame is a regular file, whose reads are short at its end alone.
+  const ssize_t got = read(file.Get(), frame, kFrameSize);
   if (got < 0) return errno;
   frame[got] = '\0';
   return 0;

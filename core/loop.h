@@ -4,8 +4,8 @@
 
 #include "net/sock.h"
 
-inline constexpr int kCommandSize =
-    4096;  // bytes of a command or a datagram; storage is one byte larger
+// Bytes of a command or a datagram; storage is one byte larger.
+inline constexpr int kCommandSize = 4096;
 
 // Serves one command: text is a line with its newline, or empty when the client closed early.
 // listener is -1 in a child.  The socket stays the caller's.

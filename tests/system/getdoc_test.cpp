@@ -87,8 +87,7 @@ TEST_F(GetDoc, DocumentOf40960BytesWithItsHeader_Fits) {
   EXPECT_EQ("HEAD\n" + document + "TAIL\n", PageFor(answer));
 }
 
-TEST_F(GetDoc, RelativeFrames_AreLookedForInTheWorkingDirectory) {
-  // The macro would be looked for in the library, so only the failure shows here.
+TEST_F(GetDoc, RelativeMacro_IsLookedForInTheLibrary) {
   EXPECT_EQ("", daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=doc\t@MACROFILE=page\n"));
   EXPECT_EQ(
       "[Macro: Open] Unable to open macro '/usr/local/korvo/lib/page.mo': errno = 2\n"
