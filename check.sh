@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # ./check.sh        builds and runs every test, native and 32-bit; ends with the count
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
-# ./check.sh fuzz SECONDS   runs every fuzz target that long; findings stay in build/fuzz/findings
+# ./check.sh fuzz SECONDS   runs every fuzz target for that processor time; findings stay in build/fuzz/findings
 #
 # Installs what is missing from Debian's packages.
 set -eu -o pipefail
