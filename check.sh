@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # ./check.sh        builds and runs every test, native and 32-bit; ends with the count
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
+# ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
 # ./check.sh fuzz SECONDS   runs every fuzz target for that processor time; findings stay in build/fuzz/findings
 #
 # Installs what is missing from Debian's packages.
@@ -20,6 +21,16 @@ can_build_m32() {
   return $can
 }
 
+# build_m32 [TARGET...]: builds it where that can be done, and lets the soak hold the two word sizes against each other.
+build_m32() {
+  if can_build_m32; then
+    build m32 "$@"
+    export KORVO_COMMMGR_M32=$PWD/build/m32/bin/korvo-commmgr
+  else
+    echo "This machine cannot build or run 32-bit programs: the m32 tests are left out."
+  fi
+}
+
 run_tests() {
   echo "Testing $1"
   ctest --preset "$1" -j"$(($(nproc) * 2))"
@@ -28,12 +39,8 @@ run_tests() {
 case "${1-all}" in
   all)
     need "${build_packages[@]}"
-    if can_build_m32; then
-      build m32
-      run_tests m32
-    else
-      echo "This machine cannot build or run 32-bit programs: the m32 tests are left out."
-    fi
+    build_m32
+    [ -z "${KORVO_COMMMGR_M32-}" ] || run_tests m32
     build release
     run_tests release
     ;;
@@ -41,6 +48,16 @@ case "${1-all}" in
     need "${build_packages[@]}"
     build asan
     run_tests asan
+    ;;
+  soak)
+    if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
+      echo "$0: soak takes the minutes of load, as in ./check.sh soak 10" >&2
+      exit 64
+    fi
+    need "${build_packages[@]}"
+    build_m32 korvo-commmgr
+    build release soak_test
+    KORVO_SOAK_MINUTES=$2 build/release/bin/soak_test
     ;;
   fuzz)
     if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
@@ -52,7 +69,7 @@ case "${1-all}" in
     tests/fuzz/run.sh "$2"
     ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh, ./check.sh asan or ./check.sh fuzz SECONDS" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh, ./check.sh asan, ./check.sh soak MINUTES or ./check.sh fuzz SECONDS" >&2
     exit 64
     ;;
 esac
