@@ -46,7 +46,7 @@ void Draft::Query(const Page &page, int max_hits) {
   if (max_hits != 0) exchange.visit.request += "\t@MAXHITS=" + std::to_string(max_hits);
   exchange.visit.request += "\t" + Text(1, 60) + "\n";
   exchange.search = MakeDeed(exchange.visit.request, "");
-  exchange.search->mortal = search_group == kMortal[0];
+  exchange.search->mortal = std::string(search_group) == kMortal[0];
 }
 
 // A document that the macro fetches while it formats another.

@@ -172,7 +172,8 @@ void Dying(Draft *draft) {
   draft->search_group = draft->One(3) ? kSteady[0] : kMortal[0];
   draft->document_group = draft->One(3) ? kSteady[1] : kMortal[1];
   draft->Query(draft->pages[static_cast<std::size_t>(draft->Pick(0, 1))]);
-  draft->Hits(draft->Pick(1, 4));
+  const int hits = draft->Pick(1, 4);
+  for (int i = 0; i < hits; ++i) draft->Hit(draft->Pick(0, 60));
   draft->exchange.search->way = draft->One(2) ? Deed::Way::kDrip : Deed::Way::kAtOnce;
   draft->Last().deed->way = draft->One(2) ? Deed::Way::kDrip : Deed::Way::kAtOnce;
   draft->exchange.search->hold_ms = draft->Pick(0, 30);

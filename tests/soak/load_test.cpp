@@ -82,6 +82,7 @@ class Load {
   std::string asked_;  // the PONG that has not come yet
   Clock::time_point asked_at_;
   const Clock::time_point begin_ = Clock::now();
+  std::pair<Clock::duration, std::string> slowest_;
   int next_number_ = 1;
   int next_document_ = 1;
   int announced_ = 0;
@@ -199,6 +200,7 @@ void Load::Start(bool in_turn) {
 void Load::Finish(int number, const Seen &seen) {
   const auto node = running_.extract(number);
   const Exchange &exchange = node.mapped().exchange;
+  slowest_ = std::max(slowest_, {Clock::now() - node.mapped().since, exchange.kind});
   const std::set<std::string> right = Exchange_Answers(exchange);
   bool matches = right.count(seen.answer) != 0;
   if (exchange.left_early)
@@ -265,6 +267,7 @@ void Load::ExpectQuietLog() const {
 void Load::Report() const {
   std::printf("%d requests in %.1f s: %d PINGs, %d announcements, managers died %d times\n",
               next_number_ - 1, Seconds(Clock::now() - begin_), pings_, announced_, deaths_);
+  std::printf("The slowest took %.1f s (%s)\n", Seconds(slowest_.first), slowest_.second.c_str());
   for (const auto &[kind, count] : counts_) std::printf("  %6d %s\n", count, kind.c_str());
 }
 
