@@ -24,6 +24,8 @@
 
 namespace {
 
+constexpr int kLeaveMs = 5000;  // for a process that is asked to end
+
 sockaddr_in Loopback(int port) {
   sockaddr_in addr = {};
   addr.sin_family = AF_INET;
@@ -172,8 +174,8 @@ std::string ReadFile(const std::string &path) {
   return text.str();
 }
 
-bool Eventually(const std::function<bool()> &condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
+bool Eventually(const std::function<bool()> &condition, int patience_ms) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -202,22 +204,31 @@ Process::Process(const std::vector<std::string> &argv, const std::string &folder
   _exit(127);
 }
 
+// As an operator ends it and its group, so that each process leaves by its own way; what stays is
+// killed.
 Process::~Process() {
-  kill(-pid_, SIGKILL);  // its own group: the children too
-  if (!ended_) kill(pid_, SIGKILL);
+  if (kill(-pid_, SIGTERM) != 0 && !Ended()) kill(pid_, SIGTERM);
+  const auto all_left = [this] { return Ended() && ReapGroup(nullptr); };
+  if (!Eventually(all_left, kLeaveMs)) {
+    kill(-pid_, SIGKILL);
+    if (!ended_) kill(pid_, SIGKILL);
+  }
   Wait();
   WaitForGroup();
 }
 
-std::vector<int> Process::WaitForGroup() const {
-  std::vector<int> statuses;
+bool Process::ReapGroup(std::vector<int> *statuses) const {
   int status = 0;
   pid_t pid = 0;
-  const bool all = Eventually([&] {
-    while ((pid = waitpid(-pid_, &status, WNOHANG)) > 0) statuses.push_back(status);
-    return pid < 0;
-  });
-  EXPECT_TRUE(all) << "a process of the group does not end";
+  while ((pid = waitpid(-pid_, &status, WNOHANG)) > 0)
+    if (statuses != nullptr) statuses->push_back(status);
+  return pid < 0;
+}
+
+std::vector<int> Process::WaitForGroup() const {
+  std::vector<int> statuses;
+  EXPECT_TRUE(Eventually([&] { return ReapGroup(&statuses); }))
+      << "a process of the group does not end";
   return statuses;
 }
 

@@ -69,8 +69,8 @@ class Folder {
 
 std::string ReadFile(const std::string &path);
 
-// Asks until it is so; false after kPatienceMs.
-bool Eventually(const std::function<bool()> &condition);
+// Asks until it is so; false after that time.
+bool Eventually(const std::function<bool()> &condition, int patience_ms = kPatienceMs);
 
 // A running program with its standard output and error in files.
 class Process {
@@ -95,6 +95,8 @@ class Process {
   bool WaitForLog(const std::string &text) const;
 
  private:
+  bool ReapGroup(std::vector<int> *statuses) const;  // true: nobody is left of it
+
   std::string folder_;
   pid_t pid_ = -1;
   bool ended_ = false;
