@@ -6,9 +6,16 @@
 #include <cerrno>
 #include <utility>
 
-FileSeams file_seams;
-
 namespace {
+
+// Neither made nor destroyed at run time: calls come before the other static objects are there and
+// after they are gone.
+union Lasting {
+  FileSeams seams = {};
+  constexpr Lasting() {}
+  ~Lasting() {}
+};
+constinit Lasting lasting;
 
 bool Fails(int *error) {
   if (*error == 0) return false;
@@ -23,6 +30,8 @@ std::string Redirected(const std::string &path) {
 }
 
 }  // namespace
+
+FileSeams &file_seams = lasting.seams;
 
 // The linker sends every call of the program through __wrap_NAME; __real_NAME is the call itself.
 extern "C" {

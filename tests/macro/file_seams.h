@@ -16,6 +16,6 @@ struct FileSeams {
   std::string from, to;
 };
 
-extern FileSeams file_seams;
+extern FileSeams &file_seams;
 
 #endif
