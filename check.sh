@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # ./check.sh        builds and runs every test, native and 32-bit; ends with the count
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
+# ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
 # ./check.sh fuzz SECONDS   runs every fuzz target for that processor time; findings stay in build/fuzz/findings
 #
@@ -49,6 +50,11 @@ case "${1-all}" in
     build asan
     run_tests asan
     ;;
+  coverage)
+    need gcovr "${build_packages[@]}"
+    build coverage
+    tests/coverage/run.sh
+    ;;
   soak)
     if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
       echo "$0: soak takes the minutes of load, as in ./check.sh soak 10" >&2
@@ -69,7 +75,7 @@ case "${1-all}" in
     tests/fuzz/run.sh "$2"
     ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh, ./check.sh asan, ./check.sh soak MINUTES or ./check.sh fuzz SECONDS" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, coverage, soak MINUTES or fuzz SECONDS" >&2
     exit 64
     ;;
 esac
