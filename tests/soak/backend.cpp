@@ -30,6 +30,11 @@ BackEnd::BackEnd(Events &events, Find find)
   Start();
 }
 
+BackEnd::~BackEnd() {
+  Kill();
+  ReleasePort(port_);
+}
+
 void BackEnd::Start() {
   listener_ = Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const int on = 1;

@@ -34,7 +34,7 @@ class BackEnd {
   using Find = std::function<std::shared_ptr<Deed>(const std::string &request, bool *whole)>;
 
   BackEnd(Events &events, Find find);
-  ~BackEnd() { Kill(); }
+  ~BackEnd();
   BackEnd(const BackEnd &) = delete;
   BackEnd &operator=(const BackEnd &) = delete;
 

@@ -15,7 +15,8 @@ constexpr int kShortForm = 1500;   // requests
 constexpr int kLongForm = 100000;  // at least
 constexpr int kNoise = 200;        // managers that announce themselves and are not asked
 constexpr int kBatch = 10;         // announcements before each PING
-constexpr auto kLongest = std::chrono::seconds(60);  // that an exchange may take
+constexpr auto kLongest = std::chrono::seconds(60);          // that an exchange may take
+constexpr auto kLongestHit = std::chrono::milliseconds(50);  // and for each of its documents
 constexpr int kComplaints = 5;
 
 double Seconds(Clock::duration time) { return std::chrono::duration<double>(time).count(); }
@@ -178,7 +179,8 @@ void Load::LookAround() {
   for (const auto &[pid, times] : zombies) EXPECT_LT(times, 2) << pid << " is a zombie";
   zombies_ = zombies;
   for (const auto &[number, current] : running_) {
-    if (Clock::now() - current.since < kLongest) continue;
+    const auto documents = static_cast<int>(current.exchange.documents.size());
+    if (Clock::now() - current.since < kLongest + documents * kLongestHit) continue;
     Complain(current.exchange, "hangs");
     stuck_ = true;
   }

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -45,17 +46,19 @@ bool IsFree(int port) {
   return BindTo(tcp.Fd(), port) && BindTo(udp.Fd(), port);
 }
 
+std::map<int, Socket> claims;
+
 // An abstract name is exclusive and goes with the process.
 bool Claim(int port) {
   sockaddr_un name = {};
   name.sun_family = AF_UNIX;
   const std::string text = "korvo-test-port-" + std::to_string(port);
   std::memcpy(name.sun_path + 1, text.data(), text.size());
-  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  Socket claim(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + text.size());
-  if (bind(fd, reinterpret_cast<const sockaddr *>(&name), size) == 0) return true;  // held open
-  close(fd);
-  return false;
+  if (bind(claim.Fd(), reinterpret_cast<const sockaddr *>(&name), size) != 0) return false;
+  claims.emplace(port, std::move(claim));
+  return true;
 }
 
 std::string ReadSome(int fd, std::size_t most) {
@@ -77,11 +80,15 @@ int ReservePort() {
   static int next = static_cast<int>(getpid()) * 13 % kCount;
   for (int tried = 0; tried < kCount; ++tried) {
     next = (next + 1) % kCount;
-    if (Claim(kFirst + next) && IsFree(kFirst + next)) return kFirst + next;
+    if (!Claim(kFirst + next)) continue;
+    if (IsFree(kFirst + next)) return kFirst + next;
+    ReleasePort(kFirst + next);
   }
   ADD_FAILURE() << "no free port";
   return 0;
 }
+
+void ReleasePort(int port) { claims.erase(port); }
 
 Socket &Socket::operator=(Socket &&other) noexcept {
   std::swap(fd_, other.fd_);
@@ -258,17 +265,23 @@ bool Process::WaitForLog(const std::string &text) const {
 
 int ExitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 
-Daemon::Daemon()
+Daemon::Daemon(const std::string &program, const std::function<void()> &prepare)
     : client_port_(ReservePort()),
       admin_port_(ReservePort()),
+      own_port_(ReservePort()),
       admin_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-  EXPECT_TRUE(BindTo(admin_.Fd(), ReservePort()));
+  EXPECT_TRUE(BindTo(admin_.Fd(), own_port_));
   folder_.Write("korvo.conf", "web1 C 127.0.0.1 " + std::to_string(client_port_) + " " +
                                   std::to_string(admin_port_) + " -\n");
-  program_ = std::make_unique<Process>(
-      std::vector<std::string>{KORVO_COMMMGR, "web1", folder_.Path()}, folder_.Path());
+  program_ = std::make_unique<Process>(std::vector<std::string>{program, "web1", folder_.Path()},
+                                       folder_.Path(), prepare);
   EXPECT_TRUE(program_->WaitForLog("Initialization Complete."));
   Ping();
+}
+
+Daemon::~Daemon() {
+  program_.reset();
+  for (const int port : {client_port_, admin_port_, own_port_}) ReleasePort(port);
 }
 
 void Daemon::Send(const std::string &datagram) const {

@@ -14,8 +14,10 @@
 
 inline constexpr int kPatienceMs = 20000;
 
-// A port from 1 to 32767 that is free for TCP and UDP and that no other test of this machine gets.
+// A port from 1 to 32767 that is free for TCP and UDP and that no other test of this machine gets,
+// until it is released or the program ends.
 int ReservePort();
+void ReleasePort(int port);
 
 // A connected or listening socket, closed at the end.
 class Socket {
@@ -106,10 +108,15 @@ class Process {
 // The exit status of a process that ended by itself; -1 for one that a signal ended.
 int ExitStatus(int status);
 
-// A Communications Manager that answers.  Start() is done by the constructor unless told otherwise.
+// A Communications Manager that answers.
 class Daemon {
  public:
-  Daemon();
+  // prepare as for Process.
+  explicit Daemon(const std::string &program = KORVO_COMMMGR,
+                  const std::function<void()> &prepare = {});
+  ~Daemon();
+  Daemon(const Daemon &) = delete;
+  Daemon &operator=(const Daemon &) = delete;
 
   const Folder &Files() const { return folder_; }
   Process &Program() { return *program_; }
@@ -133,6 +140,7 @@ class Daemon {
   Folder folder_;
   int client_port_;
   int admin_port_;
+  int own_port_;
   Socket admin_;
   int sequence_ = 0;
   std::unique_ptr<Process> program_;
