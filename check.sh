@@ -3,6 +3,7 @@
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
 # ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
+# ./check.sh mutants N [SEED]   breaks the daemon in N places, one at a time; fails if the tests miss one unexplained
 # ./check.sh fuzz SECONDS   runs every fuzz target for that processor time; findings stay in build/fuzz/findings
 #
 # Installs what is missing from Debian's packages.
@@ -65,6 +66,10 @@ case "${1-all}" in
     build release soak_test
     KORVO_SOAK_MINUTES=$2 build/release/bin/soak_test
     ;;
+  mutants)
+    need python3 "${build_packages[@]}"
+    python3 -B tests/mutants/run.py "${@:2}"
+    ;;
   fuzz)
     if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
       echo "$0: fuzz takes the seconds for each target, as in ./check.sh fuzz 60" >&2
@@ -75,7 +80,7 @@ case "${1-all}" in
     tests/fuzz/run.sh "$2"
     ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, coverage, soak MINUTES or fuzz SECONDS" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, coverage, soak MINUTES, mutants N or fuzz SECONDS" >&2
     exit 64
     ;;
 esac
