@@ -57,9 +57,9 @@ void ExpectCommandLog(const Client &client, const std::string &command,
   ExpectLog(lines, [&] { Run(client, command); });
 }
 
-std::string SendFailed(const std::string &where, const Client &client, int rc = -32) {
-  return "[CommMgr: " + where + "] Unable to send to client sock " + Num(client.near) +
-         " rc = " + Num(rc) + "\n";
+Line ReplyFailed(const Client &client) {
+  return {kWarning,
+          "[CommMgr: ClientCmd] Unable to send to client sock " + Num(client.near) + " rc = -32\n"};
 }
 
 HANDLER_CASE(ClientCmd, QueryWithARelativeMacro_TakesMacroAndFramesFromTheLibrary) {
@@ -133,7 +133,7 @@ HANDLER_CASE(ClientCmd, UnknownSearchManagerAndClientRefuses_IsLoggedAt103) {
       client, Command("QUERY", "grp"),
       {{kWarning, "[CommMgr: ClientCmd] Unable to locate SearchGroup '' amongst my flock\n"},
        SendRefused(client),
-       {kWarning, SendFailed("ClientCmd", client)}});
+       ReplyFailed(client)});
 }
 
 HANDLER_CASE(ClientCmd, SearchManagerThatIsGone_IsLoggedAt103AndToldToTheClient) {
@@ -164,7 +164,7 @@ HANDLER_CASE(ClientCmd, SearchManagerThatIsGoneAndClientRefuses_IsLoggedAt103) {
        {kWarning, "[Socket: Conn&Send] Unable to connect to " + gone.Where() + ": rc = -111\n"},
        {kWarning, "[CommMgr: ClientCmd] Unable to connect to SearchMgr: rc = -111\n"},
        SendRefused(client),
-       {kWarning, SendFailed("ClientCmd", client)}});
+       ReplyFailed(client)});
 }
 
 HANDLER_CASE(ClientCmd, GetDocFailsAndClientRefuses_IsSaidOfResultsAt103) {
@@ -174,7 +174,8 @@ HANDLER_CASE(ClientCmd, GetDocFailsAndClientRefuses_IsSaidOfResultsAt103) {
   ExpectCommandLog(client, Command("GETDOC", "doc"),
                    {{kWarning, "[CommMgr: GetDoc] Unable to find a docmgr for doc:r\n"},
                     SendRefused(client),
-                    {kWarning, SendFailed("Results", client)}});
+                    {kWarning, "[CommMgr: Results] Unable to send to client sock " +
+                                   Num(client.near) + " rc = -32\n"}});
 }
 
 HANDLER_CASE(ClientCmd, GetDocForAClientThatRefuses_IsSaidOfResultsAt103AndHasNoTail) {
@@ -188,7 +189,8 @@ HANDLER_CASE(ClientCmd, GetDocForAClientThatRefuses_IsSaidOfResultsAt103AndHasNo
        {kInfo, "[CommMgr: GetDoc] ReadAndInterpret returned an END OF DATA message\n"},
        {kInfo, "[CommMgr: SendHdr] Looking for page.hdr\n"},
        {kWarning, "[Sock: SendTCP] datalen == 0 for sock " + Num(client.near) + "\n"},
-       {kWarning, SendFailed("Results", client, -3)}});
+       {kWarning,
+        "[CommMgr: Results] Unable to send to client sock " + Num(client.near) + " rc = -3\n"}});
 }
 
 HANDLER_CASE(ClientCmd, SearchManager_GetsTheTextAndAnsweringItLeavesTheClientOpen) {

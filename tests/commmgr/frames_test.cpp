@@ -38,15 +38,17 @@ HANDLER_CASE(Frames, ClientRefuses_IsLoggedAt103) {
   WriteFile("page.tail", "TAIL\n");
   Client client;
   client.Refuse();
-  const std::string failed = "Unable to send to client sock " + Num(client.near) + " rc = -32\n";
-  ExpectLog({{kInfo, "[CommMgr: SendHdr] Looking for page.hdr\n"},
-             SendRefused(client),
-             {kWarning, "[CommMgr: MacroHdr] " + failed}},
-            [&] { CommMgr_SendHdr("page", client.near); });
-  ExpectLog({{kInfo, "[CommMgr: SendTail] Looking for page.tail\n"},
-             SendRefused(client),
-             {kWarning, "[CommMgr: MacroTail] " + failed}},
-            [&] { CommMgr_SendTail("page", client.near); });
+  const std::string sock = Num(client.near);
+  ExpectLog(
+      {{kInfo, "[CommMgr: SendHdr] Looking for page.hdr\n"},
+       SendRefused(client),
+       {kWarning, "[CommMgr: MacroHdr] Unable to send to client sock " + sock + " rc = -32\n"}},
+      [&] { CommMgr_SendHdr("page", client.near); });
+  ExpectLog(
+      {{kInfo, "[CommMgr: SendTail] Looking for page.tail\n"},
+       SendRefused(client),
+       {kWarning, "[CommMgr: MacroTail] Unable to send to client sock " + sock + " rc = -32\n"}},
+      [&] { CommMgr_SendTail("page", client.near); });
 }
 
 }  // namespace

@@ -27,10 +27,6 @@ struct Relay {
     SendAll(search.far, records);
     CommMgr_Results(macro, search.near, client.near, max_hits);
   }
-  Line SendFailed(int number, int rc = -32) const {
-    return {kWarning, "[CommMgr: Results: " + Num(number) + "] Unable to send to client sock " +
-                          Num(client.near) + " rc = " + Num(rc) + "\n"};
-  }
 };
 
 // A macro that makes "<>" of every document.
@@ -121,7 +117,8 @@ HANDLER_CASE(Results, ReceiveFailsAndClientRefuses_IsSaidOfSend1) {
   relay.client.Refuse();
   std::vector<Line> lines = ReceiveFailed(relay);
   lines.push_back(SendRefused(relay.client));
-  lines.push_back(relay.SendFailed(1));
+  lines.push_back({kWarning, "[CommMgr: Results: 1] Unable to send to client sock " +
+                                 Num(relay.client.near) + " rc = -32\n"});
   ExpectLog(lines, [&] { FailToReceive(&relay); });
 }
 
@@ -131,7 +128,8 @@ HANDLER_CASE(Results, DocumentFailsAndClientRefuses_IsSaidOfSend2) {
   ExpectLog({Displayed(kHit),
              {kWarning, "[CommMgr: GetDoc] Unable to find a docmgr for doc:r\n"},
              SendRefused(relay.client),
-             relay.SendFailed(2)},
+             {kWarning, "[CommMgr: Results: 2] Unable to send to client sock " +
+                            Num(relay.client.near) + " rc = -32\n"}},
             [&] { relay.Run(kHit); });
 }
 
@@ -146,7 +144,8 @@ HANDLER_CASE(Results, DocumentForAClientThatRefuses_IsSaidOfSend3AndEndsTheRelay
              {kStatus, "[Macro: Exec] done\n"},
              {kInfo, "[CommMgr: GetDoc] Formatted Doc (len = 2):\n<>\n"},
              SendRefused(relay.client),
-             relay.SendFailed(3)},
+             {kWarning, "[CommMgr: Results: 3] Unable to send to client sock " +
+                            Num(relay.client.near) + " rc = -32\n"}},
             [&] { relay.Run(kHit, macro); });
 }
 
@@ -157,7 +156,8 @@ HANDLER_CASE(Results, RawForAClientThatRefuses_IsSaidOfSend4AndTheRelayGoesOn) {
   ExpectLog(
       {Displayed(raw),
        SendRefused(relay.client),
-       relay.SendFailed(4),
+       {kWarning, "[CommMgr: Results: 4] Unable to send to client sock " + Num(relay.client.near) +
+                      " rc = -32\n"},
        Displayed(kComplete),
        {kInfo, "[CommMgr: Results] Search Complete for Socket " + Num(relay.client.near) + "\n"}},
       [&] { relay.Run(raw + kComplete); });
@@ -167,7 +167,10 @@ HANDLER_CASE(Results, ErrorForAClientThatRefuses_IsSaidOfSend5AndEndsTheRelay) {
   const std::string error = "\t@COMMAND=ERROR\tx\n";
   Relay relay;
   relay.client.Refuse();
-  ExpectLog({Displayed(error), SendRefused(relay.client), relay.SendFailed(5)},
+  ExpectLog({Displayed(error),
+             SendRefused(relay.client),
+             {kWarning, "[CommMgr: Results: 5] Unable to send to client sock " +
+                            Num(relay.client.near) + " rc = -32\n"}},
             [&] { relay.Run(error); });
 }
 

@@ -186,9 +186,10 @@ TEST_F(Announce, Ports_AreSignedDecimal) {
 
 TEST_F(Announce, Message_IsTracedWholeAt101) {
   const DBInfo db = {"eng1", "News", "/idx", "/doc", "TITLE"};
+  const std::string datagram = Announcement() + "\tFIELDLIST=TITLE\n";
   const std::string text = MessagesAt(101, [&] { Init_Announce(&parent_, &config_, &db); });
   EXPECT_EQ(text, "[Init: Announce] Sending Announcement to 127.0.0.1/" + std::to_string(port_) +
-                      ": '" + Announcement() + "\tFIELDLIST=TITLE\n'\n");
+                      ": '" + datagram + "'\n");
 }
 
 TEST_F(Announce, Datagram_IsSentOnceFromAnUnboundSocketThatIsClosed) {

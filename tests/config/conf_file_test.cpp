@@ -39,10 +39,6 @@ class ConfFileTest : public ::testing::Test {
   std::string ConfMissing(const std::string &id) const {
     return "[Init: ReadConf] Could not locate id = '" + id + "' in file '" + path_ + "'\n";
   }
-  std::string DBIncomplete(const std::string &place, int line) const {
-    return "[Init: ReadDB:" + place + "] Error reading '" + path_ + "': Incomplete line [" +
-           std::to_string(line) + "].\n";
-  }
   std::string DBMissing(const std::string &id) const {
     return "[Init: ReadDB] Could not locate id = '" + id + "' in file '" + path_ + "'\n";
   }
@@ -533,11 +529,17 @@ TEST_F(ReadDB, Record_IsClearedBeforeTheSearch) {
 TEST_F(ReadDB, LineThatEndsTooEarly_NamesThePlaceAndItsNumber) {
   const struct {
     const char *line;
-    const char *place;
-  } rows[] = {{"eng1", "DBName"}, {"eng1 News", "SearchLoc"}, {"eng1 News /idx", "DocLoc"}};
+    std::string log;
+  } rows[] = {
+      {"eng1", "[Init: ReadDB:DBName] Error reading '" + path_ + "': Incomplete line [3].\n"},
+      {"eng1 News",
+       "[Init: ReadDB:SearchLoc] Error reading '" + path_ + "': Incomplete line [3].\n"},
+      {"eng1 News /idx",
+       "[Init: ReadDB:DocLoc] Error reading '" + path_ + "': Incomplete line [3].\n"},
+  };
   for (const auto &row : rows) {
     EXPECT_EQ(DB(std::string("# note\n\n") + row.line + "\n" + kEngine), 0) << row.line;
-    EXPECT_EQ(log_, DBIncomplete(row.place, 3)) << row.line;
+    EXPECT_EQ(log_, row.log);
   }
 }
 
@@ -567,7 +569,7 @@ TEST_F(ReadDB, UnterminatedLastLine_IsNotExaminedUnlessItFillsTheRead) {
 
 TEST_F(ReadDB, LineOf1500Characters_CountsAsTwo) {
   EXPECT_EQ(DB("#" + std::string(1499, 'x') + "\neng1\n"), 0);
-  EXPECT_EQ(log_, DBIncomplete("DBName", 3));
+  EXPECT_EQ(log_, "[Init: ReadDB:DBName] Error reading '" + path_ + "': Incomplete line [3].\n");
 }
 
 TEST_F(ReadDB, TextsThatFillTheirFields_AreKeptWhole) {
@@ -584,10 +586,9 @@ TEST_F(ReadDB, LongTexts_AreCutAndReportedOnceEachAt103) {
   const std::string id(64, 'i'), name(64, 'n'), search(128, 's'), doc(128, 'd');
   Write(id + " " + name + " " + search + " " + doc + "\n");
   EXPECT_EQ(MessagesAt(103, [&] { Init_ReadDB(path_.c_str(), id.c_str(), &db_); }),
-            "[Init: ReadDB] ID cut to '" + id.substr(1) + "'\n" +
-                "[Init: ReadDB] DBNAME cut to '" + name.substr(1) + "'\n" +
-                "[Init: ReadDB] SEARCHLOC cut to '" + search.substr(1) + "'\n" +
-                "[Init: ReadDB] DOCLOC cut to '" + doc.substr(1) + "'\n");
+            "[Init: ReadDB] ID cut to '" + id.substr(1) + "'\n" + "[Init: ReadDB] DBNAME cut to '" +
+                name.substr(1) + "'\n" + "[Init: ReadDB] SEARCHLOC cut to '" + search.substr(1) +
+                "'\n" + "[Init: ReadDB] DOCLOC cut to '" + doc.substr(1) + "'\n");
   EXPECT_EQ(db_.DocLocation, doc.substr(1));
   EXPECT_EQ(db_.FieldList, nullptr);
 }

@@ -18,8 +18,13 @@ namespace {
 struct Ending {
   int number;
   const char *name;
+  const char *line;
 };
-constexpr Ending kEndings[] = {{SIGINT, "SIGINT"}, {SIGTERM, "SIGTERM"}, {SIGUSR1, "SIGUSR1"}};
+constexpr Ending kEndings[] = {
+    {SIGINT, "SIGINT", "[MainCore: SigHndlr] Recieved SIGINT.\n"},
+    {SIGTERM, "SIGTERM", "[MainCore: SigHndlr] Recieved SIGTERM.\n"},
+    {SIGUSR1, "SIGUSR1", "[MainCore: SigHndlr] Recieved SIGUSR1.\n"},
+};
 
 struct sigaction DispositionOf(int number) {
   struct sigaction action = {};
@@ -85,8 +90,7 @@ TEST(SigHndlr, EndingSignal_IsTwoLinesAndStatus0) {
       raise(ending.number);
     });
     EXPECT_EQ(0, ended.status);
-    EXPECT_EQ(std::string("[MainCore: SigHndlr] Recieved ") + ending.name +
-                  ".\n[MainCore: Shutdown] Tovak has left the building.\n",
+    EXPECT_EQ(std::string(ending.line) + "[MainCore: Shutdown] Tovak has left the building.\n",
               ended.log);
   }
 }

@@ -181,8 +181,7 @@ TEST_F(Collector, SetDest_Address_IsConvertedByTheRulesOfTheSocketLayer) {
 
 TEST_F(Collector, SetDest_HostTooLong_IsCutAndLoggedOnce) {
   const Output output = Capture(103, [] { Debug_SetDest("127.000.000.0001", 113); });
-  EXPECT_EQ(output.log.find("[DEBUG: SetDest] "), 0U) << output.log;
-  EXPECT_EQ(output.log.find('\n'), output.log.size() - 1);
+  EXPECT_EQ(output.log, "[DEBUG: SetDest] Host '127.000.000.0001' cut to 15 characters\n");
 }
 
 TEST_F(Collector, DPRINTF_OpenCollector_SendsOneDatagramWithItsTerminator) {

@@ -22,7 +22,8 @@ namespace {
 const std::string kSeparator = std::string(63, '-') + "\n";
 
 std::string HeaderAt(std::time_t seconds) {
-  return kSeparator + "PID: " + std::to_string(getpid()) + ", TIME: " + std::ctime(&seconds);
+  return "---------------------------------------------------------------\nPID: " +
+         std::to_string(getpid()) + ", TIME: " + std::ctime(&seconds);
 }
 
 // The sink of a test: what came, and what to answer.

@@ -376,12 +376,12 @@ TEST(Siblings, EngineWithoutADatabaseLine_DoesNotStart) {
   const Family family;
   family.folder.Write("korvo.conf",
                       family.Line("grp1", 'E', "top") + family.ParentLine("top", 'S'));
-  const std::string db = family.folder.Write("korvo.db", "other mail /s /d\n");
+  family.folder.Write("korvo.db", "other mail /s /d\n");
   const Ended ended = RunToEnd({Sibling('E'), "grp1", family.folder.Path()}, family.folder);
   EXPECT_EQ(0, ended.status);
-  EXPECT_EQ(
-      std::string(kLevel) + "[Init: ReadDB] Could not locate id = 'grp1' in file '" + db + "'\n",
-      ended.log);
+  EXPECT_EQ(std::string(kLevel) + "[Init: ReadDB] Could not locate id = 'grp1' in file '" +
+                family.folder.Path() + "/korvo.db'\n",
+            ended.log);
 }
 
 TEST(Siblings, AdministrativeCommandsAreTheSame) {

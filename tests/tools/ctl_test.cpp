@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 #include "tests/tools/run.h"
 
@@ -70,9 +71,10 @@ std::string NumberIn(const std::string &ping) {
 std::string Pong(const std::string &number) { return "\t@COMMAND=PONG\t@SEQNUM=" + number + "\n"; }
 
 void ExpectRoundTripSaid(const std::string &output, int port) {
-  const std::string number =
-      NumberBetween(output, "PONG from 127.0.0.1/" + std::to_string(port) + " in ", " ms\n");
+  const std::string place = "127.0.0.1/" + std::to_string(port);
+  const std::string number = NumberBetween(output, "PONG from " + place + " in ", " ms\n");
   EXPECT_EQ(number.size() - 4, number.find('.')) << output;
+  EXPECT_EQ("PONG from " + place + " in " + number + " ms\n", output);
 }
 
 TEST(Ctl, Ping_WaitsForItsOwnPong) {
@@ -142,14 +144,15 @@ TEST(Ctl, LevelAndShutdown_AreOneDatagram) {
 TEST(Ctl, WrongUse_IsOneLineAndNothingIsSent) {
   const Admin admin;
   const int port = admin.Port();
-  const std::string levels = "level takes INFO, STATUS, WARNING, FATAL or OFF, not ";
   ExpectRefused(Ctl(port, {}), 64, "needs a command: ping, level LEVEL or shutdown");
   ExpectRefused(Ctl(port, {"restart"}), 64,
                 "there is no command restart; ping, level LEVEL and shutdown are all");
-  ExpectRefused(Ctl(port, {"level"}), 64, levels + "''");
-  ExpectRefused(Ctl(port, {"level", "info"}), 64, levels + "'info'");
+  ExpectRefused(Ctl(port, {"level"}), 64,
+                "level takes INFO, STATUS, WARNING, FATAL or OFF, not ''");
+  ExpectRefused(Ctl(port, {"level", "info"}), 64,
+                "level takes INFO, STATUS, WARNING, FATAL or OFF, not 'info'");
   ExpectRefused(Ctl(port, {"level", "INFO\n\t@COMMAND=SHUTDOWN"}), 64,
-                levels + "'INFO??@COMMAND=SHUTDOWN'");
+                "level takes INFO, STATUS, WARNING, FATAL or OFF, not 'INFO??@COMMAND=SHUTDOWN'");
   ExpectRefused(Ctl(port, {"ping", "now"}), 64, "ping takes nothing more; leave out now");
   ExpectRefused(Ctl(port, {"ping", "--host", "::1"}), 64,
                 "--host takes a dotted IPv4 address such as 127.0.0.1, not '::1'");
@@ -175,6 +178,30 @@ TEST(Ctl, SourcePortsInUse_ArePassedOver) {
   EXPECT_EQ(0, RunTool(Ctl(admin.Port(), {"shutdown"})).status);
   EXPECT_EQ("\t@COMMAND=SHUTDOWN\n", admin.Receive());
   EXPECT_EQ(0, admin.SenderPort() % 64);
+}
+
+TEST(Ctl, CallsThatFail_EndIt) {
+  const Arguments ping = Ctl(1, {"ping"});
+  ExpectRefused(ping, 71, "cannot open a socket: Permission denied",
+                [] { RefuseCall(SYS_socket); });
+  ExpectRefused(ping, 71, "cannot bind a source port from 32000 to 32767: Permission denied",
+                [] { RefuseCall(SYS_bind); });
+}
+
+TEST(Ctl, Help_GoesToStandardOutput) {
+  ExpectHelp(
+      KORVOCTL,
+      "usage: korvoctl ping [OPTION]...         ask whether the program lives\n"
+      "       korvoctl level LEVEL [OPTION]...  set the level of its log: INFO, STATUS, WARNING,\n"
+      "                                         FATAL or OFF\n"
+      "       korvoctl shutdown [OPTION]...     end it\n"
+      "\n"
+      "  --host ADDRESS     of the program, dotted; 127.0.0.1\n"
+      "  --port PORT        its admin port; needed\n"
+      "  --timeout SECONDS  wait so long for the answer to a ping; 5\n"
+      "  --help             this text\n"
+      "\n"
+      "Status: 0; 64 wrong use; 69 nobody listens there; 75 no answer in time.\n");
 }
 
 TEST(Ctl, RealService_Obeys) {

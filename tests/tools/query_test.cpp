@@ -45,6 +45,28 @@ TEST(QueryTool, Query_SendsItsLineAndCopiesTheAnswer) {
   EXPECT_EQ("", outcome.errors);
 }
 
+TEST(QueryTool, Help_GoesToStandardOutput) {
+  ExpectHelp(
+      KORVO_QUERY,
+      "usage: korvo-query --port PORT --group GROUP --macro MACRO [OPTION]... WORD|NAME=TERMS...\n"
+      "       korvo-query --port PORT --group GROUP --macro MACRO --doc NUMBER [OPTION]...\n"
+      "\n"
+      "  --host ADDRESS     of the service, dotted; 127.0.0.1\n"
+      "  --port PORT        its client port\n"
+      "  --group GROUP      the Search Manager to ask, or with --doc the Document Manager\n"
+      "  --macro MACRO      the page macro, without .mo\n"
+      "  --max-hits NUMBER  at most so many documents; 0 is no limit\n"
+      "  --doc NUMBER       one document in place of a search\n"
+      "  --type TYPE        record type\n"
+      "  --raw              show control characters as they are also on a terminal\n"
+      "  --timeout SECONDS  wait so long for the service in all; 60\n"
+      "  --help             this text\n"
+      "\n"
+      "@OPER=AND or @OPER=OR among the words says how they are joined.\n"
+      "Status: 0; 1 the answer carries an error line; 64 wrong use; 69 the service cannot be\n"
+      "reached or gives no answer; 75 the time ran out.\n");
+}
+
 TEST(QueryTool, Options_BecomeFields) {
   std::string line;
   Exchange("x",

@@ -2,9 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstddef>
 #include <filesystem>
+#include <iterator>
 
 namespace {
 
@@ -26,10 +32,30 @@ Outcome RunTool(const Arguments &argv, const std::string &input) {
   return {status, tool.Output(), tool.Errors()};
 }
 
-void ExpectRefused(const Arguments &argv, int status, const std::string &line) {
-  const Outcome outcome = RunTool(argv);
-  EXPECT_EQ(status, outcome.status);
-  EXPECT_EQ("", outcome.output);
-  EXPECT_EQ(std::filesystem::path(argv[0]).filename().string() + ": " + line + "\n",
-            outcome.errors);
+void ExpectRefused(const Arguments &argv, int status, const std::string &line,
+                   const std::function<void()> &prepare) {
+  Tool tool(argv, prepare);
+  EXPECT_EQ(status, tool.Status());
+  EXPECT_EQ("", tool.Output());
+  EXPECT_EQ(std::filesystem::path(argv[0]).filename().string() + ": " + line + "\n", tool.Errors());
+}
+
+void ExpectHelp(const std::string &tool, const std::string &text) {
+  const Outcome outcome = RunTool({tool, "--help"});
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_EQ(text, outcome.output);
+  EXPECT_EQ("", outcome.errors);
+}
+
+void RefuseCall(int number) {
+  sock_filter code[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EACCES),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter = {std::size(code), code};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+    _exit(126);
 }

@@ -37,6 +37,13 @@ Outcome RunTool(const Arguments &argv, const std::string &input = "");
 
 // Fails the test unless the tool ends with the status and one line on standard error, the name of
 // the tool in front, and nothing on standard output.
-void ExpectRefused(const Arguments &argv, int status, const std::string &line);
+void ExpectRefused(const Arguments &argv, int status, const std::string &line,
+                   const std::function<void()> &prepare = {});
+
+// Fails the test unless --help prints that text, the status is 0 and nothing is on standard error.
+void ExpectHelp(const std::string &tool, const std::string &text);
+
+// Before a tool starts: the system call of that number fails with EACCES in it.
+void RefuseCall(int number);
 
 #endif
