@@ -19,7 +19,7 @@ need() {
   }
 }
 
-build_packages=(cmake g++ googletest libxapian-dev ninja-build)
+build_packages=(cmake g++ googletest libxapian-dev ninja-build python3)
 
 # build PRESET [TARGET...]: configures and builds; shows the output only when it fails.
 build() {
