@@ -191,6 +191,14 @@ TEST(Pair, SplitPair_NoDelimiter_IsLoggedAt103) {
             "[Util: SplitPair] delim '=' not found in pair ''\n");
 }
 
+TEST(Pair, SplitPair_LongPairWithoutADelimiter_IsShownUpTo4096Characters) {
+  char name[16], value[16];
+  const std::string shown(4096, 'x');
+  for (const std::string &pair : {shown, shown + "y"})
+    EXPECT_EQ(MessagesAt(103, [&] { Util_SplitPair(pair, name, value, '='); }),
+              "[Util: SplitPair] delim '=' not found in pair '" + shown + "'\n");
+}
+
 TEST(Pair, SplitPair_PieceTooLongForItsPlace_IsRefusedAndLoggedOnce) {
   char field[2][4];
   const struct {
