@@ -41,7 +41,7 @@ class Load {
   Load();
 
   void Run(int requests, int minutes, bool in_turn);
-  void Announce(int count);
+  void AnnounceNoise(int count);
   void Drain();  // until nothing is left of the visits
   int Announced() const { return announced_; }
   pid_t Pid() { return daemon_.Program().Pid(); }
@@ -57,7 +57,7 @@ class Load {
   using Deeds = std::map<int, std::shared_ptr<Deed>>;
 
   BackEnd::Find FindIn(const Deeds &deeds, const std::string &name) const;
-  std::string Announcement(char type, const std::string &id, int port);
+  void Announce(char type, const std::string &id, int port);
   void SendNoise();
   void Talk();
   void Mortality(BackEnd *manager);
@@ -96,14 +96,14 @@ class Load {
 Load::Load() {
   const int refusing[] = {ReservePort(), ReservePort()};
   // The Search Managers that are asked come first: an announcement drops those behind it.
-  daemon_.Send(Announcement('S', kSteady[0], search_.Port()));
-  daemon_.Send(Announcement('S', kMortal[0], mortal_search_.Port()));
-  daemon_.Send(Announcement('S', kRefusing[0], refusing[0]));
-  daemon_.Send(Announcement('D', kSteady[1], docs_.Port()));
-  daemon_.Send(Announcement('D', kMortal[1], mortal_docs_.Port()));
-  daemon_.Send(Announcement('D', kRefusing[1], refusing[1]));
+  Announce('S', kSteady[0], search_.Port());
+  Announce('S', kMortal[0], mortal_search_.Port());
+  Announce('S', kRefusing[0], refusing[0]);
+  Announce('D', kSteady[1], docs_.Port());
+  Announce('D', kMortal[1], mortal_docs_.Port());
+  Announce('D', kRefusing[1], refusing[1]);
   daemon_.Ping();
-  Announce(20 * kNoise);
+  AnnounceNoise(20 * kNoise);
   for (BackEnd *manager : {&mortal_search_, &mortal_docs_}) Mortality(manager);
   LookAround();
   Talk();
@@ -118,21 +118,20 @@ BackEnd::Find Load::FindIn(const Deeds &deeds, const std::string &name) const {
   };
 }
 
-std::string Load::Announcement(char type, const std::string &id, int port) {
+void Load::Announce(char type, const std::string &id, int port) {
   ++announced_;
-  return "\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id + "\tTYPE=" + type +
-         "\tIP=127.0.0.1\tCLIENTPORT=" + std::to_string(port) + "\tADMINPORT=9\n";
+  daemon_.Send(Announcement(type, id, port));
 }
 
 // Re-announces a steady manager, or one of those that nobody asks.
 void Load::SendNoise() {
-  if (OneIn(random_, 10)) return daemon_.Send(Announcement('S', kSteady[0], search_.Port()));
-  if (OneIn(random_, 10)) return daemon_.Send(Announcement('D', kSteady[1], docs_.Port()));
+  if (OneIn(random_, 10)) return Announce('S', kSteady[0], search_.Port());
+  if (OneIn(random_, 10)) return Announce('D', kSteady[1], docs_.Port());
   const char type = OneIn(random_, 4) ? 'S' : 'D';
-  daemon_.Send(Announcement(type, "noise-" + std::to_string(Between(random_, 1, kNoise)), 9));
+  Announce(type, "noise-" + std::to_string(Between(random_, 1, kNoise)), 9);
 }
 
-void Load::Announce(int count) {
+void Load::AnnounceNoise(int count) {
   for (int i = 0; i < count; ++i) {
     SendNoise();
     if (i % kBatch == 0) daemon_.Ping();

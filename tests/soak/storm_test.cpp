@@ -47,6 +47,10 @@ std::map<pid_t, std::string> ByProcess(const std::string &log) {
 class Sent {
  public:
   void ToGroup(int number) { ++group_[number]; }
+  void ToRest(pid_t main, int number) {
+    ToGroup(number);
+    --alone_[main][number];
+  }
   void To(pid_t pid, int number) { ++alone_[pid][number]; }
   int Most(pid_t pid, int number) { return group_[number] + alone_[pid][number]; }
   int Any(pid_t pid) {
@@ -91,6 +95,7 @@ class Round {
   std::map<pid_t, int> statuses_;
   int visiting_ = 0;
   bool over_ = false;
+  int last_ = 0;
 };
 
 std::shared_ptr<Deed> RawAnswer(const std::string &request) {
@@ -108,8 +113,7 @@ Round::Round(const Page &page, Random random, Tally *tally)
         *whole = request.ends_with('\n');
         return RawAnswer(request_);
       }) {
-  daemon_.Send("\t@COMMAND=STARTUPANNOUNCEMENT\tID=search\tTYPE=S\tIP=127.0.0.1\tCLIENTPORT=" +
-               std::to_string(search_.Port()) + "\tADMINPORT=9\n");
+  daemon_.Send(Announcement('S', "search", search_.Port()));
   daemon_.SetLevel("INFO");
 }
 
@@ -150,20 +154,24 @@ void Round::SendSignal() {
   }
 }
 
-// Some signals at once, some a little apart; at last one for all that are left.
+// Some signals at once, some a little apart; at last one for the main process.
 void Round::Strike(int left) {
   SendSignal();
   while (left > 0 && OneIn(random_, 2)) SendSignal(), --left;
   if (left > 0) return events_.After(Between(random_, 0, 3), [this, left] { Strike(left - 1); });
   over_ = true;
-  const int last = kSignals[Between(random_, 0, 2)];
-  sent_.ToGroup(last);
-  kill(-main_, last);
+  last_ = kSignals[Between(random_, 0, 2)];
+  sent_.To(main_, last_);
+  kill(main_, last_);
 }
 
 // Children that ended before their parent are nobody's to wait for; the others become ours.
+// The group is told again once no child can be born any more: a fork under way escapes a signal to
+// the group that is pending in its parent already.
 void Round::WaitForAll() {
   statuses_[main_] = daemon_.Program().Wait();
+  sent_.ToRest(main_, last_);
+  kill(-main_, last_);
   const auto begin = Clock::now();
   int status = 0;
   for (pid_t pid = 0; (pid = waitpid(-main_, &status, WNOHANG)) >= 0;) {
@@ -171,6 +179,7 @@ void Round::WaitForAll() {
     if (pid == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     if (Clock::now() - begin < kLongest) continue;
     ADD_FAILURE() << "a process hangs";
+    kill(-main_, SIGKILL);
     return;
   }
 }

@@ -263,6 +263,11 @@ bool Process::WaitForLog(const std::string &text) const {
   return Eventually([&] { return Log().find(text) != std::string::npos; });
 }
 
+std::string Announcement(char type, const std::string &id, int port) {
+  return "\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id + "\tTYPE=" + type +
+         "\tIP=127.0.0.1\tCLIENTPORT=" + std::to_string(port) + "\tADMINPORT=9\n";
+}
+
 int ExitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 
 Daemon::Daemon(const std::string &program, const std::function<void()> &prepare)
@@ -275,8 +280,20 @@ Daemon::Daemon(const std::string &program, const std::function<void()> &prepare)
                                   std::to_string(admin_port_) + " -\n");
   program_ = std::make_unique<Process>(std::vector<std::string>{program, "web1", folder_.Path()},
                                        folder_.Path(), prepare);
-  EXPECT_TRUE(program_->WaitForLog("Initialization Complete."));
-  Ping();
+  AwaitStart();
+}
+
+// Not by the log, which a test may have led elsewhere.  What is sent too early is lost.
+void Daemon::AwaitStart() {
+  EXPECT_TRUE(Eventually([this] {
+    Send("\t@COMMAND=PING\t@SEQNUM=0\n");
+    return Answers(20);
+  }));
+  Send("\t@COMMAND=PING\t@SEQNUM=1\n");
+  std::string answer;
+  do answer = Receive();
+  while (answer == "\t@COMMAND=PONG\t@SEQNUM=0\n");
+  EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=1\n", answer);
 }
 
 Daemon::~Daemon() {
@@ -310,8 +327,7 @@ void Daemon::SetLevel(const std::string &word) {
 }
 
 void Daemon::Announce(char type, const std::string &id, const Manager &manager) {
-  Send("\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id + "\tTYPE=" + type +
-       "\tIP=127.0.0.1\tCLIENTPORT=" + std::to_string(manager.Port()) + "\tADMINPORT=9\n");
+  Send(Announcement(type, id, manager.Port()));
   Ping();
 }
 

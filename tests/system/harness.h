@@ -105,6 +105,9 @@ class Process {
   int status_ = 0;
 };
 
+// What a manager sends to announce itself.
+std::string Announcement(char type, const std::string &id, int port);
+
 // The exit status of a process that ended by itself; -1 for one that a signal ended.
 int ExitStatus(int status);
 
@@ -137,6 +140,8 @@ class Daemon {
   std::string Exchange(const std::string &command) const;
 
  private:
+  void AwaitStart();
+
   Folder folder_;
   int client_port_;
   int admin_port_;
