@@ -27,7 +27,7 @@ void ReplyError(int client, const char *text) {
 
 // Hands the client's own text to the Search Manager of its group.  The new socket, or -1, answered.
 int Forward(int client, const CmdHdr &hdr, const char *text) {
-  INIT_CHILDINFO *manager = Init_FindPeer(SearchMgrList, hdr.SearchGroup);
+  const INIT_CHILDINFO *manager = Init_FindPeer(SearchMgrList, hdr.SearchGroup);
   if (manager == nullptr) {
     // Kept: the group has never been in this line.
     DPRINTF(nullptr, kWarning,
@@ -36,7 +36,9 @@ int Forward(int client, const CmdHdr &hdr, const char *text) {
     return -1;
   }
   int search = -1;
-  const int rc = Sock_ConnectAndSend(&manager->ClientAddr, &search, text, Text_Length(text), 0);
+  SockAddr addr = manager->ClientAddr;  // converted in the copy, so that the list stays shared with
+                                        // the main process
+  const int rc = Sock_ConnectAndSend(&addr, &search, text, Text_Length(text), 0);
   if (rc == kSockOk) return search;
   DPRINTF(nullptr, kWarning, "[CommMgr: ClientCmd] Unable to connect to SearchMgr: rc = %d\n", rc);
   char reply[128];
@@ -67,9 +69,9 @@ void Query(int client, const CmdHdr &hdr, const char *text) {
 void GetDoc(int client, CmdHdr *hdr) {
   const int macro = OpenMacro(*hdr);
   if (macro < 0) return;
-  static char document[kMessageSize + 1];
+  static MessageBuffer document;
   int length = kMessageSize;
-  if (CommMgr_GetDoc(macro, hdr, document, &length, 1) != 1) {
+  if (CommMgr_GetDoc(macro, hdr, document.text, &length, 1) != 1) {
     constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to locate Document Server.";
     const int rc = Sock_SendTCP(client, kReply, Text_Length(kReply), 0);
     if (rc != kSockOk)
@@ -78,7 +80,7 @@ void GetDoc(int client, CmdHdr *hdr) {
     return;
   }
   CommMgr_SendHdr(hdr->MacroFile, client);
-  const int rc = Sock_SendTCP(client, document, Text_Length(document), 0);
+  const int rc = Sock_SendTCP(client, document.text, Text_Length(document.text), 0);
   if (rc != kSockOk) {
     DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to send to client sock %d rc = %d\n",
             client, rc);

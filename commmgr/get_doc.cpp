@@ -73,7 +73,7 @@ int Receive(int macro, int sock, char *buf, char *out, int *len, int format) {
 
 int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   out[0] = '\0';  // nothing behind it is looked at until it is written
-  INIT_CHILDINFO *manager = Init_FindPeer(DocMgrList, hdr->SearchGroup);
+  const INIT_CHILDINFO *manager = Init_FindPeer(DocMgrList, hdr->SearchGroup);
   if (manager == nullptr) {
     DPRINTF(nullptr, kWarning, "[CommMgr: GetDoc] Unable to find a docmgr for %s:%s\n",
             hdr->SearchGroup, hdr->RecType);
@@ -81,24 +81,23 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   }
   (void)Text_Copy(hdr->Command, "GETDOC");
   // The request, then the answer.  A macro that runs over the answer may fetch a further document,
-  // and that one ends there.
-  static char buffers[2][kMessageSize + 1];
-  static int depth = 0;
-  char *buf = buffers[depth];
+  // and that one is raw.
+  static MessageBuffer formatted, raw;
+  char *buf = (format == 1 ? formatted : raw).text;
   int length = Util_FormatCmdHdr(hdr, buf);
   buf[length++] = '\n';
   buf[length] = '\0';
   int sock = -1;
-  const int rc = Sock_ConnectAndSend(&manager->ClientAddr, &sock, buf, length, 0);
+  SockAddr addr = manager->ClientAddr;  // converted in the copy, so that the list stays shared with
+                                        // the main process
+  const int rc = Sock_ConnectAndSend(&addr, &sock, buf, length, 0);
   if (rc != kSockOk) {
     DPRINTF(nullptr, kWarning,
             "[CommMgr: GetDoc] ConnectAndSend to DocMgr at %s:%d failed: rc = %d.\n",
             manager->ClientAddr.IP, manager->ClientAddr.Port, rc);
     return 0;
   }
-  ++depth;
   const int delivered = Receive(macro, sock, buf, out, len, format);
-  --depth;
   Sock_Close(sock);
   return delivered;
 }

@@ -15,8 +15,8 @@ struct Relay {
   std::int32_t hits;
 };
 
-char record_text[kMessageSize + 1];
-char document[kMessageSize + 1];
+MessageBuffer record;
+MessageBuffer document;
 
 void ReceiveFailed(const Relay &relay, int result) {
   DPRINTF(nullptr, kWarning,
@@ -40,7 +40,7 @@ bool Hit(Relay *relay, CmdHdr *hdr) {
     return false;
   }
   int length = kMessageSize;
-  if (CommMgr_GetDoc(relay->macro, hdr, document, &length, 1) != 1) {
+  if (CommMgr_GetDoc(relay->macro, hdr, document.text, &length, 1) != 1) {
     constexpr const char *kReply = "\t@COMMAND=ERROR\tUnable to retreive document.";
     const int rc = Sock_SendTCP(relay->client, kReply, Text_Length(kReply), 0);
     if (rc != kSockOk)
@@ -48,7 +48,7 @@ bool Hit(Relay *relay, CmdHdr *hdr) {
               relay->client, rc);
     return false;
   }
-  const int rc = Sock_SendTCP(relay->client, document, length, 0);
+  const int rc = Sock_SendTCP(relay->client, document.text, length, 0);
   if (rc == kSockOk) return true;
   DPRINTF(nullptr, kWarning, "[CommMgr: Results: 3] Unable to send to client sock %d rc = %d\n",
           relay->client, rc);
@@ -84,7 +84,7 @@ bool Dispatch(Relay *relay, CmdHdr *hdr, const char *rest) {
   }
   if (command == "ERROR") return Error(*relay, rest);
   DPRINTF(nullptr, kWarning, "[CommMgr: Results] Unable to figure out this command: %s\n",
-          record_text);
+          record.text);
   return false;
 }
 
@@ -96,7 +96,7 @@ void CommMgr_Results(int macro, int search_sock, int client_sock, std::int32_t m
     CmdHdr hdr;
     int length = kMessageSize;
     char *rest = nullptr;
-    const int result = Util_ReadInt(search_sock, record_text, &length, &hdr, &rest);
+    const int result = Util_ReadInt(search_sock, record.text, &length, &hdr, &rest);
     if (result == kRecordOver) {
       DPRINTF(nullptr, kInfo, "[CommMgr: Results] End of Data for SearchSock %d reached.\n",
               search_sock);

@@ -74,36 +74,35 @@ void MainCore_Listen(int listener, int fork_flag, MainCore_ClientFn handler) {
 
 void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
   DPRINTF(nullptr, kStatus, "[MainCore: TCPRead] TCP Read started.  Reading Socket %d\n", sock);
-  // Zero but for its first used bytes: what a child has not touched costs it no page.
+  // Zero between its uses, and cleared only where it was used: what a child has not touched costs
+  // it no page.
   static char command[kCommandSize + 1];
-  static std::size_t used = 0;
   bool overflowed = false;
   for (;;) {
-    std::memset(command, 0, used);
-    used = kCommandSize;
     int length = kCommandSize;
     const int rc = Sock_RecvDelim(sock, command, &length, "\n");
-    if (rc == kSockOverflow) {
-      DPRINTF(nullptr, kFatal,
-              "[MainCore: TCPRead] Incoming command has overflowed the receiving buffer.\n");
-      HEXDUMP(nullptr, kFatal, command, kCommandSize, "This is the filled buffer\n");
-      overflowed = true;
-    } else if (rc != kSockOk) {
-      DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Error %d from Sock_RecvTCP: socket %d\n", rc,
-              sock);
-      DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Terminating this Read thread and socket.\n");
-      Sock_Close(sock);  // Kept: the caller closes it once more, and that fails
-      return;
-    } else if (overflowed) {
-      overflowed = false;  // the rest of the line that did not fit
-    } else {
-      used = static_cast<std::size_t>(length);
+    if (rc == kSockOk && !overflowed) {
       // A client that left in the middle of a line has sent no command.
       if (length == 0) std::memset(command, 0, sizeof command);
       DPRINTF(nullptr, kInfo, "[MainCore: TCPRead] Socket %d...Data Dump:\n", sock);
       HEXDUMP(nullptr, kInfo, command, length, nullptr);
-      return handler(listener, sock, command);
+      handler(listener, sock, command);
+      std::memset(command, 0, static_cast<std::size_t>(length));
+      return;
     }
+    overflowed = rc == kSockOverflow;  // the line goes on, and what is left of it is no command
+    if (overflowed) {
+      DPRINTF(nullptr, kFatal,
+              "[MainCore: TCPRead] Incoming command has overflowed the receiving buffer.\n");
+      HEXDUMP(nullptr, kFatal, command, kCommandSize, "This is the filled buffer\n");
+    }
+    std::memset(command, 0, sizeof command);
+    if (rc == kSockOk || overflowed) continue;
+    DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Error %d from Sock_RecvTCP: socket %d\n", rc,
+            sock);
+    DPRINTF(nullptr, kFatal, "[MainCore: TCPRead] Terminating this Read thread and socket.\n");
+    Sock_Close(sock);  // Kept: the caller closes it once more, and that fails
+    return;
   }
 }
 

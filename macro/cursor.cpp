@@ -15,21 +15,27 @@ constexpr std::size_t kPatternSize = 1024;
 constexpr int kTermsSize = 2048;
 
 char empty_document[1] = "";
-char *start = empty_document;
-int length = 0;
-int cursor = 0;
+
+// What a run works on.
+struct Input {
+  char *start;
+  int length;
+  int cursor;
+};
+
+Input input = {empty_document, 0, 0};
 
 // The offset of the pattern at or behind from; -1: not there.
 int Search(std::string_view pattern, int from) {
-  if (from > length) return -1;
-  const std::string_view text(start, static_cast<std::size_t>(length));
+  if (from > input.length) return -1;
+  const std::string_view text(input.start, static_cast<std::size_t>(input.length));
   const std::size_t at = text.find(pattern, static_cast<std::size_t>(from));
   return at == std::string_view::npos ? -1 : static_cast<int>(at);
 }
 
 // From the cursor to the end, and then from the start.
 int SearchAround(const char *name, const char *pattern) {
-  const int at = Search(pattern, cursor);
+  const int at = Search(pattern, input.cursor);
   if (at >= 0) return at;
   DPRINTF(nullptr, kWarning, "[Macro: FindField] Wraparound looking for '%s' (%s)\n", name,
           pattern);
@@ -38,8 +44,8 @@ int SearchAround(const char *name, const char *pattern) {
 
 // Where the text that position lies in ends.
 const char *EndOf(const char *position) {
-  const char *end = start + length;
-  return position >= start && position <= end ? end : position + std::strlen(position);
+  const char *end = input.start + input.length;
+  return position >= input.start && position <= end ? end : position + std::strlen(position);
 }
 
 // The first such byte before end, or end.
@@ -81,40 +87,40 @@ char *HeapCopy(const char *text, int count) {
 }  // namespace
 
 int Macro_SetInput(char *document) {
-  start = document;
-  cursor = 0;
+  input.start = document;
+  input.cursor = 0;
   Macro_Remeasure();
   return 0;
 }
 
-void Macro_Remeasure() { length = static_cast<int>(std::strlen(start)); }
+void Macro_Remeasure() { input.length = static_cast<int>(std::strlen(input.start)); }
 
-char *Macro_Document() { return start; }
-int Macro_Length() { return length; }
-int Macro_Cursor() { return cursor; }
-void Macro_SetCursor(int offset) { cursor = std::clamp(offset, 0, length); }
+char *Macro_Document() { return input.start; }
+int Macro_Length() { return input.length; }
+int Macro_Cursor() { return input.cursor; }
+void Macro_SetCursor(int offset) { input.cursor = std::clamp(offset, 0, input.length); }
 
 int Macro_Seek(std::int32_t offset) {
-  if (offset < 0 || offset >= length) return 0;
-  cursor = offset;
+  if (offset < 0 || offset >= input.length) return 0;
+  input.cursor = offset;
   return 1;
 }
 
 const char *Macro_FindField(const char *name, int skip) {
-  const int before = cursor;
+  const int before = input.cursor;
   char pattern[kPatternSize + 1];
   const bool fits =
       Text_FormatTo(pattern, sizeof pattern, "%s%s=", name[0] == '\t' ? "" : "\t", name);
   int at = fits ? SearchAround(name, pattern) : -1;
   for (; at >= 0 && skip > 0; --skip) at = Search(pattern, at + 1);
   if (at < 0) {
-    cursor = before;
+    input.cursor = before;
     DPRINTF(nullptr, kWarning, "[Macro: FindField] Unable to find field = '%s' (%s)\n", name,
             pattern);
     return nullptr;
   }
-  cursor = at;
-  return start + at;
+  input.cursor = at;
+  return input.start + at;
 }
 
 char *Macro_GetTerms(const char *position, char *buffer, int *size) {

@@ -35,8 +35,8 @@ struct Run {
   int stack[kMacroStack];
   int depth;
   bool failed;  // ends the run
-  CmdHdr hdr;   // of the fetches
   char name[kMacroNameSize + 2];
+  CmdHdr hdr;  // of the fetch
 };
 
 // Ends the run; said once.
@@ -149,8 +149,8 @@ void Pop(Run *run) {
 // run.
 bool FillRequest(Run *run, std::string_view value) {
   constexpr std::string_view kBetween = ", |";
+  run->hdr = {};
   (void)Text_Copy(run->hdr.Command, "GETDOC");
-  run->hdr.BestFit = 0;
   const std::string_view group = Text_Token(&value, kBetween);
   const std::string_view type = Text_Token(&value, kBetween);
   const std::string_view number = Text_Token(&value, kBetween);
@@ -274,14 +274,13 @@ void Step(Run *run) {
 void Macro_SetFetch(Macro_FetchFn fetch) { fetch_document = fetch; }
 
 int Macro_Exec(int handle, char *document, char *output, int *len, int room) {
-  static Run run;  // its name alone is a page; only what is used is touched
+  alignas(4096) static Run run;  // its name alone is a page; only what is used is touched
   run.code = Macro_Code(handle, &run.code_size);
   run.at = run.op = run.op_at = run.count = run.depth = 0;
   run.output = output;
   run.capacity = std::max(*len, 0);
   run.room = room;
   run.failed = false;
-  run.hdr = {};
   Macro_SetInput(document);
   if (run.code == nullptr) Fail(&run, "macro is not open");
 

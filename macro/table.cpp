@@ -20,18 +20,27 @@ struct Slot {
   unsigned char *code;
   int size;
   const char *name;  // null until the slot is closed, then empty
+  bool on_heap;
 };
 
-Slot slots[kMacroSlots];
-int slot_count = 0;
+// It begins a page, and the code of the first macros lies behind the slots while there is room: a
+// new process pays for each page that it touches, and for the heap with several.
+struct alignas(4096) Table {
+  Slot slots[kMacroSlots];
+  int count;
+  std::size_t near_used;
+  unsigned char near[16384];
+};
+
+Table table;
 
 constexpr std::size_t kPathSize = 2048;
 constexpr off_t kMaxFile = INT32_MAX / 2 - 1;  // the buffer is twice the file
 
 // Kept: a loaded macro has no name here, so every open loads anew.
 int FindSlot(const char *name) {
-  for (int i = 0; i < slot_count; ++i)
-    if (slots[i].name != nullptr && std::strcmp(slots[i].name, name) == 0) return i;
+  for (int i = 0; i < table.count; ++i)
+    if (table.slots[i].name != nullptr && std::strcmp(table.slots[i].name, name) == 0) return i;
   return -1;
 }
 
@@ -40,17 +49,34 @@ bool FormatPath(char (&path)[kPathSize + 1], const char *name) {
   return Text_FormatTo(path, sizeof path, "%s/%s.mo", kLibraryDir, name);
 }
 
-// A new buffer in place of what a failed open left behind.
+void Release(Slot *slot) {
+  if (slot->on_heap) {
+    const SignalHold hold;
+    std::free(slot->code);
+  }
+  *slot = {};
+}
+
+std::size_t BufferSize(off_t file_size) { return 2 * static_cast<std::size_t>(file_size) + 1; }
+
+bool FitsNear(off_t file_size) {
+  return file_size <= kMaxFile && BufferSize(file_size) <= sizeof table.near - table.near_used;
+}
+
+// A new buffer in place of what a failed open left behind.  What lies near is taken for good once
+// the macro is loaded.
 bool Allocate(Slot *slot, off_t file_size) {
+  Release(slot);
+  if (FitsNear(file_size)) {
+    slot->code = table.near + table.near_used;
+    return true;
+  }
   const SignalHold hold;
-  std::free(slot->code);
-  slot->size = 0;
-  slot->code = nullptr;
   errno = ENOMEM;
   if (file_size <= kMaxFile)
-    slot->code =
-        static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size) + 1));
-  return slot->code != nullptr;
+    slot->code = static_cast<unsigned char *>(std::malloc(BufferSize(file_size)));
+  slot->on_heap = slot->code != nullptr;
+  return slot->on_heap;
 }
 
 // Fills the slot from the file; what is read ends the code, whatever the size was.
@@ -79,6 +105,7 @@ int Load(Slot *slot, const char *path) {
     return -1;
   }
   slot->size = static_cast<int>(got);
+  if (!slot->on_heap) table.near_used += BufferSize(status.st_size);
   return 1;
 }
 
@@ -93,31 +120,30 @@ int Macro_Open(const char *name) {
             ENAMETOOLONG);
     return -1;
   }
-  if (slot_count == kMacroSlots) {
+  if (table.count == kMacroSlots) {
     DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': all %d slots are taken\n",
             path, kMacroSlots);
     return -1;
   }
-  if (Load(&slots[slot_count], path) != 1) return -1;
-  return slot_count++;
+  if (Load(&table.slots[table.count], path) != 1) return -1;
+  return table.count++;
 }
 
 int Macro_Close(int handle) {
-  if (handle < 0 || handle >= slot_count) return 1;
-  const SignalHold hold;
-  std::free(slots[handle].code);
-  slots[handle] = {nullptr, 0, ""};
+  if (handle < 0 || handle >= table.count) return 1;
+  Release(&table.slots[handle]);
+  table.slots[handle].name = "";
   return 1;
 }
 
 int Macro_CloseAll() {
-  for (int i = 0; i < slot_count; ++i) Macro_Close(i);
+  for (int i = 0; i < table.count; ++i) Macro_Close(i);
   return 1;
 }
 
 const unsigned char *Macro_Code(int handle, int *size) {
   *size = 0;
-  if (handle < 0 || handle >= slot_count) return nullptr;
-  *size = slots[handle].size;
-  return slots[handle].code;
+  if (handle < 0 || handle >= table.count) return nullptr;
+  *size = table.slots[handle].size;
+  return table.slots[handle].code;
 }

@@ -30,6 +30,12 @@ struct CmdHdr {
 // Bytes of a message buffer; its storage is one byte larger, for the terminator.
 inline constexpr int kMessageSize = 40960;
 
+// That storage.  It begins a page, since a new process pays for each page that it touches, and most
+// messages fit into one.
+struct alignas(4096) MessageBuffer {
+  char text[kMessageSize + 1];
+};
+
 // Fills the fields that text carries; the caller has cleared the record.  The result is where the
 // predicate begins in text.  Null: there is no predicate, text is no header, or a field was refused
 // and logged; the fields before it stay.  text is neither changed nor kept.

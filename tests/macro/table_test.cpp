@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr int kLarge = 20000;  // bytes of a macro that has its buffer on the heap
+
 struct Opened {
   int handle;
   std::string log;  // at 103
@@ -112,7 +114,7 @@ MACRO_CASE(Open, FailingStat_ShowsItsError) {
 }
 
 MACRO_CASE(Open, FailingMalloc_ShowsItsErrorAndKeepsTheSlot) {
-  const std::string name = WriteMacro("a", "A");
+  const std::string name = WriteMacro("a", std::string(kLarge, 'A'));
   file_seams.fail_malloc = ENOMEM;
   const Opened opened = Open(name);
   EXPECT_EQ(opened.handle, -1);
@@ -132,8 +134,26 @@ MACRO_CASE(Open, FileTooLargeToHold_IsLoggedLikeAFailedMalloc) {
 }
 
 MACRO_CASE(Open, Buffer_HoldsTheFileTwice) {
-  EXPECT_EQ(Open(WriteMacro("a", std::string(1000, 'A'))).handle, 0);
-  EXPECT_GE(file_seams.malloc_size, 2000u);
+  EXPECT_EQ(Open(WriteMacro("a", std::string(kLarge, 'A'))).handle, 0);
+  EXPECT_GE(file_seams.malloc_size, 2u * kLarge);
+}
+
+MACRO_CASE(Open, Macros_DoNotShareABuffer) {
+  const std::string sizes[] = {std::string(1, '1'),    "",
+                               std::string(7000, '2'), std::string(3000, '3'),
+                               std::string(500, '4'),  std::string(kLarge, '5')};
+  for (const std::string &code : sizes) ASSERT_GE(Open(WriteMacro("a", code)).handle, 0);
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(CodeOf(i), sizes[i]);
+}
+
+MACRO_CASE(Open, ClosedSlots_LeaveTheOthersTheirCode) {
+  for (const char *code : {"one", "two"}) ASSERT_GE(Open(WriteMacro("a", code)).handle, 0);
+  ASSERT_GE(Open(WriteMacro("a", std::string(kLarge, 'A'))).handle, 0);
+  EXPECT_EQ(Macro_Close(0), 1);
+  EXPECT_EQ(Macro_Close(2), 1);
+  EXPECT_EQ(Open(WriteMacro("a", "three")).handle, 3);
+  EXPECT_EQ(CodeOf(1), "two");
+  EXPECT_EQ(CodeOf(3), "three");
 }
 
 MACRO_CASE(Open, FailingOpen_ShowsItsErrorAndKeepsTheSlot) {

@@ -19,11 +19,9 @@ void Fuzz_ResetMacros() {
 }
 
 void Fuzz_EmptyTable() {
-  for (Slot &slot : slots) {
-    std::free(slot.code);
-    slot = {};
-  }
-  slot_count = 0;
+  for (Slot &slot : table.slots) Release(&slot);
+  table.count = 0;
+  table.near_used = 0;
 }
 
 void Fuzz_FillTable(int count) {
@@ -36,7 +34,7 @@ void Fuzz_FillTable(int count) {
 int Fuzz_LoadMacro(std::string_view code) {
   const std::string name = Fuzz_ScratchDir() + "/page";
   FUZZ_CHECK(Fuzz_WriteFile(name + ".mo", code));
-  const int expected = slot_count < kMacroSlots ? slot_count : -1;
+  const int expected = table.count < kMacroSlots ? table.count : -1;
   const int handle = Macro_Open(name.c_str());
   FUZZ_CHECK(handle == expected);
   if (handle < 0) return handle;
@@ -50,6 +48,6 @@ int Fuzz_LoadMacro(std::string_view code) {
 void Fuzz_EndUndefined(const char *text) {
   if (!Fuzz_Words(text).starts_with("\n[undefined op-code = ")) return;
   if (++undefined_messages < kPatience) return;
-  for (const Slot &slot : slots)
+  for (const Slot &slot : table.slots)
     if (slot.size > 0) std::memset(slot.code, 0, static_cast<std::size_t>(slot.size));
 }
