@@ -10,6 +10,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cwchar>
+#include <limits>
 #include <string>
 
 #include "debug/fd_guard.h"
@@ -218,6 +220,16 @@ TEST(Log, DPRINTF_MessageAfterALongOne_StandsAlone) {
   EXPECT_EQ(log.Raw(), "short\n");
 }
 
+// The daemon's locale has no such letter, and the C library refuses it.
+TEST(Log, DPRINTF_TextThatCannotBeMade_LeavesItsHeaderAndTheNextMessageAlone) {
+  const LogCapture log(103);
+  EXPECT_EQ(DPRINTF(nullptr, kWarning, "%lc\n", wint_t{0x20ac}), 1);
+  EXPECT_NE(log.Raw(), "");
+  EXPECT_EQ(log.Messages(), "");
+  DPRINTF(nullptr, kWarning, "next\n");
+  EXPECT_EQ(log.Messages(), "next\n");
+}
+
 TEST(Log, DPRINTF_Collector_GetsTheTextWithItsTerminator) {
   const LogCapture log(103);
   const Sink sink;
@@ -347,6 +359,13 @@ TEST(Log, TimeText_IsThatOfCtime) {
        {std::time_t{0}, std::time_t{1000000000}, std::time_t{INT32_MAX}})
     EXPECT_EQ(std::string(Debug_TimeText(seconds, text)), std::ctime(&seconds));
   EXPECT_EQ(std::string(text).size(), 25U);
+}
+
+// The year of the last second does not fit 32 bits, where a time has more of them.
+TEST(Log, TimeText_BeyondTheCalendar_IsALineEnd) {
+  const std::time_t last = std::numeric_limits<std::time_t>::max();
+  char text[kTimeTextSize];
+  EXPECT_STREQ(Debug_TimeText(last, text), sizeof last > 4 ? "\n" : std::ctime(&last));
 }
 
 TEST(SignalHold, Signal_WaitsForTheEndOfTheObject) {

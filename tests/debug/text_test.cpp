@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <cwchar>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,12 @@ TEST(Text, Format_TellsWhetherTheTextFitted) {
   EXPECT_STREQ(field, "1234");
   EXPECT_FALSE(Text_FormatTo(field, sizeof field, "%d", 12345));
   EXPECT_STREQ(field, "1234");
+}
+
+TEST(Text, Format_TextThatCannotBeMade_DoesNotFit) {
+  char field[5];
+  EXPECT_FALSE(Text_FormatTo(field, sizeof field, "%lc", wint_t{0x20ac}));
+  EXPECT_EQ(field[0], '\0');
 }
 
 TEST(Text, Length_OfNull_IsZero) {
