@@ -484,8 +484,9 @@ TEST(RecvAnnounce, TextsThatFillTheirFields_AreKeptWhole) {
 
 TEST(RecvAnnounce, LongTexts_AreCutAndReportedOnceEachAt103) {
   const std::string id(64, 'i');
-  const Parsed parsed =
-      Receive("\tID=" + id + "\tTYPE=S\tIP=255.255.255.2551\tCLIENTPORT=1\tADMINPORT=2\n");
+  const std::string text =
+      "\tID=" + id + "\tTYPE=S\tIP=255.255.255.2551\tCLIENTPORT=1\tADMINPORT=2\n";
+  const Parsed parsed = Receive(text);
   EXPECT_EQ(parsed.result, 1);
   EXPECT_EQ(parsed.log, "[Init: RecvAnnounce] ID cut to '" + id.substr(1) +
                             "'\n"
@@ -493,6 +494,7 @@ TEST(RecvAnnounce, LongTexts_AreCutAndReportedOnceEachAt103) {
   EXPECT_EQ(parsed.child.ID, id.substr(1));
   EXPECT_STREQ(parsed.child.ClientAddr.IP, "255.255.255.255");
   EXPECT_STREQ(parsed.child.AdminAddr.IP, "255.255.255.255");
+  EXPECT_EQ(Receive(text, 104).log, "");
 }
 
 TEST(RecvAnnounce, ValueOf256Characters_IsTheLongestThatIsTaken) {

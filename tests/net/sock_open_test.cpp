@@ -207,6 +207,16 @@ TEST(Sock, GetError_NoPendingError_IsErrno) {
   EXPECT_EQ(output.log, "");
 }
 
+TEST(Sock, GetError_StandardOutputIsFull_IsStillTheErrorBefore) {
+  const TcpPair pair;
+  const Fd before(dup(STDOUT_FILENO)), full(open("/dev/full", O_WRONLY));
+  dup2(full, STDOUT_FILENO);
+  errno = EPIPE;
+  const int rc = Sock_GetError(pair.near);
+  dup2(before, STDOUT_FILENO);
+  EXPECT_EQ(rc, EPIPE);
+}
+
 TEST(Sock, GetError_PendingError_ComesBeforeErrnoAndIsClearedByReading) {
   const Fd sock(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
   SockAddr addr = Loopback(FreePort());

@@ -175,14 +175,15 @@ TEST(SockTCP, RecvTCP_PeerHasClosed_IsSuccessOfLength0) {
 
 TEST(SockTCP, RecvTCP_BadArgument_IsRefusedWithoutAMessage) {
   char buf[8];
-  int len = sizeof buf, none = 0, rc[3] = {};
+  int len = sizeof buf, none = 0, rc[4] = {};
   const Seams seams;
   std::string written;
   {
     const Output output = Capture(101, [&] {
       rc[0] = Sock_RecvTCP(-1, buf, &len, 0);
       rc[1] = Sock_RecvTCP(0, nullptr, &len, 0);
-      rc[2] = Sock_RecvTCP(0, buf, &none, 0);
+      rc[2] = Sock_RecvTCP(0, buf, nullptr, 0);
+      rc[3] = Sock_RecvTCP(0, buf, &none, 0);
     });
     written = output.log + output.out;
   }
@@ -543,6 +544,25 @@ TEST_F(Transact, TransactTCP_ReceiveFails_LogsBothLinesAndLeavesTheSocketOpen) {
   EXPECT_TRUE(IsOpen(left));
 }
 
+TEST_F(Transact, TransactTCP_Failures_AreLoggedAt103) {
+  for (const Call call : {Call::kSend, Call::kRecv}) {
+    Seams seams;
+    seams.Fail(call, EPIPE);
+    EXPECT_EQ(Capture(104, [&] { Sock_TransactTCP(&addr_, "ping", 4, reply_, &len_, 0); }).log, "");
+    EXPECT_EQ(seams.Count(call), 1);
+    const Fd left(seams.LastSocket());
+  }
+}
+
+TEST_F(Transact, TransactTCP_NullAddress_IsBadArgumentWithoutAMessage) {
+  const Seams seams;
+  const Output output =
+      Capture(101, [&] { rc_ = Sock_TransactTCP(nullptr, "ping", 4, reply_, &len_, 0); });
+  EXPECT_EQ(rc_, -3);
+  EXPECT_EQ(output.log + output.out, "");
+  EXPECT_EQ(seams.Count(Call::kSocket), 0);
+}
+
 TEST_F(Transact, TransactTCP_CloseFails_IsStillSuccess) {
   Seams seams;
   AnswerWith(&seams, "pong", 4);
@@ -619,6 +639,24 @@ TEST_F(Transact, ConnectAndSend_SendFails_ClosesTheSocketAndKeepsThePlaceEmpty) 
                             Num(seams.LastSocket()) + ".\n[Socket: Conn&Send] Unable to send to " +
                             Place() + ": rc = -32\n");
   EXPECT_FALSE(IsOpen(seams.LastSocket()));
+}
+
+TEST_F(Transact, ConnectAndSend_SendFails_IsLoggedAt103) {
+  Seams seams;
+  seams.Fail(Call::kSend, EPIPE);
+  int place = 99;
+  EXPECT_EQ(Capture(104, [&] { rc_ = Sock_ConnectAndSend(&addr_, &place, "x", 1, 0); }).log, "");
+  EXPECT_EQ(rc_, -EPIPE);
+}
+
+TEST_F(Transact, ConnectAndSend_NullAddress_IsBadArgumentWithoutAMessage) {
+  const Seams seams;
+  int place = 99;
+  const Output output =
+      Capture(101, [&] { rc_ = Sock_ConnectAndSend(nullptr, &place, "x", 1, 0); });
+  EXPECT_EQ(rc_, -3);
+  EXPECT_EQ(output.log + output.out, "");
+  EXPECT_EQ(seams.Count(Call::kSocket), 0);
 }
 
 TEST_F(Transact, ConnectAndSend_EmptyData_IsAFailedSend) {

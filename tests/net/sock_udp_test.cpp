@@ -183,12 +183,13 @@ TEST_F(SockUDP, RecvUDP_SenderWithoutAddress_FailsWithItsLengthSet) {
 }
 
 TEST_F(SockUDP, RecvUDP_BadArgument_IsRefusedWithoutAMessage) {
-  int rc[4] = {};
+  int rc[5] = {}, negative = -1;
   const Output output = Capture(101, [&] {
     rc[0] = Sock_RecvUDP(-1, buf_, &len_, &from_, 0);
     rc[1] = Sock_RecvUDP(receiver_, nullptr, &len_, &from_, 0);
     rc[2] = Sock_RecvUDP(receiver_, buf_, nullptr, &from_, 0);
-    rc[3] = Sock_RecvUDP(receiver_, buf_, &len_, nullptr, 0);
+    rc[3] = Sock_RecvUDP(receiver_, buf_, &negative, &from_, 0);
+    rc[4] = Sock_RecvUDP(receiver_, buf_, &len_, nullptr, 0);
   });
   for (const int code : rc) EXPECT_EQ(code, -3);
   EXPECT_EQ(output.log + output.out, "");

@@ -144,6 +144,16 @@ TEST(Pair, Search4Pair_TagTooLongForThePattern_IsRefusedAndLoggedOnceAt103) {
   const Found found = Search(text, tag.c_str(), 1, 6000, 103);
   EXPECT_EQ(found.rc, 0);
   EXPECT_EQ(found.log, "[Util: Search4Pair] tag of 5000 characters is too long\n");
+  EXPECT_EQ(Search(text, tag.c_str(), 1, 6000, 104).log, "");
+}
+
+TEST(Pair, Search4Pair_NegativeLength_IsAnOverflow) {
+  char out[8] = "kept";
+  int len = -1, rc = 9;
+  EXPECT_EQ(MessagesAt(103, [&] { rc = Util_Search4Pair("\tID=a\n", out, &len, "ID", 1); }),
+            "[Util: Search4Pair] fieldvalpair overflow\n");
+  EXPECT_EQ(rc, 0);
+  EXPECT_STREQ(out, "kept");
 }
 
 TEST(Pair, Search4Pair_OutputOfOneByteMore_IsNotOverrun) {
@@ -199,25 +209,18 @@ TEST(Pair, SplitPair_LongPairWithoutADelimiter_IsShownUpTo4096Characters) {
               "[Util: SplitPair] delim '=' not found in pair '" + shown + "'\n");
 }
 
-TEST(Pair, SplitPair_PieceTooLongForItsPlace_IsRefusedAndLoggedOnce) {
-  char field[2][4];
-  const struct {
-    const char *pair;
-    const char *log;
-  } kPairs[] = {
-      {"abcd=x", "[Util: SplitPair] pair of 6 characters is too long: 'abc' = 'x'\n"},
-      {"x=abcd", "[Util: SplitPair] pair of 6 characters is too long: 'x' = 'abc'\n"},
-  };
-  for (const auto &row : kPairs) {
-    int rc = 9;
-    const Output output =
-        Capture(103, [&] { rc = Util_SplitPair(row.pair, field[0], field[1], '='); });
-    EXPECT_EQ(rc, 0) << row.pair;
-    EXPECT_EQ(output.log, row.log);
-  }
-  EXPECT_EQ(Util_SplitPair("abc=def", field[0], field[1], '='), 1);
-  EXPECT_STREQ(field[0], "abc");
-  EXPECT_STREQ(field[1], "def");
+TEST(Pair, SplitPair_PieceTooLongForItsPlace_IsRefusedAndLoggedOnceAt103) {
+  char name[4], value[4];
+  int rc = 9;
+  EXPECT_EQ(MessagesAt(103, [&] { rc = Util_SplitPair("abcd=x", name, value, '='); }),
+            "[Util: SplitPair] pair of 6 characters is too long: 'abc' = 'x'\n");
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(MessagesAt(103, [&] { rc = Util_SplitPair("x=abcd", name, value, '='); }),
+            "[Util: SplitPair] pair of 6 characters is too long: 'x' = 'abc'\n");
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(Util_SplitPair("abc=def", name, value, '='), 1);
+  EXPECT_STREQ(name, "abc");
+  EXPECT_STREQ(value, "def");
 }
 
 TEST(Pair, SplitView_Parts_AreViewsOfThePair) {
