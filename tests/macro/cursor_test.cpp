@@ -216,6 +216,15 @@ TEST(FindField, EmptyDocument_HasNoField) {
   EXPECT_EQ(document.Log(), Wraparound("a", "\ta=") + NoField("a", "\ta="));
 }
 
+TEST(FindField, TextThatEndsBeforeTheCursor_IsSearchedFromItsStart) {
+  Document document("\ta=1\tb=2\t");
+  ASSERT_EQ(document.Find("b"), 4);
+  Macro_Document()[3] = '\0';
+  Macro_Remeasure();
+  EXPECT_EQ(document.Find("a"), 0);
+  EXPECT_EQ(document.Log(), Wraparound("a", "\ta="));
+}
+
 TEST(FindField, PatternOf1024Characters_IsSearched) {
   const std::string name(1022, 'n');
   Document document("\ta=1\t" + name + "=2\t");
@@ -287,6 +296,13 @@ TEST(GetTerms, Value_BeginsBehindTheFirstEqualsSign) {
 TEST(GetTerms, FieldWithoutAnEqualsSign_TakesTheNextOne) {
   const Document document("\ta\tb=2\t");
   EXPECT_STREQ(Terms(document.At(0), 10).buffer.c_str(), "2");
+}
+
+TEST(GetTerms, FieldOutsideOfTheDocument_EndsWithItsOwnText) {
+  char texts[][6] = {"\tx=8", "\ta=1", "\ty=9"};
+  Macro_SetInput(texts[1]);
+  EXPECT_STREQ(Terms(texts[0], 10).buffer.c_str(), "8");
+  EXPECT_STREQ(Terms(texts[2], 10).buffer.c_str(), "9");
 }
 
 TEST(GetTerms, NoEqualsSign_IsLoggedAt103) {

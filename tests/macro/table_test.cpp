@@ -179,6 +179,27 @@ MACRO_CASE(Open, FailingRead_ShowsItsErrorAndKeepsTheSlot) {
   EXPECT_EQ(CodeOf(0), "A");
 }
 
+MACRO_CASE(Open, FailingCall_IsLoggedAt103) {
+  const std::string name = WriteMacro("a", "A");
+  const auto open_with = [&](int *failing) {
+    return MessagesAt(103, [&, failing] {
+      *failing = ENOMEM;
+      Macro_Open(name.c_str());
+    });
+  };
+  EXPECT_EQ(open_with(&file_seams.fail_stat), Unopened(name + ".mo", 12));
+  EXPECT_EQ(open_with(&file_seams.fail_malloc),
+            "[Macro: Open] Unable to malloc space for macro in '" + name + ".mo': errno = 12\n");
+  EXPECT_EQ(open_with(&file_seams.fail_open), Unopened(name + ".mo", 12));
+  EXPECT_EQ(MessagesAt(103,
+                       [&] {
+                         Seams seams;
+                         seams.Fail(Call::kRead, EIO);
+                         Macro_Open(name.c_str());
+                       }),
+            "[Macro: Open] Unable to read macro '" + name + ".mo': errno = 5\n");
+}
+
 MACRO_CASE(Open, Directory_CannotBeRead) {
   const std::string name = WriteMacro("a", "A");
   ASSERT_TRUE(std::filesystem::create_directory(name + "dir.mo"));
@@ -269,6 +290,12 @@ MACRO_CASE(Close, Twice_IsHarmless) {
   EXPECT_EQ(Macro_Close(0), 1);
   EXPECT_EQ(Macro_Close(0), 1);
   EXPECT_EQ(Macro_CloseAll(), 1);
+}
+
+MACRO_CASE(Close, HandleThatIsNotOpen_IsHarmless) {
+  Open(WriteMacro("a", "A"));
+  for (const int handle : {-1, 1, 20, 1000}) EXPECT_EQ(Macro_Close(handle), 1) << handle;
+  EXPECT_EQ(CodeOf(0), "A");
 }
 
 MACRO_CASE(Close, NextOpen_TakesANewSlot) {
