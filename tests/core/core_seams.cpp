@@ -1,13 +1,15 @@
 #include "tests/core/core_seams.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 
-Seam calloc_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
+Seam calloc_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
 
 bool Seam::Fails() {
   if (!ask) return false;
@@ -24,6 +26,15 @@ extern "C" {
 void *__real_calloc(std::size_t, std::size_t);
 void *__wrap_calloc(std::size_t count, std::size_t size) {
   return calloc_seam.Fails() ? nullptr : __real_calloc(count, size);
+}
+
+int __real_open(const char *, int, ...);
+int __wrap_open(const char *path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+  va_end(args);
+  return open_seam.Fails() ? -1 : __real_open(path, flags, mode);
 }
 
 int __real_select(int, fd_set *, fd_set *, fd_set *, timeval *);

@@ -14,7 +14,7 @@ struct Seam {
   bool Fails();
 };
 
-extern Seam calloc_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
+extern Seam calloc_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
 
 extern bool fail_split;  // Util_SplitPair finds its piece too long; in core_test alone
 

@@ -28,8 +28,10 @@ struct SeamName {
   const char *name;
   Seam *seam;
 };
-const SeamName kSeamNames[] = {
-    {"select", &select_seam}, {"setpgid", &setpgid_seam}, {"sysv_signal", &signal_seam}};
+const SeamName kSeamNames[] = {{"open", &open_seam},
+                               {"select", &select_seam},
+                               {"setpgid", &setpgid_seam},
+                               {"sysv_signal", &signal_seam}};
 
 void Arm(const std::string &name, int nth, int error, int times) {
   for (const Name &known : kNames) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/select.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "debug/log.h"
 #include "tests/core/core_seams.h"
 #include "tests/core/running.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/loopback.h"
 
 namespace {
@@ -113,6 +115,15 @@ TEST(Loop, FailedSelect_IsFollowedByReaping) {
 
 void Greet(int, int sock, const char *) { SendAll(sock, "served"); }
 void Leave(int, SockAddr *, const char *, int) { _exit(0); }
+
+TEST(Loop, DescriptorBeyondTheReadSet_EndsItWithALineAt104) {
+  int rc = 0;
+  EXPECT_EQ(MessagesAt(104, [&] { rc = MainCore_Loop(3, FD_SETSIZE, nullptr, nullptr); }),
+            "[MainCore: main] Descriptor 1024 is beyond the 1024 that can be watched.\n");
+  EXPECT_EQ(rc, -EMFILE);
+  Capture(104, [&] { rc = MainCore_Loop(FD_SETSIZE, 3, nullptr, nullptr); });
+  EXPECT_EQ(rc, -EMFILE);
+}
 
 // Whichever of the two was opened first.
 TEST(Loop, EitherDescriptor_MayBeTheGreater) {

@@ -1,5 +1,7 @@
 // What main() does before the command line is looked at.
 #include <gtest/gtest.h>
+#include <sysexits.h>
+#include <unistd.h>
 
 #include "tests/core/running.h"
 
@@ -52,6 +54,17 @@ TEST(ProcessSetUp, RefusedGroupOfAProcessThatLeadsNone_IsAFailure) {
   const Ended ended = Start("setpgid:1:1", "104");
   EXPECT_EQ(0, ended.status);
   EXPECT_EQ("[MainCore: main] Can't setsid \n", ended.log);
+}
+
+// A log line would travel down the first connection.
+TEST(ProcessSetUp, ClosedDescriptorWithoutANullDevice_EndsWithStatus72) {
+  const Setting fail("KORVO_FAIL", "open:1:2");
+  for (const int closed : {0, 1, 2}) {
+    const Folder folder;
+    Process process({KORVO_COMMMGR}, folder.Path(), [=] { close(closed); });
+    EXPECT_EQ(EX_OSFILE, ExitStatus(process.Wait())) << closed;
+    EXPECT_EQ("", process.Output() + process.Log());
+  }
 }
 
 TEST(ProcessSetUp, TakesFiveDispositionsAndOneGroup) {

@@ -1,6 +1,10 @@
+#include "core/startup.h"
+
 #include <gtest/gtest.h>
 
+#include "debug/log.h"
 #include "tests/core/running.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/loopback.h"
 
 namespace {
@@ -61,6 +65,16 @@ TEST(CommandLine, Usage_OpensNothing) {
     EXPECT_NE(std::string::npos, ended.output.find("D O N ' T     P A N I C"));
     EXPECT_EQ("", ended.log);
   }
+}
+
+// Started with no argument at all, not even its name.
+TEST(CommandLine, NoName_IsUsageWithoutOne) {
+  char *none[] = {nullptr};
+  int rc = -1;
+  const Output output = Capture(kInfo, [&] { rc = MainCore_Startup(0, none); });
+  EXPECT_EQ(0, rc);
+  EXPECT_NE(std::string::npos, output.out.find("USAGE:\t [program id] <config dir>\n"));
+  EXPECT_EQ("", output.log);
 }
 
 struct Failure {
