@@ -180,7 +180,7 @@ MACRO_CASE(Open, FailingRead_ShowsItsErrorAndKeepsTheSlot) {
 }
 
 MACRO_CASE(Open, FailingCall_IsLoggedAt103) {
-  const std::string name = WriteMacro("a", "A");
+  const std::string name = WriteMacro("a", std::string(kLarge, 'A'));
   const auto open_with = [&](int *failing) {
     return MessagesAt(103, [&, failing] {
       *failing = ENOMEM;
