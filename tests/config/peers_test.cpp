@@ -131,15 +131,17 @@ TEST_F(Peers, InsertSearchMgr_DroppedOne_IsListedAgainByItsNextAnnouncement) {
   EXPECT_EQ(Show(SearchMgrList), "S1:1 S2:4 S3:5 ");
 }
 
+// The C library keeps the first few that are freed, and counts them as in use.
 TEST_F(Peers, Insert_ReplacedAndDroppedRecords_AreFreed) {
   Doc({"A"});
   Search({"A", "B"});
-  const std::size_t before = InUse();
-  for (int i = 0; i < 100; ++i) {
+  std::size_t after_some = 0;
+  for (int i = 0; i < 200; ++i) {
     Doc({"A"});
     Search({"C", "D", "B"});  // B drops the two behind it
+    if (i == 100) after_some = InUse();
   }
-  EXPECT_EQ(InUse(), before);
+  EXPECT_EQ(InUse(), after_some);
 }
 
 TEST_F(Peers, Insert_SameIdInBothLists_KeepsThemApart) {
