@@ -46,7 +46,9 @@ Socket ConnectTo(int port);
 class Manager {
  public:
   Manager();
+  ~Manager() { ReleasePort(port_); }
   int Port() const { return port_; }
+  int Fd() const { return listener_.Fd(); }
   Socket Accept() const;
   bool Called() const;  // somebody waits to be accepted now
 
