@@ -21,7 +21,9 @@
 
 namespace {
 
-constexpr uid_t kNobodyElse = 54321;  // a user who owns no process
+// A user who owns no process, nor does another run of this test make any for him.
+const uid_t nobody_else = 1'000'000 + static_cast<uid_t>(getpid());
+
 constexpr const char *kNoDocument = "\t@COMMAND=ERROR\tUnable to retreive document.";
 
 // Whether a process of ours is allowed to do that.
@@ -34,8 +36,8 @@ bool Allowed(const std::function<bool()> &action) {
 }
 
 bool BecomeNobodyElse() {
-  return setresgid(kNobodyElse, kNobodyElse, kNobodyElse) == 0 &&
-         setresuid(kNobodyElse, kNobodyElse, kNobodyElse) == 0;
+  return setresgid(nobody_else, nobody_else, nobody_else) == 0 &&
+         setresuid(nobody_else, nobody_else, nobody_else) == 0;
 }
 
 bool LeaveMounts() {
