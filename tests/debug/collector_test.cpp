@@ -116,6 +116,17 @@ TEST_F(Collector, Init_DestinationFails_IsLoggedAndInitGoesOn) {
   EXPECT_EQ(output.out, "[DEBUG: Init] Debug subsystem initialized successfully.\n");
 }
 
+TEST_F(Collector, Init_Destination_IsPort113OfThisMachine) {
+  const TempDir dir;  // where the fall-back file is written
+  Seams seams;
+  seams.Fail(Call::kSendto, EPERM, 1, kEveryTime);
+  Capture(103, [] {
+    Debug_Init();
+    DPRINTF(nullptr, kWarning, "a line\n");
+  });
+  EXPECT_NE(FileText("debug.log").find(" to 127.0.0.1:113.\n"), std::string::npos);
+}
+
 TEST_F(Collector, Init_Messages_HaveTheirOwnLevels) {
   const std::string failed = "[DEBUG: Init] Error initing socket to Syslogd, rc = -1\n";
   const std::string done = "[DEBUG: Init] Debug subsystem initialized successfully.\n";

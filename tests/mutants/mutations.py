@@ -155,6 +155,8 @@ class _File:
 
     def begins_statement(self, index):
         before = self.text(index - 1)
+        if self.text(index) == "{":
+            return False
         if before == ")":
             opening = next(first for first, last in self.partner.items() if last == index - 1)
             return self.text(opening - 1) in ("if", "while", "for")
@@ -206,7 +208,7 @@ class _File:
     def is_assignment(self, index, last):
         if self.text(index) in ("++", "--"):
             return True
-        if self.text(index) in NO_STATEMENT:
+        if self.text(index) in NO_STATEMENT or self.text(last - 1) in ("delete", "default"):
             return False
         at = index
         while at < last and self.text(at) not in ASSIGNMENTS:

@@ -5,6 +5,7 @@ Works in copies of the tree below build/mutants; leaves a line per mutant in bui
 Exit status 1: a mutant survived that survivors.txt does not explain.
 """
 import collections
+import fcntl
 import pathlib
 import sys
 import time
@@ -16,6 +17,7 @@ import survivors
 import trial
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+RESULTS = ROOT / "build" / "mutants" / "results.txt"
 DEFAULT_SEED = 1
 WORKERS = 2
 
@@ -32,20 +34,25 @@ def arguments():
     return int(words[0]), int(words[1]) if len(words) == 2 else DEFAULT_SEED
 
 
+def take_results():
+    """The results' file, which belongs to one run at a time, as the workers' copies do."""
+    RESULTS.parent.mkdir(parents=True, exist_ok=True)
+    file = open(RESULTS, "a")
+    try:
+        fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        refuse(75, f"another run works in {RESULTS.parent}; wait for its end")
+    file.truncate(0)
+    return file
+
+
 def line(verdict):
     mutant = verdict.mutant
     return f"{mutant.path}:{mutant.line} {mutant.kind}: {mutant.change}"
 
 
-def write_results(verdicts):
-    with open(ROOT / "build" / "mutants" / "results.txt", "w") as file:
-        for verdict in sorted(verdicts, key=lambda verdict: (verdict.mutant.path, verdict.mutant.start)):
-            print(f"{verdict.outcome} {verdict.where} {verdict.seconds:.1f} s {line(verdict)}", file=file)
-
-
 def report(verdicts, reasons, seconds):
     """Prints it; how many survivors nobody has explained."""
-    write_results(verdicts)
     alive = [verdict for verdict in verdicts if verdict.outcome == trial.SURVIVED]
     unexplained = [verdict for verdict in alive if survivors.key(verdict.mutant) not in reasons]
     for verdict in alive:
@@ -64,21 +71,16 @@ def report(verdicts, reasons, seconds):
     return len(unexplained)
 
 
-def progress(total):
-    done = collections.Counter()
-
-    def tell(verdict):
-        done[verdict.outcome] += 1
-        if sum(done.values()) % 25 == 0:
-            print(f"  {sum(done.values())} tried for {total}: {dict(done)}", file=sys.stderr, flush=True)
-
-    return tell
+def write(verdict, file):
+    where = f" by {verdict.where}_test" if verdict.where else ""
+    print(f"{verdict.outcome}{where} {verdict.seconds:.1f} s {line(verdict)}", file=file, flush=True)
 
 
 def main():
     wanted, seed = arguments()
     if not sandbox.available():
         refuse(69, "cannot make process and network namespaces, which hold a mutant in; run as root")
+    results = take_results()
     mutants = mutations.all_mutants(ROOT)
     try:
         reasons = survivors.explained(mutants)
@@ -88,7 +90,7 @@ def main():
     except (survivors.Malformed, trial.Unusable) as failure:
         refuse(70, failure)
     start = time.monotonic()
-    verdicts = draw.try_out(workers, draw.order(mutants, seed), wanted, progress(wanted))
+    verdicts = draw.try_out(workers, draw.order(mutants, seed), wanted, lambda verdict: write(verdict, results))
     sys.exit(1 if report(verdicts, reasons, time.monotonic() - start) > 0 else 0)
 
 

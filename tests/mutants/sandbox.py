@@ -1,10 +1,11 @@
 """Runs a test program so that a mutant can harm nothing outside: in its own process, mount and network namespaces,
-under limits, and with a time limit after which all of it is killed."""
+under limits, and killed whole when nothing comes of it any more."""
 import os
 import pathlib
 import signal
 import subprocess
 import sys
+import time
 
 _CONFINE = pathlib.Path(__file__).parent / "confine.py"
 _FIRST_UID = 60100  # one that nobody has, for each worker its own: processes are counted by user
@@ -27,20 +28,29 @@ class Sandbox:
         if self._uid != "-":
             os.chown(scratch, int(self._uid), int(self._uid))
 
-    def run(self, command, seconds, output):
-        """The exit status; None when the time was up."""
-        command = [*_namespaces(), sys.executable, "-I", "-S", str(_CONFINE), self._uid, str(int(seconds) + 1), *command]
+    def run(self, command, patience, output):
+        """The exit status; None when it wrote nothing for that many seconds, as a program without a next test does."""
+        cpu_seconds = str(int(patience) + 1)
+        command = [*_namespaces(), sys.executable, "-I", "-S", str(_CONFINE), self._uid, cpu_seconds, *command]
         with open(output, "wb") as out:
             process = subprocess.Popen(command, cwd=self._scratch, stdin=subprocess.DEVNULL, stdout=out,
                                        stderr=subprocess.DEVNULL, env={**os.environ, "TMPDIR": str(self._scratch)},
                                        start_new_session=True)
             try:
-                return process.wait(seconds)
-            except subprocess.TimeoutExpired:
-                return None
+                return self._wait(process, patience, out.fileno())
             finally:
                 self._end(process)
                 self._empty()
+
+    @staticmethod
+    def _wait(process, patience, out):
+        left = patience
+        while left > 0:
+            try:
+                return process.wait(left)
+            except subprocess.TimeoutExpired:
+                left = os.fstat(out).st_mtime + patience - time.time()
+        return None
 
     @staticmethod
     def _end(process):
