@@ -244,11 +244,20 @@ TEST(Startup, HeldBackSignals_AreLetThrough) {
   EXPECT_EQ(0, ExitStatus(process.Wait()));
 }
 
+bool Listens(int port) {
+  const Socket sock(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in addr = {};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<std::uint16_t>(port));
+  return connect(sock.Fd(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) == 0;
+}
+
 TEST(Startup, ClosedDescriptors_LeadToTheNullDevice) {
   const Folder folder;
-  const int admin = ReservePort();
-  folder.Write("korvo.conf", "web1 C 127.0.0.1 " + std::to_string(ReservePort()) + " " +
-                                 std::to_string(admin) + " -\n");
+  const int port = ReservePort();
+  folder.Write("korvo.conf", "web1 C 127.0.0.1 " + std::to_string(port) + " " +
+                                 std::to_string(ReservePort()) + " -\n");
   Process process({KORVO_COMMMGR, "web1", folder.Path()}, folder.Path(), [] {
     for (int fd = 0; fd < 3; ++fd) close(fd);
   });
@@ -260,6 +269,10 @@ TEST(Startup, ClosedDescriptors_LeadToTheNullDevice) {
   };
   for (int fd = 0; fd < 3; ++fd)
     EXPECT_TRUE(Eventually([&] { return target(fd) == "/dev/null"; })) << target(fd);
+  EXPECT_TRUE(Eventually([&] { return Listens(port); }));
+  const Socket client = ConnectTo(port);
+  client.Send("no command\n");
+  EXPECT_EQ("", client.ReadAll()) << "the log came down the connection";
 }
 
 TEST(Startup, Banner_AppearsAtOnceAndOnce) {
