@@ -2,8 +2,8 @@
 """tests/coverage/check.py REPORT LIST   holds a report of gcovr (--json) against the list of what never runs
 
 Every line of the daemon's folders runs, and so does every branch but those that the list explains: at least 97 of
-100.  The explained ones and the figures go to standard output.  Whatever is otherwise is a line on standard error
-each, and exit status 1.
+100.  The explained ones and the figures go to standard output.  Whatever is otherwise is a line on standard error,
+and exit status 1.
 """
 import collections
 import json
@@ -106,20 +106,25 @@ def compare(report, path):
     return faults
 
 
-def main():
-    if len(sys.argv) != 3:
+def main(arguments):
+    if len(arguments) != 2:
         fail(64, "usage: tests/coverage/check.py REPORT LIST")
-    report = Report(sys.argv[1])
-    faults = compare(report, sys.argv[2])
+    path, explained = arguments
+    try:
+        report = Report(path)
+        faults = compare(report, explained)
+    except OSError as error:
+        fail(66, "%s: %s" % (error.filename, error.strerror))
     lines = report.lines - len(report.idle_lines)
     branches = report.branches - len(report.idle_branches)
     print("%d of %d lines, %d of %d branches: %.2f of 100" %
           (lines, report.lines, branches, report.branches, 100 * branches / report.branches))
     if 100 * branches < LEAST * report.branches:
-        faults.append("%s: less than %d of 100 branches run" % (sys.argv[1], LEAST))
+        faults.append("%s: less than %d of 100 branches run" % (path, LEAST))
     for fault in faults:
         print(fault, file=sys.stderr)
-    sys.exit(1 if faults else 0)
+    return 1 if faults else 0
 
 
-main()
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
