@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -138,6 +139,7 @@ class ProcessLimit : public testing::Test {
     other_ = fork();
     if (other_ == 0) {
       if (!BecomeNobodyElse()) _exit(125);
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
       close(ready[1]);
       for (;;) pause();
     }

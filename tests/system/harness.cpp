@@ -207,6 +207,9 @@ Process::Process(const std::vector<std::string> &argv, const std::string &folder
               CLOSE_RANGE_CLOEXEC);  // what the runner left open would move the numbers in the log
   if (chdir(folder_.c_str()) != 0) _exit(126);
   if (prepare) prepare();
+  // Behind a change of the user, which takes it back: a test that is killed leaves no daemon
+  // behind, whose log could fill the disk.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   execv(args[0], args.data());
   _exit(127);
 }
