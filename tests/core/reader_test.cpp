@@ -327,6 +327,12 @@ TEST_F(UDPRead, Datagram_IsHandedOnZeroFilledTo4096Bytes) {
   EXPECT_EQ(3, received.calls);
 }
 
+TEST_F(UDPRead, Datagram_IsAskedForWithoutFlags) {
+  const Seams seams;
+  Read("x");
+  EXPECT_NE(std::string::npos, seams.Trace().find("recvfrom(4096, 0")) << seams.Trace();
+}
+
 TEST_F(UDPRead, LongerDatagram_IsCutTo4096Bytes) {
   Read(std::string(4096, 'x') + "y");
   EXPECT_EQ(4096, received.len);

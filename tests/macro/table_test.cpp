@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -254,6 +256,13 @@ MACRO_CASE(Open, LongerPath_IsRefusedWithOneLineAt103) {
   EXPECT_EQ(Open(std::string(5000, 'x')).handle, -1);
 }
 
+MACRO_CASE(Open, LongerPathInTheLibrary_IsRefusedWithOneLine) {
+  const std::string library = std::string(kLibraryDir) + "/";
+  const std::string name(2049 - library.size() - std::strlen(".mo"), 'x');
+  EXPECT_EQ(MessagesAt(103, [&] { Macro_Open(name.c_str()); }),
+            Unopened((library + name + ".mo").substr(0, 2048), ENAMETOOLONG));
+}
+
 MACRO_CASE(Open, The21stMacro_IsRefusedAndTheFirst20StayUsable) {
   const std::string name = WriteMacro("a", "A");
   for (int i = 0; i < 20; ++i) EXPECT_EQ(Open(name).handle, i);
@@ -283,6 +292,9 @@ MACRO_CASE(Close, OpenMacro_LosesItsCode) {
   EXPECT_EQ(Macro_Close(0), 1);
   EXPECT_EQ(CodeOf(0), "none");
   EXPECT_EQ(CodeOf(1), "B");
+  int size = -1;
+  Macro_Code(0, &size);
+  EXPECT_EQ(size, 0);
 }
 
 MACRO_CASE(Close, Twice_IsHarmless) {
@@ -294,7 +306,8 @@ MACRO_CASE(Close, Twice_IsHarmless) {
 
 MACRO_CASE(Close, HandleThatIsNotOpen_IsHarmless) {
   Open(WriteMacro("a", "A"));
-  for (const int handle : {-1, 1, 20, 1000}) EXPECT_EQ(Macro_Close(handle), 1) << handle;
+  for (const int handle : {INT_MIN / 64, -1, 1, 20, 1000, INT_MAX / 64})
+    EXPECT_EQ(Macro_Close(handle), 1) << handle;
   EXPECT_EQ(CodeOf(0), "A");
 }
 

@@ -6,6 +6,7 @@ process ends all that the program has left behind.  UID -: the user stays who he
 import fcntl
 import os
 import resource
+import signal
 import socket
 import struct
 import sys
@@ -34,6 +35,8 @@ def main():
     child = os.fork()
     if child == 0:
         limit(cpu_seconds)
+        for ignored in (signal.SIGPIPE, signal.SIGXFSZ):  # by this interpreter, and then by all that it starts
+            signal.signal(ignored, signal.SIG_DFL)
         if uid != "-":  # root is bound by no number of processes; the tree may stand where only root can read
             command = ["setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups", "--inh-caps=+dac_override",
                        "--ambient-caps=+dac_override", *command]

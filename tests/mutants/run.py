@@ -2,7 +2,7 @@
 """run.py N [SEED]: changes the daemon's sources in N places, one at a time, and sees whether the tests notice.
 
 Works in copies of the tree below build/mutants; leaves a line per mutant in build/mutants/results.txt.
-Exit status 1: a mutant survived that survivors.txt does not explain.
+Exit status 1: a mutant survived that survivors.txt does not explain, or survivors.txt explains what is no mutant.
 """
 import collections
 import fcntl
@@ -83,7 +83,7 @@ def main():
     results = take_results()
     mutants = mutations.all_mutants(ROOT)
     try:
-        reasons = survivors.explained(mutants)
+        reasons = survivors.explained()
         print(f"Mutants: {wanted} of {len(mutants)}, seed {seed}", flush=True)
         workers = [trial.Worker(number, ROOT) for number in range(WORKERS)]
         draw.prepare(workers)
@@ -91,7 +91,11 @@ def main():
         refuse(70, failure)
     start = time.monotonic()
     verdicts = draw.try_out(workers, draw.order(mutants, seed), wanted, lambda verdict: write(verdict, results))
-    sys.exit(1 if report(verdicts, reasons, time.monotonic() - start) > 0 else 0)
+    unexplained = report(verdicts, reasons, time.monotonic() - start)
+    outdated = survivors.outdated(reasons, mutants)
+    for entry in outdated:
+        print(f"no mutant of these sources any more, take it out of survivors.txt: {entry}")
+    sys.exit(1 if unexplained or outdated else 0)
 
 
 main()

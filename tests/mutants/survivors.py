@@ -13,7 +13,7 @@ def key(mutant):
     return f"{mutant.path}: {mutant.change}"
 
 
-def explained(mutants):
+def explained():
     """The reasons by key."""
     reasons, current = {}, None
     for number, line in enumerate(_LIST.read_text().splitlines(), 1):
@@ -26,10 +26,13 @@ def explained(mutants):
             reasons[current] = f"{reasons[current]} {line.strip()}".strip()
         else:
             raise Malformed(f"{_LIST}:{number}: a reason without a mutant above it")
-    known = {key(mutant) for mutant in mutants}
     for entry, reason in reasons.items():
         if not reason:
             raise Malformed(f"{_LIST}: '{entry}' has no reason below it")
-        if entry not in known:
-            raise Malformed(f"{_LIST}: '{entry}' is no mutant of these sources; take it out or write it as reported")
     return reasons
+
+
+def outdated(reasons, mutants):
+    """The explained ones that the sources do not have any more, or never had in these words."""
+    known = {key(mutant) for mutant in mutants}
+    return [entry for entry in reasons if entry not in known]

@@ -149,6 +149,14 @@ TEST_F(SockUDP, RecvUDP_EmptyDatagram_IsSuccessOfLength0) {
   EXPECT_EQ(from_.Port, own_port_);
 }
 
+TEST_F(SockUDP, RecvUDP_NoCapacity_TakesTheDatagramAndNoneOfIt) {
+  ASSERT_EQ(Sock_SendUDP(sender_, "ping", 4, &dest_, 0), 1);
+  len_ = 0;
+  EXPECT_EQ(Sock_RecvUDP(receiver_, buf_, &len_, &from_, 0), 1);
+  EXPECT_EQ(len_, 0);
+  EXPECT_EQ(from_.Port, own_port_);
+}
+
 TEST_F(SockUDP, RecvUDP_NothingThere_LogsAndReturnsTheNegatedCode) {
   EXPECT_EQ(
       MessagesAt(103, [&] { rc_ = Sock_RecvUDP(receiver_, buf_, &len_, &from_, MSG_DONTWAIT); }),

@@ -87,6 +87,15 @@ TEST_F(GetDoc, DocumentOf40960BytesWithItsHeader_Fits) {
   EXPECT_EQ("HEAD\n" + document + "TAIL\n", PageFor(answer));
 }
 
+TEST_F(GetDoc, PageOf40960Bytes_Fits) {
+  const std::string header = "\t@COMMAND=HIT";
+  daemon_.Files().Write("page.mo", "\x07" + TextOp(std::string(header.size(), 'e')) + EndOp());
+  const std::string document = "\tT=" + std::string(40960 - header.size() - 4, 'x') + "\n";
+  const std::string page = "\n" + document.substr(1) + std::string(header.size(), 'e');
+  ASSERT_EQ(40960u, page.size());
+  EXPECT_EQ("HEAD\n" + page + "TAIL\n", PageFor(header + document));
+}
+
 TEST_F(GetDoc, RelativeMacro_IsLookedForInTheLibrary) {
   EXPECT_EQ("", daemon_.Exchange("\t@COMMAND=GETDOC\t@SEARCHGROUP=doc\t@MACROFILE=page\n"));
   EXPECT_EQ(

@@ -267,8 +267,14 @@ TEST(Startup, ClosedDescriptors_LeadToTheNullDevice) {
     const ssize_t length = readlink((fds + std::to_string(fd)).c_str(), path, sizeof path);
     return std::string(path, length > 0 ? static_cast<std::size_t>(length) : 0);
   };
+  const auto both_ways = [&](int fd) {  // the mode of the link is that of the descriptor
+    struct stat link = {};
+    lstat((fds + std::to_string(fd)).c_str(), &link);
+    return (link.st_mode & 0600) == 0600;
+  };
   for (int fd = 0; fd < 3; ++fd)
-    EXPECT_TRUE(Eventually([&] { return target(fd) == "/dev/null"; })) << target(fd);
+    EXPECT_TRUE(Eventually([&] { return target(fd) == "/dev/null" && both_ways(fd); }))
+        << target(fd);
   EXPECT_TRUE(Eventually([&] { return Listens(port); }));
   const Socket client = ConnectTo(port);
   client.Send("no command\n");
