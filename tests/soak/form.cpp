@@ -10,6 +10,7 @@ std::uint64_t ChooseSeed() {
   const std::uint64_t seed =
       given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()();
   std::printf("KORVO_SOAK_SEED=%llu repeats this run\n", static_cast<unsigned long long>(seed));
+  std::fflush(stdout);  // also for who has to end a run that hangs
   return seed;
 }
 
