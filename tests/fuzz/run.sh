@@ -7,7 +7,7 @@
 # to see it again.  Exit status 1: there are findings.  FUZZ_BUILD names another build tree.
 set -eu -o pipefail
 cd "$(dirname "$0")/../.."
-seconds=${1:?usage: tests/fuzz/run.sh SECONDS [TARGET...]}
+wanted=$((1000 * ${1:?usage: tests/fuzz/run.sh SECONDS [TARGET...]}))  # milliseconds
 shift
 build=${FUZZ_BUILD:-build/fuzz}
 targets=("$@")
@@ -18,7 +18,7 @@ trap 'rm -rf "$scratch"' EXIT
 TIMEFORMAT='%U %S'
 
 # fuzz TARGET SECONDS: one run of the fuzzer by the clock, ended by its first finding; adds to the target's log
-# and prints the processor time in whole seconds.
+# and prints the processor time in milliseconds.
 fuzz() {
   local target=$1 learned=$build/corpus/$1 log=$build/findings/$1.log status=0
   {
@@ -26,7 +26,7 @@ fuzz() {
       -print_final_stats=1 -dict="tests/fuzz/dict/$target.dict" -artifact_prefix="$build/findings/$target-" \
       "$learned" "tests/fuzz/corpus/$target" >/dev/null 2>>"$log" || status=1
   } 2>"$scratch/$target.time"
-  awk '{ printf "%d\n", $1 + $2 }' "$scratch/$target.time"
+  awk '{ printf "%d\n", 1000 * ($1 + $2) }' "$scratch/$target.time"
   return $status
 }
 
@@ -35,8 +35,8 @@ run() {
   local target=$1 log=$build/findings/$1.log used=0 once failed=0
   mkdir -p "$build/corpus/$target"
   : >"$log"
-  while [ "$used" -lt "$seconds" ] && [ "$failed" -eq 0 ]; do
-    once=$(fuzz "$target" $((seconds - used))) || failed=1
+  while [ "$used" -lt "$wanted" ] && [ "$failed" -eq 0 ]; do
+    once=$(fuzz "$target" $(((wanted - used + 999) / 1000))) || failed=1
     used=$((used + once))
   done
   # A finding without an input, such as a target that does not start, is its log.
@@ -46,7 +46,7 @@ run() {
   findings=$(find "$build/findings" -name "$target-*" | wc -l)
   [ "$findings" -ge "$failed" ] || findings=$failed
   printf '%-10s processor %5s s  executions %9s  coverage %5s  findings %s\n' \
-    "$target" "$used" "$executions" "${coverage:-?}" "$findings"
+    "$target" $((used / 1000)) "$executions" "${coverage:-?}" "$findings"
   [ "$findings" -eq 0 ] || { echo "  see $log"; touch "$scratch/found"; }
 }
 
