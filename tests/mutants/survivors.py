@@ -13,10 +13,10 @@ def key(mutant):
     return f"{mutant.path}: {mutant.change}"
 
 
-def explained():
+def explained(file=_LIST):
     """The reasons by key."""
     reasons, current = {}, None
-    for number, line in enumerate(_LIST.read_text().splitlines(), 1):
+    for number, line in enumerate(file.read_text().splitlines(), 1):
         if not line.strip() or line.startswith("#"):
             continue
         if not line.startswith(" "):
@@ -25,10 +25,10 @@ def explained():
         elif current is not None:
             reasons[current] = f"{reasons[current]} {line.strip()}".strip()
         else:
-            raise Malformed(f"{_LIST}:{number}: a reason without a mutant above it")
+            raise Malformed(f"{file}:{number}: a reason without a mutant above it")
     for entry, reason in reasons.items():
         if not reason:
-            raise Malformed(f"{_LIST}: '{entry}' has no reason below it")
+            raise Malformed(f"{file}: '{entry}' has no reason below it")
     return reasons
 
 

@@ -44,9 +44,9 @@ class Verdict:
 
 def _copy(root, target):
     """What git knows or would take; a file that is alike is left alone, so that it is not built again."""
-    names = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=root, check=True,
-                           capture_output=True, text=True).stdout.split("\0")
-    names = {name for name in names if name and (root / name).is_file()}
+    listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=root,
+                            check=True, capture_output=True, text=True).stdout
+    names = {name for name in listed.split("\0") if name and (root / name).is_file()}
     for old in [path for path in target.rglob("*") if path.is_file()]:
         if str(old.relative_to(target)) not in names:
             old.unlink()
