@@ -8,6 +8,10 @@ cd "$(dirname "$0")/../.."
 build=build/coverage
 [ -d "$build" ] || { echo "$0: there is no $build; build the preset coverage first" >&2; exit 64; }
 
+# What the build no longer makes would be taken for code that never runs.
+find "$build" -name '*.gcno' | while read -r notes; do
+  [ -e "${notes%.gcno}.o" ] || rm "$notes"
+done
 find "$build" -name '*.gcda' -delete
 : >"$build/counters.log"
 ctest --preset coverage -j"$(($(nproc) * 2))" >"$build/tests.log" || {
