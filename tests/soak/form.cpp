@@ -18,7 +18,7 @@ std::uint64_t ChooseSeed() {
 
 int Form_Minutes() {
   const char *given = std::getenv("KORVO_SOAK_MINUTES");
-  return given != nullptr ? std::atoi(given) : 0;
+  return given != nullptr ? static_cast<int>(std::strtol(given, nullptr, 10)) : 0;
 }
 
 std::uint64_t Form_Seed() {

@@ -26,7 +26,8 @@ int NumberIn(const std::string &request, const std::string &name) {
   const std::size_t at = request.find(name);
   if (at == std::string::npos) return -1;
   const std::size_t end = request.find_first_of("\t\n", at);
-  return end == std::string::npos ? -1 : std::atoi(request.c_str() + at + name.size());
+  if (end == std::string::npos) return -1;
+  return static_cast<int>(std::strtol(request.c_str() + at + name.size(), nullptr, 10));
 }
 
 std::string Excerpt(const std::string &text, std::size_t from) {

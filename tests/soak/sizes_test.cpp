@@ -32,23 +32,21 @@ struct Record {
 // A manager that gives one connection after the other its answer, and keeps what it was asked.
 class Answerer {
  public:
-  Answerer(Events &events, std::string (*make)(Random &random)) : events_(events), make_(make) {
+  Answerer(Events &events, std::string *transcript, std::string (*make)(Random &random))
+      : events_(events), transcript_(transcript), make_(make) {
     events_.Watch(manager_.Fd(), EPOLLIN, [this] { Serve(); });
   }
   int Port() const { return manager_.Port(); }
-  void Begin(Random random, std::string *transcript) {
-    random_ = std::move(random);
-    transcript_ = transcript;
-  }
+  void Begin(std::uint64_t seed) { random_.seed(seed); }
 
  private:
   void Serve();
 
   Events &events_;
   Manager manager_;
+  std::string *transcript_;
   std::string (*make_)(Random &random);
-  Random random_;
-  std::string *transcript_ = nullptr;
+  Random random_ = Form_Random(0);
 };
 
 void Answerer::Serve() {
@@ -75,9 +73,10 @@ class Batch {
   Random random_;
   Folder folder_;
   std::vector<std::string> macros_;
+  std::string transcript_;
   Events events_;
-  Answerer search_{events_, Hostile_Search};
-  Answerer docs_{events_, Hostile_Document};
+  Answerer search_{events_, &transcript_, Hostile_Search};
+  Answerer docs_{events_, &transcript_, Hostile_Document};
   const Ports ports_ = {search_.Port(), docs_.Port(), ReservePort()};
 };
 
@@ -120,16 +119,16 @@ std::string Batch::Administer(Daemon &daemon, const std::string &datagram) {
 
 std::string Batch::Exchange(Daemon &daemon, std::uint64_t number) {
   Random random = Form_Random(number);
-  std::string transcript;
-  search_.Begin(Random(random()), &transcript);
-  docs_.Begin(Random(random()), &transcript);
+  transcript_.clear();
+  search_.Begin(random());
+  docs_.Begin(random());
   if (OneIn(random, 4)) {
     const std::string datagram = Hostile_Datagram(random, ports_);
     return "datagram " + datagram + "\n-> " + Administer(daemon, datagram);
   }
   const std::string line = Hostile_Line(random, macros_);
   const std::string answer = Command(daemon, line);
-  return "line " + line + "\n" + transcript + "\n-> " + answer;
+  return "line " + line + "\n" + transcript_ + "\n-> " + answer;
 }
 
 // Without times and process ids, the ports of clients, and the addresses of buffers.

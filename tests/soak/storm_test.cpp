@@ -38,7 +38,8 @@ std::map<pid_t, std::string> ByProcess(const std::string &log) {
   while (at != std::string::npos) {
     const std::size_t begin = at + header.size();
     at = log.find(header, begin);
-    messages[std::atoi(log.c_str() + begin)] += log.substr(begin, at - begin);
+    const auto pid = static_cast<pid_t>(std::strtol(log.c_str() + begin, nullptr, 10));
+    messages[pid] += log.substr(begin, at - begin);
   }
   return messages;
 }
@@ -71,7 +72,7 @@ struct Tally {
 // One daemon, from its start to the end of its last process.
 class Round {
  public:
-  Round(const Page &page, Random random, Tally *tally);
+  Round(const Page &page, const Random &random, Tally *tally);
   void Run();
 
  private:
@@ -105,8 +106,8 @@ std::shared_ptr<Deed> RawAnswer(const std::string &request) {
   return deed;
 }
 
-Round::Round(const Page &page, Random random, Tally *tally)
-    : random_(std::move(random)),
+Round::Round(const Page &page, const Random &random, Tally *tally)
+    : random_(random),
       tally_(tally),
       request_("\t@COMMAND=QUERY\t@SEARCHGROUP=search\t@MACROFILE=" + page.base + "\twords\n"),
       search_(events_, [this](const std::string &request, bool *whole) {
