@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# ./check.sh        builds and runs every test, native and 32-bit; ends with the count
+# ./check.sh        builds and runs every test, native and 32-bit, and fuzzes for a moment
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
 # ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
@@ -33,6 +33,16 @@ build_m32() {
   fi
 }
 
+# Every fuzz target for a second, where clang is or can be installed.
+fuzz_briefly() {
+  if (need clang libclang-rt-14-dev); then
+    build fuzz
+    tests/fuzz/run.sh 1
+  else
+    echo "This machine has no clang: the fuzz targets run over their corpus alone."
+  fi
+}
+
 run_tests() {
   echo "Testing $1"
   ctest --preset "$1" -j"$(($(nproc) * 2))"
@@ -45,6 +55,8 @@ case "${1-all}" in
     [ -z "${KORVO_COMMMGR_M32-}" ] || run_tests m32
     build release
     run_tests release
+    [ -z "${KORVO_COMMMGR_M32-}" ] || tests/fuzz/word_sizes.sh build/release build/m32
+    fuzz_briefly
     ;;
   asan)
     need "${build_packages[@]}"
