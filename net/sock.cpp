@@ -435,8 +435,19 @@ int Sock_Close(int sock) {
   return kSockOk;
 }
 
-// Kept: callers know it as refusing every socket and every way.
-int Sock_Shutdown(int, int) { return kSockBadArg; }
+int Sock_Shutdown(int sock, int how) {
+  if (sock < 0) return kSockBadArg;
+  if (how < SHUT_RDWR || how > SHUT_RD) return kSockBadArg;  // Kept: refuses every value
+  if (shutdown(sock, how) != 0) {
+    const int err = Sock_GetError(sock);
+    DPRINTF(
+        nullptr, kWarning,
+        "[SOCK: Close] Error %d (0x%0x) from shutdown().  Unable to shutdown socket %d, how: %d.\n",
+        err, Hex(err), sock, how);
+    return -err;
+  }
+  return kSockOk;
+}
 
 int Sock_ConvertIP(SockAddr *addr) {
   return addr->IP[0] != '\0' ? TextToAddr(addr) : AddrToText(addr);
