@@ -116,6 +116,12 @@ std::string SetLevelTo(const std::string &value) {
   return "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + value + "\n";
 }
 
+TEST_F(CommMgrAdmin, LevelThatIsKnown_IsConfirmedInOneLine) {
+  const LogCapture log(kWarning);
+  Send(SetLevelTo("STATUS"));
+  EXPECT_EQ("[DEBUG: SetLevel] Global Debug Level Set to 102\n", log.Messages());
+}
+
 TEST_F(CommMgrAdmin, LevelPairOf256Characters_IsTheLongestThatIsRead) {
   const std::string longest(256 - std::string("DEBUGLEVEL=").size(), 'x');
   EXPECT_EQ("[CommMgr: Admin] Unknown Debug level '" + longest + "'\n",

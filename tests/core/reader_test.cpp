@@ -74,6 +74,12 @@ TEST_F(TCPRead, CommandBehindAnOverlongOne_IsZeroFilled) {
   EXPECT_EQ(ZeroFilled("next\n"), served.buffer);
 }
 
+TEST_F(TCPRead, CommandBehindALongerOneOfTheSameProcess_IsZeroFilled) {
+  Read("a longer one\n");
+  Read("next\n");
+  EXPECT_EQ(ZeroFilled("next\n"), served.buffer);
+}
+
 TEST_F(TCPRead, EarlyClose_IsAnEmptyCommandOfZeros) {
   pair_.far.Close();
   DirtyStack();

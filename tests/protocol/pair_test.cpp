@@ -135,8 +135,10 @@ TEST(Pair, Search4Pair_OccurrenceOf0OrLess_IsRefused) {
 }
 
 TEST(Pair, Search4Pair_LongestPattern_IsSearchedFor) {
-  const std::string tag(253, 'T');  // with its tab, "=" and terminator 256 bytes
-  EXPECT_EQ(Search("\t" + tag + "=a\n", tag.c_str(), 1, 255).pair, tag + "=a");
+  const std::string tag(254, 'T');  // with its tab and "=" 256 characters
+  EXPECT_EQ(Search("\t" + tag + "=a\n", tag.c_str(), 1, 300).pair, tag + "=a");
+  const Found longer = Search("\t" + tag + "T=a\n", (tag + "T").c_str(), 1, 300, 103);
+  EXPECT_EQ(longer.log, "[Util: Search4Pair] tag of 255 characters is too long\n");
 }
 
 TEST(Pair, Search4Pair_TagTooLongForThePattern_IsRefusedAndLoggedOnceAt103) {

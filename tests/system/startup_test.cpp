@@ -307,6 +307,14 @@ TEST(Startup, DescriptorBeyondTheReadSet_IsRefused) {
       << ended.log;
 }
 
+TEST(Startup, HighestDescriptorOfTheReadSet_IsServed) {
+  Daemon daemon(KORVO_COMMMGR, [] {
+    // Behind these come the configuration file, the listener and the admin socket, which is 1023.
+    for (int fd = 3; fd < 1021; ++fd) dup2(0, fd);
+  });
+  daemon.Ping();
+}
+
 // The programs of the other types.
 
 struct Family {
