@@ -136,6 +136,12 @@ TEST(CmdHdr, IntCmdHdr_TwoTabs_StartThePredicateAtTheFirst) {
   EXPECT_EQ(parsed.hdr.SeqNum, 0);
 }
 
+TEST(CmdHdr, IntCmdHdr_WhatStandsBehindAnEmptyText_IsNotRead) {
+  CmdHdr hdr = {};
+  EXPECT_EQ(Util_IntCmdHdr(&hdr, "\0@SEQNUM=1\tx\n"), nullptr);
+  EXPECT_EQ(hdr.SeqNum, 0);
+}
+
 TEST(CmdHdr, IntCmdHdr_EverySeparator_PartsFields) {
   const Parsed parsed = Parse("\n@COMMAND=PING\r@SEQNUM=7\n@BESTFIT=2\t@DOCNUM=3\r");
   EXPECT_STREQ(parsed.hdr.Command, "PING");
