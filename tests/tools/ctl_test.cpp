@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <linux/net.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -183,9 +184,9 @@ TEST(Ctl, SourcePortsInUse_ArePassedOver) {
 TEST(Ctl, CallsThatFail_EndIt) {
   const Arguments ping = Ctl(1, {"ping"});
   ExpectRefused(ping, 71, "cannot open a socket: Permission denied",
-                [] { RefuseCall(SYS_socket); });
+                [] { RefuseSocketCall(SYS_socket, SYS_SOCKET); });
   ExpectRefused(ping, 71, "cannot bind a source port from 32000 to 32767: Permission denied",
-                [] { RefuseCall(SYS_bind); });
+                [] { RefuseSocketCall(SYS_bind, SYS_BIND); });
 }
 
 TEST(Ctl, Help_GoesToStandardOutput) {

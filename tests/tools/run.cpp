@@ -5,6 +5,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -47,10 +48,18 @@ void ExpectHelp(const std::string &tool, const std::string &text) {
   EXPECT_EQ("", outcome.errors);
 }
 
-void RefuseCall(int number) {
+void RefuseSocketCall(int number, int multiplexed) {
+#ifdef SYS_socketcall
+  constexpr unsigned kSocketCall = SYS_socketcall;
+#else
+  constexpr unsigned kSocketCall = ~0u;
+#endif
   sock_filter code[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 3, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kSocketCall, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),  // the low half
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(multiplexed), 0, 1),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EACCES),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };

@@ -43,7 +43,8 @@ void ExpectRefused(const Arguments &argv, int status, const std::string &line,
 // Fails the test unless --help prints that text, the status is 0 and nothing is on standard error.
 void ExpectHelp(const std::string &tool, const std::string &text);
 
-// Before a tool starts: the system call of that number fails with EACCES in it.
-void RefuseCall(int number);
+// Before a tool starts: the socket call of that number fails with EACCES in it, also when the C
+// library makes it through socketcall(2), where it has a number of its own (linux/net.h).
+void RefuseSocketCall(int number, int multiplexed);
 
 #endif
