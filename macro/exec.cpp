@@ -158,7 +158,8 @@ bool FillRequest(Run *run, std::string_view value) {
     run->failed = true;  // without a line: whoever asked for the document says that it failed
     return false;
   }
-  if (group.find_first_of("\t\r\n") != group.npos || type.find_first_of("\t\r\n") != type.npos) {
+  constexpr std::size_t kNone = std::string_view::npos;
+  if (group.find_first_of("\t\r\n") != kNone || type.find_first_of("\t\r\n") != kNone) {
     Fail(run, "a line end in the words of a fetch would end its request");
     return false;
   }
