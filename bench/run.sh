@@ -37,7 +37,8 @@ make_group() {
     mount=$(awk -v type=$type '$3 == type || ($3 == "cgroup" && $4 ~ type) { print $2; exit }' /proc/mounts)
     path=$(awk -F: -v type=$type '(type == "cgroup2" && $1 == 0) || $2 ~ type { print $3; exit }' /proc/self/cgroup)
     group=$mount${path%/}/korvo-bench.$$.$1
-    [ -n "$mount" ] && mkdir "$group" 2>/dev/null || continue
+    [ -n "$mount" ] || continue
+    mkdir "$group" 2>/dev/null || continue
     groups+=("$group")
     if (echo "$BASHPID" >"$group/cgroup.procs") 2>/dev/null; then
       echo "$group" >"$folder/$1.group"
@@ -52,6 +53,7 @@ start() {
   local name=$1 group=
   [ ! -e "$folder/$2.group" ] || group=$(cat "$folder/$2.group")
   shift 2
+  # shellcheck disable=SC2016  # the inner shell's
   timeout "$longest" sh -c '
     echo $$ >"$1"
     [ -z "$2" ] || echo $$ >"$2/cgroup.procs"

@@ -11,14 +11,15 @@ need() {
   local become=()
   [ "$(id -u)" -eq 0 ] || become=(sudo)
   echo "Installing: ${missing[*]}"
-  "${become[@]}" apt-get update -qq &&
+  if ! { "${become[@]}" apt-get update -qq &&
     "${become[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-      "${missing[@]}" >/dev/null || {
+      "${missing[@]}" >/dev/null; }; then
     echo "$0: cannot install ${missing[*]}; install them by hand and try again" >&2
     exit 69
-  }
+  fi
 }
 
+# shellcheck disable=SC2034  # for those who source this
 build_packages=(cmake g++ googletest libxapian-dev ninja-build python3)
 
 # build PRESET [TARGET...]: configures and builds; shows the output only when it fails.

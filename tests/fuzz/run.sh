@@ -11,7 +11,7 @@ wanted=$((1000 * ${1:?usage: tests/fuzz/run.sh SECONDS [TARGET...]}))  # millise
 shift
 build=${FUZZ_BUILD:-build/fuzz}
 targets=("$@")
-[ $# -gt 0 ] || targets=($(ls tests/fuzz/corpus))
+[ $# -gt 0 ] || mapfile -t targets < <(ls tests/fuzz/corpus)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
