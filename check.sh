@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # ./check.sh        builds and runs every test, native and 32-bit, and fuzzes for a moment
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
+# ./check.sh lint   looks for faults in the sources and scripts without running them
 # ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
 # ./check.sh mutants N [SEED]   breaks the daemon in N places, one at a time; fails if the tests miss one unexplained
@@ -63,6 +64,9 @@ case "${1-all}" in
     build asan
     run_tests asan
     ;;
+  lint)
+    scripts/lint.sh
+    ;;
   coverage)
     need gcovr "${build_packages[@]}"
     build coverage
@@ -92,7 +96,7 @@ case "${1-all}" in
     tests/fuzz/run.sh "$2"
     ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, coverage, soak MINUTES, mutants N or fuzz SECONDS" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, lint, coverage, soak MINUTES, mutants N or fuzz SECONDS" >&2
     exit 64
     ;;
 esac
