@@ -79,6 +79,10 @@ class Mutations(unittest.TestCase):
         one = mutants("int a;\nvoid F() {\n  f(\n      b);\n}\n")[0]
         self.assertEqual(("net/sock.cpp", 3, "call", "f( b); -> {}"), (one.path, one.line, one.kind, one.change))
 
+    def test_lines_that_are_alike_are_told_apart(self):
+        changes = [mutant.change for mutant in mutants("void F() {\n  f();\n  f();\n}\n")]
+        self.assertEqual(["f(); -> {} [1 of 2]", "f(); -> {} [2 of 2]"], changes)
+
 
 class Drawing(unittest.TestCase):
     ALL = mutants("void F() { x = a + b; " + "f(g(a) && 1); " * 50 + "}\n")

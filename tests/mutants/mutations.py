@@ -1,4 +1,5 @@
 """All mutants of the daemon's sources, in one fixed order: each changes one place."""
+import collections
 import dataclasses
 import pathlib
 import re
@@ -30,7 +31,7 @@ class Mutant:
     after: str
     kind: str
     line: int
-    change: str  # "old line -> new line", blanks squeezed: what a survivor is known by
+    change: str  # "old line -> new line", blanks squeezed, and which of several alike: what a survivor is known by
 
     def apply(self, source):
         return source[:self.start] + self.after + source[self.end:]
@@ -257,7 +258,17 @@ class _File:
         for index in range(len(self.tokens)):
             for find in (self.operators, self.constants, self.statements, self.arguments, self.texts):
                 find(index)
-        return self.mutants
+        return _told_apart(self.mutants)
+
+
+def _told_apart(mutants):
+    """Lines that are alike make changes that are alike: they are numbered."""
+    alike, seen, apart = collections.Counter(mutant.change for mutant in mutants), collections.Counter(), []
+    for mutant in mutants:
+        seen[mutant.change] += 1
+        number = f" [{seen[mutant.change]} of {alike[mutant.change]}]" if alike[mutant.change] > 1 else ""
+        apart.append(dataclasses.replace(mutant, change=mutant.change + number))
+    return apart
 
 
 def _next_char(literal):
