@@ -13,7 +13,8 @@ _FIRST_UID = 60100  # one that nobody has, for each worker its own: processes ar
 
 def _namespaces():
     mapped = [] if os.geteuid() == 0 else ["--map-root-user"]
-    return ["unshare", *mapped, "--fork", "--pid", "--net", "--mount-proc", "--kill-child"]
+    die_with_us = ["setpriv", "--pdeathsig", "KILL"]
+    return [*die_with_us, "unshare", *mapped, "--fork", "--pid", "--net", "--mount-proc", "--kill-child"]
 
 
 def available():
