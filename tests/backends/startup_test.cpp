@@ -94,10 +94,13 @@ TEST_P(Managers, AnswerPingAndTakeALevel) {
 TEST_P(Managers, Shutdown_EndsThemAndTheirChildren) {
   const Folder folder;
   Running manager(GetParam(), BuildIndex(folder, "db", kPackages));
-  const Socket silent = ConnectTo(manager.Ports().client_port);
   manager.Send("\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=STATUS\n");
-  const Socket late = ConnectTo(manager.Ports().client_port);
-  EXPECT_TRUE(manager.Program().WaitForLog("[MainCore: TCPRead] TCP Read started."));
+  EXPECT_TRUE(manager.Program().WaitForLog("[DEBUG: SetLevel] Global Debug Level Set to 102\n"));
+  const Socket silent = ConnectTo(manager.Ports().client_port);
+  const Socket another = ConnectTo(manager.Ports().client_port);
+  EXPECT_TRUE(Eventually([&] {
+    return Count(manager.Program().Log(), "[MainCore: TCPRead] TCP Read started.") == 2;
+  }));
   manager.Send("\t@COMMAND=SHUTDOWN\n");
   EXPECT_EQ(ExitStatus(manager.Program().Wait()), 0);
   for (const int status : manager.Program().WaitForGroup()) EXPECT_EQ(ExitStatus(status), 0);
