@@ -86,7 +86,6 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   char *buf = (format == 1 ? formatted : raw).text;
   int length = Util_FormatCmdHdr(hdr, buf);
   buf[length++] = '\n';
-  buf[length] = '\0';
   int sock = -1;
   SockAddr addr = manager->ClientAddr;  // converted in the copy, so that the list stays shared with
                                         // the main process

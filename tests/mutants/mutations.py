@@ -48,6 +48,7 @@ class _File:
         self.path, self.source = path, source
         self.tokens = lexer.tokens_of(source)
         self.partner = lexer.pairs(self.tokens)
+        self.rooms = [(first, last) for first, last in self.partner.items() if self.makes_room(first)]
         self.mutants = []
 
     def text(self, index):
@@ -104,6 +105,18 @@ class _File:
 
     # Constants and lengths
 
+    def makes_room(self, first):
+        """Whether the brackets hold the size of an array that is declared there, or of memory that is asked for."""
+        if self.text(first) == "(":
+            return self.text(first - 1) in ("malloc", "calloc")
+        return self.text(first) == "[" and self.kind(first - 1) == self.kind(first - 2) == "name" \
+            and self.text(first - 2) not in NO_STATEMENT
+
+    def larger(self, index, last, after):
+        """More room than is needed is no fault, so that no test looks for it."""
+        if not any(start < index < end for start, end in self.rooms):
+            self.change("constant", index, last, after)
+
     def constants(self, index):
         token = self.tokens[index]
         if token.kind == "number":
@@ -114,19 +127,19 @@ class _File:
             self.change("constant", index, index, WORDS[token.text])
         elif token.text == "sizeof":
             last = self.end_of_operand(index + 1)
-            for after in (" - 1", " + 1"):
-                self.change("constant", index, last, f"({self.spelled(index, last)}{after})")
+            self.change("constant", index, last, f"({self.spelled(index, last)} - 1)")
+            self.larger(index, last, f"({self.spelled(index, last)} + 1)")
         elif token.text == "size" and self.text(index - 1) in (".", "->") and self.text(index + 1) == "(":
             for after in ("size() - 1", "size() + 1"):
                 self.change("constant", index, index + 2, after)
         elif token.kind == "name" and NAMED_CONSTANT.fullmatch(token.text) and self.is_value(index):
-            self.change("constant", index, index, f"({token.text} + 1)")
+            self.larger(index, index, f"({token.text} + 1)")
 
     def number(self, index):
         digits, suffix = re.fullmatch(r"(0[xX][0-9a-fA-F]+|[0-9]+)([uUlL]*)", self.text(index)).groups()
         spell = hex if digits[:2] in ("0x", "0X") else str
         value = int(digits, 0)
-        self.change("constant", index, index, spell(value + 1) + suffix)
+        self.larger(index, index, spell(value + 1) + suffix)
         if value > 0:
             self.change("constant", index, index, spell(value - 1) + suffix)
 
