@@ -973,6 +973,7 @@ std::string UndefinedMacro(unsigned op) { return WriteMacro("page", Text8("a") +
 // Runs the macro with that level of its log.  It repeats its op-code until a signal ends it.
 void RepeatUndefined(const std::string &macro, int log, int level) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // whatever ends this test ends the repetition too
+  signal(SIGINT, SIG_DFL);           // a shell's background job ignores it
   dup2(log, STDERR_FILENO);
   Debug_Level = level;
   Document document("\ta=1\t");

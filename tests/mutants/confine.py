@@ -35,7 +35,8 @@ def main():
     child = os.fork()
     if child == 0:
         limit(cpu_seconds)
-        for ignored in (signal.SIGPIPE, signal.SIGXFSZ):  # by this interpreter, and then by all that it starts
+        # By this interpreter, or by a shell's background job, and then by all that it starts.
+        for ignored in (signal.SIGPIPE, signal.SIGXFSZ, signal.SIGINT, signal.SIGQUIT):
             signal.signal(ignored, signal.SIG_DFL)
         if uid != "-":  # root is bound by no number of processes; the tree may stand where only root can read
             command = ["setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups", "--inh-caps=+dac_override",
