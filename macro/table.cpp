@@ -79,34 +79,34 @@ bool Allocate(Slot *slot, off_t file_size) {
   return slot->on_heap;
 }
 
-// Fills the slot from the file; what is read ends the code, whatever the size was.
-int Load(Slot *slot, const char *path) {
+// Fills the slot from the file; what is read ends the code, whatever the size was.  False: logged.
+bool Load(Slot *slot, const char *path) {
   struct stat status;
   if (stat(path, &status) != 0) {
     DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path,
             errno);
-    return -1;
+    return false;
   }
   if (!Allocate(slot, status.st_size)) {
     DPRINTF(nullptr, kWarning,
             "[Macro: Open] Unable to malloc space for macro in '%s': errno = %d\n", path, errno);
-    return -1;
+    return false;
   }
   const FdGuard file(open(path, O_RDONLY));
   if (file.Get() < 0) {
     DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to open macro '%s': errno = %d\n", path,
             errno);
-    return -1;
+    return false;
   }
   const ssize_t got = read(file.Get(), slot->code, static_cast<std::size_t>(status.st_size));
   if (got < 0) {
     DPRINTF(nullptr, kWarning, "[Macro: Open] Unable to read macro '%s': errno = %d\n", path,
             errno);
-    return -1;
+    return false;
   }
   slot->size = static_cast<int>(got);
   if (!slot->on_heap) table.near_used += BufferSize(status.st_size);
-  return 1;
+  return true;
 }
 
 }  // namespace
@@ -125,7 +125,7 @@ int Macro_Open(const char *name) {
             path, kMacroSlots);
     return -1;
   }
-  if (Load(&table.slots[table.count], path) != 1) return -1;
+  if (!Load(&table.slots[table.count], path)) return -1;
   return table.count++;
 }
 

@@ -49,6 +49,8 @@ TEST(Text, Format_TellsWhetherTheTextFitted) {
   EXPECT_STREQ(field, "1234");
   EXPECT_FALSE(Text_FormatTo(field, sizeof field, "%d", 12345));
   EXPECT_STREQ(field, "1234");
+  EXPECT_TRUE(Text_FormatTo(field, sizeof field, "%s", ""));
+  EXPECT_STREQ(field, "");
 }
 
 TEST(Text, Format_TextThatCannotBeMade_DoesNotFit) {
