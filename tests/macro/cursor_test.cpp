@@ -352,6 +352,14 @@ TEST(GetTerms, LongerValue_LeavesItsFirstCharacters) {
   EXPECT_EQ(terms.log, "[Macro: GetTerms] Buffer too small (size = 4096)\n");
 }
 
+TEST(GetTerms, CapacityOfNone_TakesNothing) {
+  const Document document("\ta=123\t");
+  const Terms terms(document.At(0), 0);
+  EXPECT_FALSE(terms.found);
+  EXPECT_EQ(terms.buffer, "#");
+  EXPECT_EQ(terms.log, "[Macro: GetTerms] Buffer too small (size = 0)\n");
+}
+
 TEST(GetTerms, TooLongAValue_IsLoggedAt103) {
   const Document document("\ta=12345\t");
   char buffer[5];

@@ -82,6 +82,14 @@ TEST(Process, Fork_ShortageThatStays_TakesSixAttemptsAndSleepsAfterTheLastToo) {
   EXPECT_EQ(seams.Trace().substr(seams.Trace().size() - 9), "sleep(5)\n");
 }
 
+TEST(Process, Fork_ShortageThatStays_LeavesItsErrno) {
+  Seams seams;
+  seams.Fail(Call::kFork, EAGAIN, 1, kEveryTime);
+  seams.Before(Call::kSleep, 2, [] { errno = EINTR; });
+  EXPECT_EQ(Util_Fork(2), -EAGAIN);
+  EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST(Process, Fork_OtherErrorAfterAShortage_IsReturned) {
   Seams seams;
   seams.Fail(Call::kFork, EAGAIN).Fail(Call::kFork, ENOMEM, 2);
