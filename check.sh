@@ -34,11 +34,11 @@ build_m32() {
   fi
 }
 
-# Every fuzz target for a second, where clang is or can be installed.
+# Every fuzz target for a few seconds, where clang is or can be installed.
 fuzz_briefly() {
   if (need clang libclang-rt-14-dev); then
     build fuzz
-    tests/fuzz/run.sh 1
+    tests/fuzz/run.sh 3
   else
     echo "This machine has no clang: the fuzz targets run over their corpus alone."
   fi

@@ -74,8 +74,8 @@ void MainCore_Listen(int listener, int fork_flag, MainCore_ClientFn handler) {
 
 void MainCore_TCPRead(int listener, int sock, MainCore_ClientFn handler) {
   DPRINTF(nullptr, kStatus, "[MainCore: TCPRead] TCP Read started.  Reading Socket %d\n", sock);
-  // Zero between its uses, and cleared only where it was used: what a child has not touched costs
-  // it no page.
+  // Zero between its uses.  Behind a command that came whole it is cleared where it was used alone:
+  // what a child has not touched costs it no page.
   static char command[kCommandSize + 1];
   bool overflowed = false;
   for (;;) {
