@@ -1,9 +1,59 @@
 #include "debug/text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+
+namespace {
+
+// Digits of a long, and its sign.
+constexpr std::size_t kDecimalSize = 20;
+
+std::string_view Decimal(long value, char (&out)[kDecimalSize]) {
+  const char *end = std::to_chars(out, out + sizeof out, value).ptr;
+  return {out, static_cast<std::size_t>(end - out)};
+}
+
+bool Take(std::string_view *rest, std::string_view prefix) {
+  if (!rest->starts_with(prefix)) return false;
+  rest->remove_prefix(prefix.size());
+  return true;
+}
+
+// Formats what has the bare conversions %s, %d and %ld alone; *fits as Text_FormatTo's result.
+// False: there is another.
+[[gnu::format(printf, 3, 0)]] bool FormatPlain(char *dst, std::size_t size, const char *format,
+                                               va_list args, bool *fits) {
+  std::string_view rest(format);
+  std::size_t used = 0;
+  const auto append = [&](std::string_view text) {
+    const std::size_t count = text.copy(dst + used, size - 1 - used);
+    used += count;
+    *fits = *fits && count == text.size();
+  };
+  char digits[kDecimalSize];
+  while (!rest.empty()) {
+    if (Take(&rest, "%s")) {
+      append(va_arg(args, const char *));
+    } else if (Take(&rest, "%d")) {
+      append(Decimal(va_arg(args, int), digits));
+    } else if (Take(&rest, "%ld")) {
+      append(Decimal(va_arg(args, long), digits));
+    } else if (rest.front() == '%') {
+      return false;
+    } else {
+      const std::size_t plain = std::min(rest.find('%'), rest.size());
+      append(rest.substr(0, plain));
+      rest.remove_prefix(plain);
+    }
+  }
+  dst[used] = '\0';
+  return true;
+}
+
+}  // namespace
 
 bool Text_CopyTo(char *dst, std::size_t size, std::string_view src) {
   const std::size_t count = src.copy(dst, size - 1);
@@ -14,9 +64,16 @@ bool Text_CopyTo(char *dst, std::size_t size, std::string_view src) {
 bool Text_FormatTo(char *dst, std::size_t size, const char *format, ...) {
   va_list args;
   va_start(args, format);
-  const int wanted = std::vsnprintf(dst, size, format, args);
+  va_list again;
+  va_copy(again, args);
+  bool fits = true;
+  if (!FormatPlain(dst, size, format, args, &fits)) {
+    const int wanted = std::vsnprintf(dst, size, format, again);
+    fits = wanted >= 0 && static_cast<std::size_t>(wanted) < size;
+  }
+  va_end(again);
   va_end(args);
-  return wanted >= 0 && static_cast<std::size_t>(wanted) < size;
+  return fits;
 }
 
 int Text_Length(const char *text) {

@@ -1,6 +1,5 @@
 #include "protocol/cmd_hdr.h"
 
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -126,11 +125,12 @@ const char *Util_IntCmdHdr(CmdHdr *hdr, const char *text) {
 }
 
 int Util_FormatCmdHdr(const CmdHdr *hdr, char *out) {
-  return std::snprintf(
+  (void)Text_FormatTo(
       out, kMessageSize,
       "\t@COMMAND=%s\t@BESTFIT=%d\t@SEARCHGROUP=%s\t@RECTYPE=%s\t@MACROFILE=%s\t@DOCNUM=%d\t@SCRIPT=%s\t@SEQNUM=%d\t@AUTHCODE=%s\t@FILENAME=%s\t@EXPDATE=%ld",
       hdr->Command, hdr->BestFit, hdr->SearchGroup, hdr->RecType, hdr->MacroFile, hdr->DocNum,
       hdr->Script, hdr->SeqNum, hdr->AuthCode, hdr->FileName, static_cast<long>(hdr->ExpDate));
+  return Text_Length(out);
 }
 
 void Util_Display(const CmdHdr *hdr, const char *predicate) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <string>
@@ -51,6 +53,34 @@ TEST(Text, Format_TellsWhetherTheTextFitted) {
   EXPECT_STREQ(field, "1234");
   EXPECT_TRUE(Text_FormatTo(field, sizeof field, "%s", ""));
   EXPECT_STREQ(field, "");
+}
+
+TEST(Text, Format_TakesTextsAndNumbersAsTheyCome) {
+  char line[80];
+  EXPECT_TRUE(Text_FormatTo(line, sizeof line, "%s=%d\t%s%ld.", "a", -7, "b", 0L));
+  EXPECT_STREQ(line, "a=-7\tb0.");
+  EXPECT_TRUE(Text_FormatTo(line, sizeof line, "%d %ld", INT32_MIN, LONG_MIN));
+  EXPECT_EQ(line, std::to_string(INT32_MIN) + " " + std::to_string(LONG_MIN));
+}
+
+TEST(Text, Format_TextThatIsCut_KeepsWhatFits) {
+  char field[5];
+  EXPECT_TRUE(Text_FormatTo(field, sizeof field, "%s%s", "ab", "cd"));
+  EXPECT_STREQ(field, "abcd");
+  EXPECT_FALSE(Text_FormatTo(field, sizeof field, "%s%s%s", "abc", "de", ""));
+  EXPECT_STREQ(field, "abcd");
+  EXPECT_FALSE(Text_FormatTo(field, sizeof field, "abcde%s", ""));
+  EXPECT_STREQ(field, "abcd");
+}
+
+TEST(Text, Format_OtherConversion_IsThatOfSnprintf) {
+  char line[20];
+  EXPECT_TRUE(Text_FormatTo(line, sizeof line, "%s=%d %05.1f%%", "a", 1, 2.25));
+  EXPECT_STREQ(line, "a=1 002.2%");
+  EXPECT_TRUE(Text_FormatTo(line, sizeof line, "%*s", 19, "b"));
+  EXPECT_STREQ(line, "                  b");
+  EXPECT_FALSE(Text_FormatTo(line, sizeof line, "%20s", "b"));
+  EXPECT_STREQ(line, "                   ");
 }
 
 TEST(Text, Format_TextThatCannotBeMade_DoesNotFit) {
