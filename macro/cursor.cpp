@@ -14,8 +14,6 @@ namespace {
 constexpr std::size_t kPatternSize = 1024;
 constexpr int kTermsSize = 2048;
 
-char empty_document[1] = "";
-
 // What a run works on.
 struct Input {
   char *start;
@@ -23,7 +21,7 @@ struct Input {
   int cursor;
 };
 
-Input input = {empty_document, 0, 0};
+Input input;
 
 // The offset of the pattern at or behind from; -1: not there.
 int Search(std::string_view pattern, int from) {
@@ -84,6 +82,15 @@ char *HeapCopy(const char *text, int count) {
   return copy;
 }
 
+// Stands apart, so that who has a buffer needs no room on the stack for this one.
+[[gnu::noinline]] char *HeapTerms(const char *position, int *size) {
+  char work[kTermsSize + 1];
+  const int count = CopyTerms(position, work, kTermsSize);
+  if (count < 0) return nullptr;
+  *size = count;
+  return HeapCopy(work, count);
+}
+
 }  // namespace
 
 int Macro_SetInput(char *document) {
@@ -124,10 +131,9 @@ const char *Macro_FindField(const char *name, int skip) {
 }
 
 char *Macro_GetTerms(const char *position, char *buffer, int *size) {
-  char work[kTermsSize + 1];
-  const int count = buffer != nullptr ? CopyTerms(position, buffer, *size)
-                                      : CopyTerms(position, work, kTermsSize);
+  if (buffer == nullptr) return HeapTerms(position, size);
+  const int count = CopyTerms(position, buffer, *size);
   if (count < 0) return nullptr;
   *size = count;
-  return buffer != nullptr ? buffer : HeapCopy(work, count);
+  return buffer;
 }

@@ -107,11 +107,10 @@ void EmitDocument(Run *run) {
 }
 
 // The value of a field replaces the name in run->name; its length.  A value that is too long is cut
-// to 4096 characters.
+// to 4096 characters, and is not terminated by whoever cut it.
 int ReadValue(Run *run, const char *field) {
   int size = kMacroNameSize + 1;
-  run->name[size] = '\0';  // where a cut value ends
-  Macro_GetTerms(field, run->name, &size);
+  if (Macro_GetTerms(field, run->name, &size) == nullptr) run->name[size] = '\0';
   return size;
 }
 
@@ -275,7 +274,7 @@ void Step(Run *run) {
 void Macro_SetFetch(Macro_FetchFn fetch) { fetch_document = fetch; }
 
 int Macro_Exec(int handle, char *document, char *output, int *len, int room) {
-  alignas(4096) static Run run;  // its name alone is a page; only what is used is touched
+  static Run run;  // its name alone is a page, and what is not used of it is not touched
   run.code = Macro_Code(handle, &run.code_size);
   run.at = run.op = run.op_at = run.count = run.depth = 0;
   run.output = output;

@@ -23,9 +23,9 @@ struct Slot {
   bool on_heap;
 };
 
-// It begins a page, and the code of the first macros lies behind the slots while there is room: a
-// new process pays for each page that it touches, and for the heap with several.
-struct alignas(4096) Table {
+// The code of the first macros lies behind the slots while there is room: a new process pays for
+// each page that it touches, and for the heap with several.
+struct Table {
   Slot slots[kMacroSlots];
   int count;
   std::size_t near_used;
@@ -57,10 +57,8 @@ void Release(Slot *slot) {
   *slot = {};
 }
 
-std::size_t BufferSize(off_t file_size) { return 2 * static_cast<std::size_t>(file_size) + 1; }
-
 bool FitsNear(off_t file_size) {
-  return file_size <= kMaxFile && BufferSize(file_size) <= sizeof table.near - table.near_used;
+  return file_size <= static_cast<off_t>(sizeof table.near - table.near_used);
 }
 
 // A new buffer in place of what a failed open left behind.  What lies near is taken for good once
@@ -74,7 +72,8 @@ bool Allocate(Slot *slot, off_t file_size) {
   const SignalHold hold;
   errno = ENOMEM;
   if (file_size <= kMaxFile)
-    slot->code = static_cast<unsigned char *>(std::malloc(BufferSize(file_size)));
+    slot->code =
+        static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size) + 1));
   slot->on_heap = slot->code != nullptr;
   return slot->on_heap;
 }
@@ -105,7 +104,7 @@ bool Load(Slot *slot, const char *path) {
     return false;
   }
   slot->size = static_cast<int>(got);
-  if (!slot->on_heap) table.near_used += BufferSize(status.st_size);
+  if (!slot->on_heap) table.near_used += static_cast<std::size_t>(status.st_size);
   return true;
 }
 
