@@ -6,6 +6,10 @@
 #include "net/sock.h"
 #include "protocol/cmd_hdr.h"
 
+// What comes in and is not kept: a document until it is formatted, a frame until it is sent.  One
+// for both, since a child pays for each page that it touches.
+extern MessageBuffer CommMgr_Incoming;
+
 // Empties the peer lists, logs the configuration and hands document retrieval to the macro
 // engine; 1.
 int CommMgr_Startup(const ConfigInfo *config, const DBInfo *dbinfo);

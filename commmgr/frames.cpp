@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kNameSize = 128;
 constexpr std::size_t kFrameSize = 10238;  // Kept: the characters of a frame that are sent
 
-char frame[kFrameSize + 1];
+char *const frame = CommMgr_Incoming.text;
 
 // Fills the frame, terminated.  0, or the error that a directory, a missing file or a bad disk
 // gives.

@@ -71,6 +71,8 @@ int Receive(int macro, int sock, char *buf, char *out, int *len, int format) {
 
 }  // namespace
 
+MessageBuffer CommMgr_Incoming;
+
 int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   out[0] = '\0';  // nothing behind it is looked at until it is written
   const INIT_CHILDINFO *manager = Init_FindPeer(DocMgrList, hdr->SearchGroup);
@@ -82,8 +84,8 @@ int CommMgr_GetDoc(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   (void)Text_Copy(hdr->Command, "GETDOC");
   // The request, then the answer.  A macro that runs over the answer may fetch a further document,
   // and that one is raw.
-  static MessageBuffer formatted, raw;
-  char *buf = (format == 1 ? formatted : raw).text;
+  static MessageBuffer raw;
+  char *buf = (format == 1 ? CommMgr_Incoming : raw).text;
   int length = Util_FormatCmdHdr(hdr, buf);
   buf[length++] = '\n';
   int sock = -1;
