@@ -52,26 +52,15 @@ const char *Find(const char *from, const char *end, char byte) {
   return match != nullptr ? static_cast<const char *>(match) : end;
 }
 
-// Copies the value behind the first "=" into buffer, terminated if it is shorter than the capacity.
-// The length, or -1, logged.
+// Copies the value of the field at position into buffer, terminated if it is shorter than the
+// capacity.  The length, or -1, logged.
 int CopyTerms(const char *position, char *buffer, int capacity) {
-  const char *end = EndOf(position);
-  const char *equals = Find(position, end, '=');
-  if (equals == end) {
-    DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Unable to locate delimeter in %s\n", position);
-    return -1;
-  }
-  const char *value = equals + 1;
-  const auto room = static_cast<std::ptrdiff_t>(std::max(capacity, 0));
-  const char *stop = Find(value, end - value > room ? value + room : end, '\t');
-  const int count = static_cast<int>(stop - value);
-  std::memcpy(buffer, value, static_cast<std::size_t>(count));
-  if (count < capacity) {
-    buffer[count] = '\0';
-    return count;
-  }
-  DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Buffer too small (size = %d)\n", count);
-  return -1;
+  const std::string_view value = Macro_Terms(position, capacity);
+  if (value.data() == nullptr) return -1;
+  const auto count = static_cast<int>(value.copy(buffer, value.size()));
+  if (count >= capacity) return -1;
+  buffer[count] = '\0';
+  return count;
 }
 
 char *HeapCopy(const char *text, int count) {
@@ -128,6 +117,22 @@ const char *Macro_FindField(const char *name, int skip) {
   }
   input.cursor = at;
   return input.start + at;
+}
+
+std::string_view Macro_Terms(const char *position, int capacity) {
+  const char *end = EndOf(position);
+  const char *equals = Find(position, end, '=');
+  if (equals == end) {
+    DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Unable to locate delimeter in %s\n", position);
+    return {};
+  }
+  const char *value = equals + 1;
+  const auto room = static_cast<std::ptrdiff_t>(std::max(capacity, 0));
+  const char *stop = Find(value, end - value > room ? value + room : end, '\t');
+  const int count = static_cast<int>(stop - value);
+  if (count >= capacity)
+    DPRINTF(nullptr, kWarning, "[Macro: GetTerms] Buffer too small (size = %d)\n", count);
+  return {value, static_cast<std::size_t>(count)};
 }
 
 char *Macro_GetTerms(const char *position, char *buffer, int *size) {

@@ -6,6 +6,7 @@
 #define MACRO_CURSOR_H
 
 #include <cstdint>
+#include <string_view>
 
 // Sets the cursor to the start of the document; 0.
 int Macro_SetInput(char *document);
@@ -29,9 +30,13 @@ int Macro_Seek(std::int32_t offset);
 // null: logged, and the cursor is where it was.
 const char *Macro_FindField(const char *name, int skip);
 
+// The value of the field at position, as it stands in the document, and at most capacity characters
+// of it.  One that fills the capacity is logged; without "=" there is none (data null), logged.
+std::string_view Macro_Terms(const char *position, int capacity);
+
 // Copies the value of the field at position.  *size is the capacity of buffer and becomes the
 // length of the value, terminator not counted.  The result is buffer; null: no "=", or a value that
-// fills the capacity, both logged, with *size as it was and the part that fits, not terminated, in
+// fills the capacity, with *size as it was and the part that fits, not terminated, in
 // buffer. buffer null: the result is a copy that the caller frees.
 char *Macro_GetTerms(const char *position, char *buffer, int *size);
 

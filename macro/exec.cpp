@@ -17,12 +17,10 @@ namespace {
 constexpr int kFetchSize = 32768;      // of a document that op 13 fetches
 constexpr int kDocumentLimit = 39000;  // of a document with what was inserted into it
 
-Macro_FetchFn fetch_document = nullptr;
-
-// Kept: registers outlive a run, so a macro can find what an earlier document of the page left.
-int registers[kMacroRegisters];
-
 struct Run {
+  Macro_FetchFn fetch;  // set once
+  // Kept: registers outlive a run, so a macro can find what an earlier document of the page left.
+  int registers[kMacroRegisters];
   const unsigned char *code;
   int code_size;
   int at;     // of the next byte of code
@@ -34,10 +32,12 @@ struct Run {
   int room;   // bytes free behind the document
   int stack[kMacroStack];
   int depth;
-  bool failed;  // ends the run
-  char name[kMacroNameSize + 2];
-  CmdHdr hdr;  // of the fetch
+  bool failed;                    // ends the run
+  char name[kMacroNameSize + 2];  // a page alone: what is used of it is touched
+  CmdHdr hdr;                     // of the fetch
 };
+
+Run engine;
 
 // Ends the run; said once.
 void Fail(Run *run, const char *reason) {
@@ -122,8 +122,8 @@ int TakeValue(Run *run, int skip) {
 
 void EmitValue(Run *run, int skip) {
   if (run->failed) return;
-  const int size = TakeValue(run, skip);
-  if (size >= 0) Emit(run, {run->name, static_cast<std::size_t>(size)});
+  const char *field = Macro_FindField(run->name, skip);
+  if (field != nullptr) Emit(run, Macro_Terms(field, kMacroNameSize + 1));
 }
 
 void EmitNumber(Run *run) {
@@ -171,8 +171,8 @@ bool FillRequest(Run *run, std::string_view value) {
   return true;
 }
 
-int Fetch(int macro, CmdHdr *hdr, char *out, int *len) {
-  return fetch_document != nullptr ? fetch_document(macro, hdr, out, len, 0) : 0;
+int Fetch(Run *run, int macro, char *out, int *len) {
+  return run->fetch != nullptr ? run->fetch(macro, &run->hdr, out, len, 0) : 0;
 }
 
 // Cleared, for all of it is emitted when the fetch fails.
@@ -201,7 +201,7 @@ void FetchToOutput(Run *run) {
   char *buffer = AllocateFetch();
   if (buffer == nullptr) return Fail(run, "no memory for a fetch");
   int len = kFetchSize;
-  Fetch(macro, &run->hdr, buffer, &len);
+  Fetch(run, macro, buffer, &len);
   Emit(run, {buffer, static_cast<std::size_t>(len)});
   FreeFetch(buffer);
 }
@@ -214,7 +214,7 @@ void FetchIntoDocument(Run *run, int skip) {
   if (!FillRequest(run, run->name)) return;
   const int before = Macro_Length();
   int len = std::max(0, std::min(kDocumentLimit - before, run->room));
-  Fetch(0, &run->hdr, Macro_Document() + before, &len);
+  Fetch(run, 0, Macro_Document() + before, &len);
   Macro_Remeasure();
   run->room -= Macro_Length() - before;
 }
@@ -250,12 +250,12 @@ void Step(Run *run) {
     case kOpPop: return Pop(run);
     case kOpSave: {
       const int number = TakeRegister(run);
-      if (!run->failed) registers[number] = Macro_Cursor();
+      if (!run->failed) run->registers[number] = Macro_Cursor();
       return;
     }
     case kOpRestore: {
       const int number = TakeRegister(run);
-      if (!run->failed) Macro_SetCursor(registers[number]);
+      if (!run->failed) Macro_SetCursor(run->registers[number]);
       return;
     }
     case kOpFind:
@@ -271,10 +271,10 @@ void Step(Run *run) {
 
 }  // namespace
 
-void Macro_SetFetch(Macro_FetchFn fetch) { fetch_document = fetch; }
+void Macro_SetFetch(Macro_FetchFn fetch) { engine.fetch = fetch; }
 
 int Macro_Exec(int handle, char *document, char *output, int *len, int room) {
-  static Run run;  // its name alone is a page, and what is not used of it is not touched
+  Run &run = engine;
   run.code = Macro_Code(handle, &run.code_size);
   run.at = run.op = run.op_at = run.count = run.depth = 0;
   run.output = output;

@@ -23,13 +23,13 @@ struct Slot {
   bool on_heap;
 };
 
-// The code of the first macros lies behind the slots while there is room: a new process pays for
-// each page that it touches, and for the heap with several.
+// The code of small macros lies behind the slots: a new process pays for each page that it touches,
+// and for the heap with several.
 struct Table {
   Slot slots[kMacroSlots];
   int count;
   std::size_t near_used;
-  unsigned char near[16384];
+  unsigned char near[3072];
 };
 
 Table table;
