@@ -3,4 +3,6 @@
 #include "macro/exec.cpp"
 #include "tests/fuzz/support/macros.h"
 
-void Fuzz_ClearRegisters() { std::fill(std::begin(registers), std::end(registers), 0); }
+void Fuzz_ClearRegisters() {
+  std::fill(std::begin(engine.registers), std::end(engine.registers), 0);
+}
