@@ -31,6 +31,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr std::int64_t kBurstLimit = 2'200 * kMillisecond;  // a SYN is repeated each second
 constexpr int kBursts[] = {10, 50, 200};
+constexpr int kBurstRounds = 7;
 constexpr const char *kBurstRow = "query-10";
 constexpr int kWarmUps = 200;
 constexpr useconds_t kSettle = 5'000;         // until ended children have been accounted for
@@ -47,8 +48,8 @@ struct Plan {
   std::string folder;
   std::vector<Row> rows;
   std::vector<int> clients = {1, 16};
-  int rounds = 7;
-  std::int64_t slice = 500 * kMillisecond;
+  int rounds = 35;
+  std::int64_t slice = 100 * kMillisecond;
   std::string level = "WARNING";
   int peers = 0;
   std::string label;  // in place of a row's name
@@ -124,7 +125,7 @@ void WarmUp(const Plan &plan) {
 }
 
 template <typename Run>
-Sample Measure(const Plan &plan, std::size_t row, Side side, Run run) {
+void Measure(const Plan &plan, std::size_t row, Side side, Series *series, Run run) {
   const double cpu = Server_Cpu(groups[side]);
   const Clock::time_point begin = Clock::now();
   const Outcome outcome = run(PortOf(side, row), plan.rows[row].client);
@@ -132,7 +133,15 @@ Sample Measure(const Plan &plan, std::size_t row, Side side, Run run) {
   usleep(kSettle);
   Count(plan, row, side, outcome);
   const double used = cpu < 0 ? -1 : Server_Cpu(groups[side]) - cpu;
-  return Report_Sample(outcome, seconds, used);
+  Report_Add(series, side, outcome, seconds, used);
+}
+
+// One round: both sides, and the one that was second the last time first.
+template <typename Run>
+void MeasureBoth(const Plan &plan, std::size_t row, int round, Series *series, Run run) {
+  const Side first = round % 2 == 0 ? kFloor : kDaemon;
+  Measure(plan, row, first, series, run);
+  Measure(plan, row, first == kFloor ? kDaemon : kFloor, series, run);
 }
 
 void Progress(const char *what, int round, int rounds) {
@@ -148,13 +157,10 @@ void ClosedLoops(const Plan &plan) {
     for (std::size_t row = 0; row < plan.rows.size(); ++row) {
       for (const int clients : plan.clients) {
         if (round == 0)
-          table.push_back({plan.label.empty() ? plan.rows[row].name : plan.label, clients, {}});
-        for (const Side side : {kFloor, kDaemon})
-          table[line].samples[side].push_back(
-              Measure(plan, row, side, [&](int port, const Exchange &exchange) {
-                return Client_Closed(port, exchange, clients, plan.slice);
-              }));
-        ++line;
+          table.push_back({plan.label.empty() ? plan.rows[row].name : plan.label, clients, {}, {}});
+        MeasureBoth(plan, row, round, &table[line++], [&](int port, const Exchange &exchange) {
+          return Client_Closed(port, exchange, clients, plan.slice);
+        });
       }
     }
   }
@@ -170,14 +176,12 @@ void Bursts(const Plan &plan) {
               kBurstRow, static_cast<double>(kBurstLimit) / 1e9);
   Report_BurstHead();
   for (const int clients : kBursts) {
-    Series series = {kBurstRow, clients, {}};
-    for (int round = 0; round < plan.rounds; ++round) {
-      Progress("bursts", round + 1, plan.rounds);
-      for (const Side side : {kFloor, kDaemon})
-        series.samples[side].push_back(
-            Measure(plan, row, side, [&](int port, const Exchange &exchange) {
-              return Client_Burst(port, exchange, clients, kBurstLimit);
-            }));
+    Series series = {kBurstRow, clients, {}, {}};
+    for (int round = 0; round < kBurstRounds; ++round) {
+      Progress("bursts", round + 1, kBurstRounds);
+      MeasureBoth(plan, row, round, &series, [&](int port, const Exchange &exchange) {
+        return Client_Burst(port, exchange, clients, kBurstLimit);
+      });
     }
     Report_Burst(series);
   }

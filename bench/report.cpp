@@ -25,8 +25,11 @@ double Median(const Series &series, Side side, double Sample::*value) {
   return Quantile(Column(series, side, value), 0.5);
 }
 
-double Maximum(const Series &series, Side side, double Sample::*value) {
-  return Quantile(Column(series, side, value), 1);
+// Of all requests of a side, in microseconds.
+double Percentile(const Series &series, Side side, double percent) {
+  std::vector<std::int64_t> latencies = series.latencies[side];
+  std::sort(latencies.begin(), latencies.end());
+  return static_cast<double>(Client_Percentile(latencies, percent)) / 1000;
 }
 
 double Mean(const Series &series, Side side, double Sample::*value) {
@@ -67,19 +70,19 @@ std::string Cpu(double value) {
 
 }  // namespace
 
-Sample Report_Sample(const Outcome &outcome, double seconds, double cpu) {
+void Report_Add(Series *series, Side side, const Outcome &outcome, double seconds, double cpu) {
   const auto answered = static_cast<double>(outcome.latencies.size());
   const auto unanswered = static_cast<double>(outcome.unanswered);
   const double all = std::max(answered + unanswered, 1.0);
   Sample sample;
   sample.p50 = static_cast<double>(Client_Percentile(outcome.latencies, 50)) / 1000;
-  sample.p99 = static_cast<double>(Client_Percentile(outcome.latencies, 99)) / 1000;
-  sample.max = static_cast<double>(Client_Percentile(outcome.latencies, 100)) / 1000;
   sample.rate = answered / seconds;
   sample.cpu = cpu < 0 || answered == 0 ? -1 : cpu / answered;
   sample.queued = (static_cast<double>(outcome.queued) + unanswered) / all;
   sample.unanswered = unanswered / all;
-  return sample;
+  series->samples[side].push_back(sample);
+  series->latencies[side].insert(series->latencies[side].end(), outcome.latencies.begin(),
+                                 outcome.latencies.end());
 }
 
 void Report_ClosedHead() {
@@ -95,8 +98,8 @@ void Report_Closed(const Series &series) {
       Median(series, kDaemon, &Sample::p50), Ratio(series, &Sample::p50).c_str(),
       Cpu(Median(series, kFloor, &Sample::cpu)).c_str(),
       Cpu(Median(series, kDaemon, &Sample::cpu)).c_str(), Ratio(series, &Sample::cpu).c_str(),
-      Median(series, kFloor, &Sample::p99), Median(series, kDaemon, &Sample::p99),
-      Maximum(series, kFloor, &Sample::max), Maximum(series, kDaemon, &Sample::max),
+      Percentile(series, kFloor, 99), Percentile(series, kDaemon, 99),
+      Percentile(series, kFloor, 100), Percentile(series, kDaemon, 100),
       Median(series, kFloor, &Sample::rate), Median(series, kDaemon, &Sample::rate),
       100 * Mean(series, kFloor, &Sample::queued), 100 * Mean(series, kDaemon, &Sample::queued));
   std::fflush(stdout);

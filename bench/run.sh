@@ -131,7 +131,7 @@ legend() {
   cat <<'TEXT'
 Microseconds; medians over the rounds, daemon and floor in turns.  A ratio is daemon / floor of the same
 round: its median, and the quartiles over the rounds.  CPU: of the server and its children, a request, as
-their control group keeps it ("-": no control group could be made).  max: the worst of all rounds.
+their control group keeps it ("-": no control group could be made).  p99 and max: of all requests.
 queue: share of the connections that met the full listen queue, so that the kernel had to repeat a segment.
 
 TEXT
