@@ -333,11 +333,12 @@ int Sock_RecvDelim(int sock, char *buf, int *len, const char *delims) {
       *len = 0;
       return kSockOk;
     }
-    int take = CountToTake(buf + got, count, delims, &found);
-    std::memset(buf + got + take, 0, static_cast<std::size_t>(count - take));
-    rc = Sock_RecvTCP(sock, buf + got, &take, 0);
+    int taken = CountToTake(buf + got, count, delims, &found);
+    rc = Sock_RecvTCP(sock, buf + got, &taken, 0);
+    if (rc != kSockOk) taken = 0;
+    std::memset(buf + got + taken, 0, static_cast<std::size_t>(count - taken));
     if (rc != kSockOk) return rc;
-    got += take;
+    got += taken;
   }
   if (!found) return kSockOverflow;
   *len = got;

@@ -60,7 +60,7 @@ int Sock_RecvTCP(int sock, char *buf, int *len, int flags);
 // Takes bytes up to and including the first of delims and never more, so that the next reader
 // starts at the next line.  kSockOk with *len 0: the peer has closed, also in the middle of a line.
 // kSockOverflow: *len bytes taken, none a delimiter.  A NUL ends the search in the bytes that wait.
-// What lies in buf behind the bytes taken and was not taken itself is cleared.
+// Bytes that were looked at and not taken are cleared from buf, also when taking them failed.
 int Sock_RecvDelim(int sock, char *buf, int *len, const char *delims);
 
 // Connects, sends, receives once, closes.  flags are the options of the connection and the flags of

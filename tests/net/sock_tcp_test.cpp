@@ -367,6 +367,31 @@ TEST(SockTCP, RecvDelim_BytesSeenAndNotTaken_AreCleared) {
   EXPECT_EQ(line.buf, "AB\n" + std::string(13, '\0'));
 }
 
+TEST(SockTCP, RecvDelim_BytesSeenAndThenNotReadable_AreCleared) {
+  const TcpPair pair;
+  Deliver(pair.far, pair.near, "AB");
+  Seams seams;
+  seams.Before(Call::kRecv, 3, [&] { Deliver(pair.far, pair.near, "SECRET\nMORE"); });
+  seams.Fail(Call::kRecv, ECONNRESET, 4);
+  Line line = {};
+  Capture(103, [&] { line = RecvDelim(pair.near, 16); });
+  EXPECT_EQ(line.rc, -104);
+  EXPECT_EQ(line.len, 16);
+  EXPECT_EQ(line.buf, "AB" + std::string(14, '\0'));
+}
+
+// Another reader of the socket took a byte in between.
+TEST(SockTCP, RecvDelim_FewerBytesThanSeen_CountsThoseTakenAndClearsTheOthers) {
+  const TcpPair pair;
+  Deliver(pair.far, pair.near, "AB\n");
+  Seams seams;
+  seams.Before(Call::kRecv, 2, [&] { EXPECT_EQ(ReadBytes(pair.near, 1), "A"); });
+  const Line line = RecvDelim(pair.near, 8);
+  EXPECT_EQ(line.rc, 1);
+  EXPECT_EQ(line.len, 2);
+  EXPECT_EQ(line.buf, "B\n" + std::string(6, '\0'));
+}
+
 TEST(SockTCP, RecvDelim_UsedBufferWithAnOldNewline_DoesNotEndTheLine) {
   const TcpPair pair;
   Deliver(pair.far, pair.near, "AB");
