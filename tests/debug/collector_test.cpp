@@ -292,6 +292,17 @@ TEST_F(Collector, DPRINTF_SecondFailure_IsAppendedAndTheFileOpenedAgain) {
   EXPECT_EQ(seams.Trace(), "fopen(debug.log, a)\nfopen(debug.log, a)\n");
 }
 
+TEST_F(Collector, DPRINTF_EveryFailure_LeavesTheFileOpen) {
+  const TempDir dir;
+  Init();
+  Capture(103, [] { Debug_SetDest("127.0.0.1", 0); });
+  const int before = OpenDescriptors();
+  Capture(103, [] { DPRINTF(nullptr, kWarning, "first\n"); });
+  EXPECT_EQ(OpenDescriptors(), before + 1);
+  Capture(103, [] { DPRINTF(nullptr, kWarning, "second\n"); });
+  EXPECT_EQ(OpenDescriptors(), before + 2);
+}
+
 TEST_F(Collector, DPRINTF_FallBack_WritesHeadersAndKeepsContinuationsBare) {
   const TempDir dir;
   Init();
@@ -357,4 +368,30 @@ TEST_F(Collector, Init_Twice_SendsTheLevelLineThroughTheOldSocket) {
   const Output output = Capture(103, [] { Debug_Init(); });
   EXPECT_EQ(output.log, "");
   EXPECT_EQ(seams.Count(Call::kSendto), 1);
+}
+
+TEST_F(Collector, Init_AgainAndTheSocketFails_GoesBackToStandardError) {
+  const TempDir dir;  // where a fall-back file would be written
+  Init();
+  const int old_socket = log_socket_;
+  Seams seams;
+  seams.Fail(Call::kSocket, EMFILE);
+  int result = 1;
+  const Output output = Capture(103, [&] {
+    result = Debug_Init();
+    Debug_SetDest("127.0.0.1", port_);
+    DPRINTF(nullptr, kWarning, "to standard error\n");
+  });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(output.out, "errno = 24\n[DEBUG: Init] Error initing socket to Syslogd, rc = -1\n");
+  EXPECT_EQ(output.log,
+            "[SOCK: GetError] Uhmm, Houston...We have a problem.\n"
+            "[SOCK: GetError] We can't seem to get our socket errors here for sock -1.\n"
+            "[SOCK: GetError] The system reports this as errno = 9.\n"
+            "[SOCK: GetError] What are your recommendations ?\n"
+            "[SOCK: OpenUDP] Error 0 (0x0) from socket().  Unable to get a new socket.\n"
+            "to standard error\n");
+  EXPECT_EQ(Receive(), "");
+  EXPECT_EQ(FileText("debug.log"), "");
+  EXPECT_TRUE(IsOpen(old_socket));
 }

@@ -145,14 +145,25 @@ TEST(HexDump, AnyAddress_IsShownByItsLow32Bits) {
 }
 
 TEST(HexDump, Level_IsThatOfTheCall) {
-  EXPECT_NE(MessagesAt(103, [] { HEXDUMP(nullptr, kWarning, "A", 1, "T"); }), "");
-  EXPECT_NE(MessagesAt(101, [] { HEXDUMP(nullptr, kInfo, "A", 1, "T"); }), "");
+  FixedPage page;
+  const char *at = page.Fill("A");
+  const std::string line = kBlankLine + Padded("00100000: 41") + " A\n";
+  for (const int level : {101, 103}) {
+    EXPECT_EQ(MessagesAt(level, [&] { HEXDUMP(nullptr, level, at, 1, "T"); }),
+              "HEXDUMP of T\n" + line);
+    EXPECT_EQ(MessagesAt(level, [&] { HEXDUMP(nullptr, level, at, 1, nullptr); }),
+              "HEXDUMP @ 00100000 for 1 bytes\n" + line);
+  }
 }
 
 TEST(HexDump, Stream_TakesTheWholeDump) {
   FixedPage page;
   const char *at = page.Fill("A");
-  const Output output = Capture(101, [&] { HEXDUMP(stdout, kInfo, at, 1, "T"); });
-  EXPECT_EQ(output.out, "HEXDUMP of T\n" + kBlankLine + Padded("00100000: 41") + " A\n");
+  const std::string line = kBlankLine + Padded("00100000: 41") + " A\n";
+  const Output output = Capture(101, [&] {
+    HEXDUMP(stdout, kInfo, at, 1, "T");
+    HEXDUMP(stdout, kInfo, at, 1, nullptr);
+  });
+  EXPECT_EQ(output.out, "HEXDUMP of T\n" + line + "HEXDUMP @ 00100000 for 1 bytes\n" + line);
   EXPECT_EQ(output.log, "");
 }
