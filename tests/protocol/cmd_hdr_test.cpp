@@ -122,6 +122,16 @@ TEST(CmdHdr, IntCmdHdr_LoneSeparator_IsNull) {
   for (const char *text : {"\t", "\n", "\r"}) EXPECT_EQ(Parse(text).predicate, -1);
 }
 
+TEST(CmdHdr, IntCmdHdr_NoField_ThePredicateIsTheWholeText) {
+  for (const char *text : {"\tfree text\n", "\t\n", "\n\n", "\r\n", "\tID=a\t@SEQNUM=7\n",
+                           "\t\t@SEQNUM=7\n", "\t@OPER=AND\t@SEQNUM=7\n"}) {
+    const Parsed parsed = Parse(text);
+    EXPECT_EQ(parsed.predicate, 0) << text;
+    EXPECT_EQ(parsed.hdr.SeqNum, 0) << text;
+    EXPECT_EQ(parsed.log, "") << text;
+  }
+}
+
 TEST(CmdHdr, IntCmdHdr_CarriageReturnAndNewline_AreThePredicate) {
   const std::string text = "\t@COMMAND=PING\t@SEQNUM=7\r\n";
   const Parsed parsed = Parse(text);
@@ -413,6 +423,17 @@ TEST(CmdHdr, Display_EmptyRecord_IsElevenLinesAt102) {
   const std::time_t epoch = 0;
   EXPECT_EQ(MessagesAt(102, [&] { Util_Display(&hdr, nullptr); }),
             kDisplayOfZeros + "[Util: Display] CmdHdr->ExpDate       = (0) " + std::ctime(&epoch));
+}
+
+TEST(CmdHdr, Display_ExpiryDate_IsATimeOfSigned32Bits) {
+  for (const std::int32_t date : {INT32_MIN, -1, INT32_MAX}) {
+    CmdHdr hdr = {};
+    hdr.ExpDate = date;
+    const std::time_t expires = date;
+    EXPECT_EQ(Capture(102, [&] { Util_Display(&hdr, nullptr); }).log,
+              kDisplayOfZeros + "[Util: Display] CmdHdr->ExpDate       = (" + std::to_string(date) +
+                  ") " + std::ctime(&expires));
+  }
 }
 
 TEST(CmdHdr, Display_FullRecord_LeavesMaxHitsOutAndEndsWithThePredicate) {

@@ -97,6 +97,38 @@ TEST(Pair, Search4Pair_SecondOccurrenceOfOne_FailsAfterTheFirstSearch) {
             "[Util: Search4Pair] cannot find Selection: 2 of tag: '\tID='\n");
 }
 
+TEST(Pair, Search4Pair_NextSearch_StartsOneCharacterBehindTheMatch) {
+  const Found found = Search("\tA=\tA=\tA=\n", "A=\tA", 2, 255);
+  EXPECT_EQ(found.rc, 1);
+  EXPECT_EQ(found.pair, "A=");
+  EXPECT_EQ(found.log,
+            "[Util: Search4Pair] Selection 1 of 2 for tag \tA=\tA= = \tA=\tA=\tA=\n\n"
+            "[Util: Search4Pair] Selection 2 of 2 for tag \tA=\tA= = \tA=\tA=\n\n"
+            "[Util: Search4Pair] Selection 3 of 2 for tag A=\tA yeilds A=\n");
+}
+
+TEST(Pair, Search4Pair_EveryFailure_LeavesOutputAndLength) {
+  const struct {
+    const char *text, *tag;
+    int occurrence;
+  } kRows[] = {
+      {"\tID=abc\n", "ID", 1},   // overflow
+      {"\tID=abc", "ID", 1},     // no end
+      {"\tX=1\n", "ID", 1},      // not there
+      {"\tID=a\n", "ID", 2},     // not there a second time
+      {"\tID=a\n", "ID", 0},     // no occurrence
+      {"\tID=a\n", nullptr, 1},  // no tag
+  };
+  for (const auto &row : kRows) {
+    char out[6] = "kept!";
+    int len = 5, rc = 9;
+    Capture(105, [&] { rc = Util_Search4Pair(row.text, out, &len, row.tag, row.occurrence); });
+    EXPECT_EQ(rc, 0) << row.text;
+    EXPECT_STREQ(out, "kept!") << row.text;
+    EXPECT_EQ(len, 5) << row.text;
+  }
+}
+
 TEST(Pair, Search4Pair_EverySeparator_EndsThePair) {
   for (const char *end : {"\t", "\n", "\r", "\tX=1\n", "\r\n"})
     EXPECT_EQ(Search("\tID=a b" + std::string(end), "ID", 1, 255).pair, "ID=a b");
@@ -201,6 +233,13 @@ TEST(Pair, SplitPair_NoDelimiter_IsLoggedAt103) {
             "[Util: SplitPair] delim ':' not found in pair 'a=b'\n");
   EXPECT_EQ(MessagesAt(103, [&] { rc = Util_SplitPair("", name, value, '='); }),
             "[Util: SplitPair] delim '=' not found in pair ''\n");
+}
+
+TEST(Pair, SplitPair_NoDelimiter_LeavesBothOutputs) {
+  char name[16] = "name", value[16] = "value";
+  Capture(105, [&] { Util_SplitPair("ID", name, value, '='); });
+  EXPECT_STREQ(name, "name");
+  EXPECT_STREQ(value, "value");
 }
 
 TEST(Pair, SplitPair_LongPairWithoutADelimiter_IsShownUpTo4096Characters) {

@@ -163,6 +163,17 @@ TEST(Record, ReadInt_ResetConnection_IsOver) {
                 Num(pair.near) + "\n");
 }
 
+TEST(Record, ReadInt_ResetConnection_IsLoggedAt101) {
+  TcpPair pair;
+  Reset(&pair.far);
+  Read read;
+  ReadOne(pair.near, &read, 102);
+  EXPECT_EQ(read.rc, 2);
+  EXPECT_EQ(read.log,
+            "[SOCK: RecvTCP] Error 104 (0x68) from recv().  Unable to receive on socket " +
+                Num(pair.near) + ".\n");
+}
+
 TEST(Record, ReadInt_NotConnected_IsOver) {
   const Fd sock(socket(AF_INET, SOCK_STREAM, 0));
   Read read;
@@ -220,6 +231,25 @@ TEST(Record, ReadInt_Failure_IsLoggedAt103) {
   EXPECT_EQ(read.log, "[Util: ReadInt] Unable to recv on socket -1: rc = -3\n");
   ReadOne(-1, &read, 104);
   EXPECT_EQ(read.log, "");
+}
+
+TEST(Record, ReadInt_NoMessage_LeavesTheRecordAndThePlace) {
+  TcpPair closed, full;
+  SendAll(closed.far, "\t@COMMAND=HIT\t@DOCNUM=7");
+  closed.far.Close();
+  SendAll(full.far, std::string(40960, 'x'));
+  const Fd unconnected(socket(AF_INET, SOCK_STREAM, 0));
+  const struct {
+    int sock, rc;
+  } kRows[] = {{closed.near, 2}, {unconnected, 2}, {full.near, 0}, {-1, 0}};
+  for (const auto &row : kRows) {
+    Read read;
+    const CmdHdr before = read.hdr;
+    ReadOne(row.sock, &read);
+    EXPECT_EQ(read.rc, row.rc);
+    EXPECT_EQ(std::memcmp(&read.hdr, &before, sizeof before), 0) << "result " << row.rc;
+    EXPECT_EQ(read.rest, read.buf.data()) << "result " << row.rc;
+  }
 }
 
 TEST(Record, ReadInt_NoCapacity_CountsAsOver) {
