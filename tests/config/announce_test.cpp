@@ -101,6 +101,21 @@ TEST(TCPIPSetup, BadField_IsRefusedInTheOrderOfTheRecord) {
   }
 }
 
+TEST(TCPIPSetup, BadField_FillsNeitherAddress) {
+  ConfigInfo no_ip = Manager(), no_client = Manager(), no_admin = Manager();
+  no_ip.IP[0] = '\0';
+  no_client.ClientPort = 0;
+  no_admin.AdminPort = 0;
+  for (const ConfigInfo *config : {&no_ip, &no_client, &no_admin}) {
+    const Addresses got = FillFrom(config);
+    EXPECT_EQ(got.result, 0);
+    for (const SockAddr *addr : {&got.client, &got.admin}) {
+      EXPECT_STREQ(addr->IP, "") << got.log;
+      EXPECT_EQ(addr->Port, 0) << got.log;
+    }
+  }
+}
+
 TEST(TCPIPSetup, EitherAddressNull_IsRefused) {
   const ConfigInfo config = Manager();
   for (const bool client_given : {false, true}) {
@@ -222,6 +237,21 @@ TEST_F(Announce, FailingSocket_IsReportedAndNothingIsSent) {
   EXPECT_EQ(out_, "errno = 24\n");
   EXPECT_EQ(seams.Count(Call::kSendto), 0);
   EXPECT_EQ(Received(parent_sock_), "nothing");
+}
+
+TEST_F(Announce, FailingSocket_ComesBehindTheTraceOfTheMessage) {
+  Seams seams;
+  seams.Fail(Call::kSocket, EMFILE);
+  EXPECT_EQ(Send(nullptr, 101), 0);
+  EXPECT_EQ(log_, "[Init: Announce] Sending Announcement to 127.0.0.1/" + std::to_string(port_) +
+                      ": '" + Announcement() +
+                      "\n'\n"
+                      "[SOCK: GetError] Uhmm, Houston...We have a problem.\n"
+                      "[SOCK: GetError] We can't seem to get our socket errors here for sock -1.\n"
+                      "[SOCK: GetError] The system reports this as errno = 9.\n"
+                      "[SOCK: GetError] What are your recommendations ?\n"
+                      "[SOCK: OpenUDP] Error 0 (0x0) from socket().  Unable to get a new socket.\n"
+                      "[Init: Announce] Unable to open socket to send Startup Announcement.\n");
 }
 
 TEST_F(Announce, FailingSocket_IsReportedAt104) {
