@@ -72,8 +72,7 @@ bool Allocate(Slot *slot, off_t file_size) {
   const SignalHold hold;
   errno = ENOMEM;
   if (file_size <= kMaxFile)
-    slot->code =
-        static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size) + 1));
+    slot->code = static_cast<unsigned char *>(std::malloc(2 * static_cast<std::size_t>(file_size)));
   slot->on_heap = slot->code != nullptr;
   return slot->on_heap;
 }

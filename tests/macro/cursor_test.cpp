@@ -293,6 +293,17 @@ TEST(GetTerms, Value_BeginsBehindTheFirstEqualsSign) {
   EXPECT_EQ(terms.size, 5);
 }
 
+TEST(GetTerms, ZeroInsideOfTheDocument_EndsNoValueAndNoSearch) {
+  char text[] = "\ta=1x2\tb=3\t";
+  Macro_SetInput(text);
+  text[4] = '\0';
+  const Terms terms(text, 10);
+  EXPECT_TRUE(terms.found);
+  EXPECT_EQ(terms.size, 3);
+  EXPECT_EQ(terms.buffer.substr(0, 5), std::string("1\0002\0#", 5));
+  EXPECT_EQ(Macro_FindField("b", 0), text + 6);
+}
+
 TEST(GetTerms, FieldWithoutAnEqualsSign_TakesTheNextOne) {
   const Document document("\ta\tb=2\t");
   EXPECT_STREQ(Terms(document.At(0), 10).buffer.c_str(), "2");

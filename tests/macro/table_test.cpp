@@ -137,7 +137,16 @@ MACRO_CASE(Open, FileTooLargeToHold_IsLoggedLikeAFailedMalloc) {
 
 MACRO_CASE(Open, Buffer_HoldsTheFileTwice) {
   EXPECT_EQ(Open(WriteMacro("a", std::string(kLarge, 'A'))).handle, 0);
-  EXPECT_GE(file_seams.malloc_size, 2u * kLarge);
+  EXPECT_EQ(file_seams.malloc_size, 2u * kLarge);
+}
+
+MACRO_CASE(Open, SmallMacros_ShareOneAreaToItsLastByte) {
+  const std::string sizes[] = {std::string(3071, '1'), "2", ""};
+  file_seams.malloc_size = 0;
+  for (const std::string &code : sizes) ASSERT_GE(Open(WriteMacro("a", code)).handle, 0);
+  EXPECT_EQ(file_seams.malloc_size, 0u);
+  EXPECT_EQ(Open(WriteMacro("a", "3")).handle, 3);
+  EXPECT_EQ(file_seams.malloc_size, 2u);
 }
 
 MACRO_CASE(Open, Macros_DoNotShareABuffer) {
@@ -166,6 +175,15 @@ MACRO_CASE(Open, FailingOpen_ShowsItsErrorAndKeepsTheSlot) {
   EXPECT_EQ(opened.log, Unopened(name + ".mo", 13));
   EXPECT_EQ(Open(name).handle, 0);
   EXPECT_EQ(CodeOf(0), "A");
+}
+
+MACRO_CASE(Open, FailingOpenOfALargeMacro_LeavesNothingToASmallOne) {
+  file_seams.fail_open = EACCES;
+  EXPECT_EQ(Open(WriteMacro("a", std::string(kLarge, 'A'))).handle, -1);
+  EXPECT_EQ(Open(WriteMacro("b", "B")).handle, 0);
+  EXPECT_EQ(CodeOf(0), "B");
+  EXPECT_EQ(Macro_Close(0), 1);
+  EXPECT_EQ(CodeOf(0), "none");
 }
 
 MACRO_CASE(Open, FailingRead_ShowsItsErrorAndKeepsTheSlot) {
@@ -220,6 +238,17 @@ MACRO_CASE(Open, FileThatShrinks_IsAsLongAsWhatWasRead) {
     EXPECT_EQ(opened.log, "");
   }
   EXPECT_EQ(CodeOf(0), "AB");
+}
+
+MACRO_CASE(Open, FileThatGrows_IsReadAsFarAsItWasMeasured) {
+  for (const std::string &code : {std::string("ABC"), std::string(kLarge, 'D')}) {
+    const std::string name = WriteMacro("a", code);
+    Seams seams;
+    seams.Before(Call::kRead, 1, [&] { WriteMacro("a", code + "more"); });
+    const Opened opened = Open(name);
+    EXPECT_EQ(opened.log, "");
+    EXPECT_EQ(CodeOf(opened.handle), code);
+  }
 }
 
 MACRO_CASE(Open, Descriptors_AreClosedOnEveryPath) {
