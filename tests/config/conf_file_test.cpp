@@ -138,6 +138,12 @@ TEST_F(ReadConf, Search_IsTracedAt101) {
             "[Init: ReadConf] Searching '" + path_ + "' for 'web1' (type 'C').\n");
 }
 
+TEST_F(ReadConf, Search_IsTracedBeforeTheFileIsOpened) {
+  EXPECT_EQ(Capture(101, [&] { Init_ReadConf("/no/file", "web1", 'C', &config_); }).log,
+            "[Init: ReadConf] Searching '/no/file' for 'web1' (type 'C').\n"
+            "[Init: ReadConf] Unable to open '/no/file': errno = 2\n");
+}
+
 TEST_F(ReadConf, MissingFile_IsLoggedWithItsErrorAndClearsTheRecord) {
   std::memset(static_cast<void *>(&config_), 'x', sizeof config_);
   int result = -1;
@@ -329,6 +335,28 @@ TEST_F(ReadConf, LineThatEndsTooEarly_IsIncompleteEvenIfALaterOneMatches) {
   }
 }
 
+TEST_F(ReadConf, LineThatEndsTooEarly_LeavesWhatStoodBeforeItsEnd) {
+  const struct {
+    const char *line;
+    ConfigInfo left;
+  } rows[] = {{"web1", {"web1", '\0', "", 0, 0, ""}},
+              {"web1 CC 10.1.2.3 6000 6001 up", {"web1", '\0', "", 0, 0, ""}},
+              {"web1 C", {"web1", 'C', "", 0, 0, ""}},
+              {"web1 C 10.1.2.3", {"web1", 'C', "10.1.2.3", 0, 0, ""}},
+              {"web1 C 10.1.2.3 6000", {"web1", 'C', "10.1.2.3", 6000, 0, ""}},
+              {"web1 C 10.1.2.3 6000 6001", {"web1", 'C', "10.1.2.3", 6000, 6001, ""}}};
+  for (const auto &row : rows) {
+    std::memset(static_cast<void *>(&config_), 'x', sizeof config_);
+    EXPECT_EQ(Conf(std::string(row.line) + "\n"), 0) << row.line;
+    EXPECT_STREQ(config_.ID, row.left.ID) << row.line;
+    EXPECT_EQ(config_.Type, row.left.Type) << row.line;
+    EXPECT_STREQ(config_.IP, row.left.IP) << row.line;
+    EXPECT_EQ(config_.ClientPort, row.left.ClientPort) << row.line;
+    EXPECT_EQ(config_.AdminPort, row.left.AdminPort) << row.line;
+    EXPECT_STREQ(config_.ParentID, row.left.ParentID) << row.line;
+  }
+}
+
 TEST_F(ReadConf, TypeOfTwoCharacters_IsIncompleteEvenIfALaterLineMatches) {
   for (const char *type : {"CC", "Cx", "Sx", "SC"}) {
     EXPECT_EQ(Conf(std::string("web1 ") + type + " 10.1.2.3 6000 6001 -\n" + kWeb), 0) << type;
@@ -464,6 +492,19 @@ TEST_F(ReadDB, Record_Null_IsRefusedBeforeTheFileIsOpened) {
   EXPECT_EQ(result, 0);
 }
 
+TEST_F(ReadDB, RefusedArgument_LeavesTheRecord) {
+  db_.DBName[0] = 'X';
+  Capture(104, [&] { Init_ReadDB("", "eng1", &db_); });
+  Capture(104, [&] { Init_ReadDB(path_.c_str(), "", &db_); });
+  EXPECT_STREQ(db_.DBName, "X");
+}
+
+TEST_F(ReadDB, Search_IsTracedBeforeTheFileIsOpened) {
+  EXPECT_EQ(Capture(101, [&] { Init_ReadDB("/no/file", "eng1", &db_); }).log,
+            "[Init: ReadConf] Searching '/no/file' for 'eng1'.\n"
+            "[Init: ReadDB] Unable to open '/no/file': errno = 2\n");
+}
+
 TEST_F(ReadDB, Search_IsTracedAt101UnderTheOtherReadersName) {
   Write(kEngine);
   EXPECT_EQ(MessagesAt(101, [&] { Init_ReadDB(path_.c_str(), "eng1", &db_); }),
@@ -540,6 +581,24 @@ TEST_F(ReadDB, LineThatEndsTooEarly_NamesThePlaceAndItsNumber) {
   for (const auto &row : rows) {
     EXPECT_EQ(DB(std::string("# note\n\n") + row.line + "\n" + kEngine), 0) << row.line;
     EXPECT_EQ(log_, row.log);
+  }
+}
+
+TEST_F(ReadDB, LineThatEndsTooEarly_LeavesWhatStoodBeforeItsEnd) {
+  const struct {
+    const char *line;
+    DBInfo left;
+  } rows[] = {{"eng1", {"eng1", "", "", "", nullptr}},
+              {"eng1 News", {"eng1", "News", "", "", nullptr}},
+              {"eng1 News /idx", {"eng1", "News", "/idx", "", nullptr}}};
+  for (const auto &row : rows) {
+    std::memset(static_cast<void *>(&db_), 'x', sizeof db_);
+    EXPECT_EQ(DB(std::string(row.line) + "\n"), 0) << row.line;
+    EXPECT_STREQ(db_.ID, row.left.ID) << row.line;
+    EXPECT_STREQ(db_.DBName, row.left.DBName) << row.line;
+    EXPECT_STREQ(db_.SearchLocation, row.left.SearchLocation) << row.line;
+    EXPECT_STREQ(db_.DocLocation, row.left.DocLocation) << row.line;
+    EXPECT_EQ(db_.FieldList, nullptr) << row.line;
   }
 }
 
