@@ -1,11 +1,16 @@
 #include "core/startup.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
+
+#include "core/state.h"
 #include "debug/log.h"
 #include "tests/core/running.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/loopback.h"
+#include "tests/support/syscall_seams.h"
 
 namespace {
 
@@ -65,6 +70,36 @@ TEST(CommandLine, Usage_OpensNothing) {
     EXPECT_NE(std::string::npos, ended.output.find("D O N ' T     P A N I C"));
     EXPECT_EQ("", ended.log);
   }
+}
+
+TEST(CommandLine, AnythingButTheMarkInItsPlace_IsNoUsage) {
+  const Folder folder;
+  const std::string conf = folder.Write("korvo.conf", "own C 127.0.0.1 20 30 -\n");
+  for (const std::string id : {"-", "?", "-??", "-h", ""}) {
+    const Ended ended = RunToEnd({KORVO_COMMMGR, id, folder.Path()}, folder);
+    EXPECT_EQ(0, ended.status);
+    EXPECT_EQ(std::string::npos, ended.output.find("P A N I C")) << id;
+    EXPECT_EQ(kLevelLine + (id.empty() ? "[Init: ReadConf] ID NULL or zero-length.\n"
+                                       : "[Init: ReadConf] Could not locate id = '" + id +
+                                             "' in file '" + conf + "'\n"),
+              ended.log);
+  }
+  const Ended ended = RunToEnd({KORVO_COMMMGR, "own", "-?"}, folder);
+  EXPECT_EQ(std::string::npos, ended.output.find("P A N I C"));
+  EXPECT_EQ(
+      std::string(kLevelLine) + "[Init: ReadConf] Unable to open '-?/korvo.conf': errno = 2\n",
+      ended.log);
+}
+
+TEST(CommandLine, DirectoryOf244Characters_IsTheLongest) {
+  const Folder folder;
+  const std::string longest = "/" + std::string(243, 'x');
+  EXPECT_EQ(
+      kLevelLine + ("[Init: ReadConf] Unable to open '" + longest) + "/korvo.conf': errno = 2\n",
+      RunToEnd({KORVO_COMMMGR, "own", longest}, folder).log);
+  EXPECT_EQ(kLevelLine +
+                ("[MainCore: main] Config dir is longer than 244 characters: '" + longest) + "x'\n",
+            RunToEnd({KORVO_COMMMGR, "own", longest + "x"}, folder).log);
 }
 
 // Started with no argument at all, not even its name.
@@ -179,6 +214,22 @@ TEST(StartUp, Parents_AreToldAfterTheHookAlone) {
   EXPECT_TRUE(parent.sock.Readable(kPatienceMs));
 }
 
+TEST(Parents, OfACommunicationsManager_IsNotToldEvenIfItsLineStands) {
+  Site site('C');
+  const Parent parent;
+  site.folder.Write("korvo.conf", site.OwnLine("top") + parent.Line("top", 'C'));
+  // Nor looked for: the file is opened once.
+  const Setting fail("KORVO_FAIL", "fopen:2:2 socket:3:24");
+  Process process({KORVO_COMMMGR, "own", site.folder.Path()}, site.folder.Path());
+  ASSERT_TRUE(process.WaitForLog("Initialization Complete.\n"));
+  const Socket client = ConnectTo(site.client);
+  client.Send("x\n");
+  EXPECT_EQ("", client.ReadAll());  // served, so start-up is over
+  EXPECT_FALSE(parent.Told());
+  EXPECT_EQ(std::string::npos, process.Log().find("[Init: ReadConf]"));
+  EXPECT_EQ(std::string::npos, process.Log().find("[Init: Announce]"));
+}
+
 TEST(Parents, ManagerWithoutItsCommunicationsManager_DoesNotStart) {
   for (const char type : {'S', 'D'}) {
     const Site site(type);
@@ -228,6 +279,21 @@ TEST(Parents, BadAddressOfTheSecond_EndsStartUp) {
   EXPECT_FALSE(parent.Told());
 }
 
+TEST(Parents, AreReadBeforeAnyAddressIsLookedAt) {
+  const Site site('S');
+  const std::string bad_own = "own S 127.0.0.1 -7 30 top\n";
+  EXPECT_EQ(kLevelLine + NotFound("top", site), site.Run(bad_own).log);
+  const std::string bad_parent = "top C 127.0.0.1 -8 30 -\n";
+  EXPECT_EQ(std::string(kLevelLine) + "[Init: TCPIPSetup] Invalid client port = -7.\n",
+            site.Run(bad_own + bad_parent).log);
+  const Site engine('E');
+  engine.folder.Write("korvo.db", "own mail /s /d\n");
+  EXPECT_EQ(
+      std::string(kLevelLine) + "[Init: TCPIPSetup] Invalid client port = -8.\n",
+      engine.Run(engine.OwnLine("top") + "top D 127.0.0.1 -9 30 -\n" + "top S 127.0.0.1 -8 30 -\n")
+          .log);
+}
+
 constexpr const char *kUnsent =
     "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n"
     "[Init: Announce] Unable to send Startup Announcement to parent 'top' at 0.0.0.0:30\n";
@@ -260,6 +326,102 @@ TEST(Parents, AnnouncementWithoutASocket_IsStatus0) {
   EXPECT_TRUE(EndsWith(ended.log,
                        "[Init: Announce] Unable to open socket to send Startup Announcement.\n"));
   EXPECT_FALSE(parent.Told());
+}
+
+// Start-up within this process, for the records that it leaves.
+class StartUpRecords : public ::testing::Test {
+ protected:
+  ~StartUpRecords() override {
+    for (int *sock : {&MainCore_State.Listener, &MainCore_State.AdminSock})
+      if (*sock >= 0) close(*sock);
+    MainCore_State = {};
+  }
+
+  int Start(const Site &site, const std::string &lines) {
+    site.folder.Write("korvo.conf", lines);
+    const Setting letter("KORVO_TYPE", std::string(1, site.type));
+    std::string name = "any", id = "own", dir = site.folder.Path();
+    char *argv[] = {name.data(), id.data(), dir.data(), nullptr};
+    int rc = -1000;
+    log_ = Capture(kWarning, [&] { rc = MainCore_Startup(3, argv); }).log;
+    return rc;
+  }
+
+  std::string log_;
+};
+
+std::string Text(const SockAddr &addr) { return std::string(addr.IP) + "/" + Port(addr.Port); }
+
+TEST_F(StartUpRecords, OfAnEngine_HoldItsTwoLinesAndItsTwoParents) {
+  const Site site('E');
+  const Parent search, doc;
+  site.folder.Write("korvo.db", "own mail /s /d\n");
+  ASSERT_EQ(1, Start(site, site.OwnLine("top") + doc.Line("top", 'D') + "top S 127.0.0.1 8 " +
+                               Port(PortOf(search.sock.Fd())) + " up\n"));
+  const MainCoreState &state = MainCore_State;
+  EXPECT_EQ(site.Conf(), state.ConfigPath);
+  EXPECT_EQ(site.folder.Path() + "/korvo.db", state.DBPath);
+  EXPECT_STREQ("own", state.Config.ID);
+  EXPECT_EQ('E', state.Config.Type);
+  EXPECT_STREQ("top", state.Config.ParentID);
+  EXPECT_STREQ("mail", state.Database.DBName);
+  EXPECT_EQ(2, state.ParentCount);
+  EXPECT_EQ('S', state.Parents[0].Type);
+  EXPECT_STREQ("up", state.Parents[0].ParentID);
+  EXPECT_EQ('D', state.Parents[1].Type);
+  EXPECT_EQ("127.0.0.1/" + Port(site.client), Text(state.ClientAddr));
+  EXPECT_EQ("127.0.0.1/" + Port(site.admin), Text(state.AdminAddr));
+  EXPECT_EQ("127.0.0.1/8", Text(state.ParentClientAddr[0]));
+  EXPECT_EQ("127.0.0.1/9", Text(state.ParentClientAddr[1]));
+  EXPECT_EQ("127.0.0.1/" + Port(PortOf(search.sock.Fd())), Text(state.ParentAdminAddr[0]));
+  EXPECT_EQ("127.0.0.1/" + Port(PortOf(doc.sock.Fd())), Text(state.ParentAdminAddr[1]));
+  EXPECT_EQ(site.client, PortOf(state.Listener));
+  EXPECT_EQ(site.admin, PortOf(state.AdminSock));
+}
+
+TEST_F(StartUpRecords, OfTheOtherTypes_HoldNoDatabase) {
+  const std::string zeros(sizeof(DBInfo), '\0');
+  for (const char type : {'C', 'S', 'D', 'X'}) {
+    const Site site(type);
+    const Parent parent;
+    site.folder.Write("korvo.db", "own mail /s /d\n");
+    MainCore_State.Database.DBName[0] = 'x';
+    EXPECT_EQ(1, Start(site, site.OwnLine("top") + parent.Line("top", 'C'))) << type;
+    EXPECT_EQ(zeros,
+              std::string(reinterpret_cast<const char *>(&MainCore_State.Database), sizeof(DBInfo)))
+        << type;
+    EXPECT_EQ(type == 'S' || type == 'D' ? 1 : 0, MainCore_State.ParentCount) << type;
+    close(MainCore_State.Listener);
+    close(MainCore_State.AdminSock);
+    MainCore_State = {};
+  }
+}
+
+TEST_F(StartUpRecords, SocketsOfAStart_AreLeftBlocking) {
+  const Site site('C');
+  const Seams seams;
+  EXPECT_EQ(1, Start(site, site.OwnLine("-")));
+  EXPECT_EQ(0, seams.Count(Call::kIoctl));
+  EXPECT_EQ(2, seams.Count(Call::kSocket));
+}
+
+TEST_F(StartUpRecords, SocketsOfAFailedStart_StayOpen) {
+  const Site site('C');
+  {
+    const Setting hook("KORVO_HOOK", "9");
+    EXPECT_EQ(9, Start(site, site.OwnLine("-")));
+  }
+  EXPECT_EQ(site.client, PortOf(MainCore_State.Listener));
+  EXPECT_EQ(site.admin, PortOf(MainCore_State.AdminSock));
+}
+
+TEST_F(StartUpRecords, ListenerOfAStartWithoutAnAdminSocket_StaysOpen) {
+  const Site site('C');
+  Seams seams;
+  seams.Fail(Call::kBind, EADDRINUSE, 2);
+  EXPECT_EQ(-EADDRINUSE, Start(site, site.OwnLine("-")));
+  EXPECT_EQ(site.client, PortOf(MainCore_State.Listener));
+  EXPECT_EQ(-1, MainCore_State.AdminSock);
 }
 
 }  // namespace
