@@ -11,6 +11,8 @@
 
 Seam calloc_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
 
+bool select_reads_alone = false;
+
 bool Seam::Fails() {
   if (!ask) return false;
   const int before = errno;
@@ -39,6 +41,7 @@ int __wrap_open(const char *path, int flags, ...) {
 
 int __real_select(int, fd_set *, fd_set *, fd_set *, timeval *);
 int __wrap_select(int count, fd_set *in, fd_set *out, fd_set *special, timeval *timeout) {
+  select_reads_alone = out == nullptr && special == nullptr && timeout == nullptr;
   return select_seam.Fails() ? -1 : __real_select(count, in, out, special, timeout);
 }
 

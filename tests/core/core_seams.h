@@ -16,6 +16,8 @@ struct Seam {
 
 extern Seam calloc_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
 
+extern bool select_reads_alone;  // the last select() waited for bytes alone, and without limit
+
 extern bool fail_split;  // Util_SplitPair finds its piece too long; in core_test alone
 
 #endif

@@ -113,6 +113,38 @@ TEST(Loop, FailedSelect_IsFollowedByReaping) {
   EXPECT_EQ("", ended.log);
 }
 
+void Drop(int, SockAddr *, const char *, int) {}
+
+TEST(Loop, ServedDatagram_IsFollowedByReaping) {
+  const Fd admin(BindUDP(ReservePort())), from(BindUDP(ReservePort()));
+  SockAddr to = Loopback(PortOf(admin));
+  ASSERT_EQ(kSockOk, Sock_SendUDP(from, "x", 1, &to, 0));
+  const Ended ended = RunInChild(kStatus, [&] {
+    signal(SIGCHLD, SIG_DFL);
+    for (int i = 0; i < 2; ++i) {
+      const pid_t zombie = fork();
+      if (zombie == 0) _exit(0);
+      siginfo_t info;
+      waitid(P_PID, static_cast<id_t>(zombie), &info, WEXITED | WNOWAIT);
+    }
+    select_seam.ask = [](int nth) {
+      if (nth == 1) return 0;  // the datagram is served
+      _exit(waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD ? 0 : 1);
+    };
+    MainCore_Loop(ListenOn(0), admin, nullptr, Drop);
+  });
+  EXPECT_EQ(0, ended.status);
+  EXPECT_EQ("", ended.log);
+}
+
+TEST(Loop, Wait_IsForBytesAloneAndWithoutLimit) {
+  const Ended ended = RunInChild(kInfo, [] {
+    select_seam.ask = [](int) -> int { _exit(select_reads_alone ? 0 : 1); };
+    MainCore_Loop(ListenOn(0), BindUDP(0), nullptr, nullptr);
+  });
+  EXPECT_EQ(0, ended.status);
+}
+
 void Greet(int, int sock, const char *) { SendAll(sock, "served"); }
 void Leave(int, SockAddr *, const char *, int) { _exit(0); }
 

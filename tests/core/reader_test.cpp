@@ -68,6 +68,13 @@ TEST_F(TCPRead, WhatWaitsBehindTheCommand_IsNotInItsBuffer) {
   EXPECT_EQ(ZeroFilled("one\n"), served.buffer);
 }
 
+TEST_F(TCPRead, WhatWaitsBehindTheCommand_StaysUnread) {
+  Read("one\ntwo\nthree\n");
+  EXPECT_EQ(1, served.calls);
+  pair_.far.Close();
+  EXPECT_EQ("two\nthree\n", ReadBytes(pair_.near, 256));  // to the end
+}
+
 TEST_F(TCPRead, CommandBehindAnOverlongOne_IsZeroFilled) {
   Capture(kOff, [&] { Read(std::string(5000, 'x') + "\nnext\n"); });
   EXPECT_EQ(1, served.calls);
@@ -110,6 +117,22 @@ TEST_F(TCPRead, Command_IsDumpedWithoutATitleAt101) {
   EXPECT_TRUE(EndsWith(log, ": 68656c6c 6f0a" + std::string(24, ' ') + " h e l l o \n\n")) << log;
 }
 
+// What was sent of a line that never ended is not shown either.
+TEST_F(TCPRead, EmptyCommand_IsDumpedAsNoBytes) {
+  for (const char *sent : {"", "half a line"}) {
+    const TcpPair pair;
+    SendAll(pair.far, sent);
+    shutdown(pair.far, SHUT_WR);
+    const std::string log = Capture(kInfo, [&] { MainCore_TCPRead(7, pair.near, Serve); }).log;
+    const std::string before = Reading(pair.near) + "[MainCore: TCPRead] Socket " +
+                               std::to_string(pair.near) + "...Data Dump:\nHEXDUMP @ ";
+    const std::string after = " for 0 bytes\n";
+    EXPECT_EQ(0u, log.find(before)) << log;
+    EXPECT_EQ(before.size() + 8 + after.size(), log.size()) << log;
+    EXPECT_TRUE(EndsWith(log, after)) << log;
+  }
+}
+
 constexpr const char *kOverflow =
     "[MainCore: TCPRead] Incoming command has overflowed the receiving buffer.\n"
     "HEXDUMP of This is the filled buffer\n\n";
@@ -147,6 +170,32 @@ TEST_F(TCPRead, FullBufferAndNoMore_IsOneDumpAndAnEmptyCommand) {
   EXPECT_TRUE(IsOneDump(log)) << log;
   EXPECT_EQ(1, served.calls);
   EXPECT_EQ(ZeroFilled(""), served.buffer);
+}
+
+TEST_F(TCPRead, OverlongCommandBehindAnother_IsDroppedToo) {
+  const std::string line = std::string(5000, 'x') + "\n";
+  const std::string log = Capture(kFatal, [&] { Read(line + line + "next\n"); }).log;
+  EXPECT_EQ(2u, Occurrences(log, kOverflow)) << log;
+  EXPECT_EQ(1, served.calls);
+  EXPECT_EQ(ZeroFilled("next\n"), served.buffer);
+}
+
+TEST_F(TCPRead, FailureInAnOverlongCommand_IsLoggedAndServesNothing) {
+  Seams seams;
+  seams.Fail(Call::kRecv, ECONNRESET, 3);  // the buffer was looked at and taken
+  const int sock = pair_.near;
+  bool open = true;
+  const std::string log = Capture(kFatal, [&] {
+                            Read(std::string(5000, 'x') + "\nnext\n");
+                            open = IsOpen(sock);
+                          }).log;
+  EXPECT_EQ(0u, log.find(kOverflow)) << log;
+  EXPECT_TRUE(EndsWith(log, "[MainCore: TCPRead] Error -104 from Sock_RecvTCP: socket " +
+                                std::to_string(sock) +
+                                "\n[MainCore: TCPRead] Terminating this Read thread and socket.\n"))
+      << log;
+  EXPECT_FALSE(open);
+  EXPECT_EQ(0, served.calls);
 }
 
 TEST_F(TCPRead, Failure_IsTwoLinesAt104AndClosesTheSocket) {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 
 #include "debug/log.h"
 #include "tests/core/core_seams.h"
@@ -103,6 +104,18 @@ TEST(SigHndlr, EndingSignal_IsNotLoggedAbove104) {
     });
     EXPECT_EQ(0, ended.status) << ending.name;
     EXPECT_EQ("", ended.log);
+  }
+}
+
+TEST(SigHndlr, EndingSignal_WritesWhatStandardOutputStillHolds) {
+  for (const Ending &ending : kEndings) {
+    const Ended ended = RunInChild(kOff, [&] {
+      MainCore_SetSignals();
+      std::printf("left behind");
+      raise(ending.number);
+    });
+    EXPECT_EQ(0, ended.status) << ending.name;
+    EXPECT_EQ("left behind", ended.output);
   }
 }
 
