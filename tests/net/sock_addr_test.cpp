@@ -62,13 +62,17 @@ TEST(SockAddr, ConvertIP_TextAgain_FollowsTheChangedText) {
   EXPECT_EQ(ntohl(addr.Addr.sin_addr.s_addr), 0x7f000002U);
 }
 
-TEST(SockAddr, ConvertIP_PortOf0OrLess_IsRefusedSilently) {
-  for (const int port : {0, -1, -32768, 32768, 40000, 65535}) {
-    SockAddr addr = Loopback(port);
-    int rc = 0;
-    const Output output = Capture(101, [&] { rc = Sock_ConvertIP(&addr); });
-    EXPECT_EQ(rc, -2) << port;
-    EXPECT_EQ(output.log + output.out, "") << port;
+TEST(SockAddr, ConvertIP_PortOf0OrLess_IsRefusedSilentlyBeforeTheTextIsRead) {
+  for (const char *text : {"127.0.0.1", "0.0.0.0"}) {
+    for (const int port : {0, -1, -32768, 32768, 40000, 65535}) {
+      SockAddr addr = AddrOf(text, port);
+      const sockaddr_in none = {};
+      int rc = 0;
+      const Output output = Capture(101, [&] { rc = Sock_ConvertIP(&addr); });
+      EXPECT_EQ(rc, -2) << port;
+      EXPECT_EQ(output.log + output.out, "") << port;
+      EXPECT_EQ(std::memcmp(&addr.Addr, &none, sizeof none), 0) << port;
+    }
   }
 }
 
@@ -88,6 +92,7 @@ TEST(SockAddr, ConvertIP_TextOfAddress0_IsRefusedAndLogged) {
         MessagesAt(103, [&] { rc = Sock_ConvertIP(&addr); }),
         "[SOCK: ConvertIP] Error converting to network address.  Network Address result is 0.\n");
     EXPECT_EQ(rc, -2);
+    EXPECT_EQ(addr.Addr.sin_port, 0);
   }
 }
 
@@ -118,6 +123,7 @@ TEST(SockAddr, ConvertIP_EmptyTextAndAddress0_IsRefusedAndLogged) {
   EXPECT_EQ(MessagesAt(103, [&] { rc = Sock_ConvertIP(&addr); }),
             "[SOCK: ConvertIP] Error converting from network address.  Network Address is 0.\n");
   EXPECT_EQ(rc, -2);
+  EXPECT_EQ(addr.Port, 80);
 }
 
 TEST(SockAddr, ConvertIP_EmptyResultText_IsRefusedAndLogged) {
@@ -129,4 +135,5 @@ TEST(SockAddr, ConvertIP_EmptyResultText_IsRefusedAndLogged) {
       MessagesAt(103, [&] { rc = Sock_ConvertIP(&addr); }),
       "[SOCK: ConvertIP] Error converting from network address.  IP result string is NULL.\n");
   EXPECT_EQ(rc, -2);
+  EXPECT_EQ(addr.Port, 0);
 }

@@ -191,7 +191,12 @@ TEST(Sock, GetError_UnreadableSocket_LogsFourLinesWithOneHeader) {
   EXPECT_EQ(log.Raw().find("PID: "), log.Raw().rfind("PID: "));
 }
 
-TEST(Sock, GetError_UnreadableSocket_IsLoggedAt103) {
+TEST(Sock, GetError_UnreadableSocket_IsLoggedAt103AndPrintsErrnoAtEveryLevel) {
+  const Output output = Capture(105, [] {
+    errno = ENOENT;
+    Sock_GetError(-1);
+  });
+  EXPECT_EQ(output.out, "errno = 2\n");
   EXPECT_EQ(Capture(104, [] { Sock_GetError(-1); }).log, "");
 }
 
@@ -426,6 +431,17 @@ TEST(Sock, Listen_MakesItsCallsInOrder) {
             "socket(2, 1, 6)\n" + kTCPOptions + "inet_addr(127.0.0.1)\nbind(16)\nlisten(5)\n");
 }
 
+TEST(Sock, Listen_AddressAlreadySet_IsUsedWhateverItsTextSays) {
+  const int port = FreePort();
+  SockAddr addr = Loopback(port);
+  ASSERT_EQ(Sock_ConvertIP(&addr), 1);
+  std::strcpy(addr.IP, "0.0.0.0");
+  addr.Port = -1;
+  Fd listener;
+  EXPECT_EQ(Sock_Listen(&addr, 0, listener.Place()), 1);
+  EXPECT_EQ(PortOf(listener), port);
+}
+
 TEST(Sock, Listen_AnyOption_RequestsModeAndStaysBlocking) {
   for (const int option : {1, 2, -1}) {
     SockAddr addr = Loopback(FreePort());
@@ -573,7 +589,8 @@ TEST(Sock, Accept_AcceptFails_GivesTheResult0AndNamesTheSocketMinus1) {
   const Output output = Capture(103, [&] { rc = Sock_Accept(listener, &peer, &place); });
   EXPECT_EQ(rc, 0);
   EXPECT_EQ(place, -1);
-  EXPECT_STREQ(peer.IP, "");
+  EXPECT_EQ(std::string(peer.IP, 9), std::string("\0\0\0\0.2.3\0", 9));
+  EXPECT_EQ(peer.Port, 5);
   EXPECT_EQ(
       output.log,
       GetErrorLines(-1, EBADF) +
@@ -593,10 +610,12 @@ TEST(Sock, Accept_AcceptFails_IsLoggedAt103) {
 TEST(Sock, Accept_PeerWithoutAddress_IsClosedAgain) {
   const TempDir dir;
   sockaddr_un name = {AF_UNIX, "socket"};
-  const Fd listener(socket(AF_UNIX, SOCK_STREAM, 0)), client(socket(AF_UNIX, SOCK_STREAM, 0));
+  const Fd listener(socket(AF_UNIX, SOCK_STREAM, 0)), client(socket(AF_UNIX, SOCK_STREAM, 0)),
+      second(socket(AF_UNIX, SOCK_STREAM, 0));
   ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
-  ASSERT_EQ(listen(listener, 1), 0);
+  ASSERT_EQ(listen(listener, 2), 0);
   ASSERT_EQ(connect(client, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
+  ASSERT_EQ(connect(second, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
   const Seams seams;
   SockAddr peer = AddrOf("10.1.2.3", 5);
   int rc = 99, place = 99;
@@ -610,6 +629,8 @@ TEST(Sock, Accept_PeerWithoutAddress_IsClosedAgain) {
               "[SOCK: Accept] Closing new connection on socket <sock> because could not convert IP.\n",
               seams.LastSocket(), 0));
   EXPECT_FALSE(IsOpen(seams.LastSocket()));
+  EXPECT_EQ(Capture(104, [&] { rc = Sock_Accept(listener, &peer, &place); }).log, "");
+  EXPECT_EQ(rc, -2);
 }
 
 TEST(Sock, Accept_BadArgument_IsRefusedWithoutAMessage) {
@@ -662,6 +683,25 @@ TEST(Sock, Close_Fails_LogsAndReturnsTheNegatedCode) {
             Filled("[SOCK: Close] Error 5 (0x5) from close().  Unable to close socket <sock>.\n",
                    pair.near, 0));
   EXPECT_EQ(text, "errno = 5\n");
+}
+
+// A second call would succeed.
+TEST(Sock, ConnectAcceptClose_Interrupted_AreNotRepeated) {
+  const int port = FreePort();
+  const Fd listener(ListenOn(port)), client(ConnectFrom(0, port)), sock(dup(client));
+  SockAddr addr = Loopback(port), peer = {};
+  int connected = 99, accepted = 99, closed = 99, place = 99;
+  Seams seams;
+  Capture(103, [&] {
+    seams.Fail(Call::kConnect, EINTR).Fail(Call::kAccept, EINTR).Fail(Call::kClose, EINTR);
+    connected = Sock_Connect(&addr, 0, &place);
+    accepted = Sock_Accept(listener, &peer, &place);
+    closed = Sock_Close(sock);
+  });
+  const Fd left(seams.LastSocket());
+  EXPECT_EQ(connected, -EINTR);
+  EXPECT_EQ(accepted, 0);
+  EXPECT_EQ(closed, -EINTR);
 }
 
 TEST(Sock, Close_UnknownDescriptor_GivesTheResult0) {

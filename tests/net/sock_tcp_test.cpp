@@ -199,6 +199,7 @@ TEST(SockTCP, RecvTCP_ResetConnection_IsMinus104) {
   int len = sizeof buf, rc = 0;
   const Output output = Capture(103, [&] { rc = Sock_RecvTCP(pair.near, buf, &len, 0); });
   EXPECT_EQ(rc, -104);
+  EXPECT_EQ(len, 8);
   EXPECT_EQ(output.log,
             "[SOCK: RecvTCP] Error 104 (0x68) from recv().  Unable to receive on socket " +
                 Num(pair.near) + ".\n");
@@ -410,6 +411,7 @@ TEST(SockTCP, RecvDelim_LookAheadFails_IsReturnedAsItIs) {
   Line line = {};
   const Output output = Capture(103, [&] { line = RecvDelim(pair.near, 16); });
   EXPECT_EQ(line.rc, -104);
+  EXPECT_EQ(line.len, 16);
   EXPECT_EQ(output.log,
             "[SOCK: RecvTCP] Error 104 (0x68) from recv().  Unable to receive on socket " +
                 Num(pair.near) + ".\n");
@@ -423,6 +425,7 @@ TEST(SockTCP, RecvDelim_ReadFails_IsReturnedAsItIs) {
   Line line = {};
   const Output output = Capture(103, [&] { line = RecvDelim(pair.near, 16); });
   EXPECT_EQ(line.rc, -EINTR);
+  EXPECT_EQ(line.len, 16);
   EXPECT_EQ(output.log, "[SOCK: RecvTCP] Error 4 (0x4) from recv().  Unable to receive on socket " +
                             Num(pair.near) + ".\n");
 }
@@ -509,6 +512,17 @@ TEST_F(Transact, TransactTCP_ReplyInPieces_IsWhatOneReceiveDelivers) {
   EXPECT_EQ(Sock_TransactTCP(&addr_, "ping", 4, reply_, &len_, 0), 1);
   EXPECT_EQ(len_, 16);
   EXPECT_EQ(seams.Count(Call::kRecv), 1);
+}
+
+TEST_F(Transact, TransactTCP_PeerClosesWithoutAReply_IsSuccessOfLength0) {
+  Seams seams;
+  seams.Before(Call::kRecv, 1, [&] {
+    const Fd served(accept(listener_, nullptr, nullptr));
+    ReadBytes(served, 4);
+  });
+  EXPECT_EQ(Sock_TransactTCP(&addr_, "ping", 4, reply_, &len_, 0), 1);
+  EXPECT_EQ(len_, 0);
+  EXPECT_FALSE(IsOpen(seams.LastSocket()));
 }
 
 TEST_F(Transact, TransactTCP_NobodyListens_LogsBothLines) {

@@ -55,6 +55,16 @@ TEST_F(SockUDP, SendUDP_ChangedText_IsConvertedEveryTime) {
   EXPECT_EQ(rc_, -2);
 }
 
+TEST_F(SockUDP, SendUDP_NetworkFormAlone_IsUsedAndGetsItsText) {
+  ASSERT_EQ(Sock_ConvertIP(&dest_), 1);
+  SockAddr dest = {};
+  dest.Addr = dest_.Addr;
+  ASSERT_EQ(Sock_SendUDP(sender_, "hello", 5, &dest, 0), 1);
+  EXPECT_EQ(Receive(), "hello");
+  EXPECT_STREQ(dest.IP, "127.0.0.1");
+  EXPECT_EQ(dest.Port, port_);
+}
+
 TEST_F(SockUDP, SendUDP_PortFrom32768_IsRefusedSilently) {
   const Seams seams;
   for (const int port : {32768, 65535, 0}) {
@@ -94,6 +104,14 @@ TEST_F(SockUDP, SendUDP_Fails_IsLoggedAt103) {
   seams.Fail(Call::kSendto, ENETUNREACH);
   EXPECT_EQ(Capture(104, [&] { rc_ = Sock_SendUDP(sender_, "x", 1, &dest_, 0); }).log, "");
   EXPECT_EQ(rc_, -ENETUNREACH);
+}
+
+TEST_F(SockUDP, SendUDP_Interrupted_IsNotRepeated) {
+  Seams seams;
+  seams.Fail(Call::kSendto, EINTR);
+  Capture(103, [&] { rc_ = Sock_SendUDP(sender_, "x", 1, &dest_, 0); });
+  EXPECT_EQ(rc_, -EINTR);
+  EXPECT_EQ(seams.Count(Call::kSendto), 1);
 }
 
 TEST_F(SockUDP, RecvUDP_Datagram_FillsTheSendersTextAndPort) {
@@ -172,6 +190,7 @@ TEST_F(SockUDP, RecvUDP_RecvfromFails_PrintsErrnoAndHasClearedFourBytesOfTheSend
   const Output output =
       Capture(103, [&] { rc_ = Sock_RecvUDP(receiver_, buf_, &len_, &from_, 0); });
   EXPECT_EQ(rc_, -EINTR);
+  EXPECT_EQ(len_, 64);
   EXPECT_EQ(output.out, "errno = 4\n");
   EXPECT_EQ(std::string(from_.IP, 9), std::string("\0\0\0\0.2.3\0", 9));
   EXPECT_EQ(seams.Count(Call::kRecvfrom), 1);
