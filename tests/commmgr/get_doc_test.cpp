@@ -5,6 +5,7 @@
 
 #include "commmgr/commmgr.h"
 #include "debug/log.h"
+#include "macro/exec.h"
 #include "macro/table.h"
 #include "tests/commmgr/handler_case.h"
 #include "tests/support/log_capture.h"
@@ -108,6 +109,27 @@ HANDLER_CASE(GetDoc, AnotherAnswer_IsLoggedAt101) {
   EXPECT_EQ(fetch.result, 0);
 }
 
+HANDLER_CASE(GetDoc, AnswerThatIsNotHitToTheLetter_IsNotRecognized) {
+  for (const std::string command : {"hit", "HITS", "HI", "GETDOC"}) {
+    const std::string answer = "\t@COMMAND=" + command + "\tT=one\t\n";
+    Manager documents('D', "doc", answer);
+    Fetch fetch;
+    ExpectLog({Displayed(answer),
+               {kInfo, "[CommMgr: GetDoc] Command not recognized: '" + command + "'\n"}},
+              [&] { fetch.Run(-1, 0); });
+    EXPECT_EQ(fetch.result, 0) << command;
+  }
+}
+
+HANDLER_CASE(GetDoc, AnswerWithoutAHeader_HasNoCommand) {
+  const std::string answer = "T=one\n";
+  Manager documents('D', "doc", answer);
+  Fetch fetch;
+  ExpectLog({Displayed(answer), {kInfo, "[CommMgr: GetDoc] Command not recognized: ''\n"}},
+            [&] { fetch.Run(-1, 0); });
+  EXPECT_EQ(fetch.result, 0);
+}
+
 HANDLER_CASE(GetDoc, MacroThatFails_IsLoggedAt103) {
   Manager documents('D', "doc", kDocument);
   const int macro = BadMacro();
@@ -146,6 +168,39 @@ HANDLER_CASE(GetDoc, Connection_IsClosedOnEveryPath) {
   }
 }
 
+HANDLER_CASE(GetDoc, Failure_LeavesTheLengthAndAnEmptyText) {
+  const struct {
+    const char *manager, *path;
+    std::string answer;
+    int format;
+  } kRows[] = {
+      {"other", "no such manager", kDocument, 1},
+      {"doc", "macro fails", kDocument, 1},
+      {"doc", "another answer", "\t@COMMAND=ERROR\tno\n", 1},
+      {"doc", "another answer, unformatted", "\t@COMMAND=ERROR\tno\n", 0},
+      {"doc", "unreadable answer", kNoNewline, 1},
+      {"doc", "unreadable answer, unformatted", kNoNewline, 0},
+  };
+  const int bad = BadMacro();
+  for (const auto &row : kRows) {
+    SCOPED_TRACE(row.path);
+    Manager documents('D', row.manager, row.answer);
+    Fetch fetch;
+    fetch.capacity = 1000;
+    Capture(kInfo, [&] { fetch.Run(bad, row.format); });
+    EXPECT_EQ(fetch.result, 0);
+    EXPECT_EQ(fetch.length, 1000);
+    EXPECT_STREQ(fetch.out.data(), "");
+    DocMgrList = nullptr;
+  }
+  const GoneManager gone('D', "doc");
+  Fetch fetch;
+  Capture(kInfo, [&] { fetch.Run(-1, 1); });
+  EXPECT_EQ(fetch.result, 0);
+  EXPECT_EQ(fetch.length, kMessageSize);
+  EXPECT_STREQ(fetch.out.data(), "");
+}
+
 HANDLER_CASE(GetDoc, UnknownDocumentManager_IsLoggedAt103AndLeavesTheCommand) {
   Manager other('D', "other", kDocument), search('S', "doc", kDocument);
   Fetch fetch;
@@ -182,6 +237,55 @@ HANDLER_CASE(GetDoc, Request_IsTheHeaderWithItsCommandReplaced) {
       std::vector<std::string>{
           "\t@COMMAND=GETDOC\t@BESTFIT=0\t@SEARCHGROUP=doc\t@RECTYPE=r\t@MACROFILE=\t@DOCNUM=5"
           "\t@SCRIPT=\t@SEQNUM=0\t@AUTHCODE=\t@FILENAME=\t@EXPDATE=0\n"});
+}
+
+// A macro that emits the document that F names, between "<" and ">", and then F itself.
+int FetchingMacro() {
+  const std::string fetch = std::string("\x0d\x01") + "F" + std::string(1, '\0');
+  return Macro_Open(
+      WriteMacro("fetching", "\x41\x01<" + fetch + "\x41\x01>" + "\x42\x01" + "F").c_str());
+}
+
+HANDLER_CASE(GetDoc, DocumentThatTheMacroFetches_IsRawAndLeavesTheOther) {
+  Manager documents('D', "doc", "\t@COMMAND=HIT\tF=other T 17\t\n");
+  Manager others('D', "other", "\t@COMMAND=HIT\tF=fetched\t\n");
+  Macro_SetFetch(CommMgr_GetDoc);
+  const int macro = FetchingMacro();
+  Fetch fetch;
+  Capture(kInfo, [&] { fetch.Run(macro, 1); });
+  EXPECT_EQ(fetch.result, 1);
+  EXPECT_STREQ(fetch.out.data(), "<\tF=fetched\t\n>other T 17");
+  EXPECT_EQ(documents.Requests().size(), 1u);
+  EXPECT_EQ(
+      others.Requests(),
+      std::vector<std::string>{
+          "\t@COMMAND=GETDOC\t@BESTFIT=0\t@SEARCHGROUP=other\t@RECTYPE=T\t@MACROFILE=\t@DOCNUM=17"
+          "\t@SCRIPT=\t@SEQNUM=0\t@AUTHCODE=\t@FILENAME=\t@EXPDATE=0\n"});
+  EXPECT_TRUE(others.SeesEnd());
+}
+
+HANDLER_CASE(GetDoc, DocumentThatTheMacroCannotFetch_IsAllZeros) {
+  Macro_SetFetch(CommMgr_GetDoc);
+  const int macro = FetchingMacro();
+  for (const std::string &answer : {std::string("\t@COMMAND=ERROR\tno\n"), kNoNewline}) {
+    Manager documents('D', "doc", "\t@COMMAND=HIT\tF=other T 17\t\n");
+    Manager others('D', "other", answer);
+    Fetch fetch;
+    Capture(kInfo, [&] { fetch.Run(macro, 1); });
+    EXPECT_EQ(fetch.result, 1);
+    EXPECT_EQ(std::string(fetch.out.data(), static_cast<std::size_t>(fetch.length)),
+              "<" + std::string(32768, '\0') + ">other T 17");
+    DocMgrList = nullptr;
+  }
+}
+
+HANDLER_CASE(GetDoc, DocumentThatTheMacroFetchesWithoutAnAnswer_IsNothing) {
+  Manager documents('D', "doc", "\t@COMMAND=HIT\tF=other T 17\t\n"), others('D', "other", "");
+  Macro_SetFetch(CommMgr_GetDoc);
+  Fetch fetch;
+  Capture(kInfo, [&] { fetch.Run(FetchingMacro(), 1); });
+  EXPECT_EQ(fetch.result, 1);
+  EXPECT_STREQ(fetch.out.data(), "<>other T 17");
 }
 
 }  // namespace
