@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 
 #include "commmgr/commmgr.h"
@@ -77,6 +80,33 @@ TEST_F(CommMgrAdmin, UnknownCommand_IsLoggedAt103) {
             MessagesAt(kWarning, [&] { Send("\t@COMMAND=NONE\n"); }));
 }
 
+// In a group of its own, which a wrong SHUTDOWN would end.
+TEST_F(CommMgrAdmin, WordThatIsNoCommandToTheLetter_IsUnknown) {
+  for (const std::string word : {"SETDEBUGLEVEL", "PING", "PONG", "STARTUPANNOUNCEMENT",
+                                 "SHUTDOWNANNOUNCEMENT", "SHUTDOWN"}) {
+    for (const std::string &other : {word + "S", word.substr(0, word.size() - 1), "@" + word}) {
+      const Ended ended = RunInChild(kWarning, [&] {
+        setpgid(0, 0);
+        Send("\t@COMMAND=" + other + "\tDEBUGLEVEL=INFO\n");
+      });
+      EXPECT_EQ("[CommMgr: Admin] Unknown command " + other + "\n", ended.log);
+    }
+  }
+}
+
+TEST_F(CommMgrAdmin, Shutdown_SignalsTheGroupOnceAndIsNeitherAnsweredNorLogged) {
+  static volatile std::sig_atomic_t signalled;
+  const Ended ended = RunInChild(kWarning, [&] {
+    setpgid(0, 0);
+    signal(SIGUSR1, [](int) { signalled = signalled + 1; });
+    Seams seams;
+    Send("\t@COMMAND=SHUTDOWN\n");
+    _exit(signalled == 1 && seams.Trace().empty() ? 0 : 1);
+  });
+  EXPECT_EQ(0, ended.status);
+  EXPECT_EQ("", ended.log);
+}
+
 TEST_F(CommMgrAdmin, FailedPong_IsLoggedAt104AndNotRepeated) {
   Seams seams;
   seams.Fail(Call::kSendto, EPERM, 1, kEveryTime);
@@ -112,6 +142,34 @@ TEST_F(CommMgrAdmin, AnnouncementOfAnotherType_IsParsedAndLoggedAndListedNowhere
   }
 }
 
+// A record that announces everything but its admin port.
+std::string Incomplete(char type, const std::string &id) {
+  return "\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id + "\tTYPE=" + type +
+         "\tIP=10.1.2.3\tCLIENTPORT=11\n";
+}
+
+TEST_F(CommMgrAdmin, RefusedAnnouncement_LeavesTheLists) {
+  for (const char type : {'D', 'S'}) Send(Announcement(type));
+  INIT_CHILDINFO *const doc = DocMgrList, *const search = SearchMgrList;
+  for (const char type : {'D', 'S'})
+    for (const char *id : {"one", "two"}) Send(Incomplete(type, id));
+  EXPECT_EQ(doc, DocMgrList);
+  EXPECT_EQ(nullptr, doc->Next);
+  EXPECT_EQ(search, SearchMgrList);
+  EXPECT_EQ(nullptr, search->Next);
+}
+
+// The C library keeps the first few that are freed, and counts them as in use.  Nothing is in use
+// under a sanitizer, which reports by itself what is lost.
+TEST_F(CommMgrAdmin, RefusedAnnouncement_FreesItsRecord) {
+  std::size_t after_some = 0;
+  for (int i = 0; i < 200; ++i) {
+    Send(Incomplete('S', "one"));
+    if (i == 100) after_some = mallinfo2().uordblks;
+  }
+  EXPECT_EQ(after_some, mallinfo2().uordblks);
+}
+
 std::string SetLevelTo(const std::string &value) {
   return "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + value + "\n";
 }
@@ -120,6 +178,26 @@ TEST_F(CommMgrAdmin, LevelThatIsKnown_IsConfirmedInOneLine) {
   const LogCapture log(kWarning);
   Send(SetLevelTo("STATUS"));
   EXPECT_EQ("[DEBUG: SetLevel] Global Debug Level Set to 102\n", log.Messages());
+}
+
+TEST_F(CommMgrAdmin, LevelTwice_TheFirstCounts) {
+  const LogCapture log(kWarning);
+  Send("\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=FATAL\tDEBUGLEVEL=INFO\n");
+  EXPECT_EQ("[DEBUG: SetLevel] Global Debug Level Set to 104\n", log.Messages());
+}
+
+TEST_F(CommMgrAdmin, WordThatIsNoLevelToTheLetter_IsUnknownAndSetsNothing) {
+  for (const std::string word : {"OFF", "INFO", "STATUS", "WARNING", "FATAL"}) {
+    for (const std::string &other : {word + "S", word.substr(0, word.size() - 1), " " + word}) {
+      int level = 0;
+      const Output output = Capture(kWarning, [&] {
+        Send(SetLevelTo(other));
+        level = Debug_Level;
+      });
+      EXPECT_EQ("[CommMgr: Admin] Unknown Debug level '" + other + "'\n", output.log);
+      EXPECT_EQ(kWarning, level);
+    }
+  }
 }
 
 TEST_F(CommMgrAdmin, LevelPairOf256Characters_IsTheLongestThatIsRead) {
