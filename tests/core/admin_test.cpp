@@ -1,5 +1,7 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -105,6 +107,23 @@ TEST_F(CommMgrAdmin, Shutdown_SignalsTheGroupOnceAndIsNeitherAnsweredNorLogged) 
   });
   EXPECT_EQ(0, ended.status);
   EXPECT_EQ("", ended.log);
+}
+
+TEST_F(CommMgrAdmin, Ping_IsAnsweredOnceToItsSenderFromTheSocketItCameOn) {
+  const int port = FreePort();
+  const Fd client(BindUDP(port));
+  sender_ = Loopback(port);
+  const Seams seams;
+  Send("\t@COMMAND=PING\t@SEQNUM=42\n");
+  EXPECT_EQ("inet_addr(127.0.0.1)\nsendto(26, 0, 16)\n", seams.Trace());
+  char reply[64];
+  sockaddr_in from = {};
+  socklen_t size = sizeof from;
+  const ssize_t got = recvfrom(client, reply, sizeof reply, MSG_DONTWAIT,
+                               reinterpret_cast<sockaddr *>(&from), &size);
+  ASSERT_GT(got, 0);
+  EXPECT_EQ("\t@COMMAND=PONG\t@SEQNUM=42\n", std::string(reply, static_cast<std::size_t>(got)));
+  EXPECT_EQ(PortOf(sock_), ntohs(from.sin_port));
 }
 
 TEST_F(CommMgrAdmin, FailedPong_IsLoggedAt104AndNotRepeated) {
