@@ -127,6 +127,7 @@ HANDLER_CASE(ClientCmd, MissingMacro_IsLoggedAt103ForBothCommands) {
 
 HANDLER_CASE(ClientCmd, UnknownSearchManagerAndClientRefuses_IsLoggedAt103) {
   const Library library;
+  Manager documents('D', "grp", kComplete), longer('S', "grp2", kComplete);
   Client client;
   client.Refuse();
   ExpectCommandLog(
@@ -134,6 +135,7 @@ HANDLER_CASE(ClientCmd, UnknownSearchManagerAndClientRefuses_IsLoggedAt103) {
       {{kWarning, "[CommMgr: ClientCmd] Unable to locate SearchGroup '' amongst my flock\n"},
        SendRefused(client),
        ReplyFailed(client)});
+  EXPECT_TRUE(documents.Requests().empty() && longer.Requests().empty());
 }
 
 HANDLER_CASE(ClientCmd, SearchManagerThatIsGone_IsLoggedAt103AndToldToTheClient) {
@@ -193,14 +195,16 @@ HANDLER_CASE(ClientCmd, GetDocForAClientThatRefuses_IsSaidOfResultsAt103AndHasNo
         "[CommMgr: Results] Unable to send to client sock " + Num(client.near) + " rc = -3\n"}});
 }
 
-HANDLER_CASE(ClientCmd, SearchManager_GetsTheTextAndAnsweringItLeavesTheClientOpen) {
+HANDLER_CASE(ClientCmd, SearchManager_GetsTheTextAndAnsweringItLeavesBothSocketsOpen) {
   const Library library;
   Manager search('S', "grp", kComplete);
   Client client;
   const std::string command = Command("QUERY", "grp");
+  const int before = OpenDescriptors();
   Capture(kInfo, [&] { Run(client, command); });
   EXPECT_EQ(search.Requests(), std::vector<std::string>{command});
   EXPECT_TRUE(IsOpen(client.near));
+  EXPECT_EQ(OpenDescriptors(), before + 2);  // both ends of the Search Manager's connection
 }
 
 }  // namespace

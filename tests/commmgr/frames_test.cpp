@@ -1,9 +1,12 @@
 // The two files around a page.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "commmgr/commmgr.h"
 #include "debug/log.h"
 #include "tests/commmgr/handler_case.h"
+#include "tests/support/log_capture.h"
 
 namespace {
 
@@ -30,6 +33,26 @@ HANDLER_CASE(Frames, Missing_IsLoggedAt103AndNothingIsSent) {
              {kWarning, "[CommMgr: MacroTail] Unable to open macro file page.tail: errno = 2.\n"}},
             [&] { CommMgr_SendTail("page", client.near); });
   EXPECT_EQ(client.Received(), "");
+}
+
+HANDLER_CASE(Frames, Files_AreClosedOnEveryPath) {
+  const TempDir dir;
+  WriteFile("page.hdr", "HEAD\n");
+  WriteFile("page.tail", "TAIL\n");
+  std::filesystem::create_directory("folder.hdr");
+  std::filesystem::create_directory("folder.tail");
+  Client open, refusing;
+  refusing.Refuse();
+  const int before = OpenDescriptors();
+  Capture(kOff, [&] {
+    for (const char *base : {"page", "folder", "missing"}) {
+      for (const int client : {int{open.near}, int{refusing.near}}) {
+        CommMgr_SendHdr(base, client);
+        CommMgr_SendTail(base, client);
+      }
+    }
+  });
+  EXPECT_EQ(OpenDescriptors(), before);
 }
 
 HANDLER_CASE(Frames, ClientRefuses_IsLoggedAt103) {

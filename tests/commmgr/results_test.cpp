@@ -8,6 +8,7 @@
 #include "debug/log.h"
 #include "macro/table.h"
 #include "tests/commmgr/handler_case.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/syscall_seams.h"
 
 namespace {
@@ -75,6 +76,36 @@ HANDLER_CASE(Results, Limit_IsLoggedAt101WithTheSearchManagersSocket) {
   EXPECT_EQ(documents.Requests().size(), 5U);  // once a level
 }
 
+HANDLER_CASE(Results, Limit_CountsHitsAlone) {
+  Manager documents('D', "doc", kDocument);
+  const std::string raw = "\t@COMMAND=RAW\tx\n";
+  Relay relay;
+  relay.max_hits = 1;
+  relay.Run(raw + kHit + raw + kHit + raw, PageMacro());
+  EXPECT_EQ(relay.client.Received(), "\tx\n<>\tx\n");
+}
+
+HANDLER_CASE(Results, EarlyEnd_LeavesTheRestUnreadAndBothSocketsOpen) {
+  const Manager documents('D', "doc", kDocument);
+  const int macro = PageMacro();
+  const std::string rest = "\t@COMMAND=RAW\tlate\n";
+  const std::string records[] = {kComplete, "\t@COMMAND=ERROR\tx\n", "\t@COMMAND=NONE\tx\n",
+                                 "\t@COMMAND=HIT\t@SEARCHGROUP=nobody\n", std::string(kHit) + kHit};
+  for (const std::string &record : records) {
+    SCOPED_TRACE(record);
+    Relay relay;
+    relay.max_hits = 1;
+    Capture(kInfo, [&] { relay.Run(record + rest, macro); });
+    std::string unread(64, '\0');
+    const ssize_t got = recv(relay.search.near, unread.data(), unread.size(), MSG_DONTWAIT);
+    EXPECT_EQ(unread.substr(0, got > 0 ? static_cast<std::size_t>(got) : 0), rest);
+    EXPECT_TRUE(IsOpen(relay.client.near));
+    char byte = 0;
+    EXPECT_EQ(recv(relay.search.far, &byte, 1, MSG_DONTWAIT), -1)
+        << "the Search Manager was sent something";
+  }
+}
+
 HANDLER_CASE(Results, EndOfData_IsLoggedAt101) {
   Relay relay;
   shutdown(relay.search.far, SHUT_WR);
@@ -102,6 +133,34 @@ HANDLER_CASE(Results, UnknownRecord_IsLoggedWholeAt103) {
              {kWarning, "[CommMgr: Results] Unable to figure out this command: " + record + "\n"}},
             [&] { relay.Run(record); });
   EXPECT_EQ(relay.client.Received(), "");
+}
+
+HANDLER_CASE(Results, CommandLikeOneOfTheFour_IsUnknown) {
+  for (const char *word : {"hit", "HI", "HITS", "raw", "RAWS", "error", "ERRORS", "searchcomplete",
+                           "SEARCHCOMPLETED", "SEARCH"}) {
+    const std::string record = std::string("\t@COMMAND=") + word + "\tx\n";
+    Relay relay;
+    SendAll(relay.search.far, record);
+    shutdown(relay.search.far, SHUT_WR);
+    const Output output =
+        Capture(kWarning, [&] { CommMgr_Results(-1, relay.search.near, relay.client.near, 0); });
+    EXPECT_EQ(output.log, "[CommMgr: Results] Unable to figure out this command: " + record + "\n");
+    EXPECT_EQ(relay.client.Received(), "") << word;
+  }
+}
+
+// A NUL hides a newline that waits behind it, so that the newline comes later here.
+HANDLER_CASE(Results, RawAndErrorWithANul_GoOutAsFarAsTheyAreAString) {
+  for (const char *word : {"RAW", "ERROR"}) {
+    Relay relay;
+    Seams seams;
+    seams.Before(Call::kRecv, 3, [&] {
+      SendAll(relay.search.far, "\n");
+      shutdown(relay.search.far, SHUT_WR);
+    });
+    relay.Run(std::string("\t@COMMAND=") + word + "\tab\t" + std::string("\0cd", 3));
+    EXPECT_EQ(relay.client.Received(), "\tab\t") << word;
+  }
 }
 
 HANDLER_CASE(Results, ReceiveFails_IsLoggedAt103AndTellsTheClient) {
