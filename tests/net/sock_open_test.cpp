@@ -159,6 +159,12 @@ TEST_P(OpenFails, LogsReturnsTheNegatedCodeAndLeavesTheSocketOpen) {
 
 TEST_P(OpenFails, IsLoggedAt103) { EXPECT_EQ(Run(104).output.log, ""); }
 
+TEST_P(OpenFails, IsLoggedToTheCollector) {
+  Debug_SetSend([](const char *, int) { return 1; });
+  EXPECT_EQ(Run(103).output.log, "");
+  Debug_SetSend(nullptr);
+}
+
 TEST_P(SocketFails, GivesTheFourGetErrorLinesTheCode0AndTheResult0) {
   SockAddr addr = Loopback(FreePort());
   Seams seams;
@@ -169,6 +175,16 @@ TEST_P(SocketFails, GivesTheFourGetErrorLinesTheCode0AndTheResult0) {
   EXPECT_EQ(place, -1);
   EXPECT_EQ(output.log, GetErrorLines(-1, EBADF) + GetParam().log);
   EXPECT_EQ(output.out, "errno = 24\n");
+}
+
+TEST_P(SocketFails, IsLoggedToTheCollector) {
+  SockAddr addr = Loopback(FreePort());
+  Seams seams;
+  seams.Fail(Call::kSocket, ENFILE);
+  int place = 99;
+  Debug_SetSend([](const char *, int) { return 1; });
+  EXPECT_EQ(Capture(103, [&] { GetParam().open(&addr, &place); }).log, "");
+  Debug_SetSend(nullptr);
 }
 
 TEST_P(SocketFails, IsLoggedAt103) {
@@ -255,6 +271,11 @@ TEST(Sock, Init_SaysSoOnStandardOutput) {
   EXPECT_EQ(output.out, "[SOCK: Init] Socket subsystem initialized successfully.\n");
   EXPECT_EQ(output.log, "");
   EXPECT_EQ(Capture(104, [] { Sock_Init(); }).out, "");
+  Debug_SetSend([](const char *, int) { return 1; });
+  EXPECT_EQ(Capture(103, [] { Sock_Init(); }).out,
+            "[SOCK: Init] Socket subsystem initialized successfully.\n")
+      << "it went to the collector";
+  Debug_SetSend(nullptr);
 }
 
 TEST(Sock, Term_DoesNothing) {
