@@ -29,6 +29,7 @@ constexpr std::size_t kLargestSegment = 65536;
 
 std::vector<Wire *> wires;
 std::vector<std::unique_ptr<Wire>> connections;  // those that the program opened
+std::vector<int> refused;  // sockets that found nobody: left to the end of the program's process
 
 Wire *Find(int fd) {
   const auto found =
@@ -128,6 +129,8 @@ std::vector<std::string> Wire_TakeRequests() {
     requests.push_back(connection->Sent());
   }
   connections.clear();
+  for (const int fd : refused) __real_close(fd);
+  refused.clear();
   return requests;
 }
 
@@ -149,6 +152,7 @@ int __wrap_connect(int fd, const sockaddr *address, socklen_t) {
   if (Wire_OnConnect != nullptr)
     answer = Wire_OnConnect(*reinterpret_cast<const sockaddr_in *>(address));
   if (answer == nullptr) {
+    refused.push_back(fd);
     errno = ECONNREFUSED;
     return -1;
   }
@@ -158,6 +162,7 @@ int __wrap_connect(int fd, const sockaddr *address, socklen_t) {
 }
 
 int __wrap_close(int fd) {
+  std::erase(refused, fd);
   if (Wire *wire = Find(fd)) wire->Closed();
   return __real_close(fd);
 }
