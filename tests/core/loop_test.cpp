@@ -157,6 +157,37 @@ TEST(Loop, DescriptorBeyondTheReadSet_EndsItWithALineAt104) {
   EXPECT_EQ(rc, -EMFILE);
 }
 
+void Name(int, SockAddr *, const char *buf, int) {
+  DPRINTF(nullptr, kStatus, "datagram %s\n", buf);
+}
+
+TEST(Loop, EachPass_ServesOneDatagramAndOneConnection) {
+  const Fd listener(ListenOn(0)), admin(BindUDP(ReservePort())), from(BindUDP(ReservePort()));
+  SockAddr to = Loopback(PortOf(admin));
+  const int ports[] = {ReservePort(), ReservePort()};
+  const Socket first(ConnectFrom(ports[0], PortOf(listener)));
+  const Socket second(ConnectFrom(ports[1], PortOf(listener)));
+  for (const char *text : {"1", "2"}) Sock_SendUDP(from, text, 1, &to, 0);
+  for (const Socket *client : {&first, &second}) client->Send("x\n");
+  const Ended ended = RunInChild(kStatus, [&] {
+    select_seam.ask = [](int nth) {
+      if (nth == 3) _exit(0);
+      return 0;
+    };
+    MainCore_Loop(listener, admin, Greet, Name);
+  });
+  EXPECT_EQ(0, ended.status);
+  const auto at = [&](const std::string &text) { return ended.log.find(text); };
+  const std::string connection = ". New connection from 127.0.0.1/";
+  EXPECT_EQ(0u, at("datagram 1\n")) << ended.log;
+  EXPECT_LT(at("datagram 1\n"), at(connection + std::to_string(ports[0])));
+  EXPECT_LT(at(connection + std::to_string(ports[0])), at("datagram 2\n"));
+  EXPECT_LT(at("datagram 2\n"), at(connection + std::to_string(ports[1])));
+  EXPECT_NE(std::string::npos, at(connection + std::to_string(ports[1])));
+  EXPECT_EQ("served", first.ReadAll());
+  EXPECT_EQ("served", second.ReadAll());
+}
+
 // Whichever of the two was opened first.
 TEST(Loop, EitherDescriptor_MayBeTheGreater) {
   for (const bool listener_greater : {true, false}) {

@@ -117,6 +117,16 @@ TEST_F(TCPRead, Command_IsDumpedWithoutATitleAt101) {
   EXPECT_TRUE(EndsWith(log, ": 68656c6c 6f0a" + std::string(24, ' ') + " h e l l o \n\n")) << log;
 }
 
+TEST_F(TCPRead, Command_IsDumpedBeforeItIsServed) {
+  const std::string log = Capture(kInfo, [&] {
+                            SendAll(pair_.far, "hello\n");
+                            MainCore_TCPRead(7, pair_.near, [](int, int, const char *text) {
+                              DPRINTF(nullptr, kInfo, "serving %s", text);
+                            });
+                          }).log;
+  EXPECT_TRUE(EndsWith(log, " h e l l o \n\nserving hello\n")) << log;
+}
+
 // What was sent of a line that never ended is not shown either.
 TEST_F(TCPRead, EmptyCommand_IsDumpedAsNoBytes) {
   for (const char *sent : {"", "half a line"}) {

@@ -172,6 +172,16 @@ TEST(StartUp, Addresses_AreLoggedAt102BeforeTheHook) {
   EXPECT_EQ(kLevelLine, site.Run(site.OwnLine("-")).log);
 }
 
+TEST(StartUp, AddressesOfSocketsThatAreNotBothOpen_AreNotLogged) {
+  const Site site('C');
+  const Setting level("KORVO_LEVEL", "102");
+  for (const char *failure : {"bind:1:13", "bind:2:13"}) {
+    const Ended ended = site.Run(site.OwnLine("-"), failure);
+    EXPECT_EQ(256 - 13, ExitStatus(ended.status));
+    EXPECT_EQ(std::string::npos, ended.log.find("[MainCore")) << ended.log;
+  }
+}
+
 TEST(StartUp, HookOtherThan1_IsTheExitStatus) {
   const Site site('C');
   for (const int result : {0, 2, 7, -1, -111}) {
