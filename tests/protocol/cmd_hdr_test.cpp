@@ -369,6 +369,7 @@ TEST(CmdHdr, IntCmdHdr_NameOf129Characters_IsRefusedAndLoggedOnce) {
   EXPECT_STREQ(parsed.hdr.Command, "PING");
   EXPECT_EQ(parsed.hdr.SeqNum, 0);
   EXPECT_EQ(parsed.log, "[Util: IntCmdHdr] Name of 129 characters is longer than 128\n");
+  EXPECT_EQ(Parse(text, 103).log, parsed.log);
   EXPECT_EQ(Parse(text, 104).log, "");
 }
 
