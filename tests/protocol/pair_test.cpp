@@ -162,8 +162,11 @@ TEST(Pair, Search4Pair_NullArgument_IsRefusedWithoutAMessage) {
 }
 
 TEST(Pair, Search4Pair_OccurrenceOf0OrLess_IsRefused) {
-  for (const int occurrence : {0, -1, INT32_MIN})
-    EXPECT_EQ(Search("\tID=a\n", "ID", occurrence, 255).rc, 0);
+  for (const int occurrence : {0, -1, INT32_MIN}) {
+    const Found found = Search("\tID=a\n", "ID", occurrence, 255);
+    EXPECT_EQ(found.rc, 0) << occurrence;
+    EXPECT_EQ(found.log, "") << occurrence;
+  }
 }
 
 TEST(Pair, Search4Pair_LongestPattern_IsSearchedFor) {

@@ -120,6 +120,18 @@ TEST(Record, ReadInt_TextThatIsNoHeader_IsStillAMessage) {
   EXPECT_EQ(read.rest, nullptr);
 }
 
+TEST(Record, ReadInt_LoneNewline_IsAMessage) {
+  const TcpPair pair;
+  SendAll(pair.far, "\n");
+  Read read;
+  ReadOne(pair.near, &read, 103);
+  EXPECT_EQ(read.rc, 1);
+  EXPECT_EQ(read.Message(), "\n");
+  EXPECT_STREQ(read.hdr.Command, "");
+  EXPECT_EQ(read.rest, nullptr);
+  EXPECT_EQ(read.log, "");
+}
+
 TEST(Record, ReadInt_PeerClosesBeforeSending_IsOver) {
   TcpPair pair;
   pair.far.Close();
