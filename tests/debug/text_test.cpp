@@ -79,6 +79,8 @@ TEST(Text, Format_OtherConversion_IsThatOfSnprintf) {
   EXPECT_STREQ(line, "a=1 002.2%");
   EXPECT_TRUE(Text_FormatTo(line, sizeof line, "%*s", 19, "b"));
   EXPECT_STREQ(line, "                  b");
+  EXPECT_TRUE(Text_FormatTo(line, sizeof line, "%.0s", "b"));
+  EXPECT_STREQ(line, "");
   EXPECT_FALSE(Text_FormatTo(line, sizeof line, "%20s", "b"));
   EXPECT_STREQ(line, "                   ");
 }

@@ -399,6 +399,16 @@ TEST(GetTerms, NoBuffer_GivesACopyForTheCaller) {
   std::free(second);
 }
 
+TEST(GetTerms, NoBufferAndAnEmptyValue_IsAnEmptyCopy) {
+  const Document document("\ta=\t");
+  int size = 5;
+  char *value = Macro_GetTerms(document.At(0), nullptr, &size);
+  ASSERT_NE(value, nullptr);
+  EXPECT_STREQ(value, "");
+  EXPECT_EQ(size, 0);
+  std::free(value);
+}
+
 TEST(GetTerms, NoBuffer_MeasuresTheValueToo) {
   const Document document("\ta=one\t");
   int size = 1;

@@ -824,6 +824,18 @@ MACRO_CASE(Insert, ValueTooLong_IsShownAndReadFromItsFirst4096Characters) {
   EXPECT_EQ(fetched.hdr.DocNum, 17);
 }
 
+MACRO_CASE(Insert, NumberAtTheEndOfALongValue_IsReadAsFarAsThe4096thCharacter) {
+  AnswerWith("x");
+  const std::string group_and_type = "SG1, T,";
+  for (const std::size_t length : {4095u, 4096u}) {
+    const std::string blanks(length - group_and_type.size() - 2, ' ');
+    Document document("\tf=" + group_and_type + blanks + "17" + (length == 4096 ? "8" : "") + "\t");
+    EXPECT_EQ(Page(Insert("f"), &document).result, 1) << length;
+    EXPECT_EQ(fetched.hdr.DocNum, 17) << length;
+    EXPECT_STREQ(fetched.hdr.SearchGroup, "SG1") << length;
+  }
+}
+
 MACRO_CASE(Insert, FailingFetch_LeavesTheDocument) {
   RefuseFetches();
   Document document("\ta=1\tf=SG1, T, 17\t");
