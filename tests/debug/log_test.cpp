@@ -76,6 +76,12 @@ char StateOf(pid_t process) {
   return stat[stat.rfind(')') + 2];
 }
 
+// The signals that wait for a process.
+unsigned long SignalsOf(pid_t process) {
+  const std::string status = FileText("/proc/" + std::to_string(process) + "/status");
+  return std::strtoul(status.c_str() + status.find("ShdPnd:") + 7, nullptr, 16);
+}
+
 volatile sig_atomic_t delivered = 0;
 void NoteSignal(int) { delivered = 1; }
 
@@ -291,6 +297,42 @@ TEST(Log, DPRINTF_BlockedStandardError_CanStillBeEnded) {
   Await([&] { return waitpid(child, &status, WNOHANG) == child; });
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+// The signal comes while part of the message is in the pipe.
+TEST(Log, DPRINTF_InterruptedInTheMiddle_WritesTheRest) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  const FdGuard reading(ends[0]);
+  Fd writing(ends[1]);
+  char bytes[8192];
+  while (write(ends[1], "x", 1) == 1) continue;
+  ASSERT_EQ(read(ends[0], bytes, sizeof bytes), 8192);  // room for the first part
+  ASSERT_EQ(fcntl(ends[1], F_SETFL, 0), 0);
+  std::string text;
+  for (int i = 0; i < 3000; ++i) text += std::to_string(1000000 + i) + "\n";
+  const pid_t child = fork();
+  if (child == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    struct sigaction action = {};
+    action.sa_handler = NoteSignal;
+    sigaction(SIGALRM, &action, nullptr);
+    dup2(ends[1], STDERR_FILENO);
+    DPRINTF(nullptr, kFatal, "@%s", text.c_str());
+    _exit(0);
+  }
+  writing.Close();
+  Await([child] { return StateOf(child) == 'S'; });
+  kill(child, SIGALRM);
+  Await([child] { return SignalsOf(child) == 0 && StateOf(child) == 'S'; });
+  std::string received;
+  Await([&] {
+    const ssize_t got = read(ends[0], bytes, sizeof bytes);
+    if (got > 0) received.append(bytes, static_cast<std::size_t>(got));
+    return got == 0;
+  });
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(received.substr(received.find('1')), text);
 }
 
 TEST(Log, DPRINTF_InAForkedProcess_ShowsItsOwnId) {
