@@ -303,6 +303,15 @@ TEST(CmdHdr, IntCmdHdr_TokenWithoutEqualsSign_MakesTwoLinesAndIsNull) {
   EXPECT_EQ(Parse(text, 104).log, "");
 }
 
+TEST(CmdHdr, IntCmdHdr_LongestTokenWithoutEqualsSign_IsShownWhole) {
+  const std::string name(1023, 'N');
+  EXPECT_EQ(Parse("\t@" + name + "\n").log,
+            "[Util: SplitPair] delim '=' not found in pair '" + name +
+                "'\n"
+                "[Util: IntCmdHdr] Token is not a NAME=VALUE pair: token = @" +
+                name + "\n");
+}
+
 TEST(CmdHdr, IntCmdHdr_LoneAt_IsNoPair) {
   EXPECT_EQ(Parse("\t@\n").log,
             "[Util: SplitPair] delim '=' not found in pair ''\n"
