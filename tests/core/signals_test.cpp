@@ -144,6 +144,17 @@ TEST(SigHndlr, ChildSignal_ReapsAllThatEnded) {
   EXPECT_EQ("", ended.log);
 }
 
+TEST(SigHndlr, ChildSignal_ReapsAChildOfAnotherGroup) {
+  EXPECT_EQ(0, RunInChild(kInfo, [] {
+                 const pid_t pid = fork();
+                 if (pid == 0) _exit(setpgid(0, 0));
+                 siginfo_t info;
+                 waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+                 MainCore_SigHndlr(SIGCHLD);
+                 Verdict(info.si_status == 0 && !HasChildren());
+               }).status);
+}
+
 TEST(SigHndlr, ChildSignal_DoesNotWaitForAChildThatLives) {
   EXPECT_EQ(0, RunInChild(kInfo, [] {
                  const pid_t living = fork();

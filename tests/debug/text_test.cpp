@@ -129,6 +129,10 @@ TEST(Text, ToInt32_ReadsLikeA32BitStrtol) {
   for (const auto &row : kRows) EXPECT_EQ(Text_ToInt32(row.text), row.number) << row.text;
 }
 
+TEST(Text, ToInt32_OfNothing_LooksAtNoByte) {
+  EXPECT_EQ(Text_ToInt32(std::string_view("57").substr(1, 0)), 0);
+}
+
 TEST(Text, ToPort_FallsInto16SignedBits) {
   static constexpr struct {
     const char *text;

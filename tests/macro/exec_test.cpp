@@ -155,6 +155,7 @@ int AnswerFetch(int macro, CmdHdr *hdr, char *out, int *len, int format) {
   const int room = std::max(*len, 0);
   fetched.cleared = std::all_of(out, out + room, [](char byte) { return byte == '\0'; });
   fetch_commands += std::string(hdr->Command) + std::to_string(hdr->DocNum) + " ";
+  std::memset(hdr, 1, sizeof *hdr);  // the header is its own, to use up
   if (fetch_result != 1) return 0;
   const std::size_t count = answer.copy(out, static_cast<std::size_t>(room));
   out[count] = '\0';
@@ -488,7 +489,9 @@ MACRO_CASE(Fetch, Value_NamesADocumentThatGoesToTheOutput) {
 
 MACRO_CASE(Fetch, OtherFieldsOfTheHeader_AreCleared) {
   AnswerWith("");
-  Page(Fetch("f", WriteMacro("sub", "")), "\tf=SG1, T, 17\t");
+  const std::string sub = WriteMacro("sub", "");
+  Page(Fetch("f", sub) + Fetch("f", sub), "\tf=SG1, T, 17\t");
+  EXPECT_EQ(fetched.calls, 2);
   const CmdHdr &hdr = fetched.hdr;
   EXPECT_EQ(std::string(hdr.MacroFile) + hdr.Script + hdr.AuthCode + hdr.FileName, "");
   EXPECT_EQ(hdr.BestFit, 0);

@@ -1,5 +1,6 @@
 #include "macro/table.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -259,6 +260,17 @@ MACRO_CASE(Open, Descriptors_AreClosedOnEveryPath) {
   Open(name + "dir");
   Open("/no/page");
   EXPECT_EQ(OpenDescriptors(), before);
+}
+
+MACRO_CASE(Open, DescriptorOfAClosedStandardInput_IsClosedToo) {
+  const std::string name = WriteMacro("a", "A");
+  const Fd kept(dup(STDIN_FILENO));
+  close(STDIN_FILENO);
+  const int handle = Macro_Open(name.c_str());
+  const bool closed = fcntl(STDIN_FILENO, F_GETFD) < 0;
+  dup2(kept, STDIN_FILENO);
+  EXPECT_TRUE(closed);
+  EXPECT_EQ(CodeOf(handle), "A");
 }
 
 // "/././.../a" of the wanted length, ".mo" included.
