@@ -28,6 +28,8 @@ struct Series {
   std::vector<std::int64_t> latencies[kSides];  // of all rounds
 };
 
+// Adds what one round of a side gave, in how many seconds; cpu: of all its requests, in
+// microseconds, below 0 when it is not known.
 void Report_Add(Series *series, Side side, const Outcome &outcome, double seconds, double cpu);
 
 void Report_ClosedHead();

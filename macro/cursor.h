@@ -36,8 +36,8 @@ std::string_view Macro_Terms(const char *position, int capacity);
 
 // Copies the value of the field at position.  *size is the capacity of buffer and becomes the
 // length of the value, terminator not counted.  The result is buffer; null: no "=", or a value that
-// fills the capacity, with *size as it was and the part that fits, not terminated, in
-// buffer. buffer null: the result is a copy that the caller frees.
+// fills the capacity, both logged, with *size as it was and the part that fits, not terminated, in
+// buffer.  buffer null: the result is a copy that the caller frees.
 char *Macro_GetTerms(const char *position, char *buffer, int *size);
 
 #endif

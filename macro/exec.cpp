@@ -37,6 +37,7 @@ struct Run {
   CmdHdr hdr;                     // of the fetch
 };
 
+// One run at a time; the source of documents and the registers stay for the next.
 Run engine;
 
 // Ends the run; said once.
