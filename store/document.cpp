@@ -1,0 +1,45 @@
+#include "store/document.h"
+
+#include "debug/text.h"
+
+namespace {
+
+// Control characters would end a field, a record or a line.
+std::string OneLine(std::string_view text) {
+  std::string line(text);
+  for (char &c : line)
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
+  return line;
+}
+
+void AddField(Fields *fields, std::string_view pair) {
+  const std::size_t equals = pair.find('=');
+  if (equals == std::string_view::npos || !Field_IsName(pair.substr(0, equals))) return;
+  fields->push_back({std::string(pair.substr(0, equals)), OneLine(pair.substr(equals + 1))});
+}
+
+}  // namespace
+
+std::string Document_Data(const Fields &fields, int *cut) {
+  std::string data = "\t";
+  for (const Field &field : fields) {
+    const std::size_t used = data.size() + field.name.size() + std::string_view("=\t").size();
+    if (used > kDocumentSize) {
+      ++*cut;
+      continue;
+    }
+    const std::string_view value = Field_Cut(field.value, kDocumentSize - used);
+    if (value.size() < field.value.size()) ++*cut;
+    data.append(field.name).append("=").append(value).append("\t");
+  }
+  return data;
+}
+
+bool Document_Read(std::string_view data, SchemaOrigin origin, Fields *fields) {
+  fields->clear();
+  const std::string_view separator = origin == SchemaOrigin::kOmega ? "\n" : "\t";
+  for (std::string_view pair = Text_Token(&data, separator); !pair.empty();
+       pair = Text_Token(&data, separator))
+    AddField(fields, pair);
+  return !fields->empty();
+}

@@ -1,0 +1,57 @@
+#include "store/record.h"
+
+#include <algorithm>
+
+#include "config/conf_file.h"
+#include "debug/text.h"
+
+namespace {
+
+constexpr std::size_t kHeadSize =
+    256;  // a header with two names of a configuration record and a number
+static_assert(sizeof ConfigInfo::ID + sizeof DBInfo::DBName + 64 <= kHeadSize);
+
+}  // namespace
+
+std::string Record_Hit(const char *group, const char *rectype, std::int32_t docnum) {
+  char record[kHeadSize];
+  (void)Text_FormatTo(record, sizeof record,
+                      "\t@COMMAND=HIT\t@SEARCHGROUP=%s\t@RECTYPE=%s\t@DOCNUM=%d\n", group, rectype,
+                      docnum);
+  return record;
+}
+
+std::string Record_Error(const char *reason) {
+  char record[kHeadSize];
+  (void)Text_FormatTo(record, sizeof record, "\t@COMMAND=ERROR\t%s\n", reason);
+  return record;
+}
+
+std::string Record_Document(std::int32_t docnum, std::string_view fields) {
+  char head[kHeadSize];
+  (void)Text_FormatTo(head, sizeof head, "\t@COMMAND=HIT\t@DOCNUM=%d", docnum);
+  return std::string(head).append(fields).append("\n");
+}
+
+std::string Record_Fields(const Fields &fields, int *cut) {
+  std::string text = "\t";
+  for (const Field &field : fields) {
+    const std::size_t used = text.size() + field.name.size() + std::string_view("=\t").size();
+    if (used > kRecordFieldsSize) {
+      ++*cut;
+      continue;
+    }
+    const std::string_view value =
+        Field_Cut(field.value, std::min(kRecordValueSize, kRecordFieldsSize - used));
+    if (value.size() < field.value.size()) ++*cut;
+    text.append(field.name).append("=").append(value).append("\t");
+  }
+  return text;
+}
+
+bool Record_IsFields(std::string_view text) {
+  constexpr std::string_view kBreaks("\n\r\0", 3);
+  return text.size() > 1 && text.size() <= kRecordFieldsSize && text.front() == '\t' &&
+         text.back() == '\t' && text[1] != '@' &&
+         text.find_first_of(kBreaks) == std::string_view::npos;
+}

@@ -1,0 +1,47 @@
+// store/record.h: the records that the managers answer with.
+//
+// A record is a command header and what stands behind it, ended by a newline.
+#ifndef STORE_RECORD_H
+#define STORE_RECORD_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "protocol/cmd_hdr.h"
+#include "store/field.h"
+
+// Bytes of a record, its newline included: its reader's buffer of kMessageSize keeps one for the
+// terminator.
+inline constexpr std::size_t kRecordSize = kMessageSize - 1;
+
+// Bytes of a document in its record, behind the longest header.
+inline constexpr std::size_t kRecordFieldsSize =
+    kRecordSize - std::string_view("\t@COMMAND=HIT\t@DOCNUM=2147483647\n").size();
+
+// Bytes of a value: page macros cannot show a longer one.
+inline constexpr std::size_t kRecordValueSize = 4095;
+
+inline constexpr const char *kRecordSearchComplete = "\t@COMMAND=SEARCHCOMPLETE\n";
+
+// One match of a search: the Document Manager that holds it, its record type and its number there.
+// Both names are those of a configuration record.
+std::string Record_Hit(const char *group, const char *rectype, std::int32_t docnum);
+
+// The plain reason why there is no other answer.
+std::string Record_Error(const char *reason);
+
+// A document: fields as Record_Fields made them.
+std::string Record_Document(std::int32_t docnum, std::string_view fields);
+
+// The fields as they stand in a document's record: tab, NAME, "=", value, again and again, and a
+// closing tab, so that the last value does not carry the record's newline.  A value longer than
+// kRecordValueSize is cut, and so is what would lead beyond kRecordFieldsSize; *cut grows by the
+// number of values that are not whole.
+std::string Record_Fields(const Fields &fields, int *cut);
+
+// Whether text can stand in a document's record as it is.
+bool Record_IsFields(std::string_view text);
+
+#endif
