@@ -16,26 +16,36 @@ namespace {
 
 constexpr int kForkAttempts = 6;
 
+MainCore_ReadFn read_connection = MainCore_TCPRead;
+
 // The connection's own process.  It closes the admin socket too, so that a restarted daemon can
 // bind the port while an old child still serves.
 [[noreturn]] void ServeInChild(int listener, int sock, MainCore_ClientFn handler) {
   Sock_Close(listener);
   Sock_Close(MainCore_State.AdminSock);
-  MainCore_TCPRead(-1, sock, handler);
+  MainCore_Read(-1, sock, handler);
   Sock_Close(sock);
   _exit(0);
 }
 
 }  // namespace
 
+void MainCore_SetReader(MainCore_ReadFn reader) { read_connection = reader; }
+
+void MainCore_Read(int listener, int sock, MainCore_ClientFn handler) {
+  read_connection(listener, sock, handler);
+}
+
+bool MainCore_CanWatch(int fd) {
+  if (fd < FD_SETSIZE) return true;
+  DPRINTF(nullptr, kFatal, "[MainCore: main] Descriptor %d is beyond the %d that can be watched.\n",
+          fd, FD_SETSIZE);
+  return false;
+}
+
 int MainCore_Loop(int listener, int admin_sock, MainCore_ClientFn client, MainCore_AdminFn admin) {
   const int nfds = std::max(listener, admin_sock) + 1;
-  if (nfds > FD_SETSIZE) {
-    DPRINTF(nullptr, kFatal,
-            "[MainCore: main] Descriptor %d is beyond the %d that can be watched.\n", nfds - 1,
-            FD_SETSIZE);
-    return -EMFILE;
-  }
+  if (!MainCore_CanWatch(nfds - 1)) return -EMFILE;
   for (;;) {
     fd_set ready;
     FD_ZERO(&ready);
@@ -61,7 +71,7 @@ void MainCore_Listen(int listener, int fork_flag, MainCore_ClientFn handler) {
           "[MainCore: Listen] ListSock=%d, newsock=%d. New connection from %s/%1d\n", listener,
           sock, peer.IP, peer.Port);
   if (fork_flag == 0) {
-    MainCore_TCPRead(listener, sock, handler);
+    MainCore_Read(listener, sock, handler);
   } else {
     const int pid = Util_Fork(kForkAttempts);
     if (pid == 0) ServeInChild(listener, sock, handler);

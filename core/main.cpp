@@ -39,6 +39,6 @@ int main(int argc, char **argv) {
   MainCore_Banner();
   const int rc = MainCore_Startup(argc, argv);
   if (rc != 1) MainCore_Exit(rc);
-  MainCore_Exit(MainCore_Loop(MainCore_State.Listener, MainCore_State.AdminSock,
-                              Program_ClientHandler(), Program_AdminHandler()));
+  MainCore_Exit(Program_Loop()(MainCore_State.Listener, MainCore_State.AdminSock,
+                               Program_ClientHandler(), Program_AdminHandler()));
 }

@@ -15,6 +15,9 @@ char ProgramType();
 // start-up returns.
 int Program_Startup(const ConfigInfo *config, const DBInfo *dbinfo);
 
+// MainCore_Loop: a process a connection.  MainCore_WorkerLoop: processes forked beforehand.
+MainCore_LoopFn Program_Loop();
+
 MainCore_ClientFn Program_ClientHandler();
 MainCore_AdminFn Program_AdminHandler();
 

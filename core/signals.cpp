@@ -1,6 +1,7 @@
 #include "core/signals.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -15,8 +16,11 @@ bool Set(int signal_number, sighandler_t action) {
   return sysv_signal(signal_number, action) != SIG_ERR;
 }
 
+bool at_once = false;
+
 [[noreturn]] void Shutdown() {
   DPRINTF(nullptr, kFatal, "[MainCore: Shutdown] Tovak has left the building.\n");
+  if (at_once) _exit(0);
   MainCore_Exit(0);
 }
 
@@ -33,6 +37,8 @@ void MainCore_Exit(int status) {
   const SignalHold hold;
   std::exit(status);
 }
+
+void MainCore_LeaveAtOnce() { at_once = true; }
 
 void MainCore_Reap() {
   while (wait4(-1, nullptr, WNOHANG, nullptr) > 0) {

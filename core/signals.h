@@ -13,6 +13,10 @@ int MainCore_SetSignals();
 // exit(3), safe against the handler that would exit in the middle of it.
 [[noreturn]] void MainCore_Exit(int status);
 
+// From now on the handler ends this process without what exit(3) does: it may have interrupted an
+// allocation.
+void MainCore_LeaveAtOnce();
+
 // Takes every finished child off the process table.
 void MainCore_Reap();
 

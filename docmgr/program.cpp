@@ -2,6 +2,7 @@
 #include "manager/manager.h"
 #include "store/record.h"
 #include "core/program.h"
+#include "core/workers.h"
 #include "debug/log.h"
 
 namespace {
@@ -42,5 +43,6 @@ int Program_Startup(const ConfigInfo *config, const DBInfo *) {
   return 1;
 }
 
+MainCore_LoopFn Program_Loop() { return MainCore_WorkerLoop; }
 MainCore_ClientFn Program_ClientHandler() { return ClientCmd; }
 MainCore_AdminFn Program_AdminHandler() { return Manager_Admin; }

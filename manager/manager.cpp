@@ -8,8 +8,8 @@
 
 #include "core/admin.h"
 #include "core/state.h"
+#include "core/workers.h"
 #include "debug/log.h"
-#include "debug/signal_hold.h"
 #include "protocol/process.h"
 
 DBInfo Manager_Database;
@@ -30,7 +30,6 @@ void Send(int sock, std::string_view records) {
 // failed, logged.
 bool Answer(const ManagerCommand &command, const CmdHdr &hdr, const char *predicate,
             std::string *records) {
-  const SignalHold hold;
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     try {
       *records = command.answer(Xapian::Database(command.location), hdr, predicate);
@@ -55,6 +54,7 @@ bool Answer(const ManagerCommand &command, const CmdHdr &hdr, const char *predic
 }  // namespace
 
 int Manager_Startup(const ConfigInfo *config) {
+  if (MainCore_SetWorkers() != 1) return 0;
   if (Init_ReadDB(MainCore_State.DBPath, config->ID, &Manager_Database) != 1) return 0;
   Init_DisplayCfg(config);
   Init_DisplayDB(&Manager_Database);

@@ -17,6 +17,7 @@ int Program_Startup(const ConfigInfo *, const DBInfo *) {
   return result != nullptr ? std::atoi(result) : 1;
 }
 
+MainCore_LoopFn Program_Loop() { return MainCore_Loop; }
 MainCore_ClientFn Program_ClientHandler() {
   return [](int, int, const char *) {};
 }

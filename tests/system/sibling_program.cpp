@@ -26,5 +26,6 @@ int Program_Startup(const ConfigInfo *config, const DBInfo *dbinfo) {
   return 1;
 }
 
+MainCore_LoopFn Program_Loop() { return MainCore_Loop; }
 MainCore_ClientFn Program_ClientHandler() { return ClientCmd; }
 MainCore_AdminFn Program_AdminHandler() { return Admin; }
