@@ -22,7 +22,6 @@
 #include "core/state.h"
 #include "debug/log.h"
 #include "debug/text.h"
-#include "protocol/process.h"
 
 namespace {
 
@@ -207,11 +206,10 @@ bool ForkMissing(int listener) {
     pid_t *pid = &workers.pids[static_cast<std::size_t>(i)];
     if (*pid != 0) continue;
     if (IsPaused()) return false;
-    const int forked = Util_Fork(1);
+    const pid_t forked = fork();  // no wait behind a failure: PING is answered throughout
     if (forked == 0) Work(listener, main_process);
     if (forked < 0) {
-      DPRINTF(nullptr, kFatal, "[MainCore: Workers] Unable to fork a worker: errno = %d\n",
-              -forked);
+      DPRINTF(nullptr, kFatal, "[MainCore: Workers] Unable to fork a worker: errno = %d\n", errno);
       return false;
     }
     *pid = forked;

@@ -9,7 +9,7 @@
 #include <cstdarg>
 #include <cstddef>
 
-Seam calloc_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
+Seam calloc_seam, epoll_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
 
 bool select_reads_alone = false;
 
@@ -28,6 +28,11 @@ extern "C" {
 void *__real_calloc(std::size_t, std::size_t);
 void *__wrap_calloc(std::size_t count, std::size_t size) {
   return calloc_seam.Fails() ? nullptr : __real_calloc(count, size);
+}
+
+int __real_epoll_create1(int);
+int __wrap_epoll_create1(int flags) {
+  return epoll_seam.Fails() ? -1 : __real_epoll_create1(flags);
 }
 
 int __real_open(const char *, int, ...);

@@ -14,7 +14,7 @@ struct Seam {
   bool Fails();
 };
 
-extern Seam calloc_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
+extern Seam calloc_seam, epoll_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
 
 extern bool select_reads_alone;  // the last select() waited for bytes alone, and without limit
 

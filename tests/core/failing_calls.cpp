@@ -28,7 +28,8 @@ struct SeamName {
   const char *name;
   Seam *seam;
 };
-const SeamName kSeamNames[] = {{"open", &open_seam},
+const SeamName kSeamNames[] = {{"epoll_create1", &epoll_seam},
+                               {"open", &open_seam},
                                {"select", &select_seam},
                                {"setpgid", &setpgid_seam},
                                {"sysv_signal", &signal_seam}};
