@@ -48,6 +48,7 @@ MainCore_ClientFn client_handler = nullptr;
 volatile std::sig_atomic_t serving = -1;
 volatile std::sig_atomic_t cut = 0;
 volatile std::sig_atomic_t leave = 0;
+const char *volatile last_word = nullptr;  // of the request in hand
 
 void Handle(int signal_number, void (*handler)(int), int flags) {
   struct sigaction action = {};
@@ -66,15 +67,21 @@ sigset_t Only(int signal_number) {
 
 // Serving one connection.
 
-void SetTimer(int seconds) {
-  const itimerval timer = {{0, 0}, {seconds, 0}};
+void SetTimer(int milliseconds) {
+  const itimerval timer = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
   setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-// async-signal-safe: the reader finds the end of the stream.
+// The timer's end; what it calls is async-signal-safe.  Before the handler the reader finds the end
+// of the stream; behind MainCore_EndAfter the worker gives up.
 void Cut(int) {
+  const int sock = static_cast<int>(serving);
+  if (const char *word = last_word; word != nullptr) {
+    send(sock, word, std::strlen(word), MSG_DONTWAIT | MSG_NOSIGNAL);
+    _exit(0);
+  }
   cut = 1;
-  shutdown(static_cast<int>(serving), SHUT_RDWR);
+  shutdown(sock, SHUT_RDWR);
 }
 
 void Command(int listener, int sock, const char *text) {
@@ -89,9 +96,10 @@ void Serve(int listener, int sock) {
   setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
   serving = sock;
   cut = 0;
-  SetTimer(kWorkerPatience);
+  SetTimer(kWorkerPatience * 1000);
   MainCore_Read(listener, sock, Command);
   SetTimer(0);
+  last_word = nullptr;
   Sock_Close(sock);
 }
 
@@ -268,6 +276,11 @@ int MainCore_SetWorkers() {
           "[MainCore: Workers] KORVO_WORKERS takes a number from 1 to %d, not '%s'\n", kMostWorkers,
           text);
   return 0;
+}
+
+void MainCore_EndAfter(int milliseconds, const char *word) {
+  last_word = word;
+  SetTimer(milliseconds);
 }
 
 void MainCore_RenewWorkers() { workers.renew = true; }

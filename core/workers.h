@@ -21,6 +21,11 @@ int MainCore_SetWorkers();
 int MainCore_WorkerLoop(int listener, int admin_sock, MainCore_ClientFn client,
                         MainCore_AdminFn admin);
 
+// From now on the request in hand has to be answered within that time.  If it is not, last_word,
+// which lives as long as the worker does, is sent to its connection and the worker ends, to be
+// replaced: whatever it waits for holds nobody longer.
+void MainCore_EndAfter(int milliseconds, const char *last_word);
+
 // Renews the workers behind the datagram that is being carried out: its handler has changed what
 // they work on.
 void MainCore_RenewWorkers();

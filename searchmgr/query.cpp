@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "store/field.h"
 #include "debug/text.h"
+#include "store/field.h"
 
 namespace {
 

@@ -13,18 +13,17 @@ static_assert(sizeof ConfigInfo::ID + sizeof DBInfo::DBName + 64 <= kHeadSize);
 
 }  // namespace
 
-std::string Record_Hit(const char *group, const char *rectype, std::int32_t docnum) {
-  char record[kHeadSize];
-  (void)Text_FormatTo(record, sizeof record,
-                      "\t@COMMAND=HIT\t@SEARCHGROUP=%s\t@RECTYPE=%s\t@DOCNUM=%d\n", group, rectype,
-                      docnum);
-  return record;
+std::string Record_Hit(const std::string &group, const std::string &type, std::int32_t docnum,
+                       const std::string &script) {
+  std::string record = "\t@COMMAND=HIT\t@SEARCHGROUP=";
+  record.append(group).append("\t@RECTYPE=").append(type);
+  record.append("\t@DOCNUM=").append(std::to_string(docnum));
+  if (!script.empty()) record.append("\t@SCRIPT=").append(script);
+  return record.append("\n");
 }
 
-std::string Record_Error(const char *reason) {
-  char record[kHeadSize];
-  (void)Text_FormatTo(record, sizeof record, "\t@COMMAND=ERROR\t%s\n", reason);
-  return record;
+std::string Record_Error(const std::string &reason) {
+  return "\t@COMMAND=ERROR\t" + reason + "\n";
 }
 
 std::string Record_Document(std::int32_t docnum, std::string_view fields) {

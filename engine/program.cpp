@@ -1,0 +1,119 @@
+// Makes the Search Engine out of the shared core: a database that managers search over Xapian's
+// remote protocol.  A connection has a process, Xapian's own server, for as long as a manager keeps
+// it; a process beside the main one watches whether the database is still the one they serve.
+#include "core/program.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <string>
+
+#include "core/admin.h"
+#include "core/state.h"
+#include "debug/log.h"
+#include "engine/fields.h"
+#include "protocol/process.h"
+#include "store/location.h"
+
+namespace {
+
+constexpr const char *kServer = "xapian-progsrv";
+constexpr const char *kIdle = "86400000";  // milliseconds: a manager keeps what it has opened
+
+// The names of its fields.  False: the database cannot be read, logged.
+bool Open(const char *location, std::string *fields) {
+  try {
+    *fields = Engine_Fields(Xapian::Database(location), kEngineFieldsSize);
+    return true;
+  } catch (const Xapian::Error &error) {
+    DPRINTF(nullptr, kWarning, "[Engine: Open] Unable to read database '%s': %s\n", location,
+            error.get_description().c_str());
+  } catch (const std::exception &error) {
+    DPRINTF(nullptr, kWarning, "[Engine: Open] Unable to serve database '%s': %s\n", location,
+            error.what());
+  }
+  return false;
+}
+
+void SetOption(int sock, int level, int option) {
+  const int on = 1;
+  setsockopt(sock, level, option, &on, sizeof on);
+}
+
+// The process of the connection becomes Xapian's own server.  Its messages are answers to each
+// other, so none waits to be joined with the next; and a manager's machine that is gone is noticed.
+void Serve(int, int sock, MainCore_ClientFn) {
+  const char *location = MainCore_State.Database.SearchLocation;
+  std::string fields;
+  if (!Open(location, &fields)) return;
+  SetOption(sock, IPPROTO_TCP, TCP_NODELAY);
+  SetOption(sock, SOL_SOCKET, SO_KEEPALIVE);
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  dup2(sock, STDIN_FILENO);
+  dup2(sock, STDOUT_FILENO);
+  Sock_Close(sock);
+  execlp(kServer, kServer, "--timeout", kIdle, location, nullptr);
+  DPRINTF(nullptr, kFatal, "[Engine: Serve] Unable to run %s: errno = %d\n", kServer, errno);
+  _exit(0);
+}
+
+// Ends the servers of a database that another was moved into the place of: their managers come back
+// to the new one.  SIGHUP is nothing to the processes of this program, and the end of Xapian's.
+[[noreturn]] void Watch(const char *location) {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  Sock_Close(MainCore_State.Listener);
+  Sock_Close(MainCore_State.AdminSock);
+  LocationState served = Location_State(location);
+  for (;;) {
+    sleep(1);
+    const LocationState now = Location_State(location);
+    if (now.inode == 0 || served == now) continue;
+    if (served.inode != 0) {
+      DPRINTF(nullptr, kWarning, "[Engine: Watch] Database '%s' was replaced\n", location);
+      kill(0, SIGHUP);
+    }
+    served = now;
+  }
+}
+
+void StartWatch(const char *location) {
+  struct sigaction nothing = {};
+  nothing.sa_handler = [](int) {};
+  nothing.sa_flags = SA_RESTART;
+  sigaction(SIGHUP, &nothing, nullptr);
+  const int pid = Util_Fork(1);
+  if (pid == 0) Watch(location);
+  if (pid < 0) DPRINTF(nullptr, kFatal, "[Engine: Watch] Unable to fork: errno = %d\n", -pid);
+}
+
+void Admin(int sock, SockAddr *sender, const char *buf, int len) {
+  CmdHdr hdr;
+  const char *rest = nullptr;
+  if (Admin_Read(sender, buf, len, &hdr, &rest) != 1) return;
+  if (Admin_Common(sock, sender, &hdr, rest) != 1) Admin_Unknown(&hdr);
+}
+
+}  // namespace
+
+char ProgramType() { return 'E'; }
+
+int Program_Startup(const ConfigInfo *config, const DBInfo *dbinfo) {
+  static std::string fields;  // announced behind this
+  if (Open(dbinfo->SearchLocation, &fields)) MainCore_State.Database.FieldList = fields.c_str();
+  MainCore_SetReader(Serve);
+  StartWatch(dbinfo->SearchLocation);
+  Init_DisplayCfg(config);
+  Init_DisplayDB(&MainCore_State.Database);
+  DPRINTF(nullptr, kWarning, "[Engine: Startup] Search Engine Initialization Complete.\n");
+  return 1;
+}
+
+MainCore_LoopFn Program_Loop() { return MainCore_Loop; }
+MainCore_ClientFn Program_ClientHandler() { return nullptr; }  // its reader needs none
+MainCore_AdminFn Program_AdminHandler() { return Admin; }

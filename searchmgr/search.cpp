@@ -1,0 +1,170 @@
+#include "searchmgr/search.h"
+
+#include <limits>
+#include <vector>
+
+#include "core/workers.h"
+#include "debug/log.h"
+#include "searchmgr/query.h"
+#include "searchmgr/request.h"
+#include "searchmgr/shards.h"
+#include "searchmgr/status.h"
+#include "store/record.h"
+
+#if 1  // SHIM
+struct QueryText {
+  Xapian::Query query;
+  std::vector<std::string> marks;
+  std::string corrected;
+};
+static std::string Query_Parse(const Xapian::Database &d, const Schema &, const char *p,
+                               QueryText *t) {
+  const char *r = Query_Parse(d, p, &t->query);
+  return r ? r : "";
+}
+#endif
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char *kTooLong = "\t@COMMAND=ERROR\tThe search took too long\n";
+constexpr milliseconds kGrace(400);          // behind the deadline, before the worker gives up
+constexpr int kAttempts = 3;                 // with databases that are written to meanwhile
+constexpr Xapian::doccount kCounted = 1000;  // hits that are counted rather than estimated
+
+// One search: the shards that take part, as one database.
+struct Search {
+  const SearchRequest &request;
+  const char *script;
+  const char *predicate;
+  ShardClock::time_point begin;
+  std::vector<const SearchShard *> open = {};
+  Xapian::Database database = {};
+  const Schema *schema = nullptr;
+  int shards = 0;
+};
+
+void Join(Search *search) {
+  search->open.clear();
+  search->database = Xapian::Database();
+  for (const SearchShard &shard : Shards_All()) {
+    if (!shard.shard.database) continue;
+    search->database.add_database(*shard.shard.database);
+    search->open.push_back(&shard);
+  }
+  search->schema = &search->open.front()->shard.schema;
+}
+
+// Empty, or why hits cannot be in that order.
+std::string SetOrder(const Search &search, Xapian::Enquire *enquire) {
+  if (search.request.sort.empty()) return {};
+  Xapian::valueno slot = 0;
+  std::string wrong = Request_SortSlot(search.request, *search.schema, &slot);
+  if (wrong.empty())
+    enquire->set_sort_by_value_then_relevance(slot, search.request.sort_descending);
+  return wrong;
+}
+
+// Document Managers that mark words need to know which.
+std::string ScriptFor(std::string script, const std::vector<std::string> &marks) {
+  const std::string words = " " + script + " ";
+  if (words.find(" html ") == std::string::npos && words.find(" snippet ") == std::string::npos)
+    return script;
+  for (const std::string &mark : marks) {
+    const std::string word = " mark:" + mark;
+    if (script.size() + word.size() < kHdrText) script += word;
+  }
+  return script;
+}
+
+// Best hit first; of equal ones the lower number.
+std::string Hits(const Search &search, const Xapian::MSet &hits, const std::string &script) {
+  const auto shards = static_cast<Xapian::docid>(search.open.size());
+  std::string records;
+  for (auto hit = hits.begin(); hit != hits.end(); ++hit) {
+    const SearchShard &shard = *search.open[(*hit - 1) % shards];
+    const Xapian::docid number = (*hit - 1) / shards + 1;
+    if (number > std::numeric_limits<std::int32_t>::max()) continue;  // DOCNUM cannot name it
+    records += Record_Hit(shard.group, shard.type, static_cast<std::int32_t>(number), script);
+  }
+  return records;
+}
+
+// The corrected text, if it finds more than what was typed.
+std::string BetterSpelling(const Search &search, const QueryText &text, Xapian::doccount matches) {
+  if (text.corrected.empty()) return {};
+  QueryText corrected;
+  if (!Query_Parse(search.database, *search.schema, ("\t" + text.corrected).c_str(), &corrected)
+           .empty())
+    return {};
+  Xapian::Enquire enquire(search.database);
+  enquire.set_query(corrected.query);
+  const Xapian::MSet found = enquire.get_mset(0, 0, matches + 1);
+  return found.get_matches_estimated() > matches ? text.corrected : "";
+}
+
+std::string Status(const Search &search, const QueryText &text, const Xapian::MSet &hits) {
+  const auto spent = ShardClock::now() - search.begin;
+  SearchStatus status = {};
+  status.matches = hits.get_matches_estimated();
+  status.exact = hits.get_matches_lower_bound() == hits.get_matches_upper_bound();
+  status.first = static_cast<std::uint64_t>(search.request.first_hit) + 1;
+  status.shown = hits.size();
+  status.shards_searched = static_cast<int>(search.open.size());
+  status.shards = search.shards;
+  status.milliseconds = std::chrono::duration_cast<milliseconds>(spent).count();
+  status.spelling = BetterSpelling(search, text, hits.get_matches_estimated());
+  return Status_Record(status);
+}
+
+// The records of one match over what is open.
+std::string Page(const Search &search) {
+  QueryText text;
+  const std::string wrong = Query_Parse(search.database, *search.schema, search.predicate, &text);
+  if (!wrong.empty()) return Record_Error(wrong);
+  Xapian::Enquire enquire(search.database);
+  enquire.set_query(text.query);
+  enquire.set_cutoff(search.request.best_fit);
+  const std::string disorder = SetOrder(search, &enquire);
+  if (!disorder.empty()) return Record_Error(disorder);
+  const auto first = static_cast<Xapian::doccount>(search.request.first_hit);
+  const auto most = static_cast<Xapian::doccount>(search.request.hits);
+  const Xapian::MSet hits =
+      enquire.get_mset(first, most, search.request.status == 1 ? kCounted : 0);
+  return (search.request.status == 1 ? Status(search, text, hits) : std::string()) +
+         Hits(search, hits, ScriptFor(search.script, text.marks)) + kRecordSearchComplete;
+}
+
+// As often as a shard fails or a database is written to, from the rest.
+std::string PageOfTheRest(Search *search, std::span<Shard *const> shards,
+                          ShardClock::time_point end) {
+  for (int changed = 0;;) {
+    if (Shard_Ready(shards, end) == 0) return Record_Error("No part of the documents can be read");
+    Join(search);
+    try {
+      return Page(*search);
+    } catch (const Xapian::DatabaseModifiedError &) {
+      if (++changed == kAttempts) throw;
+    } catch (const Xapian::Error &error) {
+      Shard *failed = Shard_OfError(shards, error);
+      if (failed == nullptr) throw;
+      Shard_Fail(shards, failed, error, search->begin);
+    }
+    if (ShardClock::now() >= end) return kTooLong;
+  }
+}
+
+}  // namespace
+
+std::string Search_Answer(const CmdHdr &hdr, const char *text, const char *predicate) {
+  SearchRequest request;
+  const char *wrong = Request_Read(hdr, text, &request);
+  if (wrong != nullptr) return Record_Error(wrong);
+  const milliseconds deadline(request.deadline);
+  MainCore_EndAfter(static_cast<int>((deadline + kGrace).count()), kTooLong);
+  std::vector<Shard *> shards;
+  for (SearchShard &shard : Shards_All()) shards.push_back(&shard.shard);
+  Search search = {request, hdr.Script, predicate, ShardClock::now()};
+  search.shards = static_cast<int>(shards.size());
+  return PageOfTheRest(&search, shards, search.begin + deadline);
+}

@@ -1,0 +1,233 @@
+#include "store/shard.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <string_view>
+#include <vector>
+
+#include "debug/log.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kConnectLimit(1000);
+constexpr milliseconds kRetryAfter(1000);
+constexpr milliseconds kRetryWait(20);  // for an engine that is tried again
+constexpr milliseconds kLeastPatience(50);
+
+milliseconds Left(ShardClock::time_point end) {
+  return std::max(std::chrono::duration_cast<milliseconds>(end - ShardClock::now()),
+                  milliseconds(0));
+}
+
+// How long one answer of an engine may take, so that one that hangs leaves time for the others.
+milliseconds PatienceFor(ShardClock::time_point end) {
+  return std::max(Left(end) * 2 / 5, kLeastPatience);
+}
+
+bool IsRemote(const Shard &shard) { return shard.location.empty(); }
+
+void CloseGreeting(Shard *shard) {
+  if (shard->greeting >= 0) close(shard->greeting);
+  shard->greeting = -1;
+}
+
+void Report(Shard *shard, const std::string &reason) {
+  DPRINTF(nullptr, shard->failed ? kStatus : kWarning, "[Shard: Open] Unable to read '%s': %s\n",
+          shard->name.c_str(), reason.c_str());
+  shard->failed = true;
+}
+
+void PutOff(Shard *shard, const std::string &reason) {
+  CloseGreeting(shard);
+  shard->database.reset();
+  if (IsRemote(*shard)) shard->retry = ShardClock::now() + kRetryAfter;
+  Report(shard, reason);
+}
+
+// The edge of Xapian: runs what may throw; an empty text, or what went wrong.
+template <typename Action>
+std::string Try(const Action &action) {
+  try {
+    action();
+    return {};
+  } catch (const Xapian::Error &error) {
+    return error.get_description();
+  } catch (const std::exception &error) {
+    return error.what();
+  }
+}
+
+// Opens what answers.
+void Open(Shard *shard, ShardClock::time_point end) {
+  const milliseconds patience = PatienceFor(end);
+  const std::string wrong = Try([&] {
+    shard->state = Location_State(shard->location);
+    Xapian::Database database =
+        IsRemote(*shard) ? Xapian::Remote::open(shard->host, shard->port,
+                                                static_cast<useconds_t>(patience.count()),
+                                                static_cast<useconds_t>(kConnectLimit.count()))
+                         : Xapian::Database(shard->location);
+    shard->schema = Schema_Of(database);
+    shard->database = database;
+  });
+  if (!wrong.empty()) return PutOff(shard, wrong);
+  shard->patience = patience;
+  shard->opened = ShardClock::now();
+  if (shard->failed)
+    DPRINTF(nullptr, kWarning, "[Shard: Open] '%s' is back\n", shard->name.c_str());
+  shard->failed = false;
+}
+
+// Whether the connection waits for answers about as long as this request can.
+bool Fits(const Shard &shard, ShardClock::time_point end) {
+  const milliseconds wanted = PatienceFor(end);
+  return shard.patience <= wanted * 5 / 4 && shard.patience >= wanted / 2;
+}
+
+// Looks at an open shard anew, and closes one that is not what it was.  False: its engine hangs.
+bool Refresh(Shard *shard, ShardClock::time_point end) {
+  if (IsRemote(*shard) ? !Fits(*shard, end) : shard->state != Location_State(shard->location)) {
+    shard->database.reset();
+    return true;
+  }
+  try {
+    shard->database->reopen();
+  } catch (const Xapian::NetworkTimeoutError &error) {
+    PutOff(shard, error.get_description());
+    return false;
+  } catch (const std::exception &) {
+    shard->database.reset();
+  } catch (const Xapian::Error &) {
+    shard->database.reset();  // started again, or written anew: opening it says what is wrong
+  }
+  return true;
+}
+
+// Begins a connection to an engine without waiting for it.
+void Call(Shard *shard) {
+  shard->begun = ShardClock::now();
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(shard->port));
+  if (inet_pton(AF_INET, shard->host.c_str(), &address.sin_addr) != 1)
+    return PutOff(shard, "its address is '" + shard->host + "'");
+  shard->greeting = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const bool begun = shard->greeting >= 0 &&
+                     (connect(shard->greeting, reinterpret_cast<const sockaddr *>(&address),
+                              sizeof address) == 0 ||
+                      errno == EINPROGRESS);
+  if (!begun) PutOff(shard, "errno = " + std::to_string(errno));
+}
+
+// Whether bytes of an engine are there.
+bool IsGreeted(Shard *shard) {
+  char byte = 0;
+  const ssize_t got = recv(shard->greeting, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  if (got > 0) return true;
+  if (got == 0)
+    PutOff(shard, "it closes the connection");
+  else if (errno != EAGAIN)
+    PutOff(shard, "errno = " + std::to_string(errno));
+  return false;
+}
+
+// An engine that is called, and how long it is waited for.
+struct Called {
+  Shard *shard;
+  ShardClock::time_point until;
+};
+
+ShardClock::time_point LastOf(const std::vector<Called> &called) {
+  ShardClock::time_point last;
+  for (const Called &one : called) last = std::max(last, one.until);
+  return last;
+}
+
+// Opens those that greet in time.
+void Await(std::vector<Called> called, ShardClock::time_point end) {
+  std::vector<pollfd> ready;
+  while (!called.empty() && ShardClock::now() < LastOf(called)) {
+    ready.clear();
+    for (const Called &one : called) ready.push_back({one.shard->greeting, POLLIN, 0});
+    poll(ready.data(), ready.size(), static_cast<int>(Left(LastOf(called)).count()) + 1);
+    std::erase_if(called, [&](const Called &one) {
+      if (!IsGreeted(one.shard)) return one.shard->greeting < 0;
+      CloseGreeting(one.shard);
+      Open(one.shard, end);
+      return true;
+    });
+  }
+}
+
+// An engine that has failed lately keeps nobody waiting: it is looked at again by the next request.
+void OpenRemote(std::span<Shard *const> shards, ShardClock::time_point end) {
+  const auto now = ShardClock::now();
+  std::vector<Called> called;
+  for (Shard *shard : shards) {
+    if (!IsRemote(*shard) || shard->database || now < shard->retry) continue;
+    if (shard->greeting < 0) Call(shard);
+    const milliseconds limit = shard->failed ? kRetryWait : std::min(kConnectLimit, Left(end) / 3);
+    if (shard->greeting >= 0) called.push_back({shard, now + limit});
+  }
+  Await(called, end);
+  for (const Called &one : called)
+    if (one.shard->greeting >= 0 &&
+        (!one.shard->failed || ShardClock::now() >= one.shard->begun + kConnectLimit))
+      PutOff(one.shard, "it does not answer");
+}
+
+void Doubt(std::span<Shard *const> shards) {
+  for (Shard *shard : shards)
+    if (IsRemote(*shard)) shard->database.reset();
+}
+
+bool IsTimeout(const Xapian::Error &error) {
+  return std::string_view(error.get_type()) == "NetworkTimeoutError";
+}
+
+}  // namespace
+
+int Shard_Ready(std::span<Shard *const> shards, ShardClock::time_point end) {
+  for (Shard *shard : shards)
+    if (shard->database && !Refresh(shard, end)) Doubt(shards);
+  for (Shard *shard : shards)
+    if (!IsRemote(*shard) && !shard->database && ShardClock::now() >= shard->retry)
+      Open(shard, end);
+  OpenRemote(shards, end);
+  return static_cast<int>(std::count_if(shards.begin(), shards.end(), [](const Shard *shard) {
+    return shard->database.has_value();
+  }));
+}
+
+void Shard_Fail(std::span<Shard *const> shards, Shard *failed, const Xapian::Error &error,
+                ShardClock::time_point begin) {
+  if (failed->opened < begin && !IsTimeout(error)) return failed->database.reset();
+  PutOff(failed, error.get_description());
+  failed->retry = ShardClock::now() + kRetryAfter;
+  if (IsTimeout(error)) Doubt(shards);
+}
+
+Shard *Shard_OfError(std::span<Shard *const> shards, const Xapian::Error &error) {
+  const std::string &context = error.get_context();
+  Shard *local = nullptr;
+  int locals = 0;
+  for (Shard *shard : shards) {
+    if (!shard->database) continue;
+    if (!IsRemote(*shard)) {
+      local = shard;
+      ++locals;
+    } else if (context == "remote:tcp(" + shard->host + ":" + std::to_string(shard->port) + ")") {
+      return shard;
+    }
+  }
+  return context.empty() && locals == 1 ? local : nullptr;
+}
