@@ -1,6 +1,6 @@
 #include "store/document.h"
 
-#include "debug/text.h"
+#include <algorithm>
 
 namespace {
 
@@ -37,9 +37,11 @@ std::string Document_Data(const Fields &fields, int *cut) {
 
 bool Document_Read(std::string_view data, SchemaOrigin origin, Fields *fields) {
   fields->clear();
-  const std::string_view separator = origin == SchemaOrigin::kOmega ? "\n" : "\t";
-  for (std::string_view pair = Text_Token(&data, separator); !pair.empty();
-       pair = Text_Token(&data, separator))
-    AddField(fields, pair);
+  const char separator = origin == SchemaOrigin::kOmega ? '\n' : '\t';
+  while (!data.empty()) {
+    const std::size_t end = std::min(data.find(separator), data.size());
+    AddField(fields, data.substr(0, end));
+    data.remove_prefix(std::min(end + 1, data.size()));
+  }
   return !fields->empty();
 }

@@ -11,6 +11,18 @@ constexpr std::size_t kHeadSize =
     256;  // a header with two names of a configuration record and a number
 static_assert(sizeof ConfigInfo::ID + sizeof DBInfo::DBName + 64 <= kHeadSize);
 
+bool Has(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
+
+bool HasLongValue(std::string_view text) {
+  while (text.size() > kRecordValueSize) {
+    const std::size_t end = std::min(text.find('\t'), text.size() - 1);
+    const std::size_t equals = text.substr(0, end).find('=');
+    if (equals != std::string_view::npos && end - equals - 1 > kRecordValueSize) return true;
+    text.remove_prefix(end + 1);
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string Record_Hit(const std::string &group, const std::string &type, std::int32_t docnum,
@@ -49,8 +61,7 @@ std::string Record_Fields(const Fields &fields, int *cut) {
 }
 
 bool Record_IsFields(std::string_view text) {
-  constexpr std::string_view kBreaks("\n\r\0", 3);
   return text.size() > 1 && text.size() <= kRecordFieldsSize && text.front() == '\t' &&
-         text.back() == '\t' && text[1] != '@' &&
-         text.find_first_of(kBreaks) == std::string_view::npos;
+         text.back() == '\t' && text[1] != '@' && !Has(text, '\n') && !Has(text, '\r') &&
+         !Has(text, '\0') && !HasLongValue(text);
 }

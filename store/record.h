@@ -42,7 +42,7 @@ std::string Record_Document(std::int32_t docnum, std::string_view fields);
 // number of values that are not whole.
 std::string Record_Fields(const Fields &fields, int *cut);
 
-// Whether text can stand in a document's record as it is.
+// Whether text can stand in a document's record as it is: no value is longer than kRecordValueSize.
 bool Record_IsFields(std::string_view text);
 
 #endif

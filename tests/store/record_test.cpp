@@ -78,3 +78,10 @@ TEST(Record, IsFields_RefusesWhatWouldBreakTheRecord) {
     EXPECT_FALSE(Record_IsFields(text)) << text;
   EXPECT_FALSE(Record_IsFields("\tA=" + std::string(kRecordFieldsSize - 3, 'v') + "\t"));
 }
+
+TEST(Record, IsFields_RefusesAValueThatNoPageMacroCanShow) {
+  const std::string whole(kRecordValueSize, 'v');
+  EXPECT_TRUE(Record_IsFields("\tA=" + whole + "\tB=" + whole + "\t"));
+  EXPECT_FALSE(Record_IsFields("\tA=x\tB=" + whole + "v\t"));
+  EXPECT_TRUE(Record_IsFields("\t" + whole + whole + "\t"));  // no field, so no value
+}
