@@ -1,0 +1,91 @@
+#include "docmgr/snippet.h"
+
+#include <algorithm>
+#include <array>
+
+#include "store/field.h"
+
+namespace {
+
+constexpr std::string_view kOmission = "...";
+constexpr std::size_t kWindowSize = 8 * 1024;  // what Xapian looks at, 80 ns a byte
+constexpr std::size_t kBefore = 1024;          // of it in front of the first word
+constexpr std::size_t kLongWord = 64;
+
+// The start of text, cut between two words where they are not too long for that.
+std::string_view CutBetweenWords(std::string_view text, std::size_t size) {
+  if (text.size() <= size) return text;
+  const std::string_view cut = Field_Cut(text, size);
+  const std::size_t blank = cut.find_last_of(' ');
+  return blank == std::string_view::npos || cut.size() - blank > kLongWord ? cut
+                                                                           : cut.substr(0, blank);
+}
+
+std::string StartOf(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+  const std::string_view start = CutBetweenWords(text, kSnippetSize);
+  return std::string(start).append(start.size() < text.size() ? kOmission : "");
+}
+
+// The part of text around its first wanted word that is worth a closer look.
+Span WindowOf(std::string_view text, std::size_t first) {
+  std::size_t begin = first > kBefore ? text.find(' ', first - kBefore) : 0;
+  if (begin > first) begin = first;
+  return {begin, begin + CutBetweenWords(text.substr(begin), kWindowSize).size()};
+}
+
+// Xapian's snippets are HTML; whoever shows a value decides that here.
+std::string AsText(std::string_view html) {
+  struct Entity {
+    std::string_view name;
+    char c;
+  };
+  constexpr std::array<Entity, 4> kEntities = {
+      {{"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}}};
+  std::string text;
+  while (!html.empty()) {
+    const auto entity = std::find_if(kEntities.begin(), kEntities.end(), [&](const Entity &known) {
+      return html.starts_with(known.name);
+    });
+    const bool found = entity != kEntities.end();
+    text += found ? entity->c : html.front();
+    html.remove_prefix(found ? entity->name.size() : 1);
+  }
+  return text;
+}
+
+// A match in no document at all: the words alone choose the passage, all of the same weight.
+Xapian::MSet MatchOf(const Wanted &wanted) {
+  static const Xapian::Database nothing =
+      Xapian::WritableDatabase(std::string(), Xapian::DB_BACKEND_INMEMORY);
+  std::vector<std::string> terms = wanted.words;
+  for (const std::string &word : wanted.words) terms.push_back("Z" + word);
+  Xapian::Enquire enquire(nothing);
+  enquire.set_query(Xapian::Query(Xapian::Query::OP_OR, terms.begin(), terms.end()));
+  return enquire.get_mset(0, 0);
+}
+
+std::string PassageOf(std::string_view text, const Wanted &wanted) {
+  if (text.size() <= kSnippetSize) return std::string(text);  // Xapian would not escape it
+  return AsText(MatchOf(wanted).snippet(std::string(text), kSnippetSize, wanted.stem,
+                                        Xapian::MSet::SNIPPET_EXHAUSTIVE, "", "",
+                                        std::string(kOmission)));
+}
+
+}  // namespace
+
+std::string Snippet_Of(std::string_view text, const Wanted &wanted) {
+  if (text.size() <= kSnippetSize) return std::string(text);
+  const Spans first = Words_Find(wanted, text, kSnippetReach, 1);
+  if (first.empty()) return StartOf(text);
+  const Span window = WindowOf(text, first.front().begin);
+  const std::string_view looked_at = text.substr(window.begin, window.end - window.begin);
+  std::string passage = PassageOf(looked_at, wanted);
+  // Where the window ends the text goes on.
+  const bool from_start = looked_at.starts_with(std::string_view(passage).substr(0, kLongWord));
+  const std::size_t tail = passage.size() - std::min(passage.size(), kLongWord);
+  const bool to_end = looked_at.ends_with(std::string_view(passage).substr(tail));
+  if (from_start && window.begin > 0) passage.insert(0, kOmission);
+  if (to_end && window.end < text.size()) passage += kOmission;
+  return passage;
+}
