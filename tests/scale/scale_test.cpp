@@ -1,0 +1,288 @@
+// The same service at every size: four engines against one database, and under load while engines
+// die, hang and come back.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "searchmgr/query.h"
+#include "tests/scale/library.h"
+#include "tests/service/tree.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kEngines = 4;
+constexpr int kQueries = 500;
+constexpr int kHits = 50;
+constexpr int kDeadline = 2000;  // milliseconds
+constexpr int kBeyond = 500;     // that an answer may take more
+
+std::string EngineId(int number) { return "e" + std::to_string(number); }
+
+// Indexed once for all cases.
+struct Data {
+  Data() {
+    const Library library;
+    one = Build("one", 0, 1);
+    for (int i = 0; i < kEngines; ++i) Build(EngineId(i), i, kEngines);
+  }
+  std::string Build(const std::string &name, int first, int step) {
+    return BuildIndex(folder, name, Library().Documents(first, step));
+  }
+  std::string Path(int engine) const { return folder.Path() + "/" + EngineId(engine); }
+
+  Folder folder;
+  std::string one;
+};
+
+Data &TheData() {
+  static Data data;
+  return data;
+}
+
+// A Search Manager over four engines, a Document Manager beside each; and one over the whole.
+class Scale : public testing::Test {
+ protected:
+  Scale() {
+    Data &data = TheData();
+    tree.Line('C', "web1", "-");
+    for (const char *id : {"many", "one"}) {
+      tree.Line('S', id, "web1");
+      tree.Line('D', id, "web1");
+    }
+    tree.Database("one", data.one, data.one);
+    tree.Database("many", "-", "-");
+    for (int i = 0; i < kEngines; ++i) {
+      tree.Line('E', EngineId(i), "many");
+      tree.Line('D', EngineId(i), "web1");
+      tree.Database(EngineId(i), data.Path(i), data.Path(i));
+    }
+    tree.Start('C', "web1");
+    for (const char *id : {"many", "one"}) {
+      tree.Start('S', id);
+      tree.Start('D', id);
+    }
+    for (int i = 0; i < kEngines; ++i) {
+      tree.Start('D', EngineId(i));
+      tree.Start('E', EngineId(i));
+    }
+  }
+
+  Tree tree;
+};
+
+// The numbers of the documents of an answer, in its order, as the library has them.
+std::vector<int> Numbers(const std::string &answer) {
+  std::vector<int> numbers;
+  std::istringstream lines(answer);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t type = line.find("\t@RECTYPE="), number = line.find("\t@DOCNUM=");
+    if (type == std::string::npos || number == std::string::npos) continue;
+    const int docnum = std::stoi(line.substr(number + 9)) - 1;
+    const bool sharded = line.compare(type + 10, 1, "e") == 0;
+    numbers.push_back(sharded ? docnum * kEngines + std::stoi(line.substr(type + 11)) : docnum);
+  }
+  return numbers;
+}
+
+std::map<int, double> Weights(const Xapian::Database &database, const std::string &predicate) {
+  QueryText text;
+  Schema schema = Schema_Of(database);
+  EXPECT_EQ(Query_Parse(database, schema, predicate.c_str(), &text), "") << predicate;
+  Xapian::Enquire enquire(database);
+  enquire.set_query(text.query);
+  const Xapian::MSet hits = enquire.get_mset(0, kLibraryDocuments);
+  std::map<int, double> weights;
+  for (auto hit = hits.begin(); hit != hits.end(); ++hit)
+    weights[static_cast<int>(*hit) - 1] = hit.get_weight();
+  return weights;
+}
+
+std::string Line(const std::string &predicate) {
+  return "\t@COMMAND=QUERY\t@STATUS=1\t@MAXHITS=" + std::to_string(kHits) + predicate + "\n";
+}
+
+}  // namespace
+
+TEST_F(Scale, FourEnginesGiveTheHitsOfOneDatabase) {
+  const Xapian::Database database(TheData().one);
+  int hits = 0;
+  for (const std::string &predicate : Library().Queries(kQueries)) {
+    const std::vector<int> one = Numbers(tree.Exchange('S', "one", Line(predicate)));
+    const std::vector<int> many = Numbers(tree.Exchange('S', "many", Line(predicate)));
+    ASSERT_EQ(one.size(), many.size()) << predicate;
+    const std::map<int, double> weights = Weights(database, predicate);
+    EXPECT_EQ(std::set<int>(many.begin(), many.end()).size(), many.size()) << predicate;
+    for (std::size_t i = 0; i < one.size(); ++i) {
+      // Another document stands there only with the same weight.
+      ASSERT_TRUE(weights.count(many[i]) == 1) << predicate;
+      EXPECT_NEAR(weights.at(one[i]), weights.at(many[i]), 1e-9 * weights.at(one[i]) + 1e-12)
+          << predicate << " at " << i;
+    }
+    hits += static_cast<int>(one.size());
+  }
+  std::printf("%d queries, %d hits the same over %d engines and one database\n", kQueries, hits,
+              kEngines);
+  EXPECT_GT(hits, kQueries);
+}
+
+namespace {
+
+// Clients that ask without a pause, and what they saw.
+class Load {
+ public:
+  explicit Load(Tree *tree) : tree_(tree), queries_(Library().Queries(kQueries)) {
+    for (int i = 0; i < 4; ++i) clients_.emplace_back([this, i] { Client(i); });
+  }
+  ~Load() {
+    stop_ = true;
+    for (std::thread &client : clients_) client.join();
+  }
+
+  // Waits until an answer that was asked for from now on says so.
+  bool Sees(const std::string &shards) {
+    const int from = asked_;
+    return Eventually([&] {
+      const std::lock_guard hold(lock_);
+      return last_from_[shards] > from;
+    });
+  }
+  int Answers() const { return answers_; }
+  double Slowest() const { return slowest_; }
+  int Wrong() const { return wrong_; }
+  std::string FirstWrong() {
+    const std::lock_guard hold(lock_);
+    return first_wrong_;
+  }
+
+ private:
+  void Client(int number) {
+    for (std::size_t i = static_cast<std::size_t>(number) * 100; !stop_; ++i) {
+      const int ordinal = ++asked_;
+      const auto begin = Clock::now();
+      const std::string answer = tree_->Exchange(
+          'S', "many",
+          "\t@COMMAND=QUERY\t@STATUS=1\t@DEADLINE=" + std::to_string(kDeadline) +
+              queries_[i % queries_.size()] + "\n");
+      const std::chrono::duration<double, std::milli> spent = Clock::now() - begin;
+      Note(ordinal, answer, spent.count());
+    }
+  }
+
+  void Note(int ordinal, const std::string &answer, double spent) {
+    const std::vector<int> numbers = Numbers(answer);
+    const bool whole = answer.ends_with("\t@COMMAND=SEARCHCOMPLETE\n") &&
+                       std::set<int>(numbers.begin(), numbers.end()).size() == numbers.size();
+    const std::lock_guard hold(lock_);
+    const std::size_t shards = answer.find(" shards=");
+    if (shards != std::string::npos) {
+      int &last = last_from_[answer.substr(shards + 8, 3)];
+      last = std::max(last, ordinal);
+    }
+    if ((!whole || shards == std::string::npos) && wrong_++ == 0) first_wrong_ = answer;
+    slowest_ = std::max(slowest_, spent);
+    ++answers_;
+  }
+
+  Tree *tree_;
+  const std::vector<std::string> queries_;
+  std::vector<std::thread> clients_;
+  std::atomic<bool> stop_ = false;
+  std::atomic<int> asked_ = 0, answers_ = 0, wrong_ = 0;
+  std::atomic<double> slowest_ = 0;
+  std::mutex lock_;
+  std::map<std::string, int> last_from_;
+  std::string first_wrong_;
+};
+
+// PINGs without a pause; the slowest answer in milliseconds.
+class Pings {
+ public:
+  explicit Pings(Tree *tree) : pinger_([this, tree] {
+    while (!stop_) {
+      const auto begin = Clock::now();
+      tree->Ping('S', "many");
+      slowest_ = std::max(slowest_.load(),
+                          std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }) {}
+  ~Pings() {
+    stop_ = true;
+    pinger_.join();
+  }
+  double Slowest() const { return slowest_; }
+
+ private:
+  std::atomic<bool> stop_ = false;
+  std::atomic<double> slowest_ = 0;
+  std::thread pinger_;
+};
+
+void SignalGroup(Process &process, int number) { kill(-process.Pid(), number); }
+
+}  // namespace
+
+TEST_F(Scale, UnderLoadEachQueryIsAnsweredAndSaysWhatIsMissing) {
+  const auto load = std::make_unique<Load>(&tree);
+  ASSERT_TRUE(load->Sees("4/4"));
+
+  std::printf("an engine is killed\n");
+  tree.Kill('E', "e0");
+  EXPECT_TRUE(load->Sees("3/4"));
+  tree.Start('E', "e0");
+  EXPECT_TRUE(load->Sees("4/4"));
+
+  std::printf("an engine is stopped\n");
+  SignalGroup(tree.Program('E', "e1"), SIGSTOP);
+  EXPECT_TRUE(load->Sees("3/4"));
+  SignalGroup(tree.Program('E', "e1"), SIGCONT);
+  EXPECT_TRUE(load->Sees("4/4"));
+
+  std::printf("an engine accepts and says nothing\n");
+  {
+    const Manager mute;
+    tree.Send('S', "many",
+              "\t@COMMAND=STARTUPANNOUNCEMENT\tID=e2\tTYPE=E\tIP=127.0.0.1\tCLIENTPORT=" +
+                  std::to_string(mute.Port()) + "\tADMINPORT=9\n");
+    EXPECT_TRUE(load->Sees("3/4"));
+  }
+  tree.End('E', "e2");
+  tree.Start('E', "e2");
+  EXPECT_TRUE(load->Sees("4/4"));
+
+  std::printf("a database is replaced under its engine\n");
+  const std::string path = TheData().Path(3);
+  TheData().Build("other", 3, kEngines);
+  std::filesystem::rename(path, path + ".old");
+  std::filesystem::rename(TheData().folder.Path() + "/other", path);
+  EXPECT_TRUE(tree.Program('E', "e3").WaitForLog("' was replaced\n"));
+  EXPECT_TRUE(load->Sees("4/4"));
+
+  {
+    const Pings pings(&tree);
+    std::printf("an engine is started again and again\n");
+    for (int i = 0; i < 5; ++i) {
+      tree.Program('E', "e0").Signal(SIGKILL);
+      EXPECT_TRUE(load->Sees("3/4"));
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    std::printf("slowest PING %.0f ms\n", pings.Slowest());
+  }
+
+  EXPECT_EQ(load->Wrong(), 0) << load->FirstWrong();
+  EXPECT_LE(load->Slowest(), kDeadline + kBeyond);
+  std::printf("%d answers, the slowest took %.0f ms of %d + %d\n", load->Answers(), load->Slowest(),
+              kDeadline, kBeyond);
+}
