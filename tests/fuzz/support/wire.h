@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
