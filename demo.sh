@@ -96,16 +96,17 @@ show "${query[@]}" --doc 1
 
 if [ $keep = yes ]; then
   trap - EXIT
+  ctl=$(printf '%q' "$bin/korvoctl")
   cat <<KEEP
 
 The service is up.  Try:
   $(printf '%q ' "${query[@]}")--max-hits 3 Section=admin
-  $bin/korvoctl ping --port ${port[1]}
-  $bin/korvoctl level INFO --port ${port[1]}; tail $folder/korvo-commmgr.log
+  $ctl ping --port ${port[1]}
+  $ctl level INFO --port ${port[1]}; tail $folder/korvo-commmgr.log
   exec 3<>/dev/tcp/127.0.0.1/${port[0]}
   printf '\\t@COMMAND=QUERY\\t@SEARCHGROUP=packages\\t@MACROFILE=$folder/package\\t@MAXHITS=2\\tmail\\n' >&3; cat <&3
 Stop it with:
-  for port in ${port[1]} ${port[3]} ${port[5]}; do $bin/korvoctl shutdown --port \$port; done; rm -r $folder
+  (for port in ${port[1]} ${port[3]} ${port[5]}; do $ctl shutdown --port \$port || exit; done) && rm -r $folder
 KEEP
   exit 0
 fi
