@@ -10,6 +10,7 @@ cd "$(dirname "$0")/../.."
 release=${1:?usage: tests/debian/run.sh RELEASE [USER]}
 user=${2-dweller}
 need debootstrap
+# shellcheck disable=SC2016  # the words of apt-get
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' 'Label: Debian' | head -n1)
 
 root=$(mktemp -d /var/tmp/korvo-debian.XXXXXX)  # /tmp may not allow devices
@@ -31,6 +32,7 @@ git archive HEAD | tar -x -C "$root$home/a checkout"
 chroot "$root" chown -R "$user:" "$home"
 
 # Mounts and processes end with the namespaces, so that nothing but the folder is left to remove.
+# shellcheck disable=SC2016  # the inner shell's
 unshare --mount --pid --fork --kill-child --propagation private bash -eu -o pipefail -c '
   mount -t proc proc "$1/proc"
   mount --rbind /dev "$1/dev"
