@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # check_hardening.sh PROGRAM: fails when a released program lacks one of its defences.
 set -u
+export LC_ALL=C  # readelf is translated
 program=$1
 status=0
 want() {  # want WHAT PATTERN: a line of the last output that matches

@@ -6,6 +6,7 @@
 # is kept in build/fuzz/corpus, and its findings in build/fuzz/findings: run the target with one as its argument
 # to see it again.  Exit status 1: there are findings.  FUZZ_BUILD names another build tree.
 set -eu -o pipefail
+export LC_ALL=C  # where seconds are written with a comma, awk would lose their fractions
 cd "$(dirname "$0")/../.."
 wanted=$((1000 * ${1:?usage: tests/fuzz/run.sh SECONDS [TARGET...]}))  # milliseconds
 shift
