@@ -7,6 +7,7 @@ set -eu -o pipefail
 cd "$(dirname "$0")/../.."
 . scripts/need.sh
 build=${1-build/release}
+umask 022  # the service reads as another user what is laid down here
 
 skip() {
   echo "fences: skipped: $1"

@@ -188,7 +188,7 @@ try_view() {
   start 192.0.2.1 korvo-commmgr web1
   passes asks front_end 192.0.2.1 $private
   stop 192.0.2.1
-  bash -c "$(block 'view prepare')"
+  (umask 077 && bash -c "$(block 'view prepare')")  # by an operator who shares nothing
   start 192.0.2.1 bash -c "$(block view)"
   sees_its_own_folder_alone
   [ "$(runs_as)" = "$(id -u korvo)" ] || fail "the daemon runs as user $(runs_as)"
