@@ -6,6 +6,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -125,13 +126,17 @@ class ProcessLimit : public testing::Test {
     std::filesystem::permissions(folder_.Path(), std::filesystem::perms(0755));
     const std::string program = folder_.Path() + "/korvo-commmgr";
     std::filesystem::copy_file(KORVO_COMMMGR, program);
+    std::filesystem::permissions(program, std::filesystem::perms(0755));
     site_ = std::make_unique<Site>(program, [] {
       const rlimit two = {2, 2};
       if (chmod(".", 0755) != 0 || !BecomeNobodyElse() || setrlimit(RLIMIT_NPROC, &two) != 0)
         _exit(125);
     });
   }
-  void TearDown() override { LeaveRoom(); }
+  void TearDown() override {
+    LeaveRoom();
+    umask(umask_);
+  }
 
   void TakeRoom() {
     int ready[2];
@@ -161,6 +166,7 @@ class ProcessLimit : public testing::Test {
     });
   }
 
+  const mode_t umask_ = umask(022);  // the other user reads the files of the site
   Folder folder_;
   std::unique_ptr<Site> site_;
   pid_t other_ = 0;
