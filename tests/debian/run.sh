@@ -34,6 +34,7 @@ chroot "$root" chown -R "$user:" "$home"
 # Mounts and processes end with the namespaces, so that nothing but the folder is left to remove.
 # shellcheck disable=SC2016  # the inner shell's
 unshare --mount --pid --fork --kill-child --propagation private bash -eu -o pipefail -c '
+  mount --bind "$1" "$1"  # what mounts for itself, as some tests do, wants a mount at its root
   mount -t proc proc "$1/proc"
   mount --rbind /dev "$1/dev"
   mount -t devpts -o newinstance,ptmxmode=666 devpts "$1/dev/pts"
