@@ -8,17 +8,26 @@ using namespace std::string_literals;
 
 std::string Assembled(const std::string &source) {
   std::string code;
-  AsmError error;
-  EXPECT_TRUE(Asm_Assemble(source, &code, &error)) << error.line << ": " << error.text;
+  AsmErrors errors;
+  EXPECT_TRUE(Asm_Assemble(source, false, &code, &errors))
+      << errors.first[0].line << ": " << errors.first[0].text;
   return code;
 }
 
-// "LINE: what was expected".
-std::string Fault(const std::string &source) {
+// "LINE: what was expected", of each fault.
+std::vector<std::string> Faults(const std::string &source) {
   std::string code;
-  AsmError error;
-  if (Asm_Assemble(source, &code, &error)) return "none";
-  return std::to_string(error.line) + ": " + error.text;
+  AsmErrors errors;
+  EXPECT_FALSE(Asm_Assemble(source, false, &code, &errors));
+  std::vector<std::string> faults;
+  for (const AsmError &error : errors.first)
+    faults.push_back(std::to_string(error.line) + ": " + error.text);
+  return faults;
+}
+
+std::string Undefined(int line, int op) {
+  return std::to_string(line) + ": expected an op-code that exists, found '" + std::to_string(op) +
+         "', which a run repeats for ever; --allow-undefined takes it";
 }
 
 TEST(Assemble, EveryInstruction_HasItsBytes) {
@@ -47,7 +56,7 @@ TEST(Assemble, EveryInstruction_HasItsBytes) {
       {"fetch \"N\" \"/m\"", "\x0d\x01N\x02/m"s},
       {"insert \"N\"", "\x0e\x01N"s},
       {"insert-skip 255 \"N\"", "\x0f\xff\x01N"s},
-      {"byte 5 0xff 0x0", "\x05\xff\x00"s},
+      {"byte 8 0x41 0x2 5 0xff 0x0 0x06", "\x08\x41\x02\x05\xff\x00\x06"s},
   };
   for (const auto &[source, code] : kCases) EXPECT_EQ(code, Assembled(source)) << source;
 }
@@ -112,7 +121,59 @@ TEST(Assemble, Fault_NamesLineAndWhatWasExpected) {
        "1: expected a macro of at most 1048576 bytes, found '1048581 bytes'"},
   };
   for (const auto &[source, fault] : kCases)
-    EXPECT_EQ(fault, Fault(source)) << source.substr(0, 40);
+    EXPECT_EQ((std::vector<std::string>{fault}), Faults(source)) << source.substr(0, 40);
+}
+
+TEST(Assemble, UndefinedOpCode_IsAFaultWhereverItWouldRun) {
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ((Lines{Undefined(1, 20)}), Faults("byte 20"));
+  EXPECT_EQ((Lines{Undefined(2, 4), Undefined(2, 5), Undefined(5, 255)}),
+            Faults("push\nbyte 4 5\n; a comment\npop\nbyte 8 255 9\nend\nbyte 6"));
+  EXPECT_EQ((Lines{Undefined(3, 7 + 9)}), Faults("byte 0x41\nbyte 2 20 20\nbyte 16"));
+}
+
+TEST(Assemble, BytesThatNeverRun_AreNoFault) {
+  EXPECT_EQ("\x0a\x0f\x42\x01\x14\0\x14"s,
+            Assembled("byte 10\nbyte 15\nbyte 66 1\nbyte 20\nend\nbyte 20"));
+  EXPECT_EQ("\x41\x05\x14"s, Assembled("byte 0x41 5 20"));  // cut off by the end of the file
+}
+
+TEST(Assemble, UndefinedOpCode_IsToldAsFarAsTheLinesAreRight) {
+  EXPECT_EQ((std::vector<std::string>{Undefined(1, 20), "2: expected an instruction, found 'nop'",
+                                      "4: expected an instruction, found 'nop'"}),
+            Faults("byte 20\nnop\nbyte 21\nnop\n"));
+}
+
+TEST(Assemble, Allowed_EveryByteIsTaken) {
+  std::string source = "byte", bytes, code;
+  for (int value = 255; value >= 0; --value) {
+    source += " " + std::to_string(value);
+    bytes += static_cast<char>(value);
+  }
+  AsmErrors errors;
+  EXPECT_TRUE(Asm_Assemble(source, true, &code, &errors));
+  EXPECT_EQ(bytes, code);
+}
+
+TEST(Assemble, ManyFaults_AreCounted) {
+  std::string code;
+  AsmErrors errors;
+  EXPECT_FALSE(
+      Asm_Assemble("byte 4 4 4 4 4\n" + std::string(30, '\n') + "x\ny\n", false, &code, &errors));
+  EXPECT_EQ(7u, errors.first.size());
+  EXPECT_EQ(0u, errors.more);
+  EXPECT_EQ(33, errors.first.back().line);
+  std::string source;
+  for (int i = 0; i < 1000; ++i) source += "byte 4\n";
+  EXPECT_FALSE(Asm_Assemble(source + "x\n", false, &code, &errors));
+  EXPECT_EQ(20u, errors.first.size());
+  EXPECT_EQ(20, errors.first.back().line);
+  EXPECT_EQ(981u, errors.more);
+}
+
+TEST(Assemble, ByteOrderMark_InFrontIsLeftOut) {
+  EXPECT_EQ("\x08", Assembled("\xef\xbb\xbfpush"));
+  EXPECT_EQ("", Assembled("\xef\xbb\xbf"));
 }
 
 }  // namespace

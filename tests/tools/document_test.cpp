@@ -15,8 +15,9 @@ std::string Source(const std::string &path) { return ReadFile(KORVO_SOURCES "/" 
 
 std::string Assembled(const std::string &source) {
   std::string code;
-  AsmError error = {};
-  EXPECT_TRUE(Asm_Assemble(source, &code, &error)) << error.line << ": " << error.text;
+  AsmErrors errors;
+  EXPECT_TRUE(Asm_Assemble(source, false, &code, &errors))
+      << errors.first[0].line << ": " << errors.first[0].text;
   return code;
 }
 

@@ -101,6 +101,50 @@ TEST(MacroTool, Fault_NamesFileAndLineAndWritesNothing) {
             RunTool({KORVO_MACRO, "asm", "-"}, "\x1b[31m\n").errors);
 }
 
+TEST(MacroTool, UndefinedOpCode_IsRefusedUnlessAllowed) {
+  const Folder folder;
+  const std::string path = folder.Write("page.ms", "push\nbyte 20 ; a mistake\nend\n");
+  const Outcome refused = RunTool({KORVO_MACRO, "asm", path});
+  EXPECT_EQ(65, refused.status);
+  EXPECT_EQ(
+      path +
+          ":2: expected an op-code that exists, found '20', which a run repeats for ever; --allow-undefined takes it\n",
+      refused.errors);
+  EXPECT_EQ((std::vector<std::string>{"page.ms"}), Names(folder));
+  const Outcome allowed = RunTool({KORVO_MACRO, "asm", "--allow-undefined", path});
+  EXPECT_EQ(0, allowed.status);
+  EXPECT_EQ("", allowed.errors);
+  EXPECT_EQ("\x08\x14\0"s, ReadFile(folder.Path() + "/page.mo"));
+}
+
+TEST(MacroTool, Faults_AreAllNamedUpToTwenty) {
+  std::string source = "print\nend\n", errors;
+  for (int line = 3; line <= 24; ++line) source += "save 16\n";
+  errors = "standard input:1: expected an instruction, found 'print'\n";
+  for (int line = 3; line <= 21; ++line)
+    errors += "standard input:" + std::to_string(line) +
+              ": expected a register from 0 to 15, found '16'\n";
+  const Outcome outcome = RunTool({KORVO_MACRO, "asm", "-"}, source);
+  EXPECT_EQ(65, outcome.status);
+  EXPECT_EQ("", outcome.output);
+  EXPECT_EQ(errors + "standard input: 3 more faults\n", outcome.errors);
+  EXPECT_EQ(errors + "standard input: 1 more fault\n",
+            RunTool({KORVO_MACRO, "asm", "-"}, source.substr(0, source.size() - 16)).errors);
+  EXPECT_EQ(errors,
+            RunTool({KORVO_MACRO, "asm", "-"}, source.substr(0, source.size() - 24)).errors);
+}
+
+TEST(MacroTool, ByteOrderMark_IsNoText) {
+  EXPECT_EQ(kCode, RunTool({KORVO_MACRO, "asm", "-"}, "\xef\xbb\xbf"s + kSource).output);
+  EXPECT_EQ(
+      "standard input:2: expected an instruction, found '\xef\xbb\xbf"
+      "end'\n",
+      RunTool({KORVO_MACRO, "asm", "-"},
+              "\n\xef\xbb\xbf"
+              "end\n")
+          .errors);
+}
+
 TEST(MacroTool, WrongUse_IsOneLine) {
   ExpectRefused({KORVO_MACRO}, 64, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
   ExpectRefused({KORVO_MACRO, "asm", "a.ms", "b.ms"}, 64,
@@ -110,6 +154,8 @@ TEST(MacroTool, WrongUse_IsOneLine) {
                 "a.txt does not end in .ms; name the output with -o");
   ExpectRefused({KORVO_MACRO, "dis", "-o", "x", "a.mo"}, 64,
                 "-o belongs to asm; dis writes to standard output");
+  ExpectRefused({KORVO_MACRO, "dis", "--allow-undefined", "a.mo"}, 64,
+                "--allow-undefined belongs to asm; dis shows any op-code");
   ExpectRefused({KORVO_MACRO, "dis", "-z", "a.mo"}, 64,
                 "-z is no option that can stand here; --help lists all");
   ExpectRefused({KORVO_MACRO, "dis", "--zap", "a.mo"}, 64,
@@ -139,12 +185,20 @@ TEST(MacroTool, Files_ThatCannotBeUsed) {
 }
 
 TEST(MacroTool, Help_GoesToStandardOutput) {
-  ExpectHelp(KORVO_MACRO,
-             "usage: korvo-macro asm [-o OUTPUT] FILE.ms    assemble into FILE.mo, or OUTPUT\n"
-             "       korvo-macro dis FILE.mo                disassemble to standard output\n"
-             "       korvo-macro --help\n"
-             "\n"
-             "\"-\" stands for standard input or output.\n");
+  ExpectHelp(
+      KORVO_MACRO,
+      "usage: korvo-macro asm [OPTION]... FILE.ms  assemble into FILE.mo\n"
+      "       korvo-macro dis FILE.mo              disassemble to standard output\n"
+      "\n"
+      "  -o, --output OUTPUT  assemble into OUTPUT\n"
+      "  --allow-undefined    take op-codes that do not exist; a run repeats one for ever\n"
+      "  --help               this text\n"
+      "  --version            name and version\n"
+      "\n"
+      "\"-\" stands for standard input or output.\n"
+      "Status: 0; 64 wrong use; 65 the text has a fault; 66 the input cannot be read; 73 the\n"
+      "output, or 74 standard output, cannot be written.\n");
+  ExpectVersion(KORVO_MACRO);
 }
 
 TEST(MacroTool, FullStandardOutput_IsAnError) {
@@ -203,7 +257,7 @@ TEST(MacroTool, SlowReader_GetsAll) {
     listing.append(buffer, static_cast<std::size_t>(got));
   close(ends[0]);
   EXPECT_EQ(0, tool.Status());
-  EXPECT_EQ(code, RunTool({KORVO_MACRO, "asm", "-"}, listing).output);
+  EXPECT_EQ(code, RunTool({KORVO_MACRO, "asm", "--allow-undefined", "-"}, listing).output);
 }
 
 }  // namespace

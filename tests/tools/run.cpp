@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 
@@ -18,6 +19,8 @@ namespace {
 std::function<void()> WithInput(const std::string &path, const std::function<void()> &prepare) {
   return [path, prepare] {
     dup2(open(path.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    for (const char *name : {"KORVO_HOST", "KORVO_PORT", "KORVO_GROUP", "KORVO_MACRO"})
+      unsetenv(name);
     if (prepare) prepare();
   };
 }
@@ -45,6 +48,14 @@ void ExpectHelp(const std::string &tool, const std::string &text) {
   const Outcome outcome = RunTool({tool, "--help"});
   EXPECT_EQ(0, outcome.status);
   EXPECT_EQ(text, outcome.output);
+  EXPECT_EQ("", outcome.errors);
+}
+
+void ExpectVersion(const std::string &tool) {
+  const Outcome outcome = RunTool({tool, "--version"});
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_EQ(std::filesystem::path(tool).filename().string() + " " + KORVO_VERSION + "\n",
+            outcome.output);
   EXPECT_EQ("", outcome.errors);
 }
 

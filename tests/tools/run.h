@@ -10,7 +10,8 @@
 
 using Arguments = std::vector<std::string>;
 
-// A tool that runs in a folder of its own.  input is its standard input.
+// A tool that runs in a folder of its own, without the settings that the environment of the tests
+// may hold for it.  input is its standard input.
 class Tool {
  public:
   explicit Tool(const Arguments &argv, const std::function<void()> &prepare = {},
@@ -42,6 +43,9 @@ void ExpectRefused(const Arguments &argv, int status, const std::string &line,
 
 // Fails the test unless --help prints that text, the status is 0 and nothing is on standard error.
 void ExpectHelp(const std::string &tool, const std::string &text);
+
+// Fails the test unless --version prints the name of the tool and the version of the project alone.
+void ExpectVersion(const std::string &tool);
 
 // Before a tool starts: the socket call of that number fails with EACCES in it, also when the C
 // library makes it through socketcall(2), where it has a number of its own (linux/net.h).

@@ -81,6 +81,13 @@ int Tool_NextOption(int argc, char **argv, const char *letters, const option *op
   return letter;
 }
 
+void Tool_TakeInfoOption(int letter, const char *help) {
+  if (letter != 'h' && letter != 'V') return;
+  Tool_Print(letter == 'h' ? std::string(help)
+                           : std::string(program_invocation_short_name) + " " KORVO_VERSION "\n");
+  std::exit(EX_OK);
+}
+
 std::int32_t Tool_Number(const char *name, const char *text, std::int32_t least,
                          std::int32_t most) {
   const char *end = text + std::strlen(text);

@@ -30,6 +30,10 @@ void Tool_Print(std::string_view bytes);
 // an unknown option or a missing value.
 int Tool_NextOption(int argc, char **argv, const char *letters, const option *options);
 
+// Prints the help for the letter h, and name and version for V, and ends the process with 0; does
+// nothing for any other letter.  Every tool has both, as --help and --version.
+void Tool_TakeInfoOption(int letter, const char *help);
+
 // The value of an option as a decimal number from least to most, or the end of the process with
 // EX_USAGE.
 std::int32_t Tool_Number(const char *name, const char *text, std::int32_t least, std::int32_t most);

@@ -11,6 +11,7 @@ namespace {
 constexpr std::string_view kBlanks = " \t\r";
 constexpr std::string_view kWordEnds = " \t\r;\"";
 constexpr std::string_view kEscapes = "one of \\n \\t \\r \\\" \\\\ \\xHH";
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 constexpr std::size_t kQuoteSize = 40;  // of what an error shows from the source
 
 // What is left of one line, and what is wrong with it.
@@ -151,21 +152,74 @@ void AssembleInstruction(Line *line, std::string *code) {
   if (line->wrong.empty() && !AtEnd(*line)) ExpectedHere(line, "the end of the line");
 }
 
-}  // namespace
+void Add(AsmErrors *errors, const AsmError &error) {
+  if (errors->first.size() < kAsmErrors)
+    errors->first.push_back(error);
+  else
+    ++errors->more;
+}
 
-bool Asm_Assemble(std::string_view source, std::string *code, AsmError *error) {
-  code->clear();
-  for (int number = 1; !source.empty(); ++number) {
-    const std::size_t size = std::min(source.find('\n'), source.size());
-    Line line = {source.substr(0, size), {}};
-    source.remove_prefix(std::min(size + 1, source.size()));
-    SkipBlanks(&line);
+// Where the code of a line begins.
+struct Start {
+  std::size_t offset;
+  int line;
+};
+
+// What the lines of a source give.
+struct Assembly {
+  std::string *code;
+  std::vector<Start> starts;  // of the lines before the first fault
+  std::size_t right = 0;      // bytes of their code
+  AsmErrors faults;
+};
+
+Line TakeLine(std::string_view *source) {
+  const std::size_t size = std::min(source->find('\n'), source->size());
+  Line line = {source->substr(0, size), {}};
+  source->remove_prefix(std::min(size + 1, source->size()));
+  SkipBlanks(&line);
+  return line;
+}
+
+// Goes on behind a line with a fault, but not behind the one that makes the macro too large.
+void AssembleLines(std::string_view source, Assembly *assembly) {
+  std::string *code = assembly->code;
+  for (int number = 1; !source.empty() && code->size() <= kMacroLimit; ++number) {
+    const std::size_t offset = code->size();
+    Line line = TakeLine(&source);
     if (!AtEnd(line)) AssembleInstruction(&line, code);
     if (line.wrong.empty() && code->size() > kMacroLimit)
       Expected(&line, "a macro of at most 1048576 bytes", std::to_string(code->size()) + " bytes");
-    if (line.wrong.empty()) continue;
-    *error = {number, line.wrong};
-    return false;
+    if (!line.wrong.empty()) Add(&assembly->faults, {number, line.wrong});
+    if (!assembly->faults.first.empty() || code->size() == offset) continue;
+    assembly->starts.push_back({offset, number});
+    assembly->right = code->size();
   }
-  return true;
+}
+
+// What a byte means can be told as far as every line is right.
+void RefuseUndefined(const Assembly &assembly, AsmErrors *errors) {
+  const std::string_view code = std::string_view(*assembly.code).substr(0, assembly.right);
+  auto start = assembly.starts.begin();
+  for (const std::size_t offset : Asm_Undefined(code)) {
+    while (start + 1 != assembly.starts.end() && start[1].offset <= offset) ++start;
+    const std::string op = std::to_string(static_cast<unsigned char>(code[offset]));
+    Add(errors, {start->line, "expected an op-code that exists, found '" + op +
+                                  "', which a run repeats for ever; --allow-undefined takes it"});
+  }
+}
+
+}  // namespace
+
+bool Asm_Assemble(std::string_view source, bool allow_undefined, std::string *code,
+                  AsmErrors *errors) {
+  code->clear();
+  *errors = {};
+  if (source.starts_with(kByteOrderMark)) source.remove_prefix(kByteOrderMark.size());
+  Assembly assembly = {code, {}, 0, {}};
+  AssembleLines(source, &assembly);
+  if (!allow_undefined) RefuseUndefined(assembly, errors);
+  for (const AsmError &fault : assembly.faults.first) Add(errors, fault);
+  errors->more += assembly.faults.more;
+  return errors->first.empty();
 }

@@ -124,3 +124,13 @@ std::string Asm_Disassemble(std::string_view code) {
   AddBytes(&out, code.substr(at), at, "behind the end, never run");
   return out;
 }
+
+std::vector<std::size_t> Asm_Undefined(std::string_view code) {
+  std::vector<std::size_t> offsets;
+  std::string unused;
+  for (std::size_t at = 0; at < code.size() && code[at] != kOpEnd; unused.clear()) {
+    if (Form_Of(ByteOf(code[at])) == nullptr) offsets.push_back(at);
+    at += AddInstruction(&unused, code.substr(at), at);
+  }
+  return offsets;
+}

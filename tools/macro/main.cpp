@@ -17,20 +17,29 @@
 namespace {
 
 constexpr const char *kHelp =
-    "usage: korvo-macro asm [-o OUTPUT] FILE.ms    assemble into FILE.mo, or OUTPUT\n"
-    "       korvo-macro dis FILE.mo                disassemble to standard output\n"
-    "       korvo-macro --help\n"
+    "usage: korvo-macro asm [OPTION]... FILE.ms  assemble into FILE.mo\n"
+    "       korvo-macro dis FILE.mo              disassemble to standard output\n"
     "\n"
-    "\"-\" stands for standard input or output.\n";
+    "  -o, --output OUTPUT  assemble into OUTPUT\n"
+    "  --allow-undefined    take op-codes that do not exist; a run repeats one for ever\n"
+    "  --help               this text\n"
+    "  --version            name and version\n"
+    "\n"
+    "\"-\" stands for standard input or output.\n"
+    "Status: 0; 64 wrong use; 65 the text has a fault; 66 the input cannot be read; 73 the\n"
+    "output, or 74 standard output, cannot be written.\n";
 
-constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'},
+constexpr option kOptions[] = {{"allow-undefined", no_argument, nullptr, 'u'},
+                               {"help", no_argument, nullptr, 'h'},
                                {"output", required_argument, nullptr, 'o'},
+                               {"version", no_argument, nullptr, 'V'},
                                {nullptr, 0, nullptr, 0}};
 
 struct Command {
   std::string word;
   std::string input;
   std::string output;  // empty: named after the input
+  bool allow_undefined = false;
 };
 
 bool IsStandard(const std::string &path) { return path == "-"; }
@@ -117,35 +126,48 @@ std::string OutputName(const Command &command) {
   return input.substr(0, input.size() - 2) + "mo";
 }
 
+[[noreturn]] void FailAssembly(const std::string &input, const AsmErrors &errors) {
+  const char *name = IsStandard(input) ? "standard input" : input.c_str();
+  for (const AsmError &error : errors.first)
+    Tool_Line("%s:%d: %s", name, error.line, error.text.c_str());
+  if (errors.more == 1) Tool_Line("%s: 1 more fault", name);
+  if (errors.more > 1) Tool_Line("%s: %zu more faults", name, errors.more);
+  std::exit(EX_DATAERR);
+}
+
 void Assemble(const Command &command) {
   const std::string output = OutputName(command);
   std::string code;
-  AsmError error;
-  if (!Asm_Assemble(ReadInput(command.input, kSourceLimit), &code, &error)) {
-    const char *name = IsStandard(command.input) ? "standard input" : command.input.c_str();
-    Tool_Line("%s:%d: %s", name, error.line, error.text.c_str());
-    std::exit(EX_DATAERR);
-  }
+  AsmErrors errors;
+  const std::string source = ReadInput(command.input, kSourceLimit);
+  if (!Asm_Assemble(source, command.allow_undefined, &code, &errors))
+    FailAssembly(command.input, errors);
   WriteOutput(output, code);
 }
 
 void Disassemble(const Command &command) {
   if (!command.output.empty())
     Tool_Fail(EX_USAGE, "-o belongs to asm; dis writes to standard output");
+  if (command.allow_undefined)
+    Tool_Fail(EX_USAGE, "--allow-undefined belongs to asm; dis shows any op-code");
   Tool_Print(Asm_Disassemble(ReadInput(command.input, kMacroLimit)));
+}
+
+void TakeOption(Command *command, int letter) {
+  Tool_TakeInfoOption(letter, kHelp);
+  if (letter == 'u') {
+    command->allow_undefined = true;
+    return;
+  }
+  command->output = optarg;
+  if (command->output.empty())
+    Tool_Fail(EX_USAGE, "-o takes the name of a file, not an empty text");
 }
 
 Command ReadCommand(int argc, char **argv) {
   Command command;
-  for (int letter; (letter = Tool_NextOption(argc, argv, ":o:", kOptions)) != -1;) {
-    if (letter == 'h') {
-      Tool_Print(kHelp);
-      std::exit(EX_OK);
-    }
-    command.output = optarg;
-    if (command.output.empty())
-      Tool_Fail(EX_USAGE, "-o takes the name of a file, not an empty text");
-  }
+  for (int letter; (letter = Tool_NextOption(argc, argv, ":o:", kOptions)) != -1;)
+    TakeOption(&command, letter);
   if (argc - optind != 2)
     Tool_Fail(EX_USAGE, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
   command.word = argv[optind];
