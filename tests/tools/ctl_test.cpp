@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
+#include <cstdlib>
+
 #include "tests/tools/run.h"
 
 namespace {
@@ -155,8 +157,6 @@ TEST(Ctl, WrongUse_IsOneLineAndNothingIsSent) {
   ExpectRefused(Ctl(port, {"level", "INFO\n\t@COMMAND=SHUTDOWN"}), 64,
                 "level takes INFO, STATUS, WARNING, FATAL or OFF, not 'INFO??@COMMAND=SHUTDOWN'");
   ExpectRefused(Ctl(port, {"ping", "now"}), 64, "ping takes nothing more; leave out now");
-  ExpectRefused(Ctl(port, {"ping", "--host", "::1"}), 64,
-                "--host takes a dotted IPv4 address such as 127.0.0.1, not '::1'");
   ExpectRefused({KORVOCTL, "ping"}, 64,
                 "--port is missing: the port of the service, from 1 to 32767");
   ExpectRefused({KORVOCTL, "ping", "--port", "0"}, 64,
@@ -181,6 +181,31 @@ TEST(Ctl, SourcePortsInUse_ArePassedOver) {
   EXPECT_EQ(0, admin.SenderPort() % 64);
 }
 
+TEST(Ctl, HostName_IsLookedUp) {
+  Admin admin;
+  EXPECT_EQ(0, RunTool(Ctl(admin.Port(), {"shutdown", "--host", "localhost"})).status);
+  EXPECT_EQ("\t@COMMAND=SHUTDOWN\n", admin.Receive());
+  Tool tool(Ctl(admin.Port(), {"ping", "--host", "localhost"}));
+  admin.Reply(Pong(NumberIn(admin.Receive())));
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_TRUE(tool.Output().starts_with("PONG from localhost/")) << tool.Output();
+  ExpectRefused(Ctl(admin.Port(), {"ping", "--host", "::1"}), 68,
+                "cannot find the host '::1': Address family for hostname not supported");
+}
+
+// A datagram that stops a program does not go where a setting for another tool points.
+TEST(Ctl, Environment_IsNotRead) {
+  const Admin admin;
+  const auto prepare = [&] {
+    setenv("KORVO_HOST", "127.0.0.1", 1);
+    setenv("KORVO_PORT", std::to_string(admin.Port()).c_str(), 1);
+  };
+  ExpectRefused({KORVOCTL, "shutdown"}, 64,
+                "--port is missing: the port of the service, from 1 to 32767", prepare);
+  pollfd ready = {admin.Fd(), POLLIN, 0};
+  EXPECT_EQ(0, poll(&ready, 1, 0));
+}
+
 TEST(Ctl, CallsThatFail_EndIt) {
   const Arguments ping = Ctl(1, {"ping"});
   ExpectRefused(ping, 71, "cannot open a socket: Permission denied",
@@ -197,12 +222,15 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "                                         FATAL or OFF\n"
       "       korvoctl shutdown [OPTION]...     end it\n"
       "\n"
-      "  --host ADDRESS     of the program, dotted; 127.0.0.1\n"
+      "  --host HOST        of the program, a name or an IPv4 address; 127.0.0.1\n"
       "  --port PORT        its admin port; needed\n"
       "  --timeout SECONDS  wait so long for the answer to a ping; 5\n"
       "  --help             this text\n"
+      "  --version          name and version\n"
       "\n"
-      "Status: 0; 64 wrong use; 69 nobody listens there; 75 no answer in time.\n");
+      "Status: 0; 64 wrong use; 68 the host is unknown; 69 nobody listens there; 75 no answer in\n"
+      "time.\n");
+  ExpectVersion(KORVOCTL);
 }
 
 TEST(Ctl, RealService_Obeys) {

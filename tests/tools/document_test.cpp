@@ -1,12 +1,14 @@
 // What the documents and examples say, run by the engine of the service.
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
 
 #include "macro/exec.h"
 #include "macro/table.h"
 #include "tests/support/log_capture.h"
 #include "tests/system/harness.h"
+#include "tests/tools/run.h"
 #include "tools/macro/asm.h"
 
 namespace {
@@ -90,6 +92,31 @@ TEST(Document, WorkedExample_OffsetsAreThose) {
   const std::string document = Unescaped(Block(Source("docs/macro-format.md"), "document"));
   EXPECT_EQ(0u, document.find("\tPackage="));
   EXPECT_EQ(29u, document.find("\tDescription="));
+}
+
+// The words behind a mark, up to what no option holds.
+std::set<std::string> Behind(const std::string &text, const std::string &mark) {
+  std::set<std::string> words;
+  for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos;) {
+    at += mark.size();
+    const std::size_t end = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at);
+    if (end > at) words.insert(text.substr(at, end - at));
+  }
+  return words;
+}
+
+TEST(ManualPage, HasTheOptionsOfTheHelp) {
+  const struct {
+    const char *tool;
+    const char *page;
+  } kPages[] = {{KORVO_MACRO, "docs/korvo-macro.1"},
+                {KORVO_QUERY, "docs/korvo-query.1"},
+                {KORVOCTL, "docs/korvoctl.8"}};
+  for (const auto &[tool, page] : kPages) {
+    const std::set<std::string> options = Behind(RunTool({tool, "--help"}).output, " --");
+    EXPECT_TRUE(options.contains("help")) << tool;
+    EXPECT_EQ(options, Behind(Source(page), "Fl Fl ")) << page;
+  }
 }
 
 constexpr const char *kRecord =

@@ -57,12 +57,14 @@ TEST(Request, Separator_IsRefusedEverywhere) {
   for (const char *text : {"a\tb", "a\nb", "a\r", "\t"}) {
     Request request = Query({"a"});
     request.group = text;
-    EXPECT_EQ("--group holds a tab, newline or carriage return; a value goes without",
-              Wrong(request));
+    EXPECT_EQ(
+        "--group (or KORVO_GROUP) holds a tab, newline or carriage return; a value goes without",
+        Wrong(request));
     request = Query({"a"});
     request.macro = text;
-    EXPECT_EQ("--macro holds a tab, newline or carriage return; a value goes without",
-              Wrong(request));
+    EXPECT_EQ(
+        "--macro (or KORVO_MACRO) holds a tab, newline or carriage return; a value goes without",
+        Wrong(request));
     request = Query({"a"});
     request.type = text;
     EXPECT_EQ("--type holds a tab, newline or carriage return; a value goes without",
@@ -83,7 +85,8 @@ TEST(Request, LongestValue_Has127Bytes) {
   request.group = std::string(127, 'g');
   EXPECT_NE("", LineOf(request));
   request.group += 'g';
-  EXPECT_EQ("--group is longer than 127 bytes, the most that a field holds", Wrong(request));
+  EXPECT_EQ("--group (or KORVO_GROUP) is longer than 127 bytes, the most that a field holds",
+            Wrong(request));
 }
 
 TEST(Request, LongestLine_Has4095BytesAndANewline) {
@@ -104,7 +107,8 @@ TEST(Request, Contradictions_AreRefused) {
   EXPECT_EQ("--doc asks for one document; leave out --max-hits, or --doc", Wrong(request));
   request = Query({"a"});
   request.macro = "";
-  EXPECT_EQ("--macro is missing: a request names a group and a macro", Wrong(request));
+  EXPECT_EQ("--macro (or KORVO_MACRO) is missing: a request names a group and a macro",
+            Wrong(request));
 }
 
 }  // namespace

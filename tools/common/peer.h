@@ -11,7 +11,7 @@
 inline constexpr std::int32_t kPeerMaxPort = 32767;
 
 struct Peer {
-  const char *host;               // dotted text
+  const char *host;               // dotted text, or a name
   std::int32_t port;              // 0: not given yet
   std::chrono::nanoseconds left;  // that the tool still waits
 };
@@ -19,8 +19,11 @@ struct Peer {
 // Takes --host, --port or --timeout, known by the letters H, p and t.  False: it is another option.
 bool Peer_TakeOption(Peer *peer, int letter);
 
-// The address in network form, or the end of the process with EX_USAGE.
-sockaddr_in Peer_Address(const Peer &peer);
+// The address in network form: of a name the first that the machine's own look-up gives, in the
+// time that is left.  Or the end of the process: with EX_USAGE when there is no port (port_option
+// is what a user would have given it by), EX_NOHOST when nobody has that name, EX_TEMPFAIL when no
+// time is left.
+sockaddr_in Peer_Address(Peer *peer, const char *port_option);
 
 // Waits until the descriptor is ready for the events and takes the time off peer->left; ends the
 // process with EX_TEMPFAIL when none is left.  What the tool does between two waits costs nothing,

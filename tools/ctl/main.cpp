@@ -1,4 +1,5 @@
 // korvoctl: the administrative datagrams of a running program of the service.
+#include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sysexits.h>
@@ -31,29 +32,25 @@ constexpr const char *kHelp =
     "                                         FATAL or OFF\n"
     "       korvoctl shutdown [OPTION]...     end it\n"
     "\n"
-    "  --host ADDRESS     of the program, dotted; 127.0.0.1\n"
+    "  --host HOST        of the program, a name or an IPv4 address; 127.0.0.1\n"
     "  --port PORT        its admin port; needed\n"
     "  --timeout SECONDS  wait so long for the answer to a ping; 5\n"
     "  --help             this text\n"
+    "  --version          name and version\n"
     "\n"
-    "Status: 0; 64 wrong use; 69 nobody listens there; 75 no answer in time.\n";
+    "Status: 0; 64 wrong use; 68 the host is unknown; 69 nobody listens there; 75 no answer in\n"
+    "time.\n";
 
-constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'},
-                               {"host", required_argument, nullptr, 'H'},
-                               {"port", required_argument, nullptr, 'p'},
-                               {"timeout", required_argument, nullptr, 't'},
-                               {nullptr, 0, nullptr, 0}};
+constexpr option kOptions[] = {
+    {"help", no_argument, nullptr, 'h'},       {"host", required_argument, nullptr, 'H'},
+    {"port", required_argument, nullptr, 'p'}, {"timeout", required_argument, nullptr, 't'},
+    {"version", no_argument, nullptr, 'V'},    {nullptr, 0, nullptr, 0}};
 
 struct Command {
   Peer peer = {"127.0.0.1", 0, kDefaultTimeout};
   std::string word;
   std::string level;  // of "level"
 };
-
-[[noreturn]] void Help() {
-  Tool_Print(kHelp);
-  std::exit(EX_OK);
-}
 
 bool IsLevel(std::string_view word) {
   for (const std::string_view level : {"INFO", "STATUS", "WARNING", "FATAL", "OFF"})
@@ -71,7 +68,7 @@ void TakeLevel(Command *command, const char *level) {
 Command ReadCommand(int argc, char **argv) {
   Command command;
   for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;)
-    if (!Peer_TakeOption(&command.peer, letter)) Help();
+    if (!Peer_TakeOption(&command.peer, letter)) Tool_TakeInfoOption(letter, kHelp);
   if (optind == argc) Tool_Fail(EX_USAGE, "needs a command: ping, level LEVEL or shutdown");
   command.word = argv[optind++];
   if (command.word == "level")
@@ -106,12 +103,12 @@ void BindBelow32768(int sock) {
 }
 
 // Connected, so that a refusal is reported here and nobody else's datagrams arrive.
-int Open(const Peer &peer) {
-  const sockaddr_in address = Peer_Address(peer);
+int Open(Peer *peer) {
+  const sockaddr_in address = Peer_Address(peer, "--port");
   const int sock = Peer_Socket(SOCK_DGRAM);
   BindBelow32768(sock);
   if (connect(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-    Peer_FailUnreachable(peer, errno);
+    Peer_FailUnreachable(*peer, errno);
   return sock;
 }
 
@@ -149,7 +146,7 @@ void Ping(Peer *peer, int sock) {
   Send(*peer, sock, "\t@COMMAND=PING\t@SEQNUM=" + std::to_string(number) + "\n");
   AwaitPong(peer, sock, number);
   const double spent = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
-  char text[kHdrText];
+  char text[NI_MAXHOST + 64];
   (void)Text_FormatTo(text, sizeof text, "PONG from %s/%d in %.3f ms\n", peer->host, peer->port,
                       spent);
   Tool_Print(text);
@@ -161,7 +158,7 @@ int main(int argc, char **argv) {
   Tool_Start();
   Debug_Level = kOff;  // what a stranger's datagram lacks is no news to the user
   Command command = ReadCommand(argc, argv);
-  const int sock = Open(command.peer);
+  const int sock = Open(&command.peer);
   if (command.word == "ping")
     Ping(&command.peer, sock);
   else if (command.word == "level")

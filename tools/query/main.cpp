@@ -22,46 +22,47 @@ constexpr int kAnswerError = 1;  // exit status
 constexpr std::chrono::seconds kDefaultTimeout(60);
 
 constexpr const char *kHelp =
-    "usage: korvo-query --port PORT --group GROUP --macro MACRO [OPTION]... WORD|NAME=TERMS...\n"
-    "       korvo-query --port PORT --group GROUP --macro MACRO --doc NUMBER [OPTION]...\n"
+    "usage: korvo-query [OPTION]... WORD|NAME=TERMS...\n"
+    "       korvo-query [OPTION]... --doc NUMBER\n"
     "\n"
-    "  --host ADDRESS     of the service, dotted; 127.0.0.1\n"
-    "  --port PORT        its client port\n"
-    "  --group GROUP      the Search Manager to ask, or with --doc the Document Manager\n"
-    "  --macro MACRO      the page macro, without .mo\n"
-    "  --max-hits NUMBER  at most so many documents; 0 is no limit\n"
+    "  --host HOST        of the service, a name or an IPv4 address; KORVO_HOST, or 127.0.0.1\n"
+    "  --port PORT        its client port; KORVO_PORT\n"
+    "  --group GROUP      the Search Manager to ask, or with --doc the Document Manager;\n"
+    "                     KORVO_GROUP\n"
+    "  --macro MACRO      the page macro, without .mo; KORVO_MACRO\n"
+    "  --max-hits NUMBER  at most so many documents; 0, or without it: as many as the Search\n"
+    "                     Manager gives. korvo-searchmgr then gives 100, and never more than 10000\n"
     "  --doc NUMBER       one document in place of a search\n"
     "  --type TYPE        record type\n"
     "  --raw              show control characters as they are also on a terminal\n"
     "  --timeout SECONDS  wait so long for the service in all; 60\n"
     "  --help             this text\n"
+    "  --version          name and version\n"
     "\n"
-    "@OPER=AND or @OPER=OR among the words says how they are joined.\n"
-    "Status: 0; 1 the answer carries an error line; 64 wrong use; 69 the service cannot be\n"
-    "reached or gives no answer; 75 the time ran out.\n";
+    "What no option says, the environment may: a name in capitals above.  Port, group and macro\n"
+    "are needed.  @OPER=AND or @OPER=OR among the words says how they are joined.\n"
+    "Status: 0; 1 the answer carries an error line; 64 wrong use; 66 the answer is empty; 68 the\n"
+    "host is unknown; 69 the service cannot be reached; 75 the time ran out.\n";
 
-constexpr option kOptions[] = {{"doc", required_argument, nullptr, 'd'},
-                               {"group", required_argument, nullptr, 'g'},
-                               {"help", no_argument, nullptr, 'h'},
-                               {"host", required_argument, nullptr, 'H'},
-                               {"macro", required_argument, nullptr, 'm'},
-                               {"max-hits", required_argument, nullptr, 'n'},
-                               {"port", required_argument, nullptr, 'p'},
-                               {"raw", no_argument, nullptr, 'r'},
-                               {"timeout", required_argument, nullptr, 't'},
-                               {"type", required_argument, nullptr, 'T'},
-                               {nullptr, 0, nullptr, 0}};
+constexpr option kOptions[] = {
+    {"doc", required_argument, nullptr, 'd'},     {"group", required_argument, nullptr, 'g'},
+    {"help", no_argument, nullptr, 'h'},          {"host", required_argument, nullptr, 'H'},
+    {"macro", required_argument, nullptr, 'm'},   {"max-hits", required_argument, nullptr, 'n'},
+    {"port", required_argument, nullptr, 'p'},    {"raw", no_argument, nullptr, 'r'},
+    {"timeout", required_argument, nullptr, 't'}, {"type", required_argument, nullptr, 'T'},
+    {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0}};
+
+// The value, or another when there is none or it is empty.
+const char *FromEnvironment(const char *name, const char *otherwise) {
+  const char *value = std::getenv(name);
+  return value != nullptr && *value != '\0' ? value : otherwise;
+}
 
 struct Command {
-  Peer peer = {"127.0.0.1", 0, kDefaultTimeout};
+  Peer peer = {FromEnvironment("KORVO_HOST", "127.0.0.1"), 0, kDefaultTimeout};
   Request request;
   bool raw = false;
 };
-
-[[noreturn]] void Help() {
-  Tool_Print(kHelp);
-  std::exit(EX_OK);
-}
 
 void TakeOption(Command *command, int letter) {
   if (Peer_TakeOption(&command->peer, letter)) return;
@@ -72,14 +73,20 @@ void TakeOption(Command *command, int letter) {
     case 'n': command->request.max_hits = Tool_Number("--max-hits", optarg, 0, INT32_MAX); break;
     case 'd': command->request.doc = Tool_Number("--doc", optarg, 0, INT32_MAX); break;
     case 'r': command->raw = true; break;
-    default: Help();
+    default: Tool_TakeInfoOption(letter, kHelp);
   }
 }
 
 Command ReadCommand(int argc, char **argv) {
   Command command;
+  command.request.group = FromEnvironment("KORVO_GROUP", "");
+  command.request.macro = FromEnvironment("KORVO_MACRO", "");
   for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;)
     TakeOption(&command, letter);
+  // Read last: an option that replaces it makes a wrong one harmless.
+  const char *port = FromEnvironment("KORVO_PORT", nullptr);
+  if (command.peer.port == 0 && port != nullptr)
+    command.peer.port = Tool_Number("KORVO_PORT", port, 1, kPeerMaxPort);
   command.request.predicate.assign(argv + optind, argv + argc);
   return command;
 }
@@ -130,16 +137,17 @@ Answer Receive(Peer *peer, int sock, bool readable) {
 int main(int argc, char **argv) {
   Tool_Start();
   Command command = ReadCommand(argc, argv);
-  const sockaddr_in address = Peer_Address(command.peer);
   std::string line, wrong;
   if (!Request_Format(command.request, &line, &wrong)) Tool_Fail(EX_USAGE, "%s", wrong.c_str());
 
+  const sockaddr_in address = Peer_Address(&command.peer, "--port (or KORVO_PORT)");
   const int sock = Connect(&command.peer, address);
   Send(&command.peer, sock, line);
   const Answer answer = Receive(&command.peer, sock, !command.raw && isatty(STDOUT_FILENO) == 1);
   if (answer.size == 0)
-    Tool_Fail(EX_UNAVAILABLE,
-              "%s/%d closed without an answer: it cannot open the macro %s, or the page is empty",
-              command.peer.host, command.peer.port, command.request.macro.c_str());
+    Tool_Fail(
+        EX_NOINPUT,
+        "%s/%d gave an empty answer: it cannot open the macro %s, or nothing was found and the macro has no frames",
+        command.peer.host, command.peer.port, command.request.macro.c_str());
   return answer.error ? kAnswerError : EX_OK;
 }

@@ -54,8 +54,8 @@ std::string WrongPredicate(const Request &request) {
 }
 
 std::string WrongRequest(const Request &request) {
-  const Value values[] = {{"--group", request.group, true},
-                          {"--macro", request.macro, true},
+  const Value values[] = {{"--group (or KORVO_GROUP)", request.group, true},
+                          {"--macro (or KORVO_MACRO)", request.macro, true},
                           {"--type", request.type, false}};
   for (const Value &value : values) {
     std::string wrong = WrongValue(value);
