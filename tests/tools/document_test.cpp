@@ -4,6 +4,7 @@
 #include <set>
 #include <sstream>
 
+#include "config/conf_file.h"
 #include "macro/exec.h"
 #include "macro/table.h"
 #include "tests/support/log_capture.h"
@@ -135,6 +136,21 @@ TEST(Example, Package_LeavesAMissingFieldOut) {
                            "\tPackage=x\tVersion=1\tDescription=d\t\n");
   EXPECT_EQ(1, page.result);
   EXPECT_EQ("* x () 1\n    d\n\n", page.text);
+}
+
+TEST(Example, Configuration_IsComplete) {
+  const LogCapture log;
+  ConfigInfo config;
+  DBInfo database;
+  const std::string examples = KORVO_SOURCES "/docs/examples";
+  EXPECT_EQ(1, Init_ReadConf((examples + "/korvo.conf").c_str(), "web1", 'C', &config));
+  for (const char type : {'S', 'D'}) {
+    EXPECT_EQ(1, Init_ReadConf((examples + "/korvo.conf").c_str(), "packages", type, &config));
+    EXPECT_STREQ("web1", config.ParentID);
+  }
+  EXPECT_EQ(1, Init_ReadDB((examples + "/korvo.db").c_str(), "packages", &database));
+  EXPECT_STREQ("/srv/korvo/packages", database.DocLocation);
+  EXPECT_EQ("", log.Messages());
 }
 
 TEST(Example, Frames_FitTheService) {

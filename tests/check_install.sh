@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# check_install.sh SOURCES BUILD   fails when an installation lacks something, or its programs look for their files elsewhere
+set -eu -o pipefail
+sources=$1 build=$2
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+log=$scratch/log
+status=0
+fault() {
+  echo "installation: $*" >&2
+  status=1
+}
+run() { # run COMMAND...: shows what it says only when it fails
+  "$@" >"$log" 2>&1 && return
+  cat "$log" >&2
+  exit 1
+}
+
+has_all() { # has_all FOLDER: documents, manual pages, examples and the two folders
+  local folder=$1 page name
+  for name in etc lib; do
+    [ -d "$folder/$name" ] || fault "there is no $name/"
+  done
+  for page in "$sources"/docs/*.[1-8]; do
+    name=$(basename "$page")
+    [ -e "$folder/share/man/man${page##*.}/$name" ] && continue
+    [[ $name != *.5 && ! -e $folder/bin/${name%.*} ]] || fault "the manual page $name is missing"
+  done
+  for name in README.md SECURITY.md CHANGELOG.md LICENSE; do
+    [ -s "$folder/share/doc/korvo/$name" ] || fault "$name is missing"
+  done
+  for page in "$sources"/docs/*.md; do
+    [ -s "$folder/share/doc/korvo/docs/$(basename "$page")" ] || fault "$(basename "$page") is missing"
+  done
+  for name in korvo.conf korvo.db package.ms package.hdr package.tail; do
+    [ -s "$folder/share/doc/korvo/examples/$name" ] || fault "the example $name is missing"
+  done
+}
+
+links_lead() { # links_lead FOLDER: those of the documents, to files
+  local document link
+  while read -r document; do
+    while read -r link; do
+      [ -e "$(dirname "$document")/$link" ] || fault "$(basename "$document") leads to $link, which is missing"
+    done < <(grep -o ']([^)#:]*)' "$document" | sed 's/^](//; s/)$//')
+  done < <(find "$1" -name '*.md')
+}
+
+echo 'packed'
+DESTDIR=$scratch/pack run cmake --install "$build"
+has_all "$scratch/pack/usr/local/korvo"
+links_lead "$scratch/pack/usr/local/korvo/share/doc/korvo"
+
+echo 'elsewhere, where the programs would not look'
+cmake --install "$build" --prefix "$scratch/other" >"$log" 2>&1 && fault 'another prefix is not refused'
+tr -s ' \n' ' ' <"$log" | grep -qF "The programs look for etc/ and lib/ in /usr/local/korvo, not in $scratch/other. Install with --prefix /usr/local/korvo, or configure with -DKORVO_HOME=$scratch/other; DESTDIR puts a copy elsewhere, to pack it." ||
+  fault "the reason why another prefix is refused is missing: $(cat "$log")"
+[ ! -e "$scratch/other" ] || fault 'a refused installation leaves files behind'
+
+echo 'elsewhere, where they look'
+home=$scratch/home
+run cmake -S "$sources" -B "$scratch/build" -G Ninja -DKORVO_HOME="$home" -DKORVO_TESTS=OFF -DKORVO_BACKENDS=OFF \
+  -DKORVO_STATIC=OFF -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0
+run cmake --build "$scratch/build" -j2
+run cmake --install "$scratch/build"
+has_all "$home"
+grep -rlF /usr/local/korvo "$home" >"$log" && fault "the usual folder is named in $(cat "$log")"
+cp "$home/share/doc/korvo/examples/korvo.conf" "$home/etc"
+"$home/bin/korvo-commmgr" nobody >/dev/null 2>"$log"
+grep -qF "Could not locate id = 'nobody' in file '$home/etc/korvo.conf'" "$log" || fault "the configuration is not looked for in etc/: $(cat "$log")"
+grep -qF "$home/lib" "$home/bin/korvo-commmgr" || fault 'macros are not looked for in lib/'
+
+echo 'a folder that moves, and one that is none'
+run cmake -S "$sources" -B "$scratch/build" -DKORVO_HOME="$scratch/moved"
+grep -qxF "CMAKE_INSTALL_PREFIX:PATH=$scratch/moved" "$scratch/build/CMakeCache.txt" || fault 'the prefix does not follow KORVO_HOME'
+cmake -S "$sources" -B "$scratch/build" -DKORVO_HOME=opt/korvo >"$log" 2>&1 && fault 'a path that is not absolute is not refused'
+tr -s ' \n' ' ' <"$log" | grep -qF "KORVO_HOME takes the path of a folder from the root on, in letters, digits and _ . + -, not 'opt/korvo'" ||
+  fault "the reason why a path is refused is missing: $(cat "$log")"
+exit $status
