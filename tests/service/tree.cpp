@@ -7,14 +7,6 @@
 
 namespace {
 
-sockaddr_in Loopback(int port) {
-  sockaddr_in addr = {};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  addr.sin_port = htons(static_cast<std::uint16_t>(port));
-  return addr;
-}
-
 const char *ProgramOf(char type) {
   switch (type) {
     case 'C': return KORVO_COMMMGR;
@@ -26,8 +18,16 @@ const char *ProgramOf(char type) {
 
 }  // namespace
 
+sockaddr_in LoopbackAddress(int port) {
+  sockaddr_in addr = {};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<std::uint16_t>(port));
+  return addr;
+}
+
 Tree::Tree() : admin_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-  const sockaddr_in own = Loopback(TakePort());
+  const sockaddr_in own = LoopbackAddress(TakePort());
   EXPECT_EQ(bind(admin_.Fd(), reinterpret_cast<const sockaddr *>(&own), sizeof own), 0);
 }
 
@@ -81,6 +81,8 @@ void Tree::Kill(char type, const std::string &id) {
 
 int Tree::Port(char type, const std::string &id) const { return At(type, id).client_port; }
 
+int Tree::AdminPort(char type, const std::string &id) const { return At(type, id).admin_port; }
+
 std::string Tree::Exchange(char type, const std::string &id, const std::string &line) const {
   const Socket client = ConnectTo(Port(type, id));
   client.Send(line);
@@ -88,7 +90,7 @@ std::string Tree::Exchange(char type, const std::string &id, const std::string &
 }
 
 void Tree::Send(char type, const std::string &id, const std::string &datagram) const {
-  const sockaddr_in addr = Loopback(At(type, id).admin_port);
+  const sockaddr_in addr = LoopbackAddress(At(type, id).admin_port);
   sendto(admin_.Fd(), datagram.data(), datagram.size(), 0,
          reinterpret_cast<const sockaddr *>(&addr), sizeof addr);
 }

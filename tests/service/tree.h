@@ -2,11 +2,15 @@
 #ifndef TESTS_SERVICE_TREE_H
 #define TESTS_SERVICE_TREE_H
 
+#include <netinet/in.h>
+
 #include <map>
 #include <memory>
 #include <string>
 
 #include "tests/service/running.h"
+
+sockaddr_in LoopbackAddress(int port);
 
 class Tree {
  public:
