@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "tests/system/harness.h"
 
 namespace {
@@ -41,6 +43,13 @@ TEST_F(GetDoc, Document_IsFramed) {
   EXPECT_EQ("\t@COMMAND=GETDOC\t@BESTFIT=0\t@SEARCHGROUP=doc\t@RECTYPE=r\t@MACROFILE=" + page_ +
                 "\t@DOCNUM=5\t@SCRIPT=\t@SEQNUM=0\t@AUTHCODE=\t@FILENAME=\t@EXPDATE=0\n",
             request_);
+  EXPECT_EQ("", Log());
+}
+
+TEST_F(GetDoc, FilesOfATimeThatDoesNotFit32Bits_AreReadAsAnyOther) {
+  for (const char *suffix : {".mo", ".hdr", ".tail"})
+    ASSERT_EQ(0, std::system(("touch -d 2040-01-01 " + page_ + suffix).c_str()));
+  EXPECT_EQ("HEAD\n<one>TAIL\n", PageFor("\t@COMMAND=HIT\tT=one\t\n"));
   EXPECT_EQ("", Log());
 }
 
