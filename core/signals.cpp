@@ -1,5 +1,6 @@
 #include "core/signals.h"
 
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,17 +19,33 @@ bool Set(int signal_number, sighandler_t action) {
 
 bool at_once = false;
 
+// Whoever stopped reading the log or standard output must not keep a process from ending.  A write
+// that waits is interrupted from here on, the first after a second, so that a reader who is only
+// late gets the lines.  Asking for room before a write would not do: every process of the group may
+// write to the same pipe, and what is asked for is gone.
+void LimitWaits() {
+  struct sigaction interrupt = {};
+  interrupt.sa_handler = [](int) {};
+  sigaction(SIGALRM, &interrupt, nullptr);
+  sigset_t alarm;
+  sigemptyset(&alarm);
+  sigaddset(&alarm, SIGALRM);
+  sigprocmask(SIG_UNBLOCK, &alarm, nullptr);
+  const itimerval ticks = {.it_interval = {0, 100000}, .it_value = {1, 0}};
+  setitimer(ITIMER_REAL, &ticks, nullptr);
+}
+
 [[noreturn]] void Shutdown() {
   DPRINTF(nullptr, kFatal, "[MainCore: Shutdown] Tovak has left the building.\n");
   if (at_once) _exit(0);
   MainCore_Exit(0);
 }
 
-// A parent may have held back what must be able to end this process.
+// A parent may have held back what must be able to end this process.  What else it holds back stays
+// so: a SIGHUP from a terminal would end a process that it was not to reach.
 void Unblock() {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  const sigset_t ending = EndingSignals();
+  sigprocmask(SIG_UNBLOCK, &ending, nullptr);
 }
 
 }  // namespace
@@ -47,9 +64,18 @@ void MainCore_Reap() {
 
 void MainCore_SigHndlr(int signal_number) {
   switch (signal_number) {
-    case SIGINT: DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGINT.\n"); Shutdown();
-    case SIGTERM: DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGTERM.\n"); Shutdown();
-    case SIGUSR1: DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGUSR1.\n"); Shutdown();
+    case SIGINT:
+      LimitWaits();
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGINT.\n");
+      Shutdown();
+    case SIGTERM:
+      LimitWaits();
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGTERM.\n");
+      Shutdown();
+    case SIGUSR1:
+      LimitWaits();
+      DPRINTF(nullptr, kFatal, "[MainCore: SigHndlr] Recieved SIGUSR1.\n");
+      Shutdown();
     case SIGCHLD: {
       const int saved = errno;
       MainCore_Reap();

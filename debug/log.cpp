@@ -61,11 +61,14 @@ void WriteStream(std::FILE *stream) {
   std::fflush(stream);
 }
 
-// One write a message, so that the lines of several processes do not mix.
-void WriteStderr(const char *text, std::size_t length) {
+// What is in log_text, in one write, so that the lines of several processes do not mix.  Not with
+// signals held: whoever stopped reading must not keep one from ending the process.
+void WriteTo(int fd) {
+  const char *text = log_text;
+  std::size_t length = std::strlen(text);
   while (length > 0) {
-    const ssize_t written = write(STDERR_FILENO, text, length);
-    if (written <= 0) return;  // a log that cannot be written is given up
+    const ssize_t written = write(fd, text, length);
+    if (written <= 0) return;  // a text that cannot be written is given up
     text += written;
     length -= static_cast<std::size_t>(written);
   }
@@ -141,10 +144,20 @@ int Debug_Print(std::FILE *stream, int level, const char *format, ...) {
     va_end(again);
     va_end(args);
   }
-  // Not held: whoever stopped reading the log must not keep a signal from ending the process.
-  if (to_stderr) WriteStderr(log_text, std::strlen(log_text));
+  if (to_stderr) WriteTo(STDERR_FILENO);
   errno = saved;
   return result;
+}
+
+void Debug_Output(const char *format, ...) {
+  {
+    const SignalHold hold;
+    va_list args;
+    va_start(args, format);
+    Append(0, format, args);
+    va_end(args);
+  }
+  WriteTo(STDOUT_FILENO);
 }
 
 void HEXDUMP(std::FILE *stream, int level, const void *address, int length, const char *title) {

@@ -6,7 +6,8 @@
 // with "@" continues the message before it: the "@" is dropped and neither separator nor time
 // header is written.
 //
-// errno is left as it was.  SIGINT, SIGTERM and SIGUSR1 are held back while a message is made.
+// errno is left as it was.  SIGINT, SIGTERM and SIGUSR1 are held back while a message is made, not
+// while standard error has no room for it.
 #ifndef DEBUG_LOG_H
 #define DEBUG_LOG_H
 
@@ -40,6 +41,9 @@ inline int Debug_Dropped() { return 0; }  // a value that the compiler lets a st
 // so that the arguments of a dropped message are not evaluated.
 #define DPRINTF(stream, level, ...) \
   (Debug_Shows(level) ? Debug_Print((stream), (level), __VA_ARGS__) : Debug_Dropped())
+
+// Formats and writes to standard output what is no message.  It is cut as one is.
+[[gnu::format(printf, 1, 2)]] void Debug_Output(const char *format, ...);
 
 // Dumps length bytes as hexadecimal and characters.  title may be null: the address and length are
 // shown.

@@ -9,14 +9,20 @@
 
 #include <csignal>
 
+// The three.
+inline sigset_t EndingSignals() {
+  sigset_t ending;
+  sigemptyset(&ending);
+  sigaddset(&ending, SIGINT);
+  sigaddset(&ending, SIGTERM);
+  sigaddset(&ending, SIGUSR1);
+  return ending;
+}
+
 class SignalHold {
  public:
   SignalHold() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGINT);
-    sigaddset(&ending, SIGTERM);
-    sigaddset(&ending, SIGUSR1);
+    const sigset_t ending = EndingSignals();
     sigprocmask(SIG_BLOCK, &ending, &before_);
   }
   ~SignalHold() { sigprocmask(SIG_SETMASK, &before_, nullptr); }

@@ -63,6 +63,21 @@ TEST(SetSignals, PipesAndChildren_AreIgnored) {
                }).status);
 }
 
+TEST(SetSignals, HeldBackByTheParent_ThreeAreLifted) {
+  EXPECT_EQ(0, RunInChild(kInfo, [] {
+                 sigset_t all, before, now;
+                 sigfillset(&all);
+                 sigprocmask(SIG_SETMASK, &all, nullptr);
+                 sigprocmask(SIG_SETMASK, nullptr, &before);
+                 if (MainCore_SetSignals() != 1) _exit(2);
+                 sigprocmask(SIG_SETMASK, nullptr, &now);
+                 for (const Ending &ending : kEndings) sigdelset(&before, ending.number);
+                 for (int number = 1; number < NSIG; ++number)
+                   if (sigismember(&before, number) != sigismember(&now, number)) _exit(3);
+                 _exit(0);
+               }).status);
+}
+
 int again = 0;
 
 // A line of the log that meets the same signal once more.
