@@ -84,8 +84,17 @@ static void load_macro(void) {
   read_file(macro_name, out, (size_t)status.st_size);
 }
 
+// A frame may be a FIFO, so it is read until its end has been seen.
 static void send_frame(int client, const char *name) {
-  const size_t size = read_file(name, in, kFrame);
+  const int file = open(name, O_RDONLY);
+  check(file >= 0);
+  size_t size = 0;
+  ssize_t got = 0;
+  while (size <= kFrame && (got = read(file, in + size, kFrame + 1 - size)) > 0)
+    size += (size_t)got;
+  check(got >= 0);
+  if (size > kFrame) size = kFrame;
+  close(file);
   check(send(client, in, size, 0) == (ssize_t)size);
 }
 

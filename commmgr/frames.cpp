@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "commmgr/commmgr.h"
@@ -20,10 +21,16 @@ char *const frame = CommMgr_Incoming.text;
 int ReadFrame(const char *name) {
   const FdGuard file(open(name, O_RDONLY));
   if (file.Get() < 0) return errno;
-  // One call: a frame is a regular file, whose reads are short at its end alone.
-  const ssize_t got = read(file.Get(), frame, kFrameSize);
-  if (got < 0) return errno;
-  frame[got] = '\0';
+  // To the end or to the first character that is not sent: a FIFO gives what its writer has written
+  // so far.
+  std::size_t used = 0;
+  while (used <= kFrameSize) {
+    const ssize_t got = read(file.Get(), frame + used, kFrameSize + 1 - used);
+    if (got < 0) return errno;
+    if (got == 0) break;
+    used += static_cast<std::size_t>(got);
+  }
+  frame[std::min(used, kFrameSize)] = '\0';
   return 0;
 }
 

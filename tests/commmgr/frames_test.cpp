@@ -1,12 +1,22 @@
 // The two files around a page.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "commmgr/commmgr.h"
 #include "debug/log.h"
 #include "tests/commmgr/handler_case.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/syscall_seams.h"
 
 namespace {
 
@@ -21,6 +31,54 @@ HANDLER_CASE(Frames, Sent_SaysAt101WhichFileIsLookedFor) {
             [&] { CommMgr_SendTail("page", client.near); });
   EXPECT_EQ(client.Received(),
             "HEAD\nHEAD\nHEAD\nHEAD\nHEAD\nTAIL\nTAIL\nTAIL\nTAIL\nTAIL\n");  // once a level
+}
+
+// What is sent of a frame that is a FIFO.  Each piece is written once the one before has been read;
+// the writer stays until the frame has been sent, or leaves behind the last piece.
+std::string SentOfFifo(const std::vector<std::string> &pieces, bool stays) {
+  EXPECT_EQ(mkfifo("page.hdr", 0600), 0);
+  std::latch sent(1);
+  std::thread writer([&] {
+    const Fd fifo(open("page.hdr", O_WRONLY));
+    for (const std::string &piece : pieces) {
+      Await([&] {
+        int unread = 0;
+        return ioctl(fifo, FIONREAD, &unread) == 0 && unread == 0;
+      });
+      EXPECT_EQ(write(fifo, piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
+    }
+    if (stays) sent.wait();
+  });
+  Client client;
+  EXPECT_EQ(Capture(kWarning, [&] { CommMgr_SendHdr("page", client.near); }).log, "");
+  sent.count_down();
+  writer.join();
+  unlink("page.hdr");
+  return client.Received();
+}
+
+HANDLER_CASE(Frames, Fifo_IsReadToItsEnd) {
+  const TempDir dir;
+  EXPECT_EQ(SentOfFifo({"HE", "AD", "\n"}, false), "HEAD\n");
+}
+
+HANDLER_CASE(Frames, Fifo_IsReadAsFarAsAFrameGoes) {
+  const TempDir dir;
+  const std::string most(10238, 'h');
+  EXPECT_EQ(SentOfFifo({"h", most.substr(1), "i"}, true), most);
+  EXPECT_EQ(SentOfFifo({"h", most.substr(1)}, false), most);
+  EXPECT_EQ(SentOfFifo({"h", most + "and more"}, true), most);
+}
+
+HANDLER_CASE(Frames, FileThatCannotBeReadFurther_IsLoggedAndNothingIsSent) {
+  const TempDir dir;
+  WriteFile("page.tail", "TAIL\n");
+  Client client;
+  Seams seams;
+  seams.Fail(Call::kRead, EIO, 2);
+  EXPECT_EQ(Capture(kWarning, [&] { CommMgr_SendTail("page", client.near); }).log,
+            "[CommMgr: MacroTail] Unable to open macro file page.tail: errno = 5.\n");
+  EXPECT_EQ(client.Received(), "");
 }
 
 HANDLER_CASE(Frames, Missing_IsLoggedAt103AndNothingIsSent) {
