@@ -106,6 +106,14 @@ bool TakeField(CmdHdr *hdr, std::string_view token, bool *predicate) {
   return field == nullptr || Store(hdr, *field, value);
 }
 
+constexpr std::size_t kShownSize = 256;
+
+// An argument of its line: nothing is copied for one that is dropped.
+const char *Beginning(const char *text, char (&out)[kShownSize]) {
+  (void)Text_Copy(out, text);
+  return out;
+}
+
 }  // namespace
 
 const char *Util_IntCmdHdr(CmdHdr *hdr, const char *text) {
@@ -134,7 +142,6 @@ int Util_FormatCmdHdr(const CmdHdr *hdr, char *out) {
 }
 
 void Util_Display(const CmdHdr *hdr, const char *predicate) {
-  if (!Debug_Shows(kStatus)) return;
   DPRINTF(nullptr, kStatus, "[Util: Display] CmdHdr->Command       = %s\n", hdr->Command);
   DPRINTF(nullptr, kStatus, "[Util: Display] CmdHdr->BestFit       = %d\n", hdr->BestFit);
   DPRINTF(nullptr, kStatus, "[Util: Display] CmdHdr->SearchGroup   = %s\n", hdr->SearchGroup);
@@ -149,7 +156,7 @@ void Util_Display(const CmdHdr *hdr, const char *predicate) {
   DPRINTF(nullptr, kStatus, "[Util: Display] CmdHdr->ExpDate       = (%d) %s", hdr->ExpDate,
           Debug_TimeText(hdr->ExpDate, when));
   if (predicate == nullptr) return;
-  char shown[256];
-  (void)Text_Copy(shown, predicate);
-  DPRINTF(nullptr, kStatus, "[Util: Display] CmdHdr->Predicate (first 255 chars) = %s\n", shown);
+  char shown[kShownSize];
+  DPRINTF(nullptr, kStatus, "[Util: Display] CmdHdr->Predicate (first 255 chars) = %s\n",
+          Beginning(predicate, shown));
 }

@@ -450,7 +450,7 @@ TEST(CmdHdr, Display_FullRecord_LeavesMaxHitsOutAndEndsWithThePredicate) {
   const CmdHdr hdr = {"QUERY", 1,        "group", "rec",  "macro", 2,
                       3,       "script", 4,       "auth", "file",  1000000000};
   const std::time_t expires = 1000000000;
-  EXPECT_EQ(Capture(102, [&] { Util_Display(&hdr, "\tfree text\n"); }).log,
+  EXPECT_EQ(MessagesAt(102, [&] { Util_Display(&hdr, "\tfree text\n"); }),
             std::string("[Util: Display] CmdHdr->Command       = QUERY\n"
                         "[Util: Display] CmdHdr->BestFit       = 1\n"
                         "[Util: Display] CmdHdr->SearchGroup   = group\n"
