@@ -1,15 +1,73 @@
 #include "searchmgr/query.h"
 
-#include <string>
+#include <algorithm>
+#include <set>
 #include <string_view>
-#include <vector>
 
 #include "debug/text.h"
-#include "store/field.h"
+#include "searchmgr/query_text.h"
 
 namespace {
 
 constexpr std::string_view kSeparators = "\t\r\n";
+constexpr std::string_view kBlanks = " \v\f";
+constexpr Xapian::termcount kMostExpansions = 100;
+constexpr int kMostWildcards = 10;  // beyond them a star has no meaning: each costs as 100 words
+constexpr std::size_t kCorrectedSize = 256;  // a longer text is not corrected: each word costs
+
+// Queries, each once: to ask again costs as much and finds no more.
+struct QuerySet {
+  std::vector<Xapian::Query> queries;
+  std::set<std::string> known;  // their keys
+};
+
+// What one field is asked for, or a piece of free text: any of it.
+struct Demand {
+  std::string prefix;  // of the field; empty: free text
+  QuerySet any;
+  bool restricts = false;  // has to be met, however words are joined
+};
+
+struct Builder {
+  const Schema &schema;
+  Xapian::Query::op oper;
+  Xapian::Stem stem;
+  Xapian::QueryParser parser;
+  int wildcards = 0;
+  std::vector<Demand> demands;
+  QuerySet free_text;  // those of demands without a prefix
+  QuerySet excluded;
+  std::vector<std::string> marks;
+};
+
+// What a query asks for, wherever in the text it stood.
+std::string KeyOf(const Xapian::Query &query) {
+  if (query.get_type() == Xapian::Query::LEAF_TERM) return *query.get_terms_begin() + '\n';
+  if (query.get_num_subqueries() == 0) return query.serialise() + '\n';
+  std::string key = std::to_string(query.get_type()) + '(';
+  for (std::size_t i = 0; i < query.get_num_subqueries(); ++i) key += KeyOf(query.get_subquery(i));
+  return key + ')';
+}
+
+bool AddOnce(QuerySet *set, const Xapian::Query &query) {
+  if (!set->known.insert(KeyOf(query)).second) return false;
+  set->queries.push_back(query);
+  return true;
+}
+
+// Adds a query, or where the operator joins several those for themselves.
+void AddJoined(QuerySet *set, const Xapian::Query &query, Xapian::Query::op oper) {
+  if (query.get_type() != oper) {
+    AddOnce(set, query);
+    return;
+  }
+  for (std::size_t i = 0; i < query.get_num_subqueries(); ++i)
+    AddJoined(set, query.get_subquery(i), oper);
+}
+
+Xapian::Query Joined(Xapian::Query::op oper, const std::vector<Xapian::Query> &queries) {
+  return {oper, queries.begin(), queries.end()};
+}
 
 // Looks through the tokens with "@".  Null, or what is wrong with one of them.
 const char *ReadOper(std::string_view predicate, Xapian::Query::op *oper) {
@@ -29,37 +87,249 @@ const char *ReadOper(std::string_view predicate, Xapian::Query::op *oper) {
   }
 }
 
-// The terms of one token, without an operator, a wildcard or a field of the query parser's own.
-Xapian::Query ParseToken(Xapian::QueryParser *parser, std::string_view token) {
-  const std::size_t equals = token.find('=');
-  const bool is_field = equals != std::string_view::npos && Field_IsName(token.substr(0, equals));
-  if (!is_field) return parser->parse_query(std::string(token), 0);
-  return parser->parse_query(std::string(token.substr(equals + 1)), 0,
-                             Field_Prefix(token.substr(0, equals)));
+// The tokens without "@".
+std::string TextOf(std::string_view predicate) {
+  std::string text;
+  for (std::string_view token = Text_Token(&predicate, kSeparators); !token.empty();
+       token = Text_Token(&predicate, kSeparators)) {
+    if (token.front() == '@') continue;
+    if (!text.empty()) text += '\t';
+    text += token;
+  }
+  return text;
+}
+
+// What the indexer stemmed with; omindex and scriptindex take English when they are not told.
+Xapian::Stem StemOf(const Schema &schema) {
+  if (schema.origin == SchemaOrigin::kOmega) return Xapian::Stem("english");
+  return schema.language.empty() ? Xapian::Stem() : Xapian::Stem(schema.language);
+}
+
+Builder BuilderFor(const Xapian::Database &database, const Schema &schema, Xapian::Query::op oper) {
+  Builder builder = {schema, oper, StemOf(schema), {}, 0, {}, {}, {}, {}};
+  builder.parser.set_database(database);
+  builder.parser.set_default_op(oper);
+  builder.parser.set_stemmer(builder.stem);
+  builder.parser.set_stemming_strategy(Xapian::QueryParser::STEM_SOME);
+  builder.parser.set_max_expansion(kMostExpansions, Xapian::Query::WILDCARD_LIMIT_MOST_FREQUENT);
+  return builder;
+}
+
+// Nothing, where Xapian's parser finds no way through.
+Xapian::Query Parse(Xapian::QueryParser *parser, std::string_view text, unsigned flags,
+                    const std::string &prefix) {
+  try {
+    return parser->parse_query(std::string(text), flags, prefix);
+  } catch (const Xapian::QueryParserError &) {
+    return {};
+  }
+}
+
+// A word before one of these would not be stemmed: they belong to the parser's own language.
+std::string WithoutMarks(const Builder &builder, std::string_view text) {
+  std::string words(text);
+  if (builder.stem.is_none()) return words;
+  for (char &c : words)
+    if (std::string_view("\"()*<=>[]{}").find(c) != std::string_view::npos) c = ' ';
+  return words;
+}
+
+Xapian::Query OfWords(Builder *builder, std::string_view text, const std::string &prefix) {
+  const Xapian::Query all = Parse(&builder->parser, WithoutMarks(*builder, text), 0, prefix);
+  QuerySet words;
+  if (!all.empty()) AddJoined(&words, all, builder->oper);
+  return Joined(builder->oper, words.queries);
+}
+
+Xapian::Query OfWildcard(Builder *builder, std::string_view text, const std::string &prefix) {
+  if (builder->wildcards == kMostWildcards) return OfWords(builder, text, prefix);
+  ++builder->wildcards;
+  return Parse(&builder->parser, text, Xapian::QueryParser::FLAG_WILDCARD, prefix);
+}
+
+// The value of a field that Omega's indexers keep whole, such as a type: they part a prefix of
+// several letters from a capital.
+Xapian::Query OfOmega(std::string prefix, std::string_view value) {
+  if (prefix.size() > 1 && value.front() >= 'A' && value.front() <= 'Z') prefix += ':';
+  return {0.0, Xapian::Query(Schema_ShortTerm(prefix.append(value)))};
+}
+
+Xapian::Query OfPhrase(Builder *builder, std::string_view text, const std::string &prefix) {
+  const std::string quoted = std::string("\"").append(text).append("\"");
+  const Xapian::Query phrase =
+      Parse(&builder->parser, quoted, Xapian::QueryParser::FLAG_PHRASE, prefix);
+  if (builder->schema.origin != SchemaOrigin::kOmega || prefix.empty()) return phrase;
+  return {Xapian::Query::OP_OR, phrase, OfOmega(prefix, text)};
+}
+
+Xapian::Query OfRange(const Schema &schema, const SchemaField &field, std::string_view text) {
+  const Xapian::valueno slot = Schema_Slot(schema, field);
+  ValueRange range;
+  (void)QueryText_Range(field.kind, text, &range);
+  if (!range.high)
+    return {Xapian::Query::OP_VALUE_GE, slot, Xapian::sortable_serialise(*range.low)};
+  const std::string high = Xapian::sortable_serialise(*range.high);
+  if (!range.low) return {Xapian::Query::OP_VALUE_LE, slot, high};
+  return {Xapian::Query::OP_VALUE_RANGE, slot, Xapian::sortable_serialise(*range.low), high};
+}
+
+Xapian::Query OfPiece(Builder *builder, const TextPart &part, const TextPiece &piece) {
+  const std::string prefix =
+      part.name.empty() ? std::string() : Schema_Prefix(builder->schema, part.name);
+  switch (piece.kind) {
+    case PieceKind::kWords: return OfWords(builder, piece.text, prefix);
+    case PieceKind::kPhrase: return OfPhrase(builder, piece.text, prefix);
+    case PieceKind::kWildcard: return OfWildcard(builder, piece.text, prefix);
+    case PieceKind::kExact:
+      return {0.0, Xapian::Query(Schema_ExactTerm(part.field->name, piece.text))};
+    case PieceKind::kRange: return OfRange(builder->schema, *part.field, piece.text);
+  }
+  return {};
+}
+
+bool Restricts(PieceKind kind) { return kind == PieceKind::kExact || kind == PieceKind::kRange; }
+
+// The words of a piece as stems, in their order.  A term that is stemmed already has a "Z" before
+// it; words are in small letters, so none begins like that.
+void AddMarks(Builder *builder, std::string_view text) {
+  const Xapian::Query words = OfWords(builder, text, "");
+  for (auto term = words.get_terms_begin(); term != words.get_terms_end(); ++term) {
+    const std::string word = *term;
+    const std::string stem = word.starts_with('Z') ? word.substr(1) : builder->stem(word);
+    if (std::find(builder->marks.begin(), builder->marks.end(), stem) == builder->marks.end())
+      builder->marks.push_back(stem);
+  }
+}
+
+Demand *DemandFor(Builder *builder, const std::string &prefix) {
+  for (Demand &demand : builder->demands)
+    if (demand.prefix == prefix) return &demand;
+  builder->demands.push_back({prefix, {}, false});
+  return &builder->demands.back();
+}
+
+// Each piece for itself: the operator joins it to all others.
+void AddFreeText(Builder *builder, const QuerySet &wanted) {
+  for (const Xapian::Query &query : wanted.queries)
+    if (AddOnce(&builder->free_text, query)) builder->demands.push_back({"", {{query}, {}}, false});
+}
+
+void AddWanted(Builder *builder, const TextPart &part, const QuerySet &wanted, bool restricts) {
+  if (wanted.queries.empty()) return;
+  if (part.name.empty()) return AddFreeText(builder, wanted);
+  const Xapian::Query all = Joined(builder->oper, wanted.queries);
+  if (part.exclude) {
+    AddOnce(&builder->excluded, all);
+    return;
+  }
+  Demand *demand = DemandFor(builder, Schema_Prefix(builder->schema, part.name));
+  AddOnce(&demand->any, all);
+  demand->restricts = demand->restricts || restricts;
+}
+
+void AddPart(Builder *builder, const TextPart &part) {
+  QuerySet wanted;
+  bool restricts = false;
+  for (const TextPiece &piece : part.pieces) {
+    const Xapian::Query query = OfPiece(builder, part, piece);
+    if (query.empty()) continue;  // an empty field of a form asks for nothing
+    AddOnce(piece.exclude ? &builder->excluded : &wanted, query);
+    if (piece.exclude || part.exclude) continue;
+    restricts = restricts || Restricts(piece.kind);
+    if (piece.kind == PieceKind::kWords || piece.kind == PieceKind::kPhrase)
+      AddMarks(builder, piece.text);
+  }
+  AddWanted(builder, part, wanted, restricts);
+}
+
+// All that was added as one query.  Null, or why there is none.
+const char *Join(const Builder &builder, Xapian::Query *query) {
+  constexpr auto kAnd = Xapian::Query::OP_AND, kOr = Xapian::Query::OP_OR;
+  std::vector<Xapian::Query> required, words;
+  for (const Demand &demand : builder.demands) {
+    const bool always = demand.restricts || builder.oper == kAnd;
+    (always ? required : words).push_back(Joined(kOr, demand.any.queries));
+  }
+  if (!words.empty()) required.insert(required.begin(), Joined(kOr, words));
+  const std::vector<Xapian::Query> &excluded = builder.excluded.queries;
+  if (required.empty() && excluded.empty())
+    return "Unable to parse query: it has no search terms; type a word to look for";
+  if (required.empty())
+    return "Unable to parse query: it only says what to leave out; type a word to look for";
+  *query = Joined(kAnd, required);
+  if (!excluded.empty()) *query = {Xapian::Query::OP_AND_NOT, *query, Joined(kOr, excluded)};
+  return nullptr;
+}
+
+const char *Build(Builder *builder, const std::vector<TextPart> &parts, Xapian::Query *query) {
+  for (const TextPart &part : parts) AddPart(builder, part);
+  return Join(*builder, query);
+}
+
+// Words of a keyword are not in the spelling data, and quotes around its value ask for just that.
+bool HasSpelling(const TextPart &part, const TextPiece &piece) {
+  if (part.field != nullptr && part.field->kind == FieldKind::kKeyword) return false;
+  return piece.kind == PieceKind::kWords || piece.kind == PieceKind::kPhrase;
+}
+
+// A word as it should be spelled; empty: the database knows it, or no better one.
+std::string CorrectedWord(Xapian::QueryParser *parser, const Xapian::Database &database,
+                          std::string_view word) {
+  const Xapian::Query terms =
+      Parse(parser, word, Xapian::QueryParser::FLAG_SPELLING_CORRECTION, "");
+  const std::string corrected = parser->get_corrected_query_string();
+  if (corrected.empty()) return {};
+  const bool is_known =
+      std::all_of(terms.get_terms_begin(), terms.get_terms_end(),
+                  [&](const std::string &term) { return database.term_exists(term); });
+  return is_known ? std::string() : corrected;
+}
+
+// The text with other words for those that are not known; empty: there are none to change.
+std::string Corrected(const Xapian::Database &database, std::string_view text,
+                      const std::vector<TextPart> &parts) {
+  if (text.size() > kCorrectedSize || database.spellings_begin() == database.spellings_end())
+    return {};
+  Xapian::QueryParser parser;  // which does not stem
+  parser.set_database(database);
+  std::string corrected;
+  std::size_t done = 0;
+  for (const TextPart &part : parts)
+    for (const TextPiece &piece : part.pieces) {
+      std::string_view rest = HasSpelling(part, piece) ? piece.text : std::string_view();
+      for (std::string_view word = Text_Token(&rest, kBlanks); !word.empty();
+           word = Text_Token(&rest, kBlanks)) {
+        const std::string better = CorrectedWord(&parser, database, word);
+        if (better.empty()) continue;
+        const std::size_t begin = static_cast<std::size_t>(word.data() - text.data());
+        corrected.append(text.substr(done, begin - done)).append(better);
+        done = begin + word.size();
+      }
+    }
+  if (!corrected.empty()) corrected.append(text.substr(done));
+  return corrected;
 }
 
 }  // namespace
 
-const char *Query_Parse(const Xapian::Database &database, const char *predicate,
-                        Xapian::Query *query) {
+const char *Query_Parse(const Xapian::Database &database, const Schema &schema,
+                        const char *predicate, SearchQuery *query) {
+  *query = {};
   if (predicate == nullptr)
     return "Unable to parse query: there is none, or a header field before it was refused";
   Xapian::Query::op oper;
   const char *reason = ReadOper(predicate, &oper);
   if (reason != nullptr) return reason;
 
-  Xapian::QueryParser parser;
-  parser.set_database(database);
-  parser.set_default_op(oper);
-  std::vector<Xapian::Query> parts;
-  std::string_view rest = predicate;
-  for (std::string_view token = Text_Token(&rest, kSeparators); !token.empty();
-       token = Text_Token(&rest, kSeparators)) {
-    if (token.front() == '@') continue;
-    const Xapian::Query part = ParseToken(&parser, token);
-    if (!part.empty()) parts.push_back(part);  // an empty field of a form asks for nothing
-  }
-  if (parts.empty()) return "Unable to parse query: it has no search terms";
-  *query = Xapian::Query(oper, parts.begin(), parts.end());
-  return nullptr;
+  const std::string text = TextOf(predicate);
+  const std::vector<TextPart> parts = QueryText_Read(text, schema);
+  Builder builder = BuilderFor(database, schema, oper);
+  reason = Build(&builder, parts, &query->query);
+  if (reason != nullptr) return reason;
+  query->marks = builder.marks;
+
+  query->corrected = Corrected(database, text, parts);
+  if (query->corrected.empty()) return nullptr;
+  Builder again = BuilderFor(database, schema, oper);
+  return Build(&again, QueryText_Read(query->corrected, schema), &query->corrected_query);
 }

@@ -78,11 +78,11 @@ TEST_F(Search, WithoutAHit_IsCompleteAtOnce) {
 TEST_F(Search, ThatCannotBeParsed_IsAnError) {
   EXPECT_EQ(Ask(""), Error("there is none, or a header field before it was refused"));
   EXPECT_EQ(Ask("\t@MAXHITS=-1\tshell"),
-            Error("there is none, or a header field before it was refused"));
+            Error("@MAXHITS takes the number of hits of a page, 0 or more"));
   EXPECT_EQ(Ask("\t@COLOUR\tshell"),
             Error("there is none, or a header field before it was refused"));
-  EXPECT_EQ(Ask("\t"), Error("it has no search terms"));
-  EXPECT_EQ(Ask("\r"), Error("it has no search terms"));
+  EXPECT_EQ(Ask("\t"), Error("it has no search terms; type a word to look for"));
+  EXPECT_EQ(Ask("\r"), Error("it has no search terms; type a word to look for"));
   EXPECT_EQ(Ask("\t@OPER=NEAR\tshell"), Error("@OPER is neither AND nor OR"));
   EXPECT_EQ(Ask("\tshell\t@MAXHITS=1"),
             Error("a header field stands behind the start of the query"));
