@@ -17,8 +17,7 @@ void ClientCmd(int, int sock, const char *text) {
 char ProgramType() { return 'D'; }
 
 int Program_Startup(const ConfigInfo *config, const DBInfo *) {
-  if (Manager_Startup(config, false) != 1)
-    return 0;  // the status of every fault of the configuration
+  if (Manager_Startup(config) != 1) return 0;  // the status of every fault of the configuration
   Manager_TryDatabase(Manager_Database.DocLocation);
   DPRINTF(nullptr, kWarning, "[DocMgr: Startup] Document Manager Initialization Complete.\n");
   return 1;

@@ -80,17 +80,15 @@ void RecordEngine(const char *rest) {
 
 }  // namespace
 
-int Manager_Startup(const ConfigInfo *config, bool needed) {
+int Manager_Startup(const ConfigInfo *config) {
   if (MainCore_SetWorkers() != 1) return 0;
-  const int found = Init_ReadDB(MainCore_State.DBPath, config->ID, &Manager_Database);
-  if (found != 1) {
-    if (needed) return 0;
-    Manager_Database = {};
-  }
+  // Without its line a manager has what its engines have.
+  const bool found = Init_ReadDB(MainCore_State.DBPath, config->ID, &Manager_Database) == 1;
+  if (!found) Manager_Database = {};
   ClearUnset(Manager_Database.SearchLocation);
   ClearUnset(Manager_Database.DocLocation);
   Init_DisplayCfg(config);
-  if (found == 1) Init_DisplayDB(&Manager_Database);
+  if (found) Init_DisplayDB(&Manager_Database);
   return 1;
 }
 

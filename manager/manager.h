@@ -22,9 +22,9 @@ extern DBInfo Manager_Database;
 // The engines, in the order in which they were first heard of.
 extern std::vector<INIT_CHILDINFO> Manager_Engines;
 
-// Sets the number of workers, reads the own line of korvo.db and logs the configuration.  needed:
-// start-up ends without that line.  1, or 0, logged.
-int Manager_Startup(const ConfigInfo *config, bool needed);
+// Sets the number of workers, reads the own line of korvo.db, if there is one, and logs the
+// configuration.  1, or 0, logged.
+int Manager_Startup(const ConfigInfo *config);
 
 // Opens a database and closes it again, so that a location that is wrong stands in the log from the
 // start on.  Start-up goes on all the same: it may be built later.

@@ -17,8 +17,7 @@ void ClientCmd(int, int sock, const char *text) {
 char ProgramType() { return 'S'; }
 
 int Program_Startup(const ConfigInfo *config, const DBInfo *) {
-  if (Manager_Startup(config, false) != 1)
-    return 0;  // the status of every fault of the configuration
+  if (Manager_Startup(config) != 1) return 0;  // the status of every fault of the configuration
   Manager_TryDatabase(Manager_Database.SearchLocation);
   DPRINTF(nullptr, kWarning, "[SearchMgr: Startup] Search Manager Initialization Complete.\n");
   return 1;

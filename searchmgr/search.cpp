@@ -11,18 +11,6 @@
 #include "searchmgr/status.h"
 #include "store/record.h"
 
-#if 1  // SHIM
-struct QueryText {
-  Xapian::Query query;
-  std::vector<std::string> marks;
-  std::string corrected;
-};
-static std::string Query_Parse(const Xapian::Database &d, const Schema &, const char *p,
-                               QueryText *t) {
-  const char *r = Query_Parse(d, p, &t->query);
-  return r ? r : "";
-}
-#endif
 namespace {
 
 using std::chrono::milliseconds;
@@ -91,19 +79,16 @@ std::string Hits(const Search &search, const Xapian::MSet &hits, const std::stri
 }
 
 // The corrected text, if it finds more than what was typed.
-std::string BetterSpelling(const Search &search, const QueryText &text, Xapian::doccount matches) {
-  if (text.corrected.empty()) return {};
-  QueryText corrected;
-  if (!Query_Parse(search.database, *search.schema, ("\t" + text.corrected).c_str(), &corrected)
-           .empty())
-    return {};
+std::string BetterSpelling(const Search &search, const SearchQuery &query,
+                           Xapian::doccount matches) {
+  if (query.corrected.empty()) return {};
   Xapian::Enquire enquire(search.database);
-  enquire.set_query(corrected.query);
+  enquire.set_query(query.corrected_query);
   const Xapian::MSet found = enquire.get_mset(0, 0, matches + 1);
-  return found.get_matches_estimated() > matches ? text.corrected : "";
+  return found.get_matches_estimated() > matches ? query.corrected : "";
 }
 
-std::string Status(const Search &search, const QueryText &text, const Xapian::MSet &hits) {
+std::string Status(const Search &search, const SearchQuery &query, const Xapian::MSet &hits) {
   const auto spent = ShardClock::now() - search.begin;
   SearchStatus status = {};
   status.matches = hits.get_matches_estimated();
@@ -113,17 +98,17 @@ std::string Status(const Search &search, const QueryText &text, const Xapian::MS
   status.shards_searched = static_cast<int>(search.open.size());
   status.shards = search.shards;
   status.milliseconds = std::chrono::duration_cast<milliseconds>(spent).count();
-  status.spelling = BetterSpelling(search, text, hits.get_matches_estimated());
+  status.spelling = BetterSpelling(search, query, hits.get_matches_estimated());
   return Status_Record(status);
 }
 
 // The records of one match over what is open.
 std::string Page(const Search &search) {
-  QueryText text;
-  const std::string wrong = Query_Parse(search.database, *search.schema, search.predicate, &text);
-  if (!wrong.empty()) return Record_Error(wrong);
+  SearchQuery query;
+  const char *wrong = Query_Parse(search.database, *search.schema, search.predicate, &query);
+  if (wrong != nullptr) return Record_Error(wrong);
   Xapian::Enquire enquire(search.database);
-  enquire.set_query(text.query);
+  enquire.set_query(query.query);
   enquire.set_cutoff(search.request.best_fit);
   const std::string disorder = SetOrder(search, &enquire);
   if (!disorder.empty()) return Record_Error(disorder);
@@ -131,8 +116,8 @@ std::string Page(const Search &search) {
   const auto most = static_cast<Xapian::doccount>(search.request.hits);
   const Xapian::MSet hits =
       enquire.get_mset(first, most, search.request.status == 1 ? kCounted : 0);
-  return (search.request.status == 1 ? Status(search, text, hits) : std::string()) +
-         Hits(search, hits, ScriptFor(search.script, text.marks)) + kRecordSearchComplete;
+  return (search.request.status == 1 ? Status(search, query, hits) : std::string()) +
+         Hits(search, hits, ScriptFor(search.script, query.marks)) + kRecordSearchComplete;
 }
 
 // As often as a shard fails or a database is written to, from the rest.

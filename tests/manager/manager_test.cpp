@@ -14,17 +14,14 @@
 namespace {
 
 constexpr const char *kCommand = "\t@COMMAND=ASK\tword\n";
-constexpr const char *kUnreadable = "\t@COMMAND=ERROR\tUnable to read the database\n";
 
-std::string Answer(const Xapian::Database &, const CmdHdr &, const char *) { return "answer\n"; }
+std::string Answer(const CmdHdr &, const char *, const char *) { return "answer\n"; }
 
-std::string FindModified(const Xapian::Database &, const CmdHdr &, const char *) {
+std::string FindModified(const CmdHdr &, const char *, const char *) {
   throw Xapian::DatabaseModifiedError("the revision is gone");
 }
 
-std::string FindNoMemory(const Xapian::Database &, const CmdHdr &, const char *) {
-  throw std::bad_alloc();
-}
+std::string FindNoMemory(const CmdHdr &, const char *, const char *) { throw std::bad_alloc(); }
 
 // A connection of a client.
 struct Connection {
@@ -35,50 +32,56 @@ struct Connection {
     far = Socket(ends[1]);
   }
   std::string Run(const char *text, Manager_AnswerFn answer) {
-    return Capture(kWarning,
-                   [&] {
-                     Manager_ClientCmd(near.Fd(), text, {"ASK", database.c_str(), answer});
-                   })
-        .log;
+    return Capture(kWarning, [&] { Manager_ClientCmd(near.Fd(), text, "ASK", answer); }).log;
   }
   std::string Received() {
     near.Close();
     return far.ReadAll();
   }
 
-  const Folder folder;
-  std::string database = BuildIndex(folder, "db", kPackages);
   Socket near, far;
 };
 
+// The answer and the log of a datagram.
+std::string Administer(const std::string &datagram) {
+  SockAddr sender = {};
+  return Capture(kWarning,
+                 [&] {
+                   Manager_Admin(-1, &sender, datagram.c_str(), static_cast<int>(datagram.size()));
+                 })
+      .log;
+}
+
+std::string EngineAt(const std::string &id, const std::string &port, char type = 'E') {
+  return "\t@COMMAND=STARTUPANNOUNCEMENT\tID=" + id + "\tTYPE=" + type +
+         "\tIP=127.0.0.1\tCLIENTPORT=" + port + "\tADMINPORT=9\n";
+}
+
+std::string Engines() {
+  std::string text;
+  for (const INIT_CHILDINFO &engine : Manager_Engines)
+    text += std::string(engine.ID) + ":" + std::to_string(engine.ClientAddr.Port) + " ";
+  return text;
+}
+
 }  // namespace
 
-TEST(Manager, ADatabaseThatKeepsChanging_IsTriedThreeTimes) {
+TEST(Manager, AnAnswerGoesToTheClientWhole) {
   Connection client;
-  std::string log;
-  for (const char *attempt : {"1", "2", "3"})
-    log += "[Manager: Answer] Database '" + client.database + "' changed, attempt " + attempt +
-           ": the revision is gone\n";
-  EXPECT_EQ(client.Run(kCommand, FindModified), log);
-  EXPECT_EQ(client.Received(), kUnreadable);
+  EXPECT_EQ(client.Run(kCommand, Answer), "");
+  EXPECT_EQ(client.Received(), "answer\n");
 }
 
-TEST(Manager, MemoryThatRunsOut_IsAnErrorOfOneLine) {
-  Connection client;
-  EXPECT_EQ(client.Run(kCommand, FindNoMemory),
-            "[Manager: Answer] Unable to answer from database '" + client.database +
-                "': std::bad_alloc\n");
-  EXPECT_EQ(client.Received(), kUnreadable);
-}
-
-TEST(Manager, ADatabaseThatIsMissing_IsAnErrorOfOneLine) {
-  Connection client;
-  client.database = client.folder.Path() + "/none";
-  EXPECT_EQ(client.Run(kCommand, Answer), "[Manager: Answer] Unable to read database '" +
-                                              client.database +
-                                              "': DatabaseNotFoundError: Couldn't stat '" +
-                                              client.database + "' (No such file or directory)\n");
-  EXPECT_EQ(client.Received(), kUnreadable);
+TEST(Manager, WhatIsThrown_IsAnErrorOfOneLine) {
+  for (const auto &[answer, reason] :
+       {std::pair<Manager_AnswerFn, const char *>{FindModified,
+                                                  "DatabaseModifiedError: the revision is gone"},
+        {FindNoMemory, "std::bad_alloc"}}) {
+    Connection client;
+    EXPECT_EQ(client.Run(kCommand, answer),
+              std::string("[Manager: Answer] Unable to answer: ") + reason + "\n");
+    EXPECT_EQ(client.Received(), "\t@COMMAND=ERROR\tUnable to read the database\n");
+  }
 }
 
 TEST(Manager, AnotherCommand_IsLoggedWholeAndRefused) {
@@ -94,6 +97,43 @@ TEST(Manager, AClientThatHasLeft_IsLogged) {
   const std::string sock = std::to_string(client.near.Fd());
   client.far.Close();
   EXPECT_EQ(client.Run(kCommand, Answer),
-            "[SOCK: SendTCP] Error 32 (0x20) from send().  Unable to send on socket " + sock +
-                ".\n[Manager: ClientCmd] Unable to send to client sock " + sock + " rc = -32\n");
+            "[Manager: ClientCmd] Unable to send to client sock " + sock + " rc = -32\n");
+}
+
+TEST(Manager, AReaderThatTakesNothing_IsLeftBehind) {
+  Connection client;
+  const std::string log = client.Run(kCommand, [](const CmdHdr &, const char *, const char *) {
+    return std::string(10 << 20, 'x');
+  });
+  EXPECT_EQ(log, "[Manager: ClientCmd] Unable to send to client sock " +
+                     std::to_string(client.near.Fd()) + " rc = -11\n");
+}
+
+TEST(Manager, EnginesAreKeptInTheOrderInWhichTheyWereHeardOf) {
+  Manager_Engines.clear();
+  EXPECT_EQ(Administer(EngineAt("e1", "1")), "");
+  Administer(EngineAt("e2", "2"));
+  Administer(EngineAt("e3", "3"));
+  Administer(EngineAt("e2", "4"));  // it came back elsewhere
+  EXPECT_EQ(Engines(), "e1:1 e2:4 e3:3 ");
+}
+
+TEST(Manager, OtherAnnouncementsAreNone) {
+  Manager_Engines.clear();
+  for (const char type : {'S', 'D', 'C', 'e'}) Administer(EngineAt("x", "1", type));
+  Administer("\t@COMMAND=STARTUPANNOUNCEMENT\tID=x\tTYPE=E\n");
+  EXPECT_EQ(Administer("\t@COMMAND=STARTUPANNOUNCEMENT\n"),
+            "[Init: RecvAnnounce] Command is NULL.\n");
+  EXPECT_EQ(Engines(), "");
+}
+
+TEST(Manager, AShardIsNamedByItsPathOrItsEngine) {
+  Manager_Engines.clear();
+  Administer(EngineAt("e1", "4711"));
+  const Shard engine = Manager_EngineShard(Manager_Engines.front());
+  EXPECT_EQ(engine.name, "e1");
+  EXPECT_EQ(engine.location, "");
+  EXPECT_EQ(engine.host, "127.0.0.1");
+  EXPECT_EQ(engine.port, 4711u);
+  EXPECT_EQ(Manager_LocalShard("/srv/db").location, "/srv/db");
 }

@@ -32,7 +32,6 @@ std::string EngineId(int number) { return "e" + std::to_string(number); }
 // Indexed once for all cases.
 struct Data {
   Data() {
-    const Library library;
     one = Build("one", 0, 1);
     for (int i = 0; i < kEngines; ++i) Build(EngineId(i), i, kEngines);
   }
@@ -96,11 +95,11 @@ std::vector<int> Numbers(const std::string &answer) {
 }
 
 std::map<int, double> Weights(const Xapian::Database &database, const std::string &predicate) {
-  QueryText text;
-  Schema schema = Schema_Of(database);
-  EXPECT_EQ(Query_Parse(database, schema, predicate.c_str(), &text), "") << predicate;
+  SearchQuery query;
+  const Schema schema = Schema_Of(database);
+  EXPECT_EQ(Query_Parse(database, schema, predicate.c_str(), &query), nullptr) << predicate;
   Xapian::Enquire enquire(database);
-  enquire.set_query(text.query);
+  enquire.set_query(query.query);
   const Xapian::MSet hits = enquire.get_mset(0, kLibraryDocuments);
   std::map<int, double> weights;
   for (auto hit = hits.begin(); hit != hits.end(); ++hit)
@@ -190,7 +189,7 @@ class Load {
       last = std::max(last, ordinal);
     }
     if ((!whole || shards == std::string::npos) && wrong_++ == 0) first_wrong_ = answer;
-    slowest_ = std::max(slowest_, spent);
+    slowest_ = std::max(slowest_.load(), spent);
     ++answers_;
   }
 

@@ -30,6 +30,7 @@ class Tree {
   void Kill(char type, const std::string &id);  // the whole group
 
   int Port(char type, const std::string &id) const;  // client port
+  int AdminPort(char type, const std::string &id) const;
   std::string Exchange(char type, const std::string &id, const std::string &line) const;
   void Send(char type, const std::string &id, const std::string &datagram) const;
   void Ping(char type, const std::string &id);
