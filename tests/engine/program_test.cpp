@@ -163,3 +163,30 @@ TEST(Engine, OutlivesHostileClients) {
   EXPECT_TRUE(Has(engine.Log(), "[CommMgr: Admin] Unknown command COLOUR\n"));
   EXPECT_EQ(engine.Open().get_doccount(), 4u);
 }
+
+TEST(Engine, WithoutXapiansServer_SaysSoAndCloses) {
+  const Folder folder;
+  Engine engine(BuildIndex(folder, "db", kPackages));
+  const std::string path = getenv("PATH");
+  setenv("PATH", folder.Path().c_str(), 1);
+  engine.tree.Start('E', "e1");
+  setenv("PATH", path.c_str(), 1);
+  EXPECT_EQ(engine.tree.Exchange('E', "e1", ""), "");
+  EXPECT_TRUE(Has(engine.Log(), "[Engine: Serve] Unable to run xapian-progsrv: errno = 2\n"));
+  engine.tree.Ping('E', "e1");
+}
+
+TEST(Engine, GivesItsServersADayOfSilence) {
+  const Folder folder;
+  Engine engine(BuildIndex(folder, "db", kPackages));
+  engine.tree.Start('E', "e1");
+  const Xapian::Database held = engine.Open();
+  bool found = false;
+  for (const auto &process : std::filesystem::directory_iterator("/proc")) {
+    const std::string line = ReadFile(process.path() / "cmdline");
+    if (line.find(folder.Path() + "/db") == std::string::npos) continue;
+    found |= line == std::string("xapian-progsrv\0--timeout\086400000\0", 34) + folder.Path() +
+                         "/db" + std::string(1, '\0');
+  }
+  EXPECT_TRUE(found);
+}

@@ -118,8 +118,11 @@ TEST_F(Shards, AnEngineThatStartedAgainUnheardIsFoundAfterASecond) {
   SignalAll("e1", SIGSTOP);
   EXPECT_TRUE(Has(Ask("\t@DEADLINE=500"), " shards=3/4 "));
   SignalAll("e1", SIGCONT);
+  EXPECT_TRUE(Eventually([&] {  // by the worker that had left it out
+    Ask();
+    return Has(tree_.Program('S', "grp1").Log(), "[Shard: Open] 'e1' is back\n");
+  }));
   EXPECT_TRUE(IsWhole());
-  EXPECT_TRUE(tree_.Program('S', "grp1").WaitForLog("[Shard: Open] 'e1' is back\n"));
 }
 
 TEST_F(Shards, OneThatHangsHoldsNobodyBeyondTheDeadline) {
