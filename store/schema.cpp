@@ -134,6 +134,17 @@ std::string SetLanguage(Schema *schema, std::string_view rest) {
   return "there is no language '" + language + "'; there are " + known;
 }
 
+// The next line, or its first kMostLine + 1 bytes: nobody's file fills the memory.  False: the end.
+bool ReadLine(std::istream *in, std::string *line) {
+  line->clear();
+  char c = 0;
+  while (line->size() <= kMostLine && in->get(c)) {
+    if (c == '\n') return true;
+    *line += c;
+  }
+  return !line->empty();
+}
+
 std::string TakeLine(Schema *schema, std::string_view line) {
   if (line.size() > kMostLine) return "a line has at most 1024 bytes";
   if (line.find('\0') != std::string_view::npos) return "a line of text has no NUL";
@@ -180,13 +191,15 @@ bool Schema_Read(std::istream *in, Schema *schema, SchemaError *error) {
   schema->origin = SchemaOrigin::kGiven;
   *error = {};
   std::string line;
-  while (std::getline(*in, line)) {
+  while (ReadLine(in, &line)) {
     ++error->line;
     error->reason = TakeLine(schema, line);
     if (!error->reason.empty()) return false;
   }
-  if (in->bad()) error->reason = "it cannot be read";
-  if (schema->fields.empty()) error->reason = "a schema names at least one field";
+  if (in->bad())
+    error->reason = "it cannot be read";
+  else if (schema->fields.empty())
+    error->reason = "a schema names at least one field";
   return error->reason.empty();
 }
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
+#include <streambuf>
 
 namespace {
 
@@ -103,7 +105,39 @@ TEST(Schema, AStreamThatBreaksOffIsNoSchema) {
   SchemaError error;
   in.setstate(std::ios::badbit);
   EXPECT_FALSE(Schema_Read(&in, &schema, &error));
-  EXPECT_EQ(error.reason, "a schema names at least one field");
+  EXPECT_EQ(error.reason, "it cannot be read");
+
+  std::ifstream folder("/");
+  EXPECT_FALSE(Schema_Read(&folder, &schema, &error));
+  EXPECT_EQ(error.reason, "it cannot be read");
+}
+
+// Gives the same bytes for as long as they are asked for, up to 64 MiB, and counts them.
+class Endless : public std::streambuf {
+ public:
+  std::size_t given = 0;
+
+ protected:
+  int_type underflow() override {
+    if (given >= (64u << 20)) return traits_type::eof();
+    given += sizeof block_;
+    setg(block_, block_, block_ + sizeof block_);
+    return traits_type::to_int_type(block_[0]);
+  }
+
+ private:
+  char block_[4096] = {};
+};
+
+TEST(Schema, ALineWithoutEndIsNotReadToItsEnd) {
+  Endless bytes;
+  std::istream in(&bytes);
+  Schema schema;
+  SchemaError error;
+  EXPECT_FALSE(Schema_Read(&in, &schema, &error));
+  EXPECT_EQ(error.line, 1);
+  EXPECT_EQ(error.reason, "a line has at most 1024 bytes");
+  EXPECT_LE(bytes.given, 8192u);
 }
 
 TEST(Schema, IsKeptInTheDatabase) {
@@ -142,8 +176,21 @@ TEST(Schema, WithoutOneTheFirstRecordTellsWhoseTheDatabaseIs) {
   EXPECT_EQ(Schema_Of(ours).origin, SchemaOrigin::kNone);
   EXPECT_EQ(Schema_Of(omegas).origin, SchemaOrigin::kOmega);
   EXPECT_EQ(Schema_Prefix(Schema_Of(ours), "title"), "XTITLE:");
-  EXPECT_EQ(Schema_Prefix(Schema_Of(omegas), "Title"), "S");
   EXPECT_EQ(Schema_Prefix(Schema_Of(omegas), "shelf"), "XSHELF");
+}
+
+TEST(Schema, OmegasFieldsHaveThePrefixesOfItsIndexers) {
+  struct Known {
+    const char *name, *prefix;
+  };
+  constexpr Known kKnown[] = {
+      {"author", "A"},   {"caption", "S"},  {"ext", "E"},  {"filename", "F"}, {"host", "H"},
+      {"keywords", "K"}, {"language", "L"}, {"path", "P"}, {"site", "H"},     {"subject", "S"},
+      {"title", "S"},    {"topic", "B"},    {"type", "T"}};
+  Schema omega;
+  omega.origin = SchemaOrigin::kOmega;
+  for (const Known &known : kKnown) EXPECT_EQ(Schema_Prefix(omega, known.name), known.prefix);
+  EXPECT_EQ(Schema_Prefix(omega, "AuThOr"), "A");
 }
 
 TEST(Schema, AnExactTermKeepsTheValueAndNeverGrowsTooLong) {
@@ -172,6 +219,9 @@ TEST(Schema, DatesAreSecondsAndSpans) {
   EXPECT_EQ(NumberOf(FieldKind::kDate, "2026-01-31T12:30"), 1769862600);
   EXPECT_EQ(NumberOf(FieldKind::kDate, "2026-01-31T12:30", true), 1769862659);
   EXPECT_EQ(NumberOf(FieldKind::kDate, "2026-01-31 12:30:05Z", true), 1769862605);
+  for (const char *zone : {"Z", "+00:00", "-00:00"})
+    EXPECT_EQ(NumberOf(FieldKind::kDate, std::string("2026-01-31T12:30:05").append(zone)),
+              1769862605);
   EXPECT_EQ(NumberOf(FieldKind::kDate, "2026-01-31T12:30:05.123+01:00"), 1769859005);
   EXPECT_EQ(NumberOf(FieldKind::kDate, "2026-01-31T12:30:05-0130"), 1769868005);
   double number = 0;
