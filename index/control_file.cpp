@@ -2,35 +2,21 @@
 
 namespace {
 
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r";
-  const std::size_t begin = text.find_first_not_of(kBlanks);
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
-}
-
-void AppendFolded(std::string *value, std::string_view text) {
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    *value += byte < 0x20 || byte == 0x7f ? ' ' : c;
-  }
-}
-
 bool BeginField(Fields *fields, std::string_view line) {
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos || !Field_IsName(line.substr(0, colon))) return false;
   fields->push_back({std::string(line.substr(0, colon)), ""});
-  AppendFolded(&fields->back().value, Trim(line.substr(colon + 1)));
+  Reader_Append(&fields->back().value, Reader_Trim(line.substr(colon + 1)));
   return true;
 }
 
 bool ContinueField(Fields *fields, std::string_view line) {
   if (fields->empty()) return false;
-  const std::string_view text = Trim(line);
+  const std::string_view text = Reader_Trim(line);
   if (text == ".") return true;
   std::string *value = &fields->back().value;
   if (!value->empty()) *value += ' ';
-  AppendFolded(value, text);
+  Reader_Append(value, text);
   return true;
 }
 
@@ -39,19 +25,36 @@ bool TakeLine(Fields *fields, std::string_view line) {
   return continues ? ContinueField(fields, line) : BeginField(fields, line);
 }
 
+// What is wrong with a line, which is not in fields then; null: nothing.
+const char *Fault(Fields *fields, std::string_view line, std::size_t size) {
+  if (size > kMostRecord) return kExpectedSize;
+  if (!TakeLine(fields, line)) return "expected \"Name: value\"";
+  return fields->size() > kMostValues ? kExpectedValues : nullptr;
+}
+
 }  // namespace
 
-ControlResult ControlFile_Read(ControlReader *reader, Fields *fields) {
+ReadResult ControlFile_Read(Reader *reader, Fields *fields) {
   fields->clear();
-  std::string line;
-  while (std::getline(*reader->in, line)) {
-    ++reader->line;
-    if (!Trim(line).empty()) {
-      if (!TakeLine(fields, line)) return ControlResult::kBadLine;
-    } else if (!fields->empty()) {
-      return ControlResult::kDocument;
+  std::string_view line;
+  std::size_t size = 0;
+  for (;;) {
+    const LineResult result = Lines_Next(&reader->lines, kMostRecord, &line);
+    if (result == LineResult::kFailed) return ReadResult::kFailed;
+    if (result == LineResult::kEnd)
+      return fields->empty() ? ReadResult::kEnd : ReadResult::kDocument;
+    if (result == LineResult::kLine && Reader_Trim(line).empty()) {
+      reader->in_bad_document = false;
+      if (!fields->empty()) return ReadResult::kDocument;
+      continue;
     }
+    if (reader->in_bad_document) continue;
+    if (fields->empty()) reader->line = reader->lines.number;
+    size += result == LineResult::kTooLong ? kMostRecord : line.size();
+    const char *fault = result == LineResult::kTooLong ? kExpectedSize : Fault(fields, line, size);
+    if (fault == nullptr) continue;
+    reader->in_bad_document = true;
+    reader->line = reader->lines.number;
+    return Reader_Bad(reader, fault);
   }
-  if (reader->in->bad()) return ControlResult::kFailed;
-  return fields->empty() ? ControlResult::kEnd : ControlResult::kDocument;
 }
