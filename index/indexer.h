@@ -18,7 +18,7 @@ struct IndexerOptions {
   std::string id;        // the field that names a document where the schema does not say
   std::int32_t commit;   // documents; 0: all of the run
   bool positions, spelling;
-  bool create;              // a database where there is none
+  bool create;  // a database where there is none
 };
 
 struct Indexer {

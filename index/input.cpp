@@ -1,5 +1,6 @@
 #include "index/input.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,8 +10,20 @@ namespace {
 
 constexpr std::size_t kBlock = 65536;
 
+// Lets the signals in that are held back otherwise, so that none comes between a look at what it
+// left and the wait.
+bool Await(const Input &input) {
+  if (input.mask == nullptr) return true;
+  pollfd bytes = {input.fd, POLLIN, 0};
+  if (ppoll(&bytes, 1, nullptr, input.mask) < 0) return false;
+  sigset_t held;
+  sigprocmask(SIG_SETMASK, input.mask, &held);  // bytes that are there do not wait for a signal
+  sigprocmask(SIG_SETMASK, &held, nullptr);
+  return true;
+}
+
 std::ptrdiff_t ReadBytes(Input *input, char *bytes, std::size_t size) {
-  const ssize_t got = read(input->fd, bytes, size);
+  const ssize_t got = Await(*input) ? read(input->fd, bytes, size) : -1;
   if (got < 0)
     input->error = std::strerror(errno);
   else

@@ -2,6 +2,8 @@
 #ifndef INDEX_INPUT_H
 #define INDEX_INPUT_H
 
+#include <signal.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,6 +15,7 @@
 struct Input {
   int fd;                              // not closed here
   std::unique_ptr<Unpacker> unpacker;  // null: the bytes are what they are
+  const sigset_t *mask = nullptr;      // signals held back while it waits for bytes; null: as ever
   std::int64_t taken = 0;              // bytes read so far, packed as they are
   std::string error = {};              // why Input_Read failed
 
@@ -22,7 +25,7 @@ struct Input {
 };
 
 // Gives at most size of the next bytes and their number: 0 at the end, -1 when they cannot be read.
-// A signal that was caught is such a failure.
+// With a mask, a signal that it lets in while no bytes are there is such a failure.
 std::ptrdiff_t Input_Read(Input *input, char *bytes, std::size_t size);
 
 #endif

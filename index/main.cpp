@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -84,15 +83,28 @@ volatile std::sig_atomic_t interrupted = 0;
 
 void Interrupt(int number) { interrupted = number; }
 
-// Reading ends with EINTR, so that what is not committed is taken back in order.
+sigset_t open_mask;  // as the program was started; written by CatchSignals alone
+
+// They come in while an input is waited for, so that what is not committed is taken back in order.
 void CatchSignals() {
-  struct sigaction action = {};
+  struct sigaction action = {}, before = {};
   action.sa_handler = Interrupt;
+  sigset_t held;
+  sigemptyset(&held);
   for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
-    struct sigaction before = {};
     sigaction(number, nullptr, &before);
-    if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
+    if (before.sa_handler == SIG_IGN) continue;
+    sigaction(number, &action, nullptr);
+    sigaddset(&held, number);
   }
+  sigprocmask(SIG_BLOCK, &held, &open_mask);
+}
+
+// Ends the process by the signal that it has met, as whoever sent it expects.
+void EndBySignal() {
+  std::signal(interrupted, SIG_DFL);
+  std::raise(interrupted);
+  sigprocmask(SIG_SETMASK, &open_mask, nullptr);
 }
 
 [[noreturn]] void Show(const char *text) {
@@ -180,8 +192,8 @@ void Count(Run *run, const Input &input) {
 int Refuse(Run *run, const char *name, const Reader &reader, bool broken) {
   const bool skip = run->command->skip_bad && !broken;
   const std::string end = skip ? "left out" : Kept(*run);
-  Tool_Line("korvo-index: %s:%" PRId64 ": %s; %s", name, reader.line, reader.expected.c_str(),
-            end.c_str());
+  Tool_Line("korvo-index: %s:%lld: %s; %s", name, static_cast<long long>(reader.line),
+            reader.expected.c_str(), end.c_str());
   if (!skip) return EX_DATAERR;
   ++run->left_out;
   return 0;
@@ -221,7 +233,7 @@ int AddDocuments(Run *run, const char *name, Reader *reader, Input *input) {
 
 int AddStream(Run *run, const char *name, int fd) {
   std::string_view plain = name;
-  Input input = {fd, Unpack_BySuffix(&plain)};
+  Input input = {fd, Unpack_BySuffix(&plain), &open_mask};
   Reader reader = {Reader_FormatOf(plain), {[&input](char *bytes, std::size_t size) {
                      return Input_Read(&input, bytes, size);
                    }}};
@@ -270,8 +282,8 @@ void Report(const Run &run) {
   }
   std::string left_out;
   if (run.left_out > 0) left_out = ", " + std::to_string(run.left_out) + " left out";
-  Tool_Line("korvo-index: %" PRId64 " new, %" PRId64 " replaced%s", run.indexer.added,
-            run.indexer.replaced, left_out.c_str());
+  Tool_Line("korvo-index: %lld new, %lld replaced%s", static_cast<long long>(run.indexer.added),
+            static_cast<long long>(run.indexer.replaced), left_out.c_str());
 }
 
 int RefuseDatabase(const Run &run, const std::string &reason, const char *end) {
@@ -301,14 +313,14 @@ int Delete(Run *run) {
   if (run->indexer.indexing.id.empty())
     return RefuseDatabase(*run, "no field names its documents: --id FIELD does",
                           "nothing was deleted");
-  std::uint64_t deleted = 0;
+  unsigned long deleted = 0;
   for (const char *id : run->command->words) {
     const Xapian::doccount found = Indexer_Delete(&run->indexer, id);
     deleted += found;
     if (found == 0) Tool_Line("korvo-index: there is no document '%s'", id);
   }
   run->indexer.database.commit_transaction();
-  Tool_Line("korvo-index: %" PRIu64 " deleted", deleted);
+  Tool_Line("korvo-index: %lu deleted", deleted);
   return 0;
 }
 
@@ -354,9 +366,6 @@ int main(int argc, char **argv) {
   int status = Open(&run);
   if (status == 0) status = Work(&run);
   if (status != 0) Indexer_Abandon(&run.indexer);
-  if (interrupted != 0 && status != 0) {
-    std::signal(interrupted, SIG_DFL);
-    std::raise(interrupted);
-  }
+  if (interrupted != 0 && status != 0) EndBySignal();
   return status;
 }

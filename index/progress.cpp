@@ -1,6 +1,5 @@
 #include "index/progress.h"
 
-#include <cinttypes>
 #include <cmath>
 
 #include "debug/text.h"
@@ -27,12 +26,12 @@ std::string Progress_Text(const Progress &progress) {
   const double rate = progress.seconds > 0 ? done / progress.seconds : 0;
   char text[160];
   if (progress.total == 0) {
-    (void)Text_FormatTo(text, sizeof text, "%.1f MB, %" PRId64 " documents, %.1f MB/s",
-                        done / kMegabyte, progress.documents, rate / kMegabyte);
+    (void)Text_FormatTo(text, sizeof text, "%.1f MB, %lld documents, %.1f MB/s", done / kMegabyte,
+                        static_cast<long long>(progress.documents), rate / kMegabyte);
     return text;
   }
-  (void)Text_FormatTo(text, sizeof text, "%.1f of %.1f MB, %" PRId64 " documents, %.1f MB/s",
+  (void)Text_FormatTo(text, sizeof text, "%.1f of %.1f MB, %lld documents, %.1f MB/s",
                       done / kMegabyte, static_cast<double>(progress.total) / kMegabyte,
-                      progress.documents, rate / kMegabyte);
+                      static_cast<long long>(progress.documents), rate / kMegabyte);
   return text + TimeLeft(progress, rate);
 }

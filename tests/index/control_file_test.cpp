@@ -2,27 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
+#include "tests/index/reading.h"
 
 namespace {
 
-struct Outcome {
-  ControlResult result;
-  int line;
-  std::string fields;  // name=[value] of each
-};
-
-// Reads count documents and tells of the last.
-Outcome ReadNth(const std::string &text, int count) {
-  std::istringstream in(text);
-  ControlReader reader = {&in, 0};
-  Fields fields;
-  Outcome outcome = {};
-  for (int i = 0; i < count; ++i) outcome.result = ControlFile_Read(&reader, &fields);
-  outcome.line = reader.line;
-  for (const Field &field : fields) outcome.fields += field.name + "=[" + field.value + "]";
-  return outcome;
+ReadOutcome ReadNth(const std::string &text, int count) {
+  return ReadNth(Format::kControl, text, count);
 }
 
 }  // namespace
@@ -31,23 +16,21 @@ TEST(ControlFile, Read_EndsADocumentAtABlankLine) {
   const std::string text = "A: 1\nB: 2\n\nA: 3\n";
   EXPECT_EQ(ReadNth(text, 1).fields, "A=[1]B=[2]");
   EXPECT_EQ(ReadNth(text, 2).fields, "A=[3]");
-  EXPECT_EQ(ReadNth(text, 2).result, ControlResult::kDocument);
-  EXPECT_EQ(ReadNth(text, 3).result, ControlResult::kEnd);
+  EXPECT_EQ(ReadNth(text, 2).result, ReadResult::kDocument);
+  EXPECT_EQ(ReadNth(text, 3).result, ReadResult::kEnd);
 }
 
 TEST(ControlFile, Read_TakesSeveralBlankLinesAsOne) {
   const std::string text = "\n \t\nA: 1\n\n\r\n\nA: 2\n\n\n";
   EXPECT_EQ(ReadNth(text, 2).fields, "A=[2]");
-  EXPECT_EQ(ReadNth(text, 3).result, ControlResult::kEnd);
+  EXPECT_EQ(ReadNth(text, 3).result, ReadResult::kEnd);
 }
 
 TEST(ControlFile, Read_TakesALastLineWithoutItsNewline) {
   EXPECT_EQ(ReadNth("A: 1\nB: 2", 1).fields, "A=[1]B=[2]");
 }
 
-TEST(ControlFile, Read_OfNothing_IsTheEnd) {
-  EXPECT_EQ(ReadNth("", 1).result, ControlResult::kEnd);
-}
+TEST(ControlFile, Read_OfNothing_IsTheEnd) { EXPECT_EQ(ReadNth("", 1).result, ReadResult::kEnd); }
 
 TEST(ControlFile, Read_JoinsContinuationLinesByOneBlank) {
   EXPECT_EQ(ReadNth("D: shell\n the GNU\n\tshell  \n .\n   - last\n", 1).fields,
@@ -68,20 +51,40 @@ TEST(ControlFile, Read_KeepsColonsEqualsSignsAndOtherBytesOfAValue) {
 
 TEST(ControlFile, Read_NamesTheLineThatIsNeitherFieldNorContinuation) {
   for (const char *bad : {"no colon", ": x", "@A: x", "a b: x", "# note: x"}) {
-    const Outcome outcome = ReadNth(std::string("A: 1\n\nB: 2\n") + bad + "\n", 2);
-    EXPECT_EQ(outcome.result, ControlResult::kBadLine) << bad;
+    const ReadOutcome outcome = ReadNth(std::string("A: 1\n\nB: 2\n") + bad + "\n", 2);
+    EXPECT_EQ(outcome.result, ReadResult::kBad) << bad;
     EXPECT_EQ(outcome.line, 4) << bad;
   }
 }
 
 TEST(ControlFile, Read_RefusesAContinuationOfNothing) {
-  EXPECT_EQ(ReadNth(" x\n", 1).result, ControlResult::kBadLine);
-  EXPECT_EQ(ReadNth("A: 1\n\n x\n", 2).result, ControlResult::kBadLine);
+  EXPECT_EQ(ReadNth(" x\n", 1).result, ReadResult::kBad);
+  EXPECT_EQ(ReadNth("A: 1\n\n x\n", 2).result, ReadResult::kBad);
 }
 
-TEST(ControlFile, Read_OfADirectory_Fails) {
-  std::ifstream in("/");
-  ControlReader reader = {&in, 0};
+TEST(ControlFile, Read_GoesOnBehindTheDocumentThatIsNone) {
+  const std::string text = "A: 1\nwrong\nB: 2\nwrong again\n\nA: 3\n";
+  EXPECT_EQ(FaultOf(Format::kControl, text), "2: expected \"Name: value\"");
+  EXPECT_EQ(ReadNth(text, 2).fields, "A=[3]");
+  EXPECT_EQ(ReadNth(text, 2).line, 6);
+  EXPECT_EQ(ReadNth(text, 3).result, ReadResult::kEnd);
+}
+
+TEST(ControlFile, Read_BoundsADocument) {
+  const std::string half(9 << 20, 'x');
+  const std::string large = "A: " + half + "\nB: " + half + "\n\nA: 1\n";
+  EXPECT_EQ(FaultOf(Format::kControl, large), "2: expected a document of at most 16 MiB");
+  EXPECT_EQ(ReadNth(large, 2).fields, "A=[1]");
+  const std::string line = "A: " + half + half + "\n\nA: 1\n";
+  EXPECT_EQ(FaultOf(Format::kControl, line), "1: expected a document of at most 16 MiB");
+  EXPECT_EQ(ReadNth(line, 2).fields, "A=[1]");
+  std::string many;
+  for (int i = 0; i < 10001; ++i) many += "A:\n";
+  EXPECT_EQ(FaultOf(Format::kControl, many), "10001: expected a document of at most 10000 values");
+}
+
+TEST(ControlFile, Read_OfWhatCannotBeRead_Fails) {
+  Reader reader = {Format::kControl, {[](char *, std::size_t) { return std::ptrdiff_t{-1}; }}};
   Fields fields;
-  EXPECT_EQ(ControlFile_Read(&reader, &fields), ControlResult::kFailed);
+  EXPECT_EQ(ControlFile_Read(&reader, &fields), ReadResult::kFailed);
 }
