@@ -59,7 +59,7 @@ Xapian::MSet MatchOf(const Wanted &wanted) {
   static const Xapian::Database nothing =
       Xapian::WritableDatabase(std::string(), Xapian::DB_BACKEND_INMEMORY);
   std::vector<std::string> terms = wanted.words;
-  for (const std::string &word : wanted.words) terms.push_back("Z" + word);
+  for (const std::string &word : wanted.words) terms.push_back('Z' + word);
   Xapian::Enquire enquire(nothing);
   enquire.set_query(Xapian::Query(Xapian::Query::OP_OR, terms.begin(), terms.end()));
   return enquire.get_mset(0, 0);

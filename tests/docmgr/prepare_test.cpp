@@ -105,9 +105,12 @@ TEST(Prepare, Mark_MarksWhereASearchFindsWords) {
             "Package=zsh\tSection=<mark>shells</mark> &amp; more\tTag=a\tTag=\tSize=12\t"
             "Homepage=http://shell/\tDescription=The &quot;<mark>shell</mark>&quot; of "
             "&lt;<mark>shells</mark>&gt;");
-  EXPECT_EQ(FieldsOf("url=/shell.html\nsample=Shells\ntype=shell", Origin(SchemaOrigin::kOmega),
-                     "html mark:shell"),
-            "url=/shell.html\tsample=<mark>Shells</mark>\ttype=shell");
+  EXPECT_EQ(
+      FieldsOf(
+          "url=/1\nsample=1\ntype=1\nmodtime=1\ncreated=1\nsize=1\npages=1\nfilename=1\ntitle=1",
+          Origin(SchemaOrigin::kOmega), "html mark:1"),
+      "url=/1\tsample=<mark>1</mark>\ttype=1\tmodtime=1\tcreated=1\tsize=1\tpages=1\tfilename=1\t"
+      "title=<mark>1</mark>");
   EXPECT_EQ(FieldsOf("\tA=shells Shell\t", {}, "html mark:shell"), "A=shells <mark>Shell</mark>");
 }
 
@@ -171,6 +174,26 @@ TEST(Prepare, All_IsEveryFieldInTheOrderOfTheSchema) {
             "Package=p\tVersion=\tSection=\tDescription=d\tTag=a\tTag=b\tSize=\tHomepage=\t"
             "Unknown=u\tSnippet=d\tSearchGroup=grp<1>\tRecType=packages\tDocNum=17");
   EXPECT_EQ(FieldsOf("\tB=b\tA=a\t", {}, "all"), "B=b\tA=a");
+}
+
+// The examples of the manual page, which has a line for each script and one for its record.
+TEST(Prepare, IsWhatTheManualPageShows) {
+  std::ifstream file(KORVO_DOCMGR_PAGE);
+  const std::string page(std::istreambuf_iterator<char>(file), {});
+  const Schema schema =
+      Given("@language english\nTitle   text\nVersion stored\nBody    text body\n");
+  CmdHdr hdr = Request("");
+  ASSERT_TRUE(Text_Copy(hdr.SearchGroup, "grp1"));
+  Xapian::Document document;
+  document.set_data("\tBody=Two <shells>.\tTitle=A & B\t");
+  for (const char *script : {"", "html", "html mark:shell", "mark:shell snippet", "place", "all"}) {
+    ASSERT_TRUE(Text_Copy(hdr.Script, script));
+    std::string shown;
+    for (const char c : Prepare_Record(document, schema, hdr))
+      shown += c == '\t' ? "\\et" : c == '\n' ? "\\en" : std::string(1, c);
+    const std::string lines = (*script != '\0' ? std::string("\n") + script : "") + "\n" + shown;
+    EXPECT_TRUE(page.find(lines + "\n") != std::string::npos) << lines;
+  }
 }
 
 TEST(Prepare, OfOmegaHasItsNames) {
