@@ -22,7 +22,7 @@ std::string_view Entity(unsigned code) {
 // has at 0x80 to 0x9f.
 bool IsReplaced(const Character &character) {
   if (character.size == 1) return character.code >= 0x80 && character.code < 0xa0;
-  return (character.code >= 0xd800 && character.code <= 0xdfff) || character.code > 0x10ffff;
+  return character.code >= 0xd800 && character.code <= 0xdfff;
 }
 
 // Appends the character at that place and returns the bytes that it took of text.

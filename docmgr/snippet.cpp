@@ -34,7 +34,8 @@ Span WindowOf(std::string_view text, std::size_t first) {
   return {begin, begin + CutBetweenWords(text.substr(begin), kWindowSize).size()};
 }
 
-// Xapian's snippets are HTML; whoever shows a value decides that here.
+// Xapian's snippets are HTML, and here whoever shows a value decides that.  It promises no list of
+// what it escapes; "&" is, so what was in the text stays apart.
 std::string AsText(std::string_view html) {
   struct Entity {
     std::string_view name;
@@ -72,6 +73,12 @@ std::string PassageOf(std::string_view text, const Wanted &wanted) {
                                         std::string(kOmission)));
 }
 
+std::string_view WithoutOmissions(std::string_view passage) {
+  if (passage.starts_with(kOmission)) passage.remove_prefix(kOmission.size());
+  if (passage.ends_with(kOmission)) passage.remove_suffix(kOmission.size());
+  return passage;
+}
+
 }  // namespace
 
 std::string Snippet_Of(std::string_view text, const Wanted &wanted) {
@@ -82,10 +89,12 @@ std::string Snippet_Of(std::string_view text, const Wanted &wanted) {
   const std::string_view looked_at = text.substr(window.begin, window.end - window.begin);
   std::string passage = PassageOf(looked_at, wanted);
   // Where the window ends the text goes on.
-  const bool from_start = looked_at.starts_with(std::string_view(passage).substr(0, kLongWord));
-  const std::size_t tail = passage.size() - std::min(passage.size(), kLongWord);
-  const bool to_end = looked_at.ends_with(std::string_view(passage).substr(tail));
-  if (from_start && window.begin > 0) passage.insert(0, kOmission);
-  if (to_end && window.end < text.size()) passage += kOmission;
+  const std::string_view shown = WithoutOmissions(passage);
+  const bool from_start = looked_at.starts_with(shown.substr(0, kLongWord));
+  const bool to_end =
+      looked_at.ends_with(shown.substr(shown.size() - std::min(shown.size(), kLongWord)));
+  if (to_end && window.end < text.size() && !passage.ends_with(kOmission)) passage += kOmission;
+  if (from_start && window.begin > 0 && !passage.starts_with(kOmission))
+    passage.insert(0, kOmission);
   return passage;
 }

@@ -48,6 +48,8 @@ TEST(Snippet, OfOneLongWordIsItsStart) {
   std::string text;
   while (text.size() < 1000) text += "\xe2\x82\xac";
   EXPECT_EQ(Passage(text, {"shell"}), text.substr(0, kSnippetSize) + "...");
+  const std::string behind = "a " + text;
+  EXPECT_EQ(Passage(behind, {"shell"}), behind.substr(0, 299) + "...");
 }
 
 TEST(Snippet, IsFoundFarInside) {
@@ -67,4 +69,18 @@ TEST(Snippet, BeyondItsReachIsTheStart) {
 TEST(Snippet, AtTheEndOfALongWord_IsShortAndNotTakenForHtml) {
   const std::string text = std::string(5000, 'x') + " &lt; shell";
   EXPECT_EQ(Passage(text, {"shell"}), "... &lt; shell");
+}
+
+TEST(Snippet, OfAWordWithoutABlankAround) {
+  const std::string text = std::string(5000, 'x') + "-shell-";
+  EXPECT_EQ(Passage(text, {"shell"}), "...shell-");
+  EXPECT_EQ(Passage(text + std::string(9000, 'y'), {"shell"}), "...shell-...");
+}
+
+TEST(Snippet, AtTheEndOfWhatWasLookedAt_SaysThatTheTextGoesOn) {
+  const std::string end = " shells interpret it at the end";
+  const std::string text = ("A shell" + Filler(2000)).substr(0, 8192 - end.size()) + end;
+  const std::string passage = Passage(text + Filler(9), {"shell", "interpret"});
+  EXPECT_TRUE(passage.ends_with(" shells interpret it at the...")) << passage;
+  EXPECT_TRUE(Passage(text, {"shell", "interpret"}).ends_with(end));
 }

@@ -103,6 +103,10 @@ TEST(Words, AreThoseOfTheIndex) {
   EXPECT_EQ(Found("", {"b\xc3\xa4r"}, "B\xe4r b\xc3\xa4r"), "[B\xe4r] [b\xc3\xa4r]");
 }
 
+TEST(Words, ThatBeginWithADigitHaveNoStem) {
+  EXPECT_EQ(Found("english", {"9shell"}, "9shells 9shell"), "9shells [9shell]");
+}
+
 TEST(Words, StopsWhereItIsTold) {
   EXPECT_EQ(Found("", {"ab"}, "ab ab ab", 3), "[ab] ab ab");
   EXPECT_EQ(Found("", {"ab"}, "ab ab ab", 4), "[ab] [ab] ab");
