@@ -266,9 +266,11 @@ const char *Build(Builder *builder, const std::vector<TextPart> &parts, Xapian::
   return Join(*builder, query);
 }
 
-// Words of a keyword are not in the spelling data, and quotes around its value ask for just that.
-bool HasSpelling(const TextPart &part, const TextPiece &piece) {
+// Words of a keyword are not in the spelling data, and quotes around a value ask for just that.
+bool HasSpelling(const Schema &schema, const TextPart &part, const TextPiece &piece) {
   if (part.field != nullptr && part.field->kind == FieldKind::kKeyword) return false;
+  const bool is_value = schema.origin == SchemaOrigin::kOmega && !part.name.empty();
+  if (is_value && piece.kind == PieceKind::kPhrase) return false;
   return piece.kind == PieceKind::kWords || piece.kind == PieceKind::kPhrase;
 }
 
@@ -285,8 +287,23 @@ std::string CorrectedWord(Xapian::QueryParser *parser, const Xapian::Database &d
   return is_known ? std::string() : corrected;
 }
 
+// The words of a text that can be misspelt, in their order.
+std::vector<std::string_view> SpelledWords(const Schema &schema,
+                                           const std::vector<TextPart> &parts) {
+  std::vector<std::string_view> words;
+  for (const TextPart &part : parts)
+    for (const TextPiece &piece : part.pieces) {
+      if (!HasSpelling(schema, part, piece)) continue;
+      std::string_view rest = piece.text;
+      for (std::string_view word = Text_Token(&rest, kBlanks); !word.empty();
+           word = Text_Token(&rest, kBlanks))
+        words.push_back(word);
+    }
+  return words;
+}
+
 // The text with other words for those that are not known; empty: there are none to change.
-std::string Corrected(const Xapian::Database &database, std::string_view text,
+std::string Corrected(const Xapian::Database &database, const Schema &schema, std::string_view text,
                       const std::vector<TextPart> &parts) {
   if (text.size() > kCorrectedSize || database.spellings_begin() == database.spellings_end())
     return {};
@@ -294,18 +311,13 @@ std::string Corrected(const Xapian::Database &database, std::string_view text,
   parser.set_database(database);
   std::string corrected;
   std::size_t done = 0;
-  for (const TextPart &part : parts)
-    for (const TextPiece &piece : part.pieces) {
-      std::string_view rest = HasSpelling(part, piece) ? piece.text : std::string_view();
-      for (std::string_view word = Text_Token(&rest, kBlanks); !word.empty();
-           word = Text_Token(&rest, kBlanks)) {
-        const std::string better = CorrectedWord(&parser, database, word);
-        if (better.empty()) continue;
-        const std::size_t begin = static_cast<std::size_t>(word.data() - text.data());
-        corrected.append(text.substr(done, begin - done)).append(better);
-        done = begin + word.size();
-      }
-    }
+  for (const std::string_view word : SpelledWords(schema, parts)) {
+    const std::string better = CorrectedWord(&parser, database, word);
+    if (better.empty()) continue;
+    const std::size_t begin = static_cast<std::size_t>(word.data() - text.data());
+    corrected.append(text.substr(done, begin - done)).append(better);
+    done = begin + word.size();
+  }
   if (!corrected.empty()) corrected.append(text.substr(done));
   return corrected;
 }
@@ -328,7 +340,7 @@ const char *Query_Parse(const Xapian::Database &database, const Schema &schema,
   if (reason != nullptr) return reason;
   query->marks = builder.marks;
 
-  query->corrected = Corrected(database, text, parts);
+  query->corrected = Corrected(database, schema, text, parts);
   if (query->corrected.empty()) return nullptr;
   Builder again = BuilderFor(database, schema, oper);
   return Build(&again, QueryText_Read(query->corrected, schema), &query->corrected_query);

@@ -333,6 +333,14 @@ TEST_F(InTheLibrary, SpellingThatIsRight_HasNoCorrection) {
   }
 }
 
+TEST_F(InTheLibrary, SpellingOfAQuotedValueOfOmegas_IsLeftAlone) {
+  Schema omega;
+  omega.origin = SchemaOrigin::kOmega;
+  SearchQuery query;
+  EXPECT_EQ(Query_Parse(database_, omega, "\ttype=\"netwrok\"\ttitle=tarde\n", &query), nullptr);
+  EXPECT_EQ(query.corrected, "type=\"netwrok\"\ttitle=trade");
+}
+
 TEST_F(InTheLibrary, SpellingOfALongText_IsLeftAlone) {
   const std::string blanks(256 - std::string("netwrok").size() - 1, ' ');
   EXPECT_NE(Parse("netwrok" + blanks + "x").corrected, "");
