@@ -28,16 +28,17 @@ constexpr const char *kIdle = "86400000";  // milliseconds: a manager keeps what
 
 // The names of its fields.  False: the database cannot be read, logged.
 bool Open(const char *location, std::string *fields) {
+  std::string reason;
   try {
     *fields = Engine_Fields(Xapian::Database(location), kEngineFieldsSize);
     return true;
   } catch (const Xapian::Error &error) {
-    DPRINTF(nullptr, kWarning, "[Engine: Open] Unable to read database '%s': %s\n", location,
-            error.get_description().c_str());
+    reason = error.get_description();
   } catch (const std::exception &error) {
-    DPRINTF(nullptr, kWarning, "[Engine: Open] Unable to serve database '%s': %s\n", location,
-            error.what());
+    reason = error.what();
   }
+  DPRINTF(nullptr, kWarning, "[Engine: Open] Unable to read database '%s': %s\n", location,
+          reason.c_str());
   return false;
 }
 

@@ -8,15 +8,13 @@ std::string Status_Encode(const std::string &text) {
   constexpr char kDigits[] = "0123456789ABCDEF";
   std::string encoded;
   for (const char c : text) {
-    if (kPlain.find(c) != std::string_view::npos ||
-        (c == '-' && !encoded.empty() && encoded.back() != '-')) {
+    if (kPlain.find(c) != std::string_view::npos) {
       encoded += c;
       continue;
     }
     const auto byte = static_cast<unsigned char>(c);
     encoded.append("%").append({kDigits[byte >> 4], kDigits[byte & 15]});
   }
-  if (!encoded.empty() && encoded.back() == '-') encoded.replace(encoded.size() - 1, 1, "%2D");
   return encoded;
 }
 

@@ -205,7 +205,7 @@ TEST(Workers, WaitFiveSecondsForALine) {
   }
   EXPECT_TRUE(Eventually([&] {
     return Occurrences(service.daemon.Log(),
-                       "[MainCore: Worker] No command came within 5 seconds: socket ") == 3;
+                       "[MainCore: Worker] No command came within 5 seconds: socket 6\n") == 3;
   }));
   EXPECT_EQ(service.Ask("tree"), "0");
 }

@@ -105,7 +105,8 @@ TEST_P(Managers, Shutdown_EndsThemAndTheirWorkers) {
   manager.Send("\t@COMMAND=SHUTDOWN\n");
   EXPECT_EQ(ExitStatus(manager.Program().Wait()), 0);
   for (const int status : manager.Program().WaitForGroup()) EXPECT_EQ(ExitStatus(status), 0);
-  EXPECT_EQ(Count(manager.Program().Log(), "[MainCore: Shutdown] Tovak has left the building.\n"),
+  // And whoever was still trying the database.
+  EXPECT_GE(Count(manager.Program().Log(), "[MainCore: Shutdown] Tovak has left the building.\n"),
             3);
 }
 

@@ -17,15 +17,13 @@ TEST(Status, AnEstimateHasItsMark) {
             "\t@COMMAND=RAW\t<!--korvo matches=~1234 first=1 shown=10 shards=4/4 ms=0-->\n");
 }
 
-TEST(Status, LettersDigitsAndThreeMarksStandAsTheyAre) {
+TEST(Status, LettersDigitsAndTwoMarksStandAsTheyAre) {
   const std::string plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._";
   EXPECT_EQ(Status_Encode(plain), plain);
-  EXPECT_EQ(Status_Encode("co-op"), "co-op");
 }
 
 TEST(Status, EveryOtherByteIsEncodedAndNoCommentCanEnd) {
   EXPECT_EQ(Status_Encode("-->"), "%2D%2D%3E");
-  EXPECT_EQ(Status_Encode("a--b-"), "a-%2Db%2D");
   EXPECT_EQ(Status_Encode("--!>"), "%2D%2D%21%3E");
   EXPECT_EQ(Status_Encode("\xc3\xa4 \"&%\t\n"), "%C3%A4%20%22%26%25%09%0A");
   std::string all;

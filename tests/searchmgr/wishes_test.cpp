@@ -45,8 +45,8 @@ TEST_F(Wishes, FirstHitSkipsAndMaxHitsEndsThePage) {
 }
 
 TEST_F(Wishes, SortOrdersByAValueAndBack) {
-  std::string up = Numbers(std::string("\t@SORT=Price") + kAll);
-  const std::string down = Numbers(std::string("\t@SORT=-Price") + kAll);
+  std::string up = Numbers(std::string("\t@SORT=Pages") + kAll);
+  const std::string down = Numbers(std::string("\t@SORT=-Pages") + kAll);
   ASSERT_EQ(up.size(), down.size());
   std::string again;
   for (std::size_t i = 0; i < up.size(); i += 2) again = up.substr(i, 2) + again;

@@ -195,6 +195,20 @@ TEST_F(Shards, AnEngineThatClosesOrIsNowhereIsLeftOut) {
       tree_.Program('S', "grp1").WaitForLog("[Shard: Open] Unable to read 'none': errno = 111\n"));
 }
 
+TEST_F(Shards, AnEngineThatHangsUpIsLeftOut) {
+  const Manager closes;
+  tree_.Send('S', "grp1",
+             "\t@COMMAND=STARTUPANNOUNCEMENT\tID=closes\tTYPE=E\tIP=127.0.0.1\tCLIENTPORT=" +
+                 std::to_string(closes.Port()) + "\tADMINPORT=9\n");
+  tree_.Ping('S', "grp1");
+  const Socket client = ConnectTo(tree_.Port('S', "grp1"));
+  client.Send("\t@COMMAND=QUERY\t@STATUS=1\tcommon\n");
+  closes.Accept().Close();
+  EXPECT_TRUE(Has(client.ReadAll(), " shards=4/5 "));
+  EXPECT_TRUE(tree_.Program('S', "grp1")
+                  .WaitForLog("[Shard: Open] Unable to read 'closes': it closes the connection\n"));
+}
+
 TEST_F(Shards, AnEngineThatGreetsWithGarbageIsLeftOut) {
   const Manager garbage;
   tree_.Send('S', "grp1",
