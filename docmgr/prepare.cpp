@@ -154,8 +154,8 @@ void MakeValues(Items *items, const Script &script, const Wanted &wanted) {
 }
 
 // The most that what the script adds can take.
-constexpr std::size_t kAddedSize = 6 * 1024;
-static_assert(2 * 6 * kHdrText + kRecordValueSize + 128 <= kAddedSize);
+constexpr std::size_t kAddedSize = 6144;
+static_assert(kHdrText * 6 * 2 + kRecordValueSize + 128 <= kAddedSize);
 
 Items ItemsOf(const Fields &fields, const Schema &schema, const Script &script,
               const Wanted &wanted, const CmdHdr &hdr) {

@@ -8,8 +8,8 @@
 namespace {
 
 constexpr std::string_view kOmission = "...";
-constexpr std::size_t kWindowSize = 8 * 1024;  // what Xapian looks at, 80 ns a byte
-constexpr std::size_t kBefore = 1024;          // of it in front of the first word
+constexpr std::size_t kWindowSize = 8192;  // what Xapian looks at, 80 ns a byte
+constexpr std::size_t kBefore = 1024;      // of it in front of the first word
 constexpr std::size_t kLongWord = 64;
 
 // The start of text, cut between two words where they are not too long for that.
@@ -36,22 +36,28 @@ Span WindowOf(std::string_view text, std::size_t first) {
 
 // Xapian's snippets are HTML, and here whoever shows a value decides that.  It promises no list of
 // what it escapes; "&" is, so what was in the text stays apart.
-std::string AsText(std::string_view html) {
-  struct Entity {
-    std::string_view name;
-    char c;
-  };
-  constexpr std::array<Entity, 4> kEntities = {
-      {{"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}}};
-  std::string text;
-  while (!html.empty()) {
-    const auto entity = std::find_if(kEntities.begin(), kEntities.end(), [&](const Entity &known) {
-      return html.starts_with(known.name);
-    });
-    const bool found = entity != kEntities.end();
-    text += found ? entity->c : html.front();
-    html.remove_prefix(found ? entity->name.size() : 1);
+struct Entity {
+  std::string_view name;
+  char meaning;
+};
+
+constexpr std::array<Entity, 4> kEntities = {
+    {{"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}}};
+
+char TakeCharacter(std::string_view *html) {
+  for (const Entity &entity : kEntities) {
+    if (!html->starts_with(entity.name)) continue;
+    html->remove_prefix(entity.name.size());
+    return entity.meaning;
   }
+  const char c = html->front();
+  html->remove_prefix(1);
+  return c;
+}
+
+std::string AsText(std::string_view html) {
+  std::string text;
+  while (!html.empty()) text += TakeCharacter(&html);
   return text;
 }
 

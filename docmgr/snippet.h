@@ -12,7 +12,7 @@
 inline constexpr std::size_t kSnippetSize = 300;
 
 // Bytes of a text in which a passage is looked for: a text can be a whole book.
-inline constexpr std::size_t kSnippetReach = 64 * 1024;
+inline constexpr std::size_t kSnippetReach = 65536;
 
 // The best passage for the wanted words, or the start of the text if none of them is there. "..."
 // stands for what was left out in front of it and behind it.
