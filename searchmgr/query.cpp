@@ -277,14 +277,11 @@ bool HasSpelling(const Schema &schema, const TextPart &part, const TextPiece &pi
 // A word as it should be spelled; empty: the database knows it, or no better one.
 std::string CorrectedWord(Xapian::QueryParser *parser, const Xapian::Database &database,
                           std::string_view word) {
-  const Xapian::Query terms =
-      Parse(parser, word, Xapian::QueryParser::FLAG_SPELLING_CORRECTION, "");
-  const std::string corrected = parser->get_corrected_query_string();
-  if (corrected.empty()) return {};
-  const bool is_known =
-      std::all_of(terms.get_terms_begin(), terms.get_terms_end(),
-                  [&](const std::string &term) { return database.term_exists(term); });
-  return is_known ? std::string() : corrected;
+  const Xapian::Query terms = Parse(parser, word, 0, "");
+  const auto is_known = [&](const std::string &term) { return database.term_exists(term); };
+  if (std::all_of(terms.get_terms_begin(), terms.get_terms_end(), is_known)) return {};
+  (void)Parse(parser, word, Xapian::QueryParser::FLAG_SPELLING_CORRECTION, "");
+  return parser->get_corrected_query_string();
 }
 
 // The words of a text that can be misspelt, in their order.
