@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <sstream>
 #include <string>
 
 #include "tests/searchmgr/library.h"
@@ -53,6 +55,18 @@ std::string Marks(const std::string &text, const Schema &schema) {
   SearchQuery query;
   EXPECT_EQ(Query_Parse(Terms(), schema, ("\t" + text + "\n").c_str(), &query), nullptr) << text;
   return Joined(query.marks);
+}
+
+// The lines of the block of examples, without what they are said to find.
+std::vector<std::string> ExamplesOfTheManual() {
+  std::istringstream page(ReadFile(KORVO_SOURCES "/docs/korvo-searchmgr.8"));
+  std::vector<std::string> examples;
+  std::string line;
+  while (std::getline(page, line) && line != ".Ss The text of a search") continue;
+  while (std::getline(page, line) && line != ".Bd -literal -offset indent") continue;
+  while (std::getline(page, line) && line != ".Ed")
+    examples.push_back(line.substr(0, line.find("   ")));
+  return examples;
 }
 
 // The library on disk, and what is found in it.
@@ -279,6 +293,34 @@ TEST_F(InTheLibrary, AStarFindsWhatBeginsSo) {
   EXPECT_EQ(Found("Title=net*"), "1 3 4 6");
 }
 
+TEST(Query, AStar_StandsForTheHundredMostFrequentWords) {
+  const Folder folder;
+  Xapian::WritableDatabase database(folder.Path() + "/db", Xapian::DB_CREATE);
+  const Schema schema = SchemaFrom("Title text\n");
+  for (int i = 0; i < 120; ++i) AddTo(&database, schema, {{"Title", "w" + std::to_string(i)}});
+  AddTo(&database, schema, {{"Title", "w119"}});
+  database.commit();
+  SearchQuery query;
+  ASSERT_EQ(Query_Parse(database, schema, "\tw*\n", &query), nullptr);
+  Xapian::Enquire enquire(database);
+  enquire.set_query(query.query);
+  EXPECT_EQ(enquire.get_mset(0, 200).size(), 101u) << "the word of two documents among them";
+}
+
+TEST(Query, APhraseWithoutPositions_IsAllOfItsWords) {
+  const Folder folder;
+  Xapian::WritableDatabase database(folder.Path() + "/db", Xapian::DB_CREATE);
+  Xapian::Document document;
+  for (const char *term : {"trade", "network"}) document.add_term(term);
+  database.add_document(document);
+  database.commit();
+  SearchQuery query;
+  ASSERT_EQ(Query_Parse(database, Schema(), "\t\"network trade\"\n", &query), nullptr);
+  Xapian::Enquire enquire(database);
+  enquire.set_query(query.query);
+  EXPECT_EQ(enquire.get_mset(0, 10).size(), 1u);
+}
+
 TEST_F(InTheLibrary, ANameLooksInItsField) {
   EXPECT_EQ(Found("Title=network"), "1 3");
   EXPECT_EQ(Found("printer Section=office"), "1 6");
@@ -307,6 +349,27 @@ TEST_F(InTheLibrary, ARangeFindsNumbersAndDates) {
   EXPECT_EQ(Found("Added=2026"), "1 2");
   EXPECT_EQ(Found("Added=..2026-01"), "1 3");
   EXPECT_EQ(Found("Added=2026-02-01T12:30"), "2");
+}
+
+TEST_F(InTheLibrary, TheExamplesOfTheManual_FindWhatTheySay) {
+  const std::map<std::string, std::string> expected = {
+      {"network printers", "1 5 6"},
+      {"\"trade network\"", "3"},
+      {"printer -circuits", "1 6"},
+      {"net*", "1 3 4 5 6"},
+      {"Title=network", "1 3"},
+      {"printer Section=office", "1 6"},
+      {"Section=\"Office Machines\"", "1"},
+      {"Section=\"Sea\" trade", ""},
+      {"Section=\"Sea\" Section=\"Office\"", "4 6"},
+      {"Pages=10..20", "1 6"},
+      {"Pages=250..", "2 3"},
+      {"Added=2026-01", "1"},
+      {"Added=2025-12-24..2026-01", "1 3"},
+      {"printer -Pages=..15", "5 6"}};
+  std::map<std::string, std::string> found;
+  for (const std::string &text : ExamplesOfTheManual()) found[text] = Found(text);
+  EXPECT_EQ(found, expected);
 }
 
 TEST_F(InTheLibrary, ARangeOfWhatHasNoneAndAnUnknownName_AreWords) {
