@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# ./demo.sh          builds the service, starts it over real documents, shows a page of each kind, stops it
-# ./demo.sh --keep   leaves it running and prints the commands to try
+# ./demo.sh               builds the service, starts it over real documents, shows pages, stops it
+# ./demo.sh --engines N   the same over N engines, 1 to 9, and with one of them killed
+# ./demo.sh --keep        leaves it running and prints the commands to try
 #
 # Installs what is missing from Debian's packages.
 set -eu -o pipefail
@@ -8,17 +9,28 @@ cd "$(dirname "$0")"
 . scripts/need.sh
 
 keep=no
-case "$*" in
-  '') ;;
-  --keep) keep=yes ;;
-  *)
-    echo "$0: unknown argument '$*'; use ./demo.sh or ./demo.sh --keep" >&2
-    exit 64
-    ;;
-esac
+engines=0
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --keep) keep=yes ;;
+    --engines)
+      if ! [[ ${2-} =~ ^[1-9]$ ]]; then
+        echo "$0: --engines takes their number, 1 to 9" >&2
+        exit 64
+      fi
+      engines=$2
+      shift
+      ;;
+    *)
+      echo "$0: unknown argument '$1'; use ./demo.sh, with --engines N or --keep" >&2
+      exit 64
+      ;;
+  esac
+  shift
+done
 
 need "${build_packages[@]}"
-build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-index korvo-macro korvo-query korvoctl
+build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-query korvoctl
 bin=$PWD/build/release/bin
 folder=$(mktemp -d /tmp/korvo-demo.XXXXXX)  # a short name: macros go by at most 127 characters
 
@@ -47,14 +59,25 @@ free_ports() {
   done
 }
 
-# start PROGRAM ID ADMIN_PORT: starts a program and asks it until it answers.
+# line TYPE ID PARENT: a line of korvo.conf, with ports of its own; the program of that type starts later.
+admin_ports=()
+line() {
+  local client=${ports[0]} admin=${ports[1]}
+  ports=("${ports[@]:2}")
+  printf '%-10s %s  127.0.0.1  %s  %s  %s\n' "$2" "$1" "$client" "$admin" "$3" >>"$folder/korvo.conf"
+  admin_ports+=("$admin")
+  [ "$1" != C ] || client_port=$client
+}
+
+# start PROGRAM ID: starts a program and asks it until it answers.
 start() {
-  "$bin/$1" "$2" "$folder" >"$folder/$1.out" 2>"$folder/$1.log" &
+  local log="$folder/$1-$2.log" port=${admin_ports[${#programs[@]}]}
+  "$bin/$1" "$2" "$folder" >"$folder/$1-$2.out" 2>"$log" &
   programs+=($!)
-  until "$bin/korvoctl" ping --port "$3" --timeout 1 >/dev/null 2>&1; do
+  until "$bin/korvoctl" ping --port "$port" --timeout 1 >/dev/null 2>&1; do
     kill -0 "${programs[-1]}" 2>/dev/null || {
       echo "$0: $1 does not start; it says:" >&2
-      cat "$folder/$1.log" >&2
+      cat "$log" >&2
       exit 70
     }
   done
@@ -66,33 +89,61 @@ show() {
   "$@"
 }
 
+# part NUMBER: every so many records of the documents, as many parts as there are engines.
+part() {
+  awk -v RS= -v ORS='\n\n' -v parts="$engines" -v part="$1" 'NR % parts == part - 1' "$documents"
+}
+
 documents=/var/lib/dpkg/status
 [ -s "$documents" ] || documents=demo/packages
-mapfile -t port < <(free_ports 6)
+mapfile -t ports < <(free_ports $((6 + 2 * engines)))
+index=("$bin/korvo-index" --schema demo/packages.schema)
 
-echo "Indexing $documents"
-"$bin/korvo-index" "$folder/packages.db" "$documents"
-"$bin/korvo-macro" asm tools/macro/examples/package.ms -o "$folder/package.mo"
-cp tools/macro/examples/package.hdr tools/macro/examples/package.tail "$folder"
-cat >"$folder/korvo.conf" <<CONF
-# ID       TYPE  IP         CLIENTPORT  ADMINPORT  PARENTID
-web1       C     127.0.0.1  ${port[0]}       ${port[1]}      -
-packages   S     127.0.0.1  ${port[2]}       ${port[3]}      web1
-packages   D     127.0.0.1  ${port[4]}       ${port[5]}      web1
-CONF
-cat >"$folder/korvo.db" <<DB
-# ID       DBNAME    SEARCHLOC             DOCLOC
-packages   packages  $folder/packages.db   $folder/packages.db
-DB
+line C web1 -
+line S packages web1
+line D packages web1
+if [ "$engines" -eq 0 ]; then
+  echo "Indexing $documents"
+  "${index[@]}" "$folder/packages.db" "$documents"
+  echo "packages packages $folder/packages.db $folder/packages.db" >"$folder/korvo.db"
+else
+  echo "packages packages - -" >"$folder/korvo.db"  # the engines alone
+  for i in $(seq "$engines"); do
+    echo "Indexing part $i of $documents"
+    part "$i" | "${index[@]}" "$folder/part$i.db" -
+    line E "engine$i" packages
+    echo "engine$i packages $folder/part$i.db $folder/part$i.db" >>"$folder/korvo.db"
+  done
+fi
+for macro in demo/hit tools/macro/examples/package; do
+  "$bin/korvo-macro" asm "$macro.ms" -o "$folder/${macro##*/}.mo"
+done
+cp tools/macro/examples/package.{hdr,tail} "$folder"
+touch "$folder/hit.hdr" "$folder/hit.tail"
 
-echo "Starting the Communications Manager, a Search Manager and a Document Manager"
-start korvo-commmgr web1 "${port[1]}"
-start korvo-searchmgr packages "${port[3]}"
-start korvo-docmgr packages "${port[5]}"
+echo "Starting the Communications Manager, a Search Manager, a Document Manager and $engines engines"
+start korvo-commmgr web1
+start korvo-searchmgr packages
+start korvo-docmgr packages
+for i in $(seq "$engines"); do start korvo-engine "engine$i"; done
 
-query=("$bin/korvo-query" --port "${port[0]}" --group packages --macro "$folder/package")
-show "${query[@]}" --max-hits 5 network
-show "${query[@]}" --doc 1
+query=("$bin/korvo-query" --port "$client_port" --group packages --macro "$folder/package")
+hits=("$bin/korvo-query" --port "$client_port" --group packages --macro "$folder/hit"
+  --header "SCRIPT=html snippet place all" --header STATUS=1 --max-hits 3)
+show "${query[@]}" --max-hits 2 network
+type=()
+[ "$engines" -eq 0 ] || type=(--type engine1)
+show "${query[@]}" "${type[@]}" --doc 1
+show "${hits[@]}" '"shared library"'
+show "${hits[@]}" Section=admin
+show "${hits[@]}" --header SORT=-Installed-Size library
+show "${hits[@]}" --header FIRSTHIT=3 library
+if [ "$engines" -gt 1 ]; then
+  printf '\nengine1 is killed: what it holds is missing, and the answer says so.\n'
+  kill -KILL -- "-${programs[3]}"
+  wait "${programs[3]}" 2>/dev/null || true
+  show "${hits[@]}" library
+fi
 
 if [ $keep = yes ]; then
   trap - EXIT
@@ -101,20 +152,20 @@ if [ $keep = yes ]; then
 
 The service is up.  Try:
   $(printf '%q ' "${query[@]}")--max-hits 3 Section=admin
-  $ctl ping --port ${port[1]}
-  $ctl level INFO --port ${port[1]}; tail $folder/korvo-commmgr.log
-  exec 3<>/dev/tcp/127.0.0.1/${port[0]}
+  $ctl ping --port ${admin_ports[0]}
+  $ctl level INFO --port ${admin_ports[0]}; tail $folder/korvo-commmgr-web1.log
+  exec 3<>/dev/tcp/127.0.0.1/$client_port
   printf '\\t@COMMAND=QUERY\\t@SEARCHGROUP=packages\\t@MACROFILE=$folder/package\\t@MAXHITS=2\\tmail\\n' >&3; cat <&3
 Stop it with:
-  (for port in ${port[1]} ${port[3]} ${port[5]}; do $ctl shutdown --port \$port || exit; done) && rm -r $folder
+  (for port in ${admin_ports[*]}; do $ctl shutdown --port \$port || exit; done) && rm -r $folder
 KEEP
   exit 0
 fi
 
-for admin in "${port[3]}" "${port[5]}" "${port[1]}"; do
-  "$bin/korvoctl" shutdown --port "$admin"
+for i in "${!programs[@]}"; do
+  if kill -0 "${programs[i]}" 2>/dev/null; then "$bin/korvoctl" shutdown --port "${admin_ports[i]}"; fi
 done
-wait "${programs[@]}"
+wait "${programs[@]}" || true
 programs=()
 echo
 echo "Stopped."

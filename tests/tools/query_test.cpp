@@ -63,6 +63,8 @@ TEST(QueryTool, Help_GoesToStandardOutput) {
       "                     Manager gives. korvo-searchmgr then gives 100, and never more than 10000\n"
       "  --doc NUMBER       one document in place of a search\n"
       "  --type TYPE        record type\n"
+      "  --header NAME=VALUE\n"
+      "                     a further field of the request, as in --header SORT=Date; once or more\n"
       "  --raw              show control characters as they are also on a terminal\n"
       "  --timeout SECONDS  wait so long for the service in all; 60\n"
       "  --help             this text\n"
@@ -78,11 +80,11 @@ TEST(QueryTool, Help_GoesToStandardOutput) {
 TEST(QueryTool, Options_BecomeFields) {
   std::string line;
   Exchange("x",
-           {"--max-hits", "7", "--type", "T", "--host", "127.0.0.1", "Name=a b", "--", "--odd", "-",
-            "@OPER=OR"},
+           {"--max-hits", "7", "--type", "T", "--host", "127.0.0.1", "--header", "SORT=-Date",
+            "Name=a b", "--", "--odd", "-", "@OPER=OR"},
            &line);
   EXPECT_EQ(
-      "\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@MAXHITS=7\tName=a b\t--odd -\t@OPER=OR\n",
+      "\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@RECTYPE=T\t@MACROFILE=/m/page\t@MAXHITS=7\t@SORT=-Date\tName=a b\t--odd -\t@OPER=OR\n",
       line);
 }
 

@@ -45,6 +45,38 @@ TEST(Request, Query_CarriesWhatWasGiven) {
             LineOf(request));
 }
 
+TEST(Request, Headers_GoBehindTheOthersInTheirOrder) {
+  Request request = Query({"a"});
+  request.headers = {"SORT=-Date", "SCRIPT=html place", "EMPTY=", "SORT=a=b"};
+  EXPECT_EQ(
+      "\t@COMMAND=QUERY\t@SEARCHGROUP=sm1\t@MACROFILE=/m/page\t@SORT=-Date\t@SCRIPT=html place\t@EMPTY=\t@SORT=a=b\ta\n",
+      LineOf(request));
+}
+
+TEST(Request, HeaderThatIsNone_IsRefused) {
+  const auto wrong = [](const std::string &field) {
+    Request request = Query({"a"});
+    request.headers = {field};
+    return Wrong(request);
+  };
+  for (const char *field : {"", "SORT", "=x", "sort=x", "SO RT=x", "@SORT=x"})
+    EXPECT_EQ(
+        wrong(field),
+        std::string("--header takes NAME=VALUE with a name in capitals, as in SORT=Date, not '") +
+            field + "'");
+  for (const char *name :
+       {"COMMAND", "SEARCHGROUP", "RECTYPE", "MACROFILE", "DOCNUM", "MAXHITS", "OPER"})
+    EXPECT_EQ(wrong(std::string(name) + "=x"),
+              "--header has no say in " + std::string(name) + "; there is an option");
+  EXPECT_EQ(wrong("SORT=a\tb"),
+            "--header holds a tab, newline or carriage return; a value goes without");
+  EXPECT_EQ(wrong("SORT=" + std::string(1019, 'x')),
+            "--header has a value of more bytes than a field holds");
+  Request longest = Query({"a"});
+  longest.headers = {"SORT=" + std::string(1018, 'x')};
+  EXPECT_NE(LineOf(longest), "");
+}
+
 TEST(Request, Doc_IsAGetdoc) {
   Request request = Query({});
   request.type = "T";

@@ -34,6 +34,8 @@ constexpr const char *kHelp =
     "                     Manager gives. korvo-searchmgr then gives 100, and never more than 10000\n"
     "  --doc NUMBER       one document in place of a search\n"
     "  --type TYPE        record type\n"
+    "  --header NAME=VALUE\n"
+    "                     a further field of the request, as in --header SORT=Date; once or more\n"
     "  --raw              show control characters as they are also on a terminal\n"
     "  --timeout SECONDS  wait so long for the service in all; 60\n"
     "  --help             this text\n"
@@ -44,13 +46,19 @@ constexpr const char *kHelp =
     "Status: 0; 1 the answer carries an error line; 64 wrong use; 66 the answer is empty; 68 the\n"
     "host is unknown; 69 the service cannot be reached; 75 the time ran out.\n";
 
-constexpr option kOptions[] = {
-    {"doc", required_argument, nullptr, 'd'},     {"group", required_argument, nullptr, 'g'},
-    {"help", no_argument, nullptr, 'h'},          {"host", required_argument, nullptr, 'H'},
-    {"macro", required_argument, nullptr, 'm'},   {"max-hits", required_argument, nullptr, 'n'},
-    {"port", required_argument, nullptr, 'p'},    {"raw", no_argument, nullptr, 'r'},
-    {"timeout", required_argument, nullptr, 't'}, {"type", required_argument, nullptr, 'T'},
-    {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0}};
+constexpr option kOptions[] = {{"doc", required_argument, nullptr, 'd'},
+                               {"group", required_argument, nullptr, 'g'},
+                               {"header", required_argument, nullptr, 'F'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {"host", required_argument, nullptr, 'H'},
+                               {"macro", required_argument, nullptr, 'm'},
+                               {"max-hits", required_argument, nullptr, 'n'},
+                               {"port", required_argument, nullptr, 'p'},
+                               {"raw", no_argument, nullptr, 'r'},
+                               {"timeout", required_argument, nullptr, 't'},
+                               {"type", required_argument, nullptr, 'T'},
+                               {"version", no_argument, nullptr, 'V'},
+                               {nullptr, 0, nullptr, 0}};
 
 // The value, or another when there is none or it is empty.
 const char *FromEnvironment(const char *name, const char *otherwise) {
@@ -72,6 +80,7 @@ void TakeOption(Command *command, int letter) {
     case 'T': command->request.type = optarg; break;
     case 'n': command->request.max_hits = Tool_Number("--max-hits", optarg, 0, INT32_MAX); break;
     case 'd': command->request.doc = Tool_Number("--doc", optarg, 0, INT32_MAX); break;
+    case 'F': command->request.headers.emplace_back(optarg); break;
     case 'r': command->raw = true; break;
     default: Tool_TakeInfoOption(letter, kHelp);
   }

@@ -30,6 +30,28 @@ std::string WrongValue(const Value &value) {
   return {};
 }
 
+// What the options say already, and what would end the header.
+bool IsTaken(std::string_view name) {
+  for (const std::string_view taken :
+       {"COMMAND", "SEARCHGROUP", "RECTYPE", "MACROFILE", "DOCNUM", "MAXHITS", "OPER"})
+    if (name == taken) return true;
+  return false;
+}
+
+std::string WrongHeader(const std::string &field) {
+  constexpr std::size_t kMost = 1024;  // bytes of a field that is read
+  const std::string_view name = std::string_view(field).substr(0, field.find('='));
+  if (name.size() == field.size() || name.empty() ||
+      name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") != std::string_view::npos)
+    return "--header takes NAME=VALUE with a name in capitals, as in SORT=Date, not '" + field +
+           "'";
+  if (IsTaken(name)) return "--header has no say in " + std::string(name) + "; there is an option";
+  if (HoldsSeparator(field))
+    return "--header holds a tab, newline or carriage return; a value goes without";
+  if (field.size() >= kMost) return "--header has a value of more bytes than a field holds";
+  return {};
+}
+
 std::string WrongWord(std::string_view word) {
   if (word.empty()) return "an argument is empty; leave it out";
   if (HoldsSeparator(word))
@@ -61,6 +83,10 @@ std::string WrongRequest(const Request &request) {
     std::string wrong = WrongValue(value);
     if (!wrong.empty()) return wrong;
   }
+  for (const std::string &field : request.headers) {
+    std::string wrong = WrongHeader(field);
+    if (!wrong.empty()) return wrong;
+  }
   return WrongPredicate(request);
 }
 
@@ -89,6 +115,7 @@ bool Request_Format(const Request &request, std::string *line, std::string *wron
   AddField(line, "MACROFILE", request.macro);
   if (request.doc >= 0) AddField(line, "DOCNUM", std::to_string(request.doc));
   if (request.max_hits >= 0) AddField(line, "MAXHITS", std::to_string(request.max_hits));
+  for (const std::string &field : request.headers) line->append("\t@").append(field);
   AddPredicate(line, request.predicate);
   if (line->size() > kRequestSize) {
     *wrong = "the request has " + std::to_string(line->size()) + " bytes; a line takes " +

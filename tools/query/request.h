@@ -15,6 +15,7 @@ struct Request {
   std::string type;            // empty: not sent
   std::int32_t max_hits = -1;  // below 0: not sent
   std::int32_t doc = -1;       // below 0: a QUERY, otherwise a GETDOC
+  std::vector<std::string> headers;  // further fields of the header, NAME=VALUE
   std::vector<std::string> predicate;
 };
 
