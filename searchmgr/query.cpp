@@ -156,8 +156,7 @@ Xapian::Query OfOmega(std::string prefix, std::string_view value) {
 
 Xapian::Query OfPhrase(Builder *builder, std::string_view text, const std::string &prefix) {
   const std::string quoted = std::string("\"").append(text).append("\"");
-  const Xapian::Query phrase =
-      Parse(&builder->parser, quoted, Xapian::QueryParser::FLAG_PHRASE, prefix);
+  Xapian::Query phrase = Parse(&builder->parser, quoted, Xapian::QueryParser::FLAG_PHRASE, prefix);
   if (builder->schema.origin != SchemaOrigin::kOmega || prefix.empty()) return phrase;
   return {Xapian::Query::OP_OR, phrase, OfOmega(prefix, text)};
 }
@@ -248,7 +247,11 @@ const char *Join(const Builder &builder, Xapian::Query *query) {
   std::vector<Xapian::Query> required, words;
   for (const Demand &demand : builder.demands) {
     const bool always = demand.restricts || builder.oper == kAnd;
-    (always ? required : words).push_back(Joined(kOr, demand.any.queries));
+    const Xapian::Query any = Joined(kOr, demand.any.queries);
+    if (always)
+      required.push_back(any);
+    else
+      words.push_back(any);
   }
   if (!words.empty()) required.insert(required.begin(), Joined(kOr, words));
   const std::vector<Xapian::Query> &excluded = builder.excluded.queries;

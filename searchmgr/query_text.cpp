@@ -130,8 +130,8 @@ void TakeBare(Reader *reader, std::size_t start, bool exclude) {
   std::vector<TextPiece> &pieces = reader->parts->back().pieces;
   if (!is_wildcard && !exclude && !pieces.empty() && !pieces.back().exclude &&
       pieces.back().kind == PieceKind::kWords) {
-    const std::size_t size = static_cast<std::size_t>(text.end() - pieces.back().text.begin());
-    pieces.back().text = {pieces.back().text.data(), size};
+    const char *begin = pieces.back().text.data();
+    pieces.back().text = {begin, static_cast<std::size_t>(text.data() + text.size() - begin)};
     return;
   }
   AddPiece(reader, {is_wildcard ? PieceKind::kWildcard : PieceKind::kWords, exclude, text});
