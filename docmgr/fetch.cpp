@@ -47,14 +47,15 @@ std::string Fetch_Answer(const CmdHdr &hdr, const char *, const char *) {
   MainCore_EndAfter(static_cast<int>((kDeadline + kGrace).count()),
                     "\t@COMMAND=ERROR\tThe document took too long\n");
   Shard *const shards[] = {shard};
-  const auto begin = ShardClock::now();
-  for (int changed = 0; Shard_Ready(shards, begin + kDeadline) == 1;) {
+  const auto now = ShardClock::now();
+  const ShardRequest request = {now, now + kDeadline};
+  for (int changed = 0; Shard_Ready(shards, request) == 1;) {
     try {
       return Fetch(*shard, hdr);
     } catch (const Xapian::DatabaseModifiedError &) {
       if (++changed == kAttempts) throw;
     } catch (const Xapian::Error &error) {
-      Shard_Fail(shards, shard, error, begin);
+      Shard_Fail(shards, shard, error, request);
     }
   }
   return Record_Error("Unable to read the database");

@@ -102,7 +102,8 @@ void Manager_TryDatabase(const char *location) {
   Sock_Close(MainCore_State.AdminSock);
   Shard shard = Manager_LocalShard(location);
   Shard *const shards[] = {&shard};
-  Shard_Ready(shards, ShardClock::now() + kTrial);
+  const auto now = ShardClock::now();
+  Shard_Ready(shards, {now, now + kTrial});
   _exit(0);
 }
 

@@ -122,9 +122,9 @@ std::string Page(const Search &search) {
 
 // As often as a shard fails or a database is written to, from the rest.
 std::string PageOfTheRest(Search *search, std::span<Shard *const> shards,
-                          ShardClock::time_point end) {
+                          const ShardRequest &time) {
   for (int changed = 0;;) {
-    if (Shard_Ready(shards, end) == 0) return Record_Error("No part of the documents can be read");
+    if (Shard_Ready(shards, time) == 0) return Record_Error("No part of the documents can be read");
     Join(search);
     try {
       return Page(*search);
@@ -133,9 +133,9 @@ std::string PageOfTheRest(Search *search, std::span<Shard *const> shards,
     } catch (const Xapian::Error &error) {
       Shard *failed = Shard_OfError(shards, error);
       if (failed == nullptr) throw;
-      Shard_Fail(shards, failed, error, search->begin);
+      Shard_Fail(shards, failed, error, time);
     }
-    if (ShardClock::now() >= end) return kTooLong;
+    if (ShardClock::now() >= time.end) return kTooLong;
   }
 }
 
@@ -151,5 +151,5 @@ std::string Search_Answer(const CmdHdr &hdr, const char *text, const char *predi
   for (SearchShard &shard : Shards_All()) shards.push_back(&shard.shard);
   Search search = {request, hdr.Script, predicate, ShardClock::now()};
   search.shards = static_cast<int>(shards.size());
-  return PageOfTheRest(&search, shards, search.begin + deadline);
+  return PageOfTheRest(&search, shards, {search.begin, search.begin + deadline});
 }

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <exception>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "debug/log.h"
@@ -29,8 +30,9 @@ milliseconds Left(ShardClock::time_point end) {
 }
 
 // How long one answer of an engine may take, so that one that hangs leaves time for the others.
-milliseconds PatienceFor(ShardClock::time_point end) {
-  return std::max(Left(end) * 2 / 5, kLeastPatience);
+milliseconds PatienceFor(const ShardRequest &request) {
+  const auto all = std::chrono::duration_cast<milliseconds>(request.end - request.begin);
+  return std::max(all * 2 / 5, kLeastPatience);
 }
 
 bool IsRemote(const Shard &shard) { return shard.location.empty(); }
@@ -67,8 +69,8 @@ std::string Try(const Action &action) {
 }
 
 // Opens what answers.
-void Open(Shard *shard, ShardClock::time_point end) {
-  const milliseconds patience = PatienceFor(end);
+void Open(Shard *shard, const ShardRequest &request) {
+  const milliseconds patience = PatienceFor(request);
   const std::string wrong = Try([&] {
     shard->state = Location_State(shard->location);
     Xapian::Database database =
@@ -88,17 +90,20 @@ void Open(Shard *shard, ShardClock::time_point end) {
 }
 
 // Whether the connection waits for answers about as long as this request can.
-bool Fits(const Shard &shard, ShardClock::time_point end) {
-  const milliseconds wanted = PatienceFor(end);
+bool Fits(const Shard &shard, const ShardRequest &request) {
+  const milliseconds wanted = PatienceFor(request);
   return shard.patience <= wanted * 5 / 4 && shard.patience >= wanted / 2;
 }
 
-// Looks at an open shard anew, and closes one that is not what it was.  False: its engine hangs.
-bool Refresh(Shard *shard, ShardClock::time_point end) {
-  if (IsRemote(*shard) ? !Fits(*shard, end) : shard->state != Location_State(shard->location)) {
+// Closes an open shard that is not what it was, or not what this request needs.
+void CloseChanged(Shard *shard, const ShardRequest &request) {
+  if (IsRemote(*shard) ? !Fits(*shard, request) : shard->state != Location_State(shard->location))
     shard->database.reset();
-    return true;
-  }
+}
+
+// Looks at an open shard anew.  False: its engine hangs.
+bool Refresh(Shard *shard) {
+  shard->doubted = false;
   try {
     shard->database->reopen();
   } catch (const Xapian::NetworkTimeoutError &error) {
@@ -110,6 +115,22 @@ bool Refresh(Shard *shard, ShardClock::time_point end) {
     shard->database.reset();  // started again, or written anew: opening it says what is wrong
   }
   return true;
+}
+
+// All at the same time, so that those that hang cost together what one of them does.
+void RefreshTogether(std::span<Shard *const> shards) {
+  std::vector<std::thread> lookers;
+  for (Shard *shard : shards)
+    if (shard->database) lookers.emplace_back([shard] { Refresh(shard); });
+  for (std::thread &looker : lookers) looker.join();
+}
+
+void RefreshAll(std::span<Shard *const> shards) {
+  for (std::size_t i = 0; i < shards.size(); ++i) {
+    if (!shards[i]->database) continue;
+    if (shards[i]->doubted) return RefreshTogether(shards.subspan(i));
+    if (!Refresh(shards[i])) return RefreshTogether(shards.subspan(i + 1));
+  }
 }
 
 // Begins a connection to an engine without waiting for it.
@@ -153,7 +174,7 @@ ShardClock::time_point LastOf(const std::vector<Called> &called) {
 }
 
 // Opens those that greet in time.
-void Await(std::vector<Called> called, ShardClock::time_point end) {
+void Await(std::vector<Called> called, const ShardRequest &request) {
   std::vector<pollfd> ready;
   while (!called.empty() && ShardClock::now() < LastOf(called)) {
     ready.clear();
@@ -162,32 +183,28 @@ void Await(std::vector<Called> called, ShardClock::time_point end) {
     std::erase_if(called, [&](const Called &one) {
       if (!IsGreeted(one.shard)) return one.shard->greeting < 0;
       CloseGreeting(one.shard);
-      Open(one.shard, end);
+      Open(one.shard, request);
       return true;
     });
   }
 }
 
 // An engine that has failed lately keeps nobody waiting: it is looked at again by the next request.
-void OpenRemote(std::span<Shard *const> shards, ShardClock::time_point end) {
+void OpenRemote(std::span<Shard *const> shards, const ShardRequest &request) {
   const auto now = ShardClock::now();
   std::vector<Called> called;
   for (Shard *shard : shards) {
     if (!IsRemote(*shard) || shard->database || now < shard->retry) continue;
     if (shard->greeting < 0) Call(shard);
-    const milliseconds limit = shard->failed ? kRetryWait : std::min(kConnectLimit, Left(end) / 3);
+    const milliseconds limit =
+        shard->failed ? kRetryWait : std::min(kConnectLimit, Left(request.end) / 3);
     if (shard->greeting >= 0) called.push_back({shard, now + limit});
   }
-  Await(called, end);
+  Await(called, request);
   for (const Called &one : called)
     if (one.shard->greeting >= 0 &&
         (!one.shard->failed || ShardClock::now() >= one.shard->begun + kConnectLimit))
       PutOff(one.shard, "it does not answer");
-}
-
-void Doubt(std::span<Shard *const> shards) {
-  for (Shard *shard : shards)
-    if (IsRemote(*shard)) shard->database.reset();
 }
 
 bool IsTimeout(const Xapian::Error &error) {
@@ -196,24 +213,26 @@ bool IsTimeout(const Xapian::Error &error) {
 
 }  // namespace
 
-int Shard_Ready(std::span<Shard *const> shards, ShardClock::time_point end) {
+int Shard_Ready(std::span<Shard *const> shards, const ShardRequest &request) {
   for (Shard *shard : shards)
-    if (shard->database && !Refresh(shard, end)) Doubt(shards);
+    if (shard->database) CloseChanged(shard, request);
+  RefreshAll(shards);
   for (Shard *shard : shards)
     if (!IsRemote(*shard) && !shard->database && ShardClock::now() >= shard->retry)
-      Open(shard, end);
-  OpenRemote(shards, end);
+      Open(shard, request);
+  OpenRemote(shards, request);
   return static_cast<int>(std::count_if(shards.begin(), shards.end(), [](const Shard *shard) {
     return shard->database.has_value();
   }));
 }
 
 void Shard_Fail(std::span<Shard *const> shards, Shard *failed, const Xapian::Error &error,
-                ShardClock::time_point begin) {
-  if (failed->opened < begin && !IsTimeout(error)) return failed->database.reset();
+                const ShardRequest &request) {
+  if (failed->opened < request.begin && !IsTimeout(error)) return failed->database.reset();
   PutOff(failed, error.get_description());
   failed->retry = ShardClock::now() + kRetryAfter;
-  if (IsTimeout(error)) Doubt(shards);
+  if (!IsTimeout(error)) return;
+  for (Shard *shard : shards) shard->doubted = IsRemote(*shard);
 }
 
 Shard *Shard_OfError(std::span<Shard *const> shards, const Xapian::Error &error) {

@@ -34,17 +34,23 @@ struct Shard {
   ShardClock::time_point opened;             // when the database was
   ShardClock::time_point retry;              // not before
   bool failed = false;                       // since it was last open
+  bool doubted = false;                      // another engine hung
 };
 
-// Makes shards ready for a request that has to be answered by end: what is open is looked at anew,
-// what is not is opened, engines all at the same time.  Returns how many are open.
-int Shard_Ready(std::span<Shard *const> shards, ShardClock::time_point end);
+// When a request began, and when it has to be answered.
+struct ShardRequest {
+  ShardClock::time_point begin, end;
+};
 
-// Closes a shard that has broken off in the middle of a request that began then.  One that was held
-// from an earlier request may be opened again at once, for its engine may only have been started
-// anew.  One that hangs makes Shard_Ready find out which engines answer.
+// Makes shards ready for a request: what is open is looked at anew, what is not is opened, engines
+// all at the same time.  Returns how many are open.
+int Shard_Ready(std::span<Shard *const> shards, const ShardRequest &request);
+
+// Closes a shard that has broken off in the middle of a request.  One that was held from an earlier
+// request may be opened again at once, for its engine may only have been started anew.  Behind one
+// that hangs the next Shard_Ready looks at the others all at the same time.
 void Shard_Fail(std::span<Shard *const> shards, Shard *failed, const Xapian::Error &error,
-                ShardClock::time_point begin);
+                const ShardRequest &request);
 
 // The shard that an error of Xapian's came from; null: it cannot be told.
 Shard *Shard_OfError(std::span<Shard *const> shards, const Xapian::Error &error);

@@ -40,7 +40,9 @@ struct Data {
     std::string path = folder.Path() + "/" + name;
     const std::string documents = folder.Write(name + ".txt", Library().Documents(first, step));
     std::printf("indexing %s\n", name.c_str());
-    EXPECT_EQ(std::system((std::string(KORVO_INDEX) + " " + path + " " + documents).c_str()), 0);
+    EXPECT_EQ(std::system(
+                  (std::string(KORVO_INDEX) + " --no-spelling " + path + " " + documents).c_str()),
+              0);
     return path;
   }
   std::string Path(int engine) const { return folder.Path() + "/" + EngineId(engine); }
@@ -251,7 +253,7 @@ void SignalGroup(Process &process, int number) { kill(-process.Pid(), number); }
 
 TEST_F(Scale, UnderLoadEachQueryIsAnsweredAndSaysWhatIsMissing) {
   const Pings pings(tree.AdminPort('S', "many"));
-  const auto load = std::make_unique<Load>(&tree);
+  auto load = std::make_unique<Load>(&tree);
   ASSERT_TRUE(load->Sees("4/4"));
 
   std::printf("an engine is killed\n");
@@ -301,6 +303,7 @@ TEST_F(Scale, UnderLoadEachQueryIsAnsweredAndSaysWhatIsMissing) {
   EXPECT_EQ(pings.Lost(), 0);
   std::printf("the slowest PING took %.0f ms\n", pings.Slowest());
 
+  load.reset();
   tree.Send('S', "many", "\t@COMMAND=SHUTDOWN\n");
   Process &manager = tree.Program('S', "many");
   EXPECT_EQ(ExitStatus(manager.Wait()), 0);
