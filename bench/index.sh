@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# ./bench/index.sh [ROUNDS]   measures korvo-index against scriptindex of xapian-omega, about a minute a round
+# ./bench/index.sh [ROUNDS [FILE]]   measures korvo-index against scriptindex of xapian-omega, three minutes a round
 #
-# Both store all packages that apt knows with the same fields, terms and positions, in turns: once as words as they stand,
+# Both store the packages of a control file, or all that apt knows, with the same fields, terms and positions, in turns: once as words as they stand,
 # once with stems and the words for corrections.  Installs what is missing from Debian's packages.
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
@@ -14,7 +14,7 @@ folder=$(mktemp -d "${TMPDIR:-/tmp}/korvo-bench.XXXXXX")
 trap 'rm -rf "$folder"' EXIT
 
 # Every field on one line, and what names the package in front.
-apt-cache dumpavail | awk -v records="$folder/records" '
+if [ $# -gt 1 ]; then cat "$2"; else apt-cache dumpavail; fi | awk -v records="$folder/records" '
   function put() {
     if (!count) return
     print "Id: " id["Package"] " " id["Version"] " " id["Architecture"]
@@ -46,9 +46,9 @@ apt-cache dumpavail | awk -v records="$folder/records" '
 
 # script SPELL: what scriptindex does with each field; the prefixes are those of korvo-index.
 script() {
-  echo "Id : unique=QID= boolean=QID= field index${1:+ spell} index=XID:"
+  echo "Id : unique=QID= boolean=QID= field${1:+ spell} index index=XID:"
   sort "$folder/records.names" | while read -r name; do
-    echo "$name : field index${1:+ spell} index=X${name^^}:"
+    echo "$name : field${1:+ spell} index index=X${name^^}:"
   done
 }
 script '' >"$folder/words.script"
