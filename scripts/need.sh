@@ -20,7 +20,7 @@ need() {
 }
 
 # shellcheck disable=SC2034  # for those who source this
-build_packages=(cmake g++ googletest libxapian-dev ninja-build python3)
+build_packages=(cmake g++ googletest libcsv-dev liblzma-dev libxapian-dev ninja-build nlohmann-json3-dev python3 xapian-tools zlib1g-dev)
 
 # build PRESET [TARGET...]: configures and builds; shows the output only when it fails.
 build() {
