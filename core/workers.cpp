@@ -68,7 +68,7 @@ sigset_t Only(int signal_number) {
 // Serving one connection.
 
 void SetTimer(int milliseconds) {
-  const itimerval timer = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
+  const itimerval timer = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000L}};
   setitimer(ITIMER_REAL, &timer, nullptr);
 }
 

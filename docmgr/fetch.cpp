@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds kDeadline(5000);
-constexpr std::chrono::milliseconds kGrace(400);
+constexpr std::chrono::milliseconds kGrace(300);
 constexpr int kAttempts = 3;  // with a database that is written to meanwhile
 
 // A worker's, made at its first call: the database on this machine, and then the engines.

@@ -16,7 +16,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr const char *kTooLong = "\t@COMMAND=ERROR\tThe search took too long\n";
-constexpr milliseconds kGrace(400);          // behind the deadline, before the worker gives up
+constexpr milliseconds kGrace(300);          // behind the deadline, before the worker gives up
 constexpr int kAttempts = 3;                 // with databases that are written to meanwhile
 constexpr Xapian::doccount kCounted = 1000;  // hits that are counted rather than estimated
 

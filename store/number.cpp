@@ -28,14 +28,13 @@ bool TakeByte(std::string_view *text, char byte) {
 bool TakeOffset(std::string_view text, int *seconds) {
   *seconds = 0;
   if (text.empty() || text == "Z") return true;
-  const int sign = text.front() == '-' ? -1 : 1;
-  if (text.front() != '+' && text.front() != '-') return false;
-  text.remove_prefix(1);
+  const bool west = TakeByte(&text, '-');
+  if (!west && !TakeByte(&text, '+')) return false;
   int hours = 0, minutes = 0;
   if (!TakeDigits(&text, 2, &hours)) return false;
   TakeByte(&text, ':');
   if (!TakeDigits(&text, 2, &minutes) || !text.empty() || hours > 14 || minutes > 59) return false;
-  *seconds = sign * (hours * 3600 + minutes * 60);
+  *seconds = (west ? -1 : 1) * (hours * 3600 + minutes * 60);
   return true;
 }
 

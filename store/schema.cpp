@@ -136,13 +136,14 @@ std::string SetLanguage(Schema *schema, std::string_view rest) {
 
 // The next line, or its first kMostLine + 1 bytes: nobody's file fills the memory.  False: the end.
 bool ReadLine(std::istream *in, std::string *line) {
-  line->clear();
-  char c = 0;
-  while (line->size() <= kMostLine && in->get(c)) {
-    if (c == '\n') return true;
-    *line += c;
-  }
-  return !line->empty();
+  std::array<char, kMostLine + 2> bytes;
+  in->getline(bytes.data(), bytes.size());
+  const std::streamsize taken = in->gcount();
+  if (taken == 0) return false;
+  const bool ended = !in->fail() && !in->eof();  // its newline counts and is not kept
+  line->assign(bytes.data(), static_cast<std::size_t>(ended ? taken - 1 : taken));
+  if (in->fail() && !in->bad() && !in->eof()) in->clear();  // it goes on; what was read is too long
+  return true;
 }
 
 std::string TakeLine(Schema *schema, std::string_view line) {

@@ -117,12 +117,20 @@ bool Refresh(Shard *shard) {
   return true;
 }
 
-// All at the same time, so that those that hang cost together what one of them does.
+// Does something with all shards at the same time, so that those that hang or are slow cost
+// together what one of them does.
+template <typename Action>
+void Together(std::span<Shard *const> shards, const Action &action) {
+  if (shards.size() == 1) return action(shards.front());
+  std::vector<std::thread> threads;
+  for (Shard *shard : shards) threads.emplace_back([shard, &action] { action(shard); });
+  for (std::thread &thread : threads) thread.join();
+}
+
 void RefreshTogether(std::span<Shard *const> shards) {
-  std::vector<std::thread> lookers;
-  for (Shard *shard : shards)
-    if (shard->database) lookers.emplace_back([shard] { Refresh(shard); });
-  for (std::thread &looker : lookers) looker.join();
+  Together(shards, [](Shard *shard) {
+    if (shard->database) Refresh(shard);
+  });
 }
 
 void RefreshAll(std::span<Shard *const> shards) {
@@ -173,8 +181,9 @@ ShardClock::time_point LastOf(const std::vector<Called> &called) {
   return last;
 }
 
-// Opens those that greet in time.
-void Await(std::vector<Called> called, const ShardRequest &request) {
+// Those that greet in time.
+std::vector<Shard *> Await(std::vector<Called> called) {
+  std::vector<Shard *> greeted;
   std::vector<pollfd> ready;
   while (!called.empty() && ShardClock::now() < LastOf(called)) {
     ready.clear();
@@ -183,10 +192,11 @@ void Await(std::vector<Called> called, const ShardRequest &request) {
     std::erase_if(called, [&](const Called &one) {
       if (!IsGreeted(one.shard)) return one.shard->greeting < 0;
       CloseGreeting(one.shard);
-      Open(one.shard, request);
+      greeted.push_back(one.shard);
       return true;
     });
   }
+  return greeted;
 }
 
 // An engine that has failed lately keeps nobody waiting: it is looked at again by the next request.
@@ -200,7 +210,7 @@ void OpenRemote(std::span<Shard *const> shards, const ShardRequest &request) {
         shard->failed ? kRetryWait : std::min(kConnectLimit, Left(request.end) / 3);
     if (shard->greeting >= 0) called.push_back({shard, now + limit});
   }
-  Await(called, request);
+  Together(Await(called), [&request](Shard *shard) { Open(shard, request); });
   for (const Called &one : called)
     if (one.shard->greeting >= 0 &&
         (!one.shard->failed || ShardClock::now() >= one.shard->begun + kConnectLimit))
