@@ -122,9 +122,8 @@ bool Refresh(Shard *shard) {
 template <typename Action>
 void Together(std::span<Shard *const> shards, const Action &action) {
   if (shards.size() == 1) return action(shards.front());
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;  // joined at the end of the scope, however it is left
   for (Shard *shard : shards) threads.emplace_back([shard, &action] { action(shard); });
-  for (std::thread &thread : threads) thread.join();
 }
 
 void RefreshTogether(std::span<Shard *const> shards) {
