@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 
 #include "core/signals.h"
 #include "core/state.h"
@@ -31,6 +32,7 @@ constexpr int kQueue = 128;                   // of the listener
 constexpr int kConnectionsOfAWorker = 10000;  // what it has gathered by then goes with it
 constexpr int kDeathsASecond = 10;
 constexpr timespec kPause = {0, 100000000};  // before a call that failed is tried again
+constexpr int kLookAgain = 1000;             // milliseconds
 
 // The main process's.
 struct Workers {
@@ -58,10 +60,10 @@ void Handle(int signal_number, void (*handler)(int), int flags) {
   sigaction(signal_number, &action, nullptr);
 }
 
-sigset_t Only(int signal_number) {
+sigset_t Only(std::initializer_list<int> signals) {
   sigset_t set;
   sigemptyset(&set);
-  sigaddset(&set, signal_number);
+  for (const int signal_number : signals) sigaddset(&set, signal_number);
   return set;
 }
 
@@ -75,6 +77,7 @@ void SetTimer(int milliseconds) {
 // The timer's end; what it calls is async-signal-safe.  Before the handler the reader finds the end
 // of the stream; behind MainCore_EndAfter the worker gives up.
 void Cut(int) {
+  const int saved = errno;
   const int sock = static_cast<int>(serving);
   if (const char *word = last_word; word != nullptr) {
     send(sock, word, std::strlen(word), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -82,6 +85,7 @@ void Cut(int) {
   }
   cut = 1;
   shutdown(sock, SHUT_RDWR);
+  errno = saved;
 }
 
 void Command(int listener, int sock, const char *text) {
@@ -141,16 +145,16 @@ int WatchListener(int listener) {
   _exit(EX_OSERR);
 }
 
-// The main process's signals, but for SIGHUP, which comes only between two connections.  Mask is
-// what a wait lets through.
+// The main process's signals, but for SIGHUP, which comes only between two connections.  A parent
+// may have held back the timer's.  Mask is what a wait lets through.
 void TakeSignals(sigset_t *mask) {
   for (const int ending : {SIGINT, SIGTERM, SIGUSR1}) Handle(ending, MainCore_SigHndlr, 0);
   Handle(SIGALRM, Cut, SA_RESTART);
   Handle(
       SIGHUP, [](int) { leave = 1; }, 0);
   Handle(SIGCHLD, SIG_DFL, 0);
-  const sigset_t children = Only(SIGCHLD);
-  sigprocmask(SIG_UNBLOCK, &children, nullptr);
+  const sigset_t wanted = Only({SIGCHLD, SIGALRM});
+  sigprocmask(SIG_UNBLOCK, &wanted, nullptr);
   sigprocmask(SIG_SETMASK, nullptr, mask);
   sigdelset(mask, SIGHUP);
 }
@@ -165,10 +169,12 @@ void TakeSignals(sigset_t *mask) {
   Sock_Close(MainCore_State.AdminSock);
   const int watch = WatchListener(listener);
   for (int served = 0; served < kConnectionsOfAWorker;) {
+    // The one that was woken may have been stopped before it took the connection: the others look
+    // for themselves now and then.
     epoll_event event;
-    const int ready = epoll_pwait(watch, &event, 1, -1, &mask);
+    const int ready = epoll_pwait(watch, &event, 1, kLookAgain, &mask);
     if (IsRenewed()) break;
-    if (ready == 1 && Accept(listener)) ++served;
+    if (ready >= 0 && Accept(listener)) ++served;
   }
   _exit(0);
 }
@@ -227,7 +233,7 @@ bool ForkMissing(int listener) {
 
 // A worker is never without its own way to take the signal that renews it.
 bool FillUp(int listener) {
-  const sigset_t renewal = Only(SIGHUP);
+  const sigset_t renewal = Only({SIGHUP});
   sigset_t before;
   sigprocmask(SIG_BLOCK, &renewal, &before);
   const bool full = ForkMissing(listener);
@@ -253,7 +259,7 @@ void ServeDatagram(int admin_sock, MainCore_AdminFn admin) {
 sigset_t WatchWorkers() {
   Handle(
       SIGCHLD, [](int) {}, 0);
-  const sigset_t children = Only(SIGCHLD);
+  const sigset_t children = Only({SIGCHLD});
   sigset_t mask;
   sigprocmask(SIG_BLOCK, &children, &mask);
   sigdelset(&mask, SIGCHLD);
@@ -279,6 +285,7 @@ int MainCore_SetWorkers() {
 }
 
 void MainCore_EndAfter(int milliseconds, const char *word) {
+  SetTimer(0);  // a word has to be there when the timer ends
   last_word = word;
   SetTimer(milliseconds);
 }

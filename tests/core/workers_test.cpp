@@ -210,6 +210,18 @@ TEST(Workers, WaitFiveSecondsForALine) {
   EXPECT_EQ(service.Ask("tree"), "0");
 }
 
+TEST(Workers, WaitFiveSecondsAlsoWhereTheAlarmWasHeldBack) {
+  const Setting number("KORVO_WORKERS", "1");
+  const Daemon daemon(WORKER_PROGRAM, [] {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+  });
+  const Socket silent = daemon.Client();
+  EXPECT_EQ(silent.ReadAll(), "");
+  EXPECT_EQ(daemon.Exchange("tree\n"), "0");
+}
+
 TEST(Workers, WaitFiveSecondsForAReader) {
   Service service(1);
   const Socket idle = service.Begin("much\n");
