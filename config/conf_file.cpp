@@ -159,6 +159,19 @@ int Init_ReadConf(const char *filename, const char *id, char type, ConfigInfo *c
   return 0;
 }
 
+bool Init_HasConf(const char *filename, const char *id, char type) {
+  const SignalHold hold;
+  LineReader reader = {};
+  reader.file = std::fopen(filename, "r");
+  if (reader.file == nullptr) return false;
+  std::string_view tokens;
+  bool found = false;
+  while (!found && FindLine(&reader, id, &tokens) == Next::kLine)
+    found = Text_Token(&tokens, kBlanks) == std::string_view(&type, 1);
+  std::fclose(reader.file);
+  return found;
+}
+
 int Init_ReadDB(const char *filename, const char *id, DBInfo *dbinfo) {
   if (IsEmpty(filename)) {
     DPRINTF(nullptr, kFatal, "[Init: ReadDB] Filename NULL or zero-length.\n");

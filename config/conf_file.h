@@ -28,6 +28,10 @@ struct DBInfo {
 // found or not complete, and logged at 104; config may hold the ID then.
 int Init_ReadConf(const char *filename, const char *id, char type, ConfigInfo *config);
 
+// Whether the file has a line of that id and type.  Logs nothing and leaves no file open, so that
+// it can be asked as often as peers come.
+bool Init_HasConf(const char *filename, const char *id, char type);
+
 // Fills dbinfo from the first line whose ID is id.  1 or 0, as Init_ReadConf.
 int Init_ReadDB(const char *filename, const char *id, DBInfo *dbinfo);
 

@@ -1,21 +1,11 @@
 #include "searchmgr/shards.h"
 
 #include "core/state.h"
-#include "debug/log.h"
 #include "manager/manager.h"
 
 namespace {
 
-// Quietly: most engines have no Document Manager of their own, and the reader of the file would
-// report each as a fault.
-bool HasDocMgr(const char *id) {
-  const int level = Debug_Level;
-  Debug_Level = kOff + 1;
-  ConfigInfo config;
-  const int found = Init_ReadConf(MainCore_State.ConfigPath, id, 'D', &config);
-  Debug_Level = level;
-  return found == 1;
-}
+bool HasDocMgr(const char *id) { return Init_HasConf(MainCore_State.ConfigPath, id, 'D'); }
 
 std::vector<SearchShard> Make() {
   const char *own = MainCore_State.Config.ID;

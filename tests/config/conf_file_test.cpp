@@ -1,6 +1,7 @@
 #include "config/conf_file.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <fstream>
@@ -52,6 +53,7 @@ class ConfFileTest : public ::testing::Test {
 
 using ReadConf = ConfFileTest;
 using ReadDB = ConfFileTest;
+using HasConf = ConfFileTest;
 
 constexpr char kWeb[] = "web1 C 10.1.2.3 6000 6001 -\n";
 constexpr char kEngine[] = "eng1 News /idx/news /doc/news\n";
@@ -665,6 +667,26 @@ TEST(DisplayCfg, Record_IsOneMessageOfEightLinesAt104) {
             "[Init: DisplayCfg] IP         = 10.1.2.3\n"
             "[Init: DisplayCfg] ClientPort = 6000\n"
             "[Init: DisplayCfg] AdminPort  = -5\n");
+}
+
+TEST_F(HasConf, ALineOfThatIdAndType_IsThereAndNothingIsLeftOpen) {
+  Write("grp1 S 127.0.0.1 1 2 web1\ngrp1 D 127.0.0.1 3 4 web1\n# eng1 D x\neng2 DD\n");
+  const char *file = path_.c_str();
+  const int free = dup(0);
+  close(free);
+  EXPECT_EQ(MessagesAt(101,
+                       [&] {
+                         EXPECT_TRUE(Init_HasConf(file, "grp1", 'S'));
+                         EXPECT_TRUE(Init_HasConf(file, "grp1", 'D'));
+                         EXPECT_FALSE(Init_HasConf(file, "grp1", 'E'));
+                         EXPECT_FALSE(Init_HasConf(file, "eng1", 'D'));
+                         EXPECT_FALSE(Init_HasConf(file, "eng2", 'D'));
+                         EXPECT_FALSE(Init_HasConf("/nowhere", "grp1", 'D'));
+                       }),
+            "");
+  const int still_free = dup(0);
+  close(still_free);
+  EXPECT_EQ(free, still_free);
 }
 
 TEST(DisplayCfg, Lines_ShareOneHeader) {
