@@ -69,6 +69,10 @@ std::string Answer(Manager_AnswerFn answer, const CmdHdr &hdr, const char *text,
 void RecordEngine(const char *rest) {
   INIT_CHILDINFO child = {};
   if (Init_RecvAnnounce(rest, &child) != 1 || child.Type != 'E') return;
+  if (child.ID[0] == '\0') {  // a document without a record type would be looked for there
+    DPRINTF(nullptr, kWarning, "[Manager: Admin] An engine announced itself without an ID\n");
+    return;
+  }
   MainCore_RenewWorkers();
   for (INIT_CHILDINFO &engine : Manager_Engines)
     if (std::strcmp(engine.ID, child.ID) == 0) {
