@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kDeadline(5000);
 constexpr std::chrono::milliseconds kGrace(300);
-constexpr int kAttempts = 3;  // with a database that is written to meanwhile
 
 // A worker's, made at its first call: the database on this machine, and then the engines.
 std::vector<Shard> Make() {
@@ -49,11 +48,11 @@ std::string Fetch_Answer(const CmdHdr &hdr, const char *, const char *) {
   Shard *const shards[] = {shard};
   const auto now = ShardClock::now();
   const ShardRequest request = {now, now + kDeadline};
-  for (int changed = 0; Shard_Ready(shards, request) == 1;) {
+  while (ShardClock::now() < request.end && Shard_Ready(shards, request) == 1) {
     try {
       return Fetch(*shard, hdr);
     } catch (const Xapian::DatabaseModifiedError &) {
-      if (++changed == kAttempts) throw;
+      // It is written to meanwhile; Shard_Ready looks at it anew.
     } catch (const Xapian::Error &error) {
       Shard_Fail(shards, shard, error, request);
     }

@@ -17,7 +17,6 @@ using std::chrono::milliseconds;
 
 constexpr const char *kTooLong = "\t@COMMAND=ERROR\tThe search took too long\n";
 constexpr milliseconds kGrace(300);          // behind the deadline, before the worker gives up
-constexpr int kAttempts = 3;                 // with databases that are written to meanwhile
 constexpr Xapian::doccount kCounted = 1000;  // hits that are counted rather than estimated
 
 // One search: the shards that take part, as one database.
@@ -32,6 +31,13 @@ struct Search {
   int shards = 0;
 };
 
+// That of the first shard with documents: one without any may not know yet what its fields are.
+const Schema &SchemaOf(const std::vector<const SearchShard *> &open) {
+  for (const SearchShard *shard : open)
+    if (shard->shard.database->get_doccount() > 0) return shard->shard.schema;
+  return open.front()->shard.schema;
+}
+
 void Join(Search *search) {
   search->open.clear();
   search->database = Xapian::Database();
@@ -40,7 +46,7 @@ void Join(Search *search) {
     search->database.add_database(*shard.shard.database);
     search->open.push_back(&shard);
   }
-  search->schema = &search->open.front()->shard.schema;
+  search->schema = &SchemaOf(search->open);
 }
 
 // Empty, or why hits cannot be in that order.
@@ -120,16 +126,16 @@ std::string Page(const Search &search) {
          Hits(search, hits, ScriptFor(search.script, query.marks)) + kRecordSearchComplete;
 }
 
-// As often as a shard fails or a database is written to, from the rest.
+// As often as a shard fails, from the rest; as often as a database is written to meanwhile, anew.
 std::string PageOfTheRest(Search *search, std::span<Shard *const> shards,
                           const ShardRequest &time) {
-  for (int changed = 0;;) {
+  for (;;) {
     if (Shard_Ready(shards, time) == 0) return Record_Error("No part of the documents can be read");
-    Join(search);
     try {
+      Join(search);
       return Page(*search);
     } catch (const Xapian::DatabaseModifiedError &) {
-      if (++changed == kAttempts) throw;
+      // Shard_Ready looks at it anew.
     } catch (const Xapian::Error &error) {
       Shard *failed = Shard_OfError(shards, error);
       if (failed == nullptr) throw;

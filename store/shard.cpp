@@ -3,12 +3,14 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <mutex>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -23,6 +25,7 @@ constexpr milliseconds kConnectLimit(1000);
 constexpr milliseconds kRetryAfter(1000);
 constexpr milliseconds kRetryWait(20);  // for an engine that is tried again
 constexpr milliseconds kLeastPatience(50);
+constexpr int kSpareDescriptors = 8;  // for the files of a database, which are opened as needed
 
 milliseconds Left(ShardClock::time_point end) {
   return std::max(std::chrono::duration_cast<milliseconds>(end - ShardClock::now()),
@@ -42,7 +45,11 @@ void CloseGreeting(Shard *shard) {
   shard->greeting = -1;
 }
 
+// The log is made for one thread.
+std::mutex log_lock;
+
 void Report(Shard *shard, const std::string &reason) {
+  const std::lock_guard hold(log_lock);
   DPRINTF(nullptr, shard->failed ? kStatus : kWarning, "[Shard: Open] Unable to read '%s': %s\n",
           shard->name.c_str(), reason.c_str());
   shard->failed = true;
@@ -74,9 +81,9 @@ void Open(Shard *shard, const ShardRequest &request) {
   const std::string wrong = Try([&] {
     shard->state = Location_State(shard->location);
     Xapian::Database database =
-        IsRemote(*shard) ? Xapian::Remote::open(shard->host, shard->port,
-                                                static_cast<useconds_t>(patience.count()),
-                                                static_cast<useconds_t>(kConnectLimit.count()))
+        IsRemote(*shard) ? Xapian::Remote::open(
+                               shard->host, shard->port, static_cast<useconds_t>(patience.count()),
+                               static_cast<useconds_t>(std::min(patience, kConnectLimit).count()))
                          : Xapian::Database(shard->location);
     shard->schema = Schema_Of(database);
     shard->database = database;
@@ -84,6 +91,7 @@ void Open(Shard *shard, const ShardRequest &request) {
   if (!wrong.empty()) return PutOff(shard, wrong);
   shard->patience = patience;
   shard->opened = ShardClock::now();
+  const std::lock_guard hold(log_lock);
   if (shard->failed)
     DPRINTF(nullptr, kWarning, "[Shard: Open] '%s' is back\n", shard->name.c_str());
   shard->failed = false;
@@ -105,7 +113,7 @@ void CloseChanged(Shard *shard, const ShardRequest &request) {
 bool Refresh(Shard *shard) {
   shard->doubted = false;
   try {
-    shard->database->reopen();
+    if (shard->database->reopen()) shard->schema = Schema_Of(*shard->database);
   } catch (const Xapian::NetworkTimeoutError &error) {
     PutOff(shard, error.get_description());
     return false;
@@ -140,6 +148,12 @@ void RefreshAll(std::span<Shard *const> shards) {
   }
 }
 
+bool IsSpare(int fd) {
+  rlimit most = {};
+  return getrlimit(RLIMIT_NOFILE, &most) == 0 &&
+         static_cast<rlim_t>(fd) + kSpareDescriptors >= most.rlim_cur;
+}
+
 // Begins a connection to an engine without waiting for it.
 void Call(Shard *shard) {
   shard->begun = ShardClock::now();
@@ -149,6 +163,7 @@ void Call(Shard *shard) {
   if (inet_pton(AF_INET, shard->host.c_str(), &address.sin_addr) != 1)
     return PutOff(shard, "its address is '" + shard->host + "'");
   shard->greeting = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (IsSpare(shard->greeting)) return PutOff(shard, "no descriptor is left for it");
   const bool begun = shard->greeting >= 0 &&
                      (connect(shard->greeting, reinterpret_cast<const sockaddr *>(&address),
                               sizeof address) == 0 ||
@@ -211,7 +226,7 @@ void OpenRemote(std::span<Shard *const> shards, const ShardRequest &request) {
   }
   Together(Await(called), [&request](Shard *shard) { Open(shard, request); });
   for (const Called &one : called)
-    if (one.shard->greeting >= 0 &&
+    if (one.shard->greeting >= 0 && !IsGreeted(one.shard) && one.shard->greeting >= 0 &&
         (!one.shard->failed || ShardClock::now() >= one.shard->begun + kConnectLimit))
       PutOff(one.shard, "it does not answer");
 }
