@@ -249,6 +249,31 @@ TEST_F(Shards, DocumentsAddedAreFoundAtOnce) {
   for (int i = 0; i < 10; ++i) EXPECT_TRUE(Has(Ask(), "matches=9 "));
 }
 
+TEST(EmptyShards, SayNothingOfTheFields) {
+  const Folder data;
+  Tree tree;
+  tree.Line('C', "web1", "-");
+  tree.Line('S', "grp1", "web1");
+  tree.Line('E', "e1", "grp1");
+  const std::string own = BuildIndex(data, "own", Doc("gone", "common"));
+  EXPECT_EQ(
+      RunIndexer({"--id", "Package", own, data.Write("gone.txt", Doc("gone", "common"))}).status,
+      0);
+  EXPECT_EQ(RunIndexer({"--id", "Package", "--delete", own, "gone"}).status, 0);
+  const std::string schema =
+      data.Write("schema", "@language english\nPackage keyword id sort\nText text\n");
+  const std::string path = data.Path() + "/e1";
+  EXPECT_EQ(RunIndexer({"--schema", schema, path, data.Write("in.txt", Doc("a", "stars"))}).status,
+            0);
+  tree.Database("grp1", own, own);
+  tree.Database("e1", path, path);
+  tree.Start('S', "grp1");
+  tree.Start('E', "e1");
+  const std::string answer = tree.Exchange(
+      'S', "grp1", "\t@COMMAND=QUERY\t@STATUS=1\t@SORT=Package\tstar Package=\"a\"\n");
+  EXPECT_TRUE(Has(answer, "<!--korvo matches=1 ")) << answer;
+}
+
 TEST_F(Shards, LeaveNoProcessBehind) {
   ASSERT_TRUE(IsWhole());
   for (const char *id : {"e1", "e2", "e3"}) tree_.End('E', id);

@@ -5,6 +5,9 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <filesystem>
+#include <sstream>
+
 namespace {
 
 const char *ProgramOf(char type) {
@@ -24,6 +27,12 @@ sockaddr_in LoopbackAddress(int port) {
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   addr.sin_port = htons(static_cast<std::uint16_t>(port));
   return addr;
+}
+
+std::size_t Descriptors(pid_t pid) {
+  std::error_code error;
+  std::filesystem::directory_iterator all("/proc/" + std::to_string(pid) + "/fd", error);
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
 Tree::Tree() : admin_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -58,10 +67,10 @@ void Tree::WriteFiles() const {
   folder_.Write("korvo.db", "# ID DBNAME SEARCHLOC DOCLOC\n" + databases_);
 }
 
-Process &Tree::Start(char type, const std::string &id) {
+Process &Tree::Start(char type, const std::string &id, const std::function<void()> &prepare) {
   Node &node = nodes_.at({type, id});
   node.process = std::make_unique<Process>(
-      std::vector<std::string>{ProgramOf(type), id, folder_.Path()}, node.folder->Path());
+      std::vector<std::string>{ProgramOf(type), id, folder_.Path()}, node.folder->Path(), prepare);
   Ping(type, id);
   for (const char parent : type == 'E' ? std::string("SD") : std::string("C"))
     if (const auto found = nodes_.find({parent, node.parent});
@@ -109,4 +118,25 @@ void Tree::Ping(char type, const std::string &id) {
     return false;
   });
   EXPECT_TRUE(answered) << type << " " << id << ": " << At(type, id).process->RawLog();
+}
+
+std::vector<pid_t> Tree::Workers(char type, const std::string &id) const {
+  const std::string pid = std::to_string(At(type, id).process->Pid());
+  std::istringstream in(ReadFile("/proc/" + pid + "/task/" + pid + "/children"));
+  std::vector<pid_t> pids;
+  for (pid_t child = 0; in >> child;) pids.push_back(child);
+  return pids;
+}
+
+std::vector<std::string> Tree::ExchangeAll(char type, const std::string &id,
+                                           const std::vector<std::string> &lines) const {
+  std::vector<Socket> clients;
+  for (const std::string &line : lines) {
+    clients.push_back(ConnectTo(Port(type, id)));
+    clients.back().Send(line);
+    shutdown(clients.back().Fd(), SHUT_WR);
+  }
+  std::vector<std::string> answers;
+  for (const Socket &client : clients) answers.push_back(client.ReadAll());
+  return answers;
 }

@@ -4,13 +4,18 @@
 
 #include <netinet/in.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/service/running.h"
 
 sockaddr_in LoopbackAddress(int port);
+
+// Descriptors that a process has open.
+std::size_t Descriptors(pid_t pid);
 
 class Tree {
  public:
@@ -23,8 +28,8 @@ class Tree {
   void Database(const std::string &id, const std::string &search, const std::string &doc);
 
   // Starts the program of a line and waits until it answers a PING and, if that runs, its parents
-  // have carried out its announcement.
-  Process &Start(char type, const std::string &id);
+  // have carried out its announcement.  prepare as for Process.
+  Process &Start(char type, const std::string &id, const std::function<void()> &prepare = {});
   Process &Program(char type, const std::string &id);
   void End(char type, const std::string &id);   // SIGTERM, and its group is gone
   void Kill(char type, const std::string &id);  // the whole group
@@ -34,6 +39,10 @@ class Tree {
   std::string Exchange(char type, const std::string &id, const std::string &line) const;
   void Send(char type, const std::string &id, const std::string &datagram) const;
   void Ping(char type, const std::string &id);
+  std::vector<pid_t> Workers(char type, const std::string &id) const;
+  // All at once; the answers in the order of the lines, whole however their connections ended.
+  std::vector<std::string> ExchangeAll(char type, const std::string &id,
+                                       const std::vector<std::string> &lines) const;
   const Folder &Files() const { return folder_; }
 
  private:
