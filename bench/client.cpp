@@ -127,7 +127,7 @@ class Load {
   void End(Connection *connection) {
     if (connection->got != exchange_.answer.size()) return Fail(connection, nullptr);
     outcome_.latencies.push_back(Now() - connection->begun);
-    if (MetFullQueue(*connection)) ++outcome_.queued;
+    if (Client_MetFullQueue(connection->fd)) ++outcome_.queued;
     Close(connection);
   }
 
@@ -156,17 +156,10 @@ class Load {
     --open_;
   }
 
-  bool MetFullQueue(const Connection &connection) const {
-    tcp_info info = {};
-    socklen_t size = sizeof info;
-    getsockopt(connection.fd, IPPROTO_TCP, TCP_INFO, &info, &size);
-    return info.tcpi_state == TCP_SYN_SENT || info.tcpi_total_retrans > 0;
-  }
-
   // They are reset, so that the server is not busy with them in the next measurement.
   void GiveUpQueued() {
     for (Connection &connection : connections_) {
-      if (connection.fd < 0 || !MetFullQueue(connection)) continue;
+      if (connection.fd < 0 || !Client_MetFullQueue(connection.fd)) continue;
       ++outcome_.unanswered;
       const linger reset = {1, 0};
       setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
@@ -191,6 +184,13 @@ Outcome Client_Closed(int port, const Exchange &exchange, int clients, std::int6
 
 Outcome Client_Burst(int port, const Exchange &exchange, int clients, std::int64_t nanoseconds) {
   return Load(port, exchange, clients).Run(nanoseconds, false);
+}
+
+bool Client_MetFullQueue(int sock) {
+  tcp_info info = {};
+  socklen_t size = sizeof info;
+  getsockopt(sock, IPPROTO_TCP, TCP_INFO, &info, &size);
+  return info.tcpi_state == TCP_SYN_SENT || info.tcpi_total_retrans > 0;
 }
 
 std::int64_t Client_Percentile(const std::vector<std::int64_t> &sorted, double percent) {

@@ -8,8 +8,7 @@
 
 #include "bench/rows.h"
 
-// What the connections of one measurement met.  A connection has met the full listen queue when the
-// kernel had to send one of its segments again: nothing else loses segments on the loopback.
+// What the connections of one measurement met.
 struct Outcome {
   std::vector<std::int64_t> latencies;  // nanoseconds from connect to the end of the answer, sorted
   long queued = 0;                      // answered, after they met the full queue
@@ -23,6 +22,10 @@ Outcome Client_Closed(int port, const Exchange &exchange, int clients, std::int6
 
 // Opens `clients` connections at once, one request each, and gives up after that long.
 Outcome Client_Burst(int port, const Exchange &exchange, int clients, std::int64_t nanoseconds);
+
+// Whether a connection has met the full listen queue: the kernel has had to send
+// a segment again, and nothing else loses segments on the loopback.
+bool Client_MetFullQueue(int sock);
 
 // The nearest-rank percentile of sorted values; 0 when there are none.
 std::int64_t Client_Percentile(const std::vector<std::int64_t> &sorted, double percent);

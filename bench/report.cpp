@@ -3,17 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 
-namespace {
+#include "bench/statistics.h"
 
-// The value below which that share of the values lies, between neighbours in proportion.
-double Quantile(std::vector<double> values, double share) {
-  if (values.empty()) return 0;
-  std::sort(values.begin(), values.end());
-  const double place = share * static_cast<double>(values.size() - 1);
-  const auto below = static_cast<std::size_t>(place);
-  const std::size_t above = std::min(below + 1, values.size() - 1);
-  return values[below] + (place - static_cast<double>(below)) * (values[above] - values[below]);
-}
+namespace {
 
 std::vector<double> Column(const Series &series, Side side, double Sample::*value) {
   std::vector<double> column;
@@ -22,7 +14,7 @@ std::vector<double> Column(const Series &series, Side side, double Sample::*valu
 }
 
 double Median(const Series &series, Side side, double Sample::*value) {
-  return Quantile(Column(series, side, value), 0.5);
+  return Statistics_Quantile(Column(series, side, value), 0.5);
 }
 
 // Of all requests of a side, in microseconds.
@@ -38,13 +30,6 @@ double Mean(const Series &series, Side side, double Sample::*value) {
   return sum / static_cast<double>(series.samples[side].size());
 }
 
-std::string WithQuartiles(const std::vector<double> &values, int digits) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%.*f (%.*f to %.*f)", digits, Quantile(values, 0.5), digits,
-                Quantile(values, 0.25), digits, Quantile(values, 0.75));
-  return text;
-}
-
 // Daemon over floor, round by round.
 std::string Ratio(const Series &series, double Sample::*value) {
   const std::vector<double> below = Column(series, kFloor, value);
@@ -52,13 +37,13 @@ std::string Ratio(const Series &series, double Sample::*value) {
   std::vector<double> ratios;
   for (std::size_t i = 0; i < std::min(below.size(), above.size()); ++i)
     if (below[i] > 0 && above[i] > 0) ratios.push_back(above[i] / below[i]);
-  return ratios.empty() ? "-" : WithQuartiles(ratios, 2);
+  return ratios.empty() ? "-" : Statistics_WithQuartiles(ratios, 2);
 }
 
 std::string Percent(const Series &series, Side side, double Sample::*value) {
   std::vector<double> column = Column(series, side, value);
   for (double &share : column) share *= 100;
-  return WithQuartiles(column, 0);
+  return Statistics_WithQuartiles(column, 0);
 }
 
 std::string Cpu(double value) {
