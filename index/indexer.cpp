@@ -9,8 +9,9 @@
 
 namespace {
 
-// Bytes of values.  What they become in memory before it is written is thirty times that.
-constexpr std::int64_t kMostUncommitted = 8 << 20;
+// Bytes of values.  What they become in memory before it is written is thirty times that, or nine
+// times as much again where each word is a new one.
+constexpr std::int64_t kMostUncommitted = 4 << 20;
 
 // Documents that Xapian gathers in memory before it writes them, committed or not.  Its own 10000
 // take seven times the memory and twice the time: they do not stay in a processor's cache.

@@ -7,8 +7,10 @@
 namespace {
 
 constexpr Xapian::termpos kFieldGap = 100;  // no phrase reaches over the end of a field
-constexpr std::size_t kSortSize = 240;      // bytes of a text in a slot
-constexpr std::size_t kMostUnknown = 11;    // names that are kept: ten are shown
+constexpr std::size_t kPiece = 65536;       // bytes between two looks at the number of terms
+constexpr Xapian::termcount kMostTerms = 1'000'000;  // a term takes up to 800 bytes of memory
+constexpr std::size_t kSortSize = 240;               // bytes of a text in a slot
+constexpr std::size_t kMostUnknown = 11;             // names that are kept: ten are shown
 
 const Field *Find(const Fields &fields, std::string_view name) {
   const auto field = std::find_if(fields.begin(), fields.end(),
@@ -21,14 +23,29 @@ std::string_view ValueOf(const Fields &fields, std::string_view name) {
   return field != nullptr ? std::string_view(field->value) : std::string_view();
 }
 
-void IndexWords(Indexing *indexing, const std::string &text, Xapian::termcount weight,
-                const std::string &prefix) {
-  if (indexing->positions) {
-    indexing->terms.index_text(text, weight, prefix);
-    indexing->terms.increase_termpos(kFieldGap);
-  } else {
-    indexing->terms.index_text_without_positions(text, weight, prefix);
+// The front of a text that ends between two words, or as much as can be.
+std::string_view TakePiece(std::string_view *text) {
+  std::size_t size = text->size();
+  if (size > kPiece) size = std::min(text->find(' ', kPiece), size);
+  const std::string_view piece = text->substr(0, size);
+  text->remove_prefix(size);
+  return piece;
+}
+
+// False: the document has more terms than it may.
+bool IndexWords(Indexing *indexing, const Xapian::Document &document, std::string_view text,
+                Xapian::termcount weight, const std::string &prefix) {
+  while (!text.empty()) {
+    const std::string_view piece = TakePiece(&text);
+    const Xapian::Utf8Iterator words(piece.data(), piece.size());
+    if (indexing->positions)
+      indexing->terms.index_text(words, weight, prefix);
+    else
+      indexing->terms.index_text_without_positions(words, weight, prefix);
+    if (document.termlist_count() > kMostTerms) return false;
   }
+  indexing->terms.increase_termpos(kFieldGap);
+  return true;
 }
 
 std::string SmallLetters(std::string_view text) {
@@ -77,9 +94,14 @@ const SchemaField *KindOf(Indexing *indexing, Field *field) {
 
 bool AddField(Indexing *indexing, Field *field, Xapian::Document *document, std::string *expected) {
   const SchemaField *kind = KindOf(indexing, field);
-  if (kind->kind == FieldKind::kText) IndexWords(indexing, field->value, kind->weight, "");
-  if (kind->kind == FieldKind::kText || kind->kind == FieldKind::kKeyword)
-    IndexWords(indexing, field->value, kind->weight, Field_Prefix(field->name));
+  const bool words = kind->kind == FieldKind::kText,
+             named = words || kind->kind == FieldKind::kKeyword;
+  if ((words && !IndexWords(indexing, *document, field->value, kind->weight, "")) ||
+      (named &&
+       !IndexWords(indexing, *document, field->value, kind->weight, Field_Prefix(field->name)))) {
+    *expected = "expected a document of at most 1000000 different terms";
+    return false;
+  }
   if (kind->kind == FieldKind::kKeyword)
     document->add_boolean_term(Schema_ExactTerm(field->name, field->value));
   return !Schema_IsSorted(*kind) ||

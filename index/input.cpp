@@ -10,16 +10,19 @@ namespace {
 
 constexpr std::size_t kBlock = 65536;
 
-// Lets the signals in that are held back otherwise, so that none comes between a look at what it
-// left and the wait.
+bool IsStopped(const Input &input) { return input.stop != nullptr && *input.stop != 0; }
+
+// Waits for bytes.  The signals are held back until it waits, so that none comes between the look
+// at what it sets and the wait.
 bool Await(const Input &input) {
-  if (input.mask == nullptr) return true;
+  sigset_t all, before;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, &before);
   pollfd bytes = {input.fd, POLLIN, 0};
-  if (ppoll(&bytes, 1, nullptr, input.mask) < 0) return false;
-  sigset_t held;
-  sigprocmask(SIG_SETMASK, input.mask, &held);  // bytes that are there do not wait for a signal
-  sigprocmask(SIG_SETMASK, &held, nullptr);
-  return true;
+  const bool awaited = !IsStopped(input) && ppoll(&bytes, 1, nullptr, &before) >= 0;
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  if (!awaited) errno = EINTR;
+  return awaited;
 }
 
 std::ptrdiff_t ReadBytes(Input *input, char *bytes, std::size_t size) {
@@ -42,7 +45,7 @@ std::ptrdiff_t Refuse(Input *input, const char *what) {
 
 std::ptrdiff_t Input_Read(Input *input, char *bytes, std::size_t size) {
   if (input->unpacker == nullptr) return ReadBytes(input, bytes, size);
-  for (;;) {
+  while (!IsStopped(*input)) {
     if (input->left.empty()) {
       input->packed.resize(kBlock);
       const std::ptrdiff_t got = ReadBytes(input, input->packed.data(), kBlock);
@@ -57,4 +60,6 @@ std::ptrdiff_t Input_Read(Input *input, char *bytes, std::size_t size) {
     if (written > 0) return static_cast<std::ptrdiff_t>(written);
     if (ended) return result == UnpackResult::kWhole ? 0 : Refuse(input, "end too early,");
   }
+  input->error = std::strerror(EINTR);
+  return -1;
 }

@@ -83,28 +83,20 @@ volatile std::sig_atomic_t interrupted = 0;
 
 void Interrupt(int number) { interrupted = number; }
 
-sigset_t open_mask;  // as the program was started; written by CatchSignals alone
-
-// They come in while an input is waited for, so that what is not committed is taken back in order.
+// They end the reading, so that what is not committed is taken back in order.
 void CatchSignals() {
   struct sigaction action = {}, before = {};
   action.sa_handler = Interrupt;
-  sigset_t held;
-  sigemptyset(&held);
   for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
     sigaction(number, nullptr, &before);
-    if (before.sa_handler == SIG_IGN) continue;
-    sigaction(number, &action, nullptr);
-    sigaddset(&held, number);
+    if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
   }
-  sigprocmask(SIG_BLOCK, &held, &open_mask);
 }
 
 // Ends the process by the signal that it has met, as whoever sent it expects.
 void EndBySignal() {
   std::signal(interrupted, SIG_DFL);
   std::raise(interrupted);
-  sigprocmask(SIG_SETMASK, &open_mask, nullptr);
 }
 
 [[noreturn]] void Show(const char *text) {
@@ -233,7 +225,7 @@ int AddDocuments(Run *run, const char *name, Reader *reader, Input *input) {
 
 int AddStream(Run *run, const char *name, int fd) {
   std::string_view plain = name;
-  Input input = {fd, Unpack_BySuffix(&plain), &open_mask};
+  Input input = {fd, Unpack_BySuffix(&plain), &interrupted};
   Reader reader = {Reader_FormatOf(plain), {[&input](char *bytes, std::size_t size) {
                      return Input_Read(&input, bytes, size);
                    }}};

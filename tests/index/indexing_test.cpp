@@ -183,3 +183,23 @@ TEST(Indexing, Document_KeepsValuesWholeUpToTheSizeOfADocument) {
   EXPECT_EQ(indexed.Document(fields).get_data().size(), std::size_t{1} << 20);
   EXPECT_EQ(indexed.indexing.cut, 4);
 }
+
+TEST(Indexing, Document_BoundsItsTerms) {
+  Indexed indexed;
+  std::string words;
+  for (int i = 0; i < 600'000; ++i) words += "w" + std::to_string(i) + " ";
+  EXPECT_EQ(indexed.WrongWith({{"A", words}}),
+            "expected a document of at most 1000000 different terms");
+}
+
+TEST(Indexing, Document_OfALongTextHasTheSameWordsAndPositions) {
+  std::string words;
+  for (int i = 0; i < 30'000; ++i) words += "w" + std::to_string(i % 100) + " ";
+  Xapian::Document whole;
+  Xapian::TermGenerator terms;
+  terms.set_document(whole);
+  terms.index_text(words);
+  const Xapian::Document document = Indexed().Document({{"A", words}});
+  EXPECT_EQ(Positions(document, "w99"), Positions(whole, "w99"));
+  EXPECT_EQ(CountOf(document, "w99"), 300u);
+}

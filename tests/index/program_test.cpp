@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 #include <xapian.h>
+#include <zlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -598,4 +599,24 @@ TEST(Index, ASignal_TakesBackWhatIsNotCommitted) {
   EXPECT_FALSE(Exists(database));
   close(ends[0]);
   close(ends[1]);
+}
+
+TEST(Index, ASignal_EndsTheUnpackingOfALittleThatIsMuch) {
+  const Folder folder;
+  const std::string database = folder.Path() + "/db", file = folder.Write("much.gz", "");
+  std::string documents;
+  while (documents.size() < (1 << 20)) documents += "A: 1\n\n";
+  const gzFile packed = gzopen(file.c_str(), "wb");
+  for (int i = 0; i < 60; ++i)
+    gzwrite(packed, documents.data(), static_cast<unsigned>(documents.size()));
+  ASSERT_EQ(gzclose(packed), Z_OK);
+  ASSERT_LT(std::filesystem::file_size(file), 262144u);
+
+  Process indexer({KORVO_INDEX, database, file}, folder.Path());
+  ASSERT_TRUE(Eventually([&] { return Exists(database + "/iamglass"); }));
+  indexer.Signal(SIGINT);
+  const int status = indexer.Wait();
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT);
+  EXPECT_EQ(indexer.RawLog(), "korvo-index: interrupted; nothing was stored\n");
+  EXPECT_FALSE(Exists(database));
 }
