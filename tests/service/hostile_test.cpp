@@ -96,6 +96,33 @@ class Hostile : public testing::Test {
 constexpr const char *kFields[] = {"FIRSTHIT", "SORT",   "DEADLINE", "BESTFIT", "STATUS",
                                    "MAXHITS",  "SCRIPT", "RECTYPE",  "DOCNUM",  "OPER"};
 
+std::vector<std::string> Values() {
+  return {"",
+          "0",
+          "-0",
+          "-1",
+          "-2147483648",
+          "-99999999999999999999",
+          "2147483647",
+          "4294967297",
+          "99999999999999999999",
+          "1e9",
+          "0x10",
+          "1 2",
+          " 1",
+          "1;2",
+          "\xff\xfe",
+          "%s%n%d",
+          "..",
+          "=",
+          "@",
+          std::string(127, '9'),
+          std::string(128, 'a'),
+          std::string(1000, 'm'),
+          std::string(1100, 'x'),
+          std::string(3900, '-')};
+}
+
 std::string Line(char type, const std::string &fields) {
   return (type == 'S' ? "\t@COMMAND=QUERY" : "\t@COMMAND=GETDOC\t@DOCNUM=1") + fields +
          "\tcommon\n";
@@ -210,40 +237,34 @@ void ExpectEscaped(const std::string &page) {
 }  // namespace
 
 TEST_F(Hostile, ValuesOfHeaderFields) {
-  const std::string values[] = {"",
-                                "0",
-                                "-0",
-                                "-1",
-                                "-2147483648",
-                                "-99999999999999999999",
-                                "2147483647",
-                                "4294967297",
-                                "99999999999999999999",
-                                "1e9",
-                                "0x10",
-                                "1 2",
-                                " 1",
-                                "1;2",
-                                "\xff\xfe",
-                                "%s%n%d",
-                                "..",
-                                "=",
-                                "@",
-                                std::string(127, '9'),
-                                std::string(128, 'a'),
-                                std::string(1000, 'm'),
-                                std::string(1100, 'x'),
-                                std::string(3900, '-')};
   for (const char type : {'S', 'D'}) {
     std::vector<std::string> lines;
     for (const std::string name : kFields)
-      for (const std::string &value : values) {
+      for (const std::string &value : Values()) {
         const std::string field = "\t@" + name + "=" + value;
         lines.push_back(Line(type, field));
         if (field.size() * 2 < kCommandSize - 100) lines.push_back(Line(type, field + field));
         lines.push_back(Line(type, field.substr(0, 1500) + "\t@" + name + "=1\t@DEADLINE=4000"));
       }
     Attack(type, lines);
+  }
+}
+
+TEST_F(Hostile, ValuesThroughTheDaemon) {
+  data_.Write("page.hdr", "<");
+  data_.Write("page.tail", ">");
+  data_.Write("page.mo", TextOp("[") + ValueOp("Package") + TextOp("]") + EndOp());
+  const std::string place = "\t@SEARCHGROUP=grp1\t@MACROFILE=" + data_.Path() + "/page";
+  for (const std::string name : kFields) {
+    for (const std::string &value : Values()) {
+      const std::string field = "\t@" + name + "=" + value.substr(0, 3000);
+      const std::string page =
+          tree_.Exchange('C', "web1", "\t@COMMAND=QUERY" + place + field + "\tcommon\n");
+      EXPECT_TRUE(page.starts_with('<') && page.ends_with('>')) << field << "\n" << page;
+      tree_.Exchange('C', "web1", "\t@COMMAND=GETDOC\t@DOCNUM=1" + place + field + "\n");
+    }
+    for (const char type : {'S', 'D'}) tree_.Ping(type, "grp1");
+    tree_.Ping('C', "web1");
   }
 }
 
