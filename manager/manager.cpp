@@ -27,7 +27,8 @@ constexpr auto kTrial = std::chrono::seconds(5);
 // 0, or the error: that of the connection, or EAGAIN for a reader that takes nothing for too long.
 int SendAll(int sock, std::string_view bytes) {
   while (!bytes.empty()) {
-    const ssize_t sent = send(sock, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const ssize_t sent =
+        send(sock, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT | MSG_MORE);
     if (sent >= 0) {
       bytes.remove_prefix(static_cast<std::size_t>(sent));
       continue;
@@ -39,8 +40,11 @@ int SendAll(int sock, std::string_view bytes) {
   return 0;
 }
 
+// The end of the answer travels with its last bytes: a segment less, and the reader cannot close
+// first, which would keep its port in use.  What nobody has read cannot reset the connection then.
 void Send(int sock, std::string_view records) {
   const int err = SendAll(sock, records);
+  shutdown(sock, SHUT_WR);
   if (err != 0)
     DPRINTF(nullptr, kWarning, "[Manager: ClientCmd] Unable to send to client sock %d rc = %d\n",
             sock, -err);

@@ -2,6 +2,8 @@
 #include "manager/manager.h"
 
 #include <gtest/gtest.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <csignal>
@@ -42,6 +44,23 @@ struct Connection {
   Socket near, far;
 };
 
+Connection OverTcp() {
+  const Socket listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto *generic = reinterpret_cast<sockaddr *>(&address);
+  EXPECT_EQ(bind(listener.Fd(), generic, size), 0);
+  EXPECT_EQ(listen(listener.Fd(), 1), 0);
+  EXPECT_EQ(getsockname(listener.Fd(), generic, &size), 0);
+  Connection client;
+  client.far = Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(connect(client.far.Fd(), generic, size), 0);
+  client.near = Socket(accept(listener.Fd(), nullptr, nullptr));
+  return client;
+}
+
 // The answer and the log of a datagram.
 std::string Administer(const std::string &datagram) {
   SockAddr sender = {};
@@ -70,6 +89,17 @@ TEST(Manager, AnAnswerGoesToTheClientWhole) {
   Connection client;
   EXPECT_EQ(client.Run(kCommand, Answer), "");
   EXPECT_EQ(client.Received(), "answer\n");
+}
+
+TEST(Manager, AnAnswerEndsWithItsLastBytes) {
+  Connection client = OverTcp();
+  EXPECT_EQ(client.Run(kCommand, Answer), "");
+  ASSERT_TRUE(client.far.Readable(kPatienceMs));
+  EXPECT_EQ(client.far.ReadAll(), "answer\n") << "though the manager has not closed";
+  tcp_info info = {};
+  socklen_t size = sizeof info;
+  ASSERT_EQ(getsockopt(client.far.Fd(), IPPROTO_TCP, TCP_INFO, &info, &size), 0);
+  EXPECT_EQ(info.tcpi_segs_in, 2u) << "that of the connection, and the answer";
 }
 
 TEST(Manager, WhatIsThrown_IsAnErrorOfOneLine) {
