@@ -17,9 +17,9 @@
 #include <vector>
 
 #include "index/indexer.h"
-#include "index/input.h"
 #include "index/progress.h"
 #include "index/reader.h"
+#include "index/source.h"
 #include "tools/common/tool.h"
 
 namespace {
@@ -162,11 +162,11 @@ std::string Kept(const Run &run) {
              : "stored before: " + std::to_string(run.indexer.committed) + " documents";
 }
 
-void ShowProgress(Run *run, const Input &input, bool always) {
+void ShowProgress(Run *run, const Source &source, bool always) {
   const auto now = std::chrono::steady_clock::now();
   if (!always && now - run->shown < kProgressStep) return;
   run->shown = now;
-  run->progress.done = run->done_before + input.taken;
+  run->progress.done = run->done_before + source.taken;
   run->progress.documents = run->indexer.added + run->indexer.replaced;
   run->progress.seconds = std::chrono::duration<double>(now - run->started).count();
   // The end of the line is emptied, and the next text writes over it.
@@ -174,13 +174,13 @@ void ShowProgress(Run *run, const Input &input, bool always) {
                always ? "\n" : "\r");
 }
 
-void Count(Run *run, const Input &input) {
+void Count(Run *run, const Source &source) {
   if (++run->unshown < kProgressCheck) return;
   run->unshown = 0;
-  if (isatty(STDERR_FILENO) != 0) ShowProgress(run, input, false);
+  if (isatty(STDERR_FILENO) != 0) ShowProgress(run, source, false);
 }
 
-// A fault of the input.  0 where the run goes on without that document, else the exit status.
+// A fault of the source.  0 where the run goes on without that document, else the exit status.
 int Refuse(Run *run, const char *name, const Reader &reader, bool broken) {
   const bool skip = run->command->skip_bad && !broken;
   const std::string end = skip ? "left out" : Kept(*run);
@@ -207,30 +207,30 @@ int AddDocument(Run *run, const char *name, Reader *reader, Fields *fields) {
 
 // Each of these is 0, or the exit status, reported.
 
-int AddDocuments(Run *run, const char *name, Reader *reader, Input *input) {
+int AddDocuments(Run *run, const char *name, Reader *reader, Source *source) {
   Fields fields;
   for (int status = 0; status == 0;) {
     switch (interrupted != 0 ? ReadResult::kFailed : Reader_Next(reader, &fields)) {
       case ReadResult::kDocument: status = AddDocument(run, name, reader, &fields); break;
-      case ReadResult::kEnd: run->done_before += input->taken; return 0;
+      case ReadResult::kEnd: run->done_before += source->taken; return 0;
       case ReadResult::kBad: status = Refuse(run, name, *reader, false); break;
       case ReadResult::kBroken: return Refuse(run, name, *reader, true);
-      case ReadResult::kFailed: return RefuseInput(run, name, input->error);
+      case ReadResult::kFailed: return RefuseInput(run, name, source->error);
     }
     if (status != 0) return status;
-    Count(run, *input);
+    Count(run, *source);
   }
   return 0;
 }
 
 int AddStream(Run *run, const char *name, int fd) {
   std::string_view plain = name;
-  Input input = {fd, Unpack_BySuffix(&plain), &interrupted};
-  Reader reader = {Reader_FormatOf(plain), {[&input](char *bytes, std::size_t size) {
-                     return Input_Read(&input, bytes, size);
+  Source source = {fd, Unpack_BySuffix(&plain), &interrupted};
+  Reader reader = {Reader_FormatOf(plain), {[&source](char *bytes, std::size_t size) {
+                     return Source_Read(&source, bytes, size);
                    }}};
   if (run->command->format != nullptr) Reader_Format(run->command->format, &reader.format);
-  return AddDocuments(run, name, &reader, &input);
+  return AddDocuments(run, name, &reader, &source);
 }
 
 int AddFile(Run *run, const char *name) {
@@ -293,7 +293,7 @@ int AddFiles(Run *run) {
     if (status != 0) return status;
   }
   Indexer_Finish(&run->indexer);
-  if (isatty(STDERR_FILENO) != 0) ShowProgress(run, Input{-1, nullptr}, true);
+  if (isatty(STDERR_FILENO) != 0) ShowProgress(run, Source{-1, nullptr}, true);
   Report(*run);
   return 0;
 }

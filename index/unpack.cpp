@@ -8,7 +8,7 @@
 namespace {
 
 constexpr int kGzipWindow = 15 + 16;                   // the widest, with the header of gzip
-constexpr std::uint64_t kMostXzMemory = 256ull << 20;  // xz -9 takes 65 MiB
+constexpr std::uint64_t kMostXzMemory = 256ULL << 20;  // xz -9 takes 65 MiB
 
 bool TakeSuffix(std::string_view *name, std::string_view suffix) {
   if (!name->ends_with(suffix)) return false;

@@ -136,14 +136,12 @@ std::string SetLanguage(Schema *schema, std::string_view rest) {
 
 // The next line, or its first kMostLine + 1 bytes: nobody's file fills the memory.  False: the end.
 bool ReadLine(std::istream *in, std::string *line) {
-  std::array<char, kMostLine + 2> bytes;
-  in->getline(bytes.data(), bytes.size());
-  const std::streamsize taken = in->gcount();
-  if (taken == 0) return false;
-  const bool ended = !in->fail() && !in->eof();  // its newline counts and is not kept
-  line->assign(bytes.data(), static_cast<std::size_t>(ended ? taken - 1 : taken));
-  if (in->fail() && !in->bad() && !in->eof()) in->clear();  // it goes on; what was read is too long
-  return true;
+  line->clear();
+  for (char c = 0; in->get(c) && c != '\n';) {
+    line->push_back(c);
+    if (line->size() > kMostLine) return true;
+  }
+  return !line->empty() || in->good();
 }
 
 std::string TakeLine(Schema *schema, std::string_view line) {

@@ -1,4 +1,4 @@
-#include "index/input.h"
+#include "index/source.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -46,15 +46,15 @@ Unpacked Read(const std::string &name, const std::string &bytes, std::size_t pie
   const Folder folder;
   const int fd = open(folder.Write(name, bytes).c_str(), O_RDONLY);
   std::string_view plain = name;
-  Input input = {fd, Unpack_BySuffix(&plain)};
+  Source source = {fd, Unpack_BySuffix(&plain)};
   Unpacked unpacked = {};
   std::string buffer(piece, '\0');
   std::ptrdiff_t got = 0;
-  while ((got = Input_Read(&input, buffer.data(), piece)) > 0)
+  while ((got = Source_Read(&source, buffer.data(), piece)) > 0)
     unpacked.text.append(buffer, 0, static_cast<std::size_t>(got));
   close(fd);
-  unpacked.taken = input.taken;
-  if (got < 0) unpacked.error = input.error;
+  unpacked.taken = source.taken;
+  if (got < 0) unpacked.error = source.error;
   return unpacked;
 }
 
@@ -67,7 +67,7 @@ std::string Sample(int lines) {
 
 }  // namespace
 
-TEST(Input, Read_GivesWhatWasPacked) {
+TEST(Source, Read_GivesWhatWasPacked) {
   const std::string text = Sample(50000);
   for (const std::size_t piece : {1000u, 65536u}) {
     EXPECT_EQ(Read("a.txt", text, piece).text, text);
@@ -80,12 +80,12 @@ TEST(Input, Read_GivesWhatWasPacked) {
   EXPECT_EQ(Read("a.gz", Gzip(text)).taken, static_cast<std::int64_t>(Gzip(text).size()));
 }
 
-TEST(Input, Read_GivesSeveralPackedFilesInOne) {
+TEST(Source, Read_GivesSeveralPackedFilesInOne) {
   EXPECT_EQ(Read("a.gz", Gzip("one\n") + Gzip("") + Gzip("two\n")).text, "one\ntwo\n");
   EXPECT_EQ(Read("a.xz", Xz("one\n") + Xz("two\n")).text, "one\ntwo\n");
 }
 
-TEST(Input, Read_NamesThePlaceWherePackedBytesEndTooEarly) {
+TEST(Source, Read_NamesThePlaceWherePackedBytesEndTooEarly) {
   for (const std::size_t size : {0u, 1u, 5u, 20u, 1000u}) {
     const std::string place = std::to_string(size);
     EXPECT_EQ(Read("a.gz", Gzip(Sample(5000)).substr(0, size)).error,
@@ -95,7 +95,7 @@ TEST(Input, Read_NamesThePlaceWherePackedBytesEndTooEarly) {
   }
 }
 
-TEST(Input, Read_NamesThePlaceOfDamagedBytes) {
+TEST(Source, Read_NamesThePlaceOfDamagedBytes) {
   EXPECT_EQ(Read("a.gz", "A: 1\n").error, "the gzip data are damaged at byte 2");
   EXPECT_EQ(Read("a.xz", "Title: no xz at all\n").error, "the xz data are damaged at byte 12");
   std::string gzip = Gzip(Sample(5000)), xz = Xz(Sample(5000));
@@ -106,7 +106,7 @@ TEST(Input, Read_NamesThePlaceOfDamagedBytes) {
   EXPECT_TRUE(Read("a.gz", Gzip("x") + "tail").error.starts_with("the gzip data are damaged at "));
 }
 
-TEST(Input, Read_RefusesWhatAsksForTooMuchMemory) {
+TEST(Source, Read_RefusesWhatAsksForTooMuchMemory) {
   lzma_options_lzma options = {};
   lzma_lzma_preset(&options, 0);
   options.dict_size = 1u << 30;
@@ -126,14 +126,14 @@ TEST(Input, Read_RefusesWhatAsksForTooMuchMemory) {
   EXPECT_TRUE(Read("a.xz", bytes).error.starts_with("the xz data need too much memory at byte "));
 }
 
-TEST(Input, Read_OfADirectory_SaysWhy) {
+TEST(Source, Read_OfADirectory_SaysWhy) {
   for (const char *name : {"a", "a.gz"}) {
     std::string_view plain = name;
-    Input input = {open("/", O_RDONLY), Unpack_BySuffix(&plain)};
+    Source source = {open("/", O_RDONLY), Unpack_BySuffix(&plain)};
     char byte = 0;
-    EXPECT_EQ(Input_Read(&input, &byte, 1), -1);
-    EXPECT_EQ(input.error, "Is a directory");
-    close(input.fd);
+    EXPECT_EQ(Source_Read(&source, &byte, 1), -1);
+    EXPECT_EQ(source.error, "Is a directory");
+    close(source.fd);
   }
 }
 
