@@ -165,7 +165,7 @@ void TakeSignals(sigset_t *mask) {
   TakeSignals(&mask);
   // Also when nobody could tell it: a main process that was killed leaves no worker behind.
   prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != main_process) _exit(0);
+  if (getppid() != main_process) raise(SIGTERM);
   Sock_Close(MainCore_State.AdminSock);
   const int watch = WatchListener(listener);
   for (int served = 0; served < kConnectionsOfAWorker;) {

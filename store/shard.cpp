@@ -75,18 +75,26 @@ std::string Try(const Action &action) {
   }
 }
 
-// Opens what answers.
+void OpenNow(Shard *shard, milliseconds patience) {
+  shard->state = Location_State(shard->location);
+  Xapian::Database database =
+      IsRemote(*shard) ? Xapian::Remote::open(
+                             shard->host, shard->port, static_cast<useconds_t>(patience.count()),
+                             static_cast<useconds_t>(std::min(patience, kConnectLimit).count()))
+                       : Xapian::Database(shard->location);
+  shard->schema = Schema_Of(database);
+  shard->database = database;
+}
+
+// Opens what answers; one that is written to meanwhile as often as there is time.
 void Open(Shard *shard, const ShardRequest &request) {
   const milliseconds patience = PatienceFor(request);
   const std::string wrong = Try([&] {
-    shard->state = Location_State(shard->location);
-    Xapian::Database database =
-        IsRemote(*shard) ? Xapian::Remote::open(
-                               shard->host, shard->port, static_cast<useconds_t>(patience.count()),
-                               static_cast<useconds_t>(std::min(patience, kConnectLimit).count()))
-                         : Xapian::Database(shard->location);
-    shard->schema = Schema_Of(database);
-    shard->database = database;
+    for (;;) try {
+        return OpenNow(shard, patience);
+      } catch (const Xapian::DatabaseModifiedError &) {
+        if (ShardClock::now() >= request.end) throw;
+      }
   });
   if (!wrong.empty()) return PutOff(shard, wrong);
   shard->patience = patience;

@@ -233,6 +233,7 @@ TEST(Workers, SigtermEndsAllOfThemInTheMiddleOfTheirWork) {
   Service service(3);
   const Socket hangs = service.Begin("hang\n");
   EXPECT_TRUE(hangs.Readable(kPatienceMs));
+  EXPECT_TRUE(Eventually([&] { return service.Workers().size() == 3; }));
   service.daemon.Program().Signal(SIGTERM);
   EXPECT_EQ(ExitStatus(service.daemon.Program().Wait()), 0);
   for (const int status : service.daemon.Program().WaitForGroup()) EXPECT_EQ(ExitStatus(status), 0);
@@ -253,6 +254,7 @@ TEST(Workers, ShutdownEndsAllOfThemWithTheirLines) {
 
 TEST(Workers, AMainProcessThatIsKilledLeavesNoWorker) {
   Service service(2);
+  EXPECT_TRUE(Eventually([&] { return service.Workers().size() == 2; }));
   service.daemon.Program().Signal(SIGKILL);
   service.daemon.Program().Wait();
   service.daemon.Program().WaitForGroup();
