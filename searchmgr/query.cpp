@@ -332,16 +332,23 @@ const char *Query_Parse(const Xapian::Database &database, const Schema &schema,
   Xapian::Query::op oper;
   const char *reason = ReadOper(predicate, &oper);
   if (reason != nullptr) return reason;
-
   const std::string text = TextOf(predicate);
-  const std::vector<TextPart> parts = QueryText_Read(text, schema);
   Builder builder = BuilderFor(database, schema, oper);
-  reason = Build(&builder, parts, &query->query);
+  reason = Build(&builder, QueryText_Read(text, schema), &query->query);
   if (reason != nullptr) return reason;
   query->marks = builder.marks;
+  return nullptr;
+}
 
-  query->corrected = Corrected(database, schema, text, parts);
-  if (query->corrected.empty()) return nullptr;
-  Builder again = BuilderFor(database, schema, oper);
-  return Build(&again, QueryText_Read(query->corrected, schema), &query->corrected_query);
+CorrectedQuery Query_Correct(const Xapian::Database &database, const Schema &schema,
+                             const char *predicate) {
+  CorrectedQuery corrected;
+  Xapian::Query::op oper;
+  if (predicate == nullptr || ReadOper(predicate, &oper) != nullptr) return corrected;
+  const std::string text = TextOf(predicate);
+  corrected.text = Corrected(database, schema, text, QueryText_Read(text, schema));
+  if (corrected.text.empty()) return corrected;
+  Builder builder = BuilderFor(database, schema, oper);
+  (void)Build(&builder, QueryText_Read(corrected.text, schema), &corrected.query);
+  return corrected;
 }

@@ -17,16 +17,24 @@
 struct SearchQuery {
   Xapian::Query query;
   std::vector<std::string> marks;  // the words to mark in what is found: their stems, each once
-  // The text as its author would have it if the words that are not known were others, and what it
-  // asks for; empty: there is nothing to correct.
-  std::string corrected;
-  Xapian::Query corrected_query;
+};
+
+// The text as its author would have it if the words that are not known were others, and what it
+// asks for; empty: there is nothing to correct.
+struct CorrectedQuery {
+  std::string text;
+  Xapian::Query query;
 };
 
 // Fills query from a predicate, which may be null.  Null, or the plain reason why it cannot be.
-// The database settles which of the marks behind a word belong to it, as in "C++", and corrects
-// spelling.  Throws what Xapian throws when it cannot be read.
+// The database settles which of the marks behind a word belong to it, as in "C++".  Throws what
+// Xapian throws when it cannot be read.
 const char *Query_Parse(const Xapian::Database &database, const Schema &schema,
                         const char *predicate, SearchQuery *query);
+
+// The same predicate with its spelling corrected by the database, which costs more than most
+// searches: for those alone who show it.
+CorrectedQuery Query_Correct(const Xapian::Database &database, const Schema &schema,
+                             const char *predicate);
 
 #endif

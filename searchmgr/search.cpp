@@ -85,16 +85,16 @@ std::string Hits(const Search &search, const Xapian::MSet &hits, const std::stri
 }
 
 // The corrected text, if it finds more than what was typed.
-std::string BetterSpelling(const Search &search, const SearchQuery &query,
-                           Xapian::doccount matches) {
-  if (query.corrected.empty()) return {};
+std::string BetterSpelling(const Search &search, Xapian::doccount matches) {
+  const CorrectedQuery corrected = Query_Correct(search.database, *search.schema, search.predicate);
+  if (corrected.text.empty()) return {};
   Xapian::Enquire enquire(search.database);
-  enquire.set_query(query.corrected_query);
+  enquire.set_query(corrected.query);
   const Xapian::MSet found = enquire.get_mset(0, 0, matches + 1);
-  return found.get_matches_estimated() > matches ? query.corrected : "";
+  return found.get_matches_estimated() > matches ? corrected.text : "";
 }
 
-std::string Status(const Search &search, const SearchQuery &query, const Xapian::MSet &hits) {
+std::string Status(const Search &search, const Xapian::MSet &hits) {
   const auto spent = ShardClock::now() - search.begin;
   SearchStatus status = {};
   status.matches = hits.get_matches_estimated();
@@ -104,7 +104,7 @@ std::string Status(const Search &search, const SearchQuery &query, const Xapian:
   status.shards_searched = static_cast<int>(search.open.size());
   status.shards = search.shards;
   status.milliseconds = std::chrono::duration_cast<milliseconds>(spent).count();
-  status.spelling = BetterSpelling(search, query, hits.get_matches_estimated());
+  status.spelling = BetterSpelling(search, hits.get_matches_estimated());
   return Status_Record(status);
 }
 
@@ -122,7 +122,7 @@ std::string Page(const Search &search) {
   const auto most = static_cast<Xapian::doccount>(search.request.hits);
   const Xapian::MSet hits =
       enquire.get_mset(first, most, search.request.status == 1 ? kCounted : 0);
-  return (search.request.status == 1 ? Status(search, query, hits) : std::string()) +
+  return (search.request.status == 1 ? Status(search, hits) : std::string()) +
          Hits(search, hits, ScriptFor(search.script, query.marks)) + kRecordSearchComplete;
 }
 

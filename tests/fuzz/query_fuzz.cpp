@@ -91,9 +91,13 @@ std::string Shown(const Xapian::Database &database, const SearchQuery &query) {
     FUZZ_CHECK(std::count(query.marks.begin(), query.marks.end(), mark) == 1);
     shown += mark + " ";
   }
-  FUZZ_CHECK(query.corrected.empty() == query.corrected_query.empty());
-  if (query.corrected.empty()) return shown;
-  return shown + query.corrected + "\n" + Found(database, query.corrected_query);
+  return shown;
+}
+
+std::string Shown(const Xapian::Database &database, const CorrectedQuery &corrected) {
+  FUZZ_CHECK(corrected.text.empty() == corrected.query.empty());
+  if (corrected.text.empty()) return {};
+  return corrected.text + "\n" + Found(database, corrected.query);
 }
 
 }  // namespace
@@ -106,8 +110,9 @@ std::string Fuzz_Run(const Input &input) {
 
   SearchQuery query;
   const char *reason = Query_Parse(kDatabase, schema, predicate.data(), &query);
-  if (reason == nullptr) return Shown(kDatabase, query);
+  const CorrectedQuery corrected = Query_Correct(kDatabase, schema, predicate.data());
+  if (reason == nullptr) return Shown(kDatabase, query) + Shown(kDatabase, corrected);
   FUZZ_CHECK(std::string_view(reason).starts_with("Unable to parse query: "));
-  FUZZ_CHECK(query.query.empty() && query.marks.empty() && query.corrected.empty());
+  FUZZ_CHECK(query.query.empty() && query.marks.empty());
   return reason;
 }

@@ -79,6 +79,10 @@ class InTheLibrary : public testing::Test {
     return query;
   }
 
+  CorrectedQuery Correct(const std::string &text) const {
+    return Query_Correct(database_, schema_, ("\t" + text + "\n").c_str());
+  }
+
   std::string FoundBy(const Xapian::Query &query) const {
     Xapian::Enquire enquire(database_);
     enquire.set_query(query);
@@ -380,51 +384,43 @@ TEST_F(InTheLibrary, ARangeOfWhatHasNoneAndAnUnknownName_AreWords) {
 }
 
 TEST_F(InTheLibrary, SpellingIsCorrectedAndTheRestIsKept) {
-  const SearchQuery query = Parse("netwrok \"prinetd circuit\" -Title=fsihing Section=\"Ofice\"");
-  EXPECT_EQ(query.corrected, "network \"printed circuit\" -Title=fishing Section=\"Ofice\"");
-  EXPECT_EQ(query.query.get_description().find("network"), std::string::npos);
-  EXPECT_EQ(FoundBy(Parse("netwrok  Title=(tarde)").corrected_query), "3");
-  EXPECT_EQ(Parse("@OPER=OR\tnetwrok\tTitle=tarde").corrected, "network\tTitle=trade");
-  EXPECT_EQ(FoundBy(Parse("@OPER=OR\tnetwrok\tTitle=fsihing").corrected_query), "1 3 4 5 6");
+  EXPECT_EQ(Correct("netwrok \"prinetd circuit\" -Title=fsihing Section=\"Ofice\"").text,
+            "network \"printed circuit\" -Title=fishing Section=\"Ofice\"");
+  EXPECT_EQ(FoundBy(Correct("netwrok  Title=(tarde)").query), "3");
+  EXPECT_EQ(Correct("@OPER=OR\tnetwrok\tTitle=tarde").text, "network\tTitle=trade");
+  EXPECT_EQ(FoundBy(Correct("@OPER=OR\tnetwrok\tTitle=fsihing").query), "1 3 4 5 6");
 }
 
 TEST_F(InTheLibrary, SpellingThatIsRight_HasNoCorrection) {
   for (const char *text : {"network printers", "Pages=10..20", "Section=ofice", "netwr* x",
                            "zzzzzzzzzz", "\"trade network\""}) {
-    EXPECT_EQ(Parse(text).corrected, "") << text;
-    EXPECT_TRUE(Parse(text).corrected_query.empty()) << text;
+    EXPECT_EQ(Correct(text).text, "") << text;
+    EXPECT_TRUE(Correct(text).query.empty()) << text;
   }
 }
 
 TEST_F(InTheLibrary, SpellingOfAQuotedValueOfOmegas_IsLeftAlone) {
   Schema omega;
   omega.origin = SchemaOrigin::kOmega;
-  SearchQuery query;
-  EXPECT_EQ(Query_Parse(database_, omega, "\ttype=\"netwrok\"\ttitle=tarde\n", &query), nullptr);
-  EXPECT_EQ(query.corrected, "type=\"netwrok\"\ttitle=trade");
+  EXPECT_EQ(Query_Correct(database_, omega, "\ttype=\"netwrok\"\ttitle=tarde\n").text,
+            "type=\"netwrok\"\ttitle=trade");
 }
 
 TEST_F(InTheLibrary, SpellingOfALongText_IsLeftAlone) {
   const std::string blanks(256 - std::string("netwrok").size() - 1, ' ');
-  EXPECT_NE(Parse("netwrok" + blanks + "x").corrected, "");
-  EXPECT_EQ(Parse("netwrok" + blanks + " x").corrected, "");
+  EXPECT_NE(Correct("netwrok" + blanks + "x").text, "");
+  EXPECT_EQ(Correct("netwrok" + blanks + " x").text, "");
 }
 
 TEST_F(InTheLibrary, SpellingWithoutItsData_HasNoCorrection) {
-  const Schema schema = SchemaFrom(kLibrarySchema);
-  SearchQuery query;
-  EXPECT_EQ(Query_Parse(Terms(), schema, "\tnetwrok\n", &query), nullptr);
-  EXPECT_EQ(query.corrected, "");
+  EXPECT_EQ(Query_Correct(Terms(), schema_, "\tnetwrok\n").text, "");
 }
 
 TEST_F(InTheLibrary, SpellingBesideAShardOnAnotherMachine_IsThatOfTheOthers) {
   const std::string path = folder_.Path() + "/db";
   const Xapian::Database remote = Xapian::Remote::open("xapian-progsrv", path);
-  SearchQuery query;
-  EXPECT_EQ(Query_Parse(remote, schema_, "\tnetwrok\n", &query), nullptr);
-  EXPECT_EQ(query.corrected, "");
+  EXPECT_EQ(Query_Correct(remote, schema_, "\tnetwrok\n").text, "");
   Xapian::Database both = remote;
   both.add_database(database_);
-  EXPECT_EQ(Query_Parse(both, schema_, "\tnetwrok\n", &query), nullptr);
-  EXPECT_EQ(query.corrected, "network");
+  EXPECT_EQ(Query_Correct(both, schema_, "\tnetwrok\n").text, "network");
 }
