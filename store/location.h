@@ -18,4 +18,8 @@ struct LocationState {
 
 LocationState Location_State(const std::string &path);
 
+// The file that each commit to the database at a path replaces; nothing where there is none, or
+// where it was changed so lately that the next change might bear the same time.
+LocationState Location_Revision(const std::string &path);
+
 #endif

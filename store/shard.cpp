@@ -77,6 +77,7 @@ std::string Try(const Action &action) {
 
 void OpenNow(Shard *shard, milliseconds patience) {
   shard->state = Location_State(shard->location);
+  shard->revision = {};
   Xapian::Database database =
       IsRemote(*shard) ? Xapian::Remote::open(
                              shard->host, shard->port, static_cast<useconds_t>(patience.count()),
@@ -111,14 +112,25 @@ bool Fits(const Shard &shard, const ShardRequest &request) {
   return shard.patience <= wanted * 5 / 4 && shard.patience >= wanted / 2;
 }
 
+// Whether nobody has committed to a database here since the last request: to look at the database
+// itself costs as much as to fetch a document.
+bool IsUnchanged(Shard *shard) {
+  if (IsRemote(*shard)) return false;
+  const LocationState before = shard->revision;
+  shard->revision = Location_Revision(shard->location);
+  return before.inode != 0 && before == shard->revision;
+}
+
 // Closes an open shard that is not what it was, or not what this request needs.
 void CloseChanged(Shard *shard, const ShardRequest &request) {
+  if ((shard->unchanged = IsUnchanged(shard))) return;
   if (IsRemote(*shard) ? !Fits(*shard, request) : shard->state != Location_State(shard->location))
     shard->database.reset();
 }
 
 // Looks at an open shard anew.  False: its engine hangs.
 bool Refresh(Shard *shard) {
+  if (shard->unchanged) return true;
   shard->doubted = false;
   try {
     if (shard->database->reopen()) shard->schema = Schema_Of(*shard->database);

@@ -28,6 +28,8 @@ struct Shard {
   std::optional<Xapian::Database> database;  // without: not open
   Schema schema;                             // of the open database
   LocationState state;                       // of a path, when it was opened
+  LocationState revision;                    // of a path, when it was last looked at anew
+  bool unchanged = false;                    // since then
   std::chrono::milliseconds patience{0};     // of the connection, for one answer
   int greeting = -1;                         // a connection that the engine has not greeted yet
   ShardClock::time_point begun;              // when it was made

@@ -53,3 +53,19 @@ TEST_F(Location, OfAFileThatIsWrittenTo_IsAnother) {
 TEST_F(Location, OfNothing_IsNothing) {
   EXPECT_EQ(Location_State(base_ + "/none"), LocationState());
 }
+
+TEST_F(Location, RevisionIsTheFileThatACommitReplaces) {
+  using Clock = std::filesystem::file_time_type::clock;
+  const std::string file = path_ + "/iamglass";
+  EXPECT_EQ(Location_Revision(path_), LocationState());
+  std::ofstream(file) << "x";
+  EXPECT_EQ(Location_Revision(path_), LocationState()) << "it may be changed again at once";
+  std::filesystem::last_write_time(file, Clock::now() - std::chrono::seconds(60));
+  const LocationState before = Location_Revision(path_);
+  EXPECT_NE(before.inode, 0u);
+  EXPECT_EQ(Location_Revision(path_), before);
+  std::filesystem::last_write_time(file, Clock::now() - std::chrono::seconds(30));
+  EXPECT_FALSE(Location_Revision(path_) == before);
+  std::filesystem::last_write_time(file, Clock::now() + std::chrono::seconds(60));
+  EXPECT_EQ(Location_Revision(path_), LocationState()) << "of a clock that went wrong";
+}

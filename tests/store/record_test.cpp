@@ -16,9 +16,8 @@ std::string FieldsOf(const Fields &fields) {
 TEST(Record, Hit_NamesGroupTypeAndNumber) {
   EXPECT_EQ(Record_Hit("grp1", "packages", 17, ""),
             "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=17\n");
-  EXPECT_EQ(
-      Record_Hit("grp1", "packages", 17, "html all"),
-      "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=17\t@SCRIPT=html all\n");
+  EXPECT_EQ(Record_Hit("grp1", "packages", 17, "html all"),
+            "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=17\t@SCRIPT=html all\n");
 }
 
 TEST(Record, Error_CarriesItsReasonAsPredicate) {
