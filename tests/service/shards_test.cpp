@@ -116,10 +116,10 @@ TEST_F(Shards, OneThatIsKilledIsLeftOutUntilItIsStartedAgain) {
 TEST_F(Shards, AnEngineThatStartedAgainUnheardIsFoundAfterASecond) {
   ASSERT_TRUE(IsWhole());
   SignalAll("e1", SIGSTOP);
-  EXPECT_TRUE(Has(Ask("\t@DEADLINE=500"), " shards=3/4 "));
+  EXPECT_TRUE(Has(Ask("\t@DEADLINE=3000"), " shards=3/4 "));
   SignalAll("e1", SIGCONT);
-  EXPECT_TRUE(Eventually([&] {  // by the worker that had left it out
-    Ask();
+  EXPECT_TRUE(Eventually([&] {  // by the worker that had left it out: all have to work
+    tree_.ExchangeAll('S', "grp1", std::vector<std::string>(32, "\t@COMMAND=QUERY\tcommon\n"));
     return Has(tree_.Program('S', "grp1").Log(), "[Shard: Open] 'e1' is back\n");
   }));
   EXPECT_TRUE(IsWhole());
@@ -216,7 +216,7 @@ TEST_F(Shards, AnEngineThatGreetsWithGarbageIsLeftOut) {
                  std::to_string(garbage.Port()) + "\tADMINPORT=9\n");
   tree_.Ping('S', "grp1");
   const Socket client = ConnectTo(tree_.Port('S', "grp1"));
-  client.Send("\t@COMMAND=QUERY\t@STATUS=1\t@DEADLINE=1000\tcommon\n");
+  client.Send("\t@COMMAND=QUERY\t@STATUS=1\t@DEADLINE=4000\tcommon\n");
   const Socket first = garbage.Accept();
   first.Send(std::string(1000, '\xff'));
   const Socket second = garbage.Accept();
