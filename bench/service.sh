@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # ./bench/service.sh [ROW...]   measures the whole service, about ten minutes and 2 GB of disk; all rows without one:
 #   omega     a page of ten hits against Omega's CGI program, a process a request
-#   sphinx    the same against Sphinx with a process a connection; without searches of its own where Debian has it no more
+#   sphinx    the same against Sphinx with a process a connection, where Debian has it
 #   clients   16 and 64 clients at the daemon
 #   managers  what the managers add, and the parts of a page
 #   engines   1, 2, 4 and 8 engines against one database with the same documents
 #
 # All package records that apt knows are searched, for the 550 lines of bench/queries.txt; a hit shows name, section,
-# version and description.  What is compared takes turns.  ROUNDS=N in the environment changes the 35 rounds.  Installs
-# what is missing from Debian's packages and uses the ports 14300 to 14399 of 127.0.0.1.
+# version and description.  What is compared takes turns.  ROUNDS=N in the environment changes the 35 rounds.  As root
+# "chrt --rr 1 ./bench/service.sh" keeps other programs of the machine out of the way.  Installs what is missing from
+# Debian's packages and uses the ports 14300 to 14419 of 127.0.0.1.
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
@@ -104,6 +105,9 @@ start_korvo() {
   exit 70
 }
 
+# make_index DATABASE FILE: at the usual priority, also where what is measured has another.
+make_index() { chrt --other 0 "$bin/korvo-index" --schema "$folder/schema" "$1" "$2" >/dev/null 2>&1; }
+
 # one_database: a daemon and two managers over packages.db, on the ports from 14300.
 one_database() {
   [ ! -e "$folder/one" ] || return 0
@@ -123,7 +127,7 @@ CONF
 # engines COUNT PORT: a daemon, a Search Manager, that many engines, and a Document Manager beside each, from that port
 # on; the documents are dealt out among them.
 engines() {
-  local count=$1 port=$2 tree=engines-$1 i id
+  local count=$1 port=$2 tree=engines-$1 i
   mkdir "$folder/$tree"
   awk -v count="$count" -v file="$folder/$tree/part." 'BEGIN { RS = ""; ORS = "\n\n" } { print >(file NR % count) }' "$folder/packages"
   make_group "$tree"
@@ -137,7 +141,7 @@ engines() {
   } >"$folder/$tree/korvo.conf"
   for ((i = 0; i < count; i++)); do
     echo "e$i e$i $folder/$tree/db.$i $folder/$tree/db.$i"
-    "$bin/korvo-index" --schema "$folder/schema" "$folder/$tree/db.$i" "$folder/$tree/part.$i" >/dev/null 2>&1
+    make_index "$folder/$tree/db.$i" "$folder/$tree/part.$i"
     rm "$folder/$tree/part.$i"
   done >"$folder/$tree/korvo.db"
   start_korvo "$tree" commmgr web $((port + 1))
@@ -169,7 +173,7 @@ row_omega() {
   mkdir -p "$folder/templates"
   cp bench/omega.template "$folder/templates/package"
   printf 'database_dir %s\ntemplate_dir %s/templates\nlog_dir /nonexistent\ncdb_dir /nonexistent\n' "$folder" "$folder" >"$folder/omega.conf"
-  scriptindex "$folder/omega" "$folder/script" "$folder/records" >/dev/null
+  chrt --other 0 scriptindex "$folder/omega" "$folder/script" "$folder/records" >/dev/null
   one_database
   make_group none
   echo "Pages alike: $(pages_alike) of $(wc -l <bench/queries.txt)"
@@ -197,7 +201,7 @@ row_sphinx() {
   fi
   need sphinxsearch
   one_database
-  indexer --quiet -c "$folder/sphinx.conf" --all >/dev/null
+  chrt --other 0 indexer --quiet -c "$folder/sphinx.conf" --all >/dev/null
   make_group sphinx
   start sphinx searchd -c "$folder/sphinx.conf" --nodetach
   until [ -n "$(ss -Hlnt 'sport = :14320')" ]; do sleep 0.1; done
@@ -212,7 +216,7 @@ row_clients() {
   after=$(drops 14300 14302 14304)
   echo
   echo "Connections that a full queue turned away: daemon, Search Manager, Document Manager"
-  paste <(echo "$before") <(echo "$after") | awk '{ printf "%s%d", NR > 1 ? ", " : "", $2 - $1 } END { print "" }'
+  paste <(echo "$before") <(echo "$after") | awk '{ printf "%s%d", (NR > 1 ? ", " : ""), $2 - $1 } END { print "" }'
 }
 
 row_managers() {
@@ -240,23 +244,21 @@ row_managers() {
 }
 
 row_engines() {
-  local count port=14330 sides=() first=()
-  # On one machine every program is there, whether it is asked or not.
+  local count port=14330 sides=()
   for count in 1 2 4 8; do
     engines $count $port
     sides+=("$(side "$count engines" tcp $port line engines-$count)")
     port=$((port + 4 + 4 * count))
   done
   one_database
-  first=("$(side 'one database' tcp 14300 line one)")
-  load 1,4 "$rounds" 0 "${first[@]}" "${sides[@]}"
+  load 1,4 "$rounds" 0 "$(side 'one database' tcp 14300 line one)" "${sides[@]}"
 }
 
 build_service
 apt-cache dumpavail | python3 bench/service_data.py "$folder" bench/queries.txt
 "$bin/korvo-macro" asm tools/macro/examples/package.ms -o "$folder/package.mo"
 cp tools/macro/examples/package.hdr tools/macro/examples/package.tail "$folder"
-"$bin/korvo-index" --schema "$folder/schema" "$folder/packages.db" "$folder/packages" >/dev/null 2>&1
+make_index "$folder/packages.db" "$folder/packages"
 echo "$(git describe --always --dirty 2>/dev/null || echo no commit), $(date -u +%Y-%m-%d), Linux $(uname -r), $(nproc) x$(sed -n 's/^model name[^:]*://p' /proc/cpuinfo | head -1), load $(cut -d' ' -f1 /proc/loadavg), $(grep -c '^Id: ' "$folder/packages") packages"
 for row in $rows; do
   printf '\n%s, load %s\n\n' "$row" "$(cut -d' ' -f1 /proc/loadavg)"
