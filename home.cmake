@@ -1,7 +1,7 @@
 # home.cmake: where all is installed, and where the programs look for etc/ and lib/.
 #
 # The sources name the usual folder whole, so that who reads it in a log finds the place.  Another one goes into
-# copies of the two headers that do, which the compiler meets first, and into the installed documents.
+# copies of the headers that do, which the compiler meets first, and into the installed documents.
 set(KORVO_USUAL_HOME /usr/local/korvo)
 set(KORVO_HOME ${KORVO_USUAL_HOME} CACHE STRING
     "The folder of all that is installed; the programs look for etc/ and lib/ there")
@@ -16,7 +16,7 @@ if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT OR CMAKE_INSTALL_PREFIX STREQUAL 
 endif()
 
 if(NOT KORVO_HOME STREQUAL KORVO_USUAL_HOME)
-  foreach(header core/startup.h macro/table.h)
+  foreach(header core/startup.h macro/table.h web/places.h)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
     file(READ ${header} text)
     string(REPLACE ${KORVO_USUAL_HOME} ${KORVO_HOME} text "${text}")

@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 class FdGuard {
  public:
   explicit FdGuard(int fd) : fd_(fd) {}
@@ -16,6 +18,7 @@ class FdGuard {
   FdGuard &operator=(const FdGuard &) = delete;
 
   int Get() const { return fd_; }
+  int Release() { return std::exchange(fd_, -1); }  // whoever calls it closes it
 
  private:
   int fd_;

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 . scripts/need.sh
 need clang-tidy cppcheck shellcheck "${build_packages[@]}"
 
-folders=(debug net protocol config macro core commmgr store index manager searchmgr docmgr engine tools)
+folders=(debug net protocol config macro core commmgr store index manager searchmgr docmgr engine web tools)
 
 # One compile command a file: without the tests, which compile some of the product again.
 cmake --preset lint >/dev/null

@@ -23,6 +23,7 @@ may manager store core config protocol net debug
 may searchmgr manager store core config protocol net debug
 may docmgr manager store core config protocol net debug
 may engine store core config protocol net debug
+may web protocol debug tools/common
 may tools macro config protocol net debug
 # The log's core needs no socket; the collector beside it does.
 grep -rnE '^#include "' debug | grep -vE '^debug/collector|#include "debug/' && status=1

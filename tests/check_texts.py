@@ -15,7 +15,7 @@ import re
 import sys
 
 FOLDERS = ['debug', 'net', 'protocol', 'config', 'macro', 'core', 'commmgr', 'tools',
-           'store', 'index', 'manager', 'searchmgr', 'docmgr', 'engine']
+           'store', 'index', 'manager', 'searchmgr', 'docmgr', 'engine', 'web']
 # The core's tests drive the daemon with calls that fail; the managers' tests run both managers.
 TESTS_OF = {'commmgr': ['commmgr', 'core'], 'store': ['store', 'searchmgr', 'docmgr', 'service'],
             'searchmgr': ['searchmgr', 'manager', 'service'], 'docmgr': ['docmgr', 'manager', 'service'],

@@ -1,0 +1,174 @@
+#include "web/door.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include "tests/system/harness.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+const WebTime kNow = WebClock::now();
+
+Door DoorTo(int port, std::size_t connections, std::size_t waiting = 100) {
+  sockaddr_in daemon = {};
+  daemon.sin_family = AF_INET;
+  daemon.sin_port = htons(static_cast<std::uint16_t>(port));
+  daemon.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return {daemon, connections, waiting, {}, {}};
+}
+
+Exchange Asking(const std::string &line = "ask\n") {
+  Exchange exchange;
+  exchange.line = line;
+  exchange.deadline = kNow + milliseconds(1000);
+  exchange.filter = Filter_Begin(false, [](Placeholder, const PageFacts &facts) {
+    std::string text = "[";
+    for (const Trouble trouble : facts.unsaid) text += Trouble_Info(trouble).name;
+    return text + "]";
+  });
+  return exchange;
+}
+
+// Carries out what its connection is ready for until it is so.
+void Await(Exchange *exchange, const std::function<bool()> &so) {
+  EXPECT_TRUE(Eventually([&] {
+    if (so()) return true;
+    pollfd ready = {exchange->fd, Exchange_Events(*exchange), 0};
+    if (poll(&ready, 1, 5) > 0) Exchange_Step(exchange);
+    return so();
+  }));
+}
+
+void AwaitEnd(Exchange *exchange) {
+  Await(exchange, [exchange] { return exchange->stage == Stage::kOver; });
+}
+
+}  // namespace
+
+TEST(Door, LetsSoManyIn_AndTheOthersInTheirOrder) {
+  const Manager daemon;
+  Door door = DoorTo(daemon.Port(), 2);
+  Exchange exchanges[4] = {Asking(), Asking(), Asking(), Asking()};
+  for (Exchange &exchange : exchanges) EXPECT_TRUE(Door_Enter(&door, &exchange));
+  Door_Turn(&door, kNow);
+  EXPECT_EQ(door.asking, (std::vector<Exchange *>{&exchanges[0], &exchanges[1]}));
+  Door_Leave(&door, &exchanges[0]);
+  Door_Turn(&door, kNow);
+  EXPECT_EQ(door.asking, (std::vector<Exchange *>{&exchanges[1], &exchanges[2]}));
+  Door_Leave(&door, &exchanges[3]);
+  EXPECT_TRUE(door.waiting.empty());
+  for (Exchange &exchange : exchanges) Door_Leave(&door, &exchange);
+}
+
+TEST(Door, TooManyWait) {
+  Door door = DoorTo(9, 1, 1);
+  Exchange first = Asking(), second = Asking();
+  EXPECT_TRUE(Door_Enter(&door, &first));
+  EXPECT_FALSE(Door_Enter(&door, &second));
+}
+
+TEST(Door, WhoeverWaitsTooLong_FindsItBusy) {
+  const Manager daemon;
+  Door door = DoorTo(daemon.Port(), 1);
+  Exchange first = Asking(), second = Asking();
+  first.deadline = kNow + milliseconds(2000);
+  EXPECT_TRUE(Door_Enter(&door, &first));
+  EXPECT_TRUE(Door_Enter(&door, &second));
+  Door_Turn(&door, kNow);
+  Door_Turn(&door, kNow + milliseconds(1500));
+  EXPECT_EQ(second.stage, Stage::kOver);
+  EXPECT_EQ(second.trouble, Trouble::kBusy);
+  Door_Turn(&door, kNow + milliseconds(2500));
+  EXPECT_EQ(first.trouble, Trouble::kTooLate);
+  EXPECT_TRUE(door.asking.empty());
+}
+
+TEST(Exchange, BytesAreGivenAsTheyCome) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  Socket connection = daemon.Accept();
+  EXPECT_EQ(connection.ReadLine(), "ask\n");
+  connection.Send("one");
+  Await(&exchange, [&] { return exchange.out == "one"; });
+  EXPECT_EQ(exchange.stage, Stage::kGiving);
+  connection.Send("two");
+  connection.Close();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.out, "onetwo");
+  EXPECT_EQ(exchange.trouble, Trouble::kNone);
+}
+
+TEST(Exchange, TroubleInFrontOfThePage) {
+  const std::pair<const char *, Trouble> answers[] = {
+      {"", Trouble::kFailed},
+      {"\t@COMMAND=ERROR\tUnable to locate SearchMgr\n", Trouble::kGone},
+      {"\t@COMMAND=ERROR\tUnable to locate Document Server.", Trouble::kNoDocument}};
+  for (const auto &[answer, trouble] : answers) {
+    const Manager daemon;
+    Exchange exchange = Asking();
+    ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+    Await(&exchange, [&] { return exchange.line.empty(); });
+    Socket connection = daemon.Accept();
+    connection.ReadLine();
+    connection.Send(answer);
+    connection.Close();
+    AwaitEnd(&exchange);
+    EXPECT_EQ(exchange.out, "");
+    EXPECT_EQ(exchange.trouble, trouble) << answer;
+  }
+}
+
+TEST(Exchange, NobodyListens) {
+  const int port = ReservePort();
+  Exchange exchange = Asking();
+  if (Exchange_Open(&exchange, DoorTo(port, 1).daemon)) AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.trouble, Trouble::kGone);
+  ReleasePort(port);
+}
+
+TEST(Exchange, PageThatBreaksOff_SaysSo) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  Socket connection = daemon.Accept();
+  connection.Send("page");
+  Await(&exchange, [&] { return exchange.out == "page"; });
+  connection.Reset();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.out, "page[broken]");
+}
+
+TEST(Exchange, SlowBrowser_HoldsTheDaemonUp) {
+  Exchange exchange = Asking("");
+  EXPECT_EQ(Exchange_Events(exchange), POLLIN);
+  exchange.out = std::string(262144, 'x');
+  EXPECT_EQ(Exchange_Events(exchange), 0);
+}
+
+TEST(Rates, AddressThatAsksTooOften_Waits) {
+  Rates rates = {2, 3, {}};
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(Rates_Take(&rates, "a", kNow));
+  EXPECT_FALSE(Rates_Take(&rates, "a", kNow));
+  EXPECT_TRUE(Rates_Take(&rates, "b", kNow));
+  EXPECT_TRUE(Rates_Take(&rates, "a", kNow + milliseconds(500)));
+  EXPECT_FALSE(Rates_Take(&rates, "a", kNow + milliseconds(500)));
+}
+
+TEST(Rates, NoLimit_KeepsNothing) {
+  Rates rates = {0, 1, {}};
+  for (int i = 0; i < 9; ++i) EXPECT_TRUE(Rates_Take(&rates, "a", kNow));
+  EXPECT_TRUE(rates.buckets.empty());
+}
+
+TEST(Rates, AddressesOfLongAgo_AreForgotten) {
+  Rates rates = {1, 1, {}};
+  for (int i = 0; i < 10000; ++i) EXPECT_TRUE(Rates_Take(&rates, std::to_string(i), kNow));
+  EXPECT_TRUE(Rates_Take(&rates, "new", kNow + milliseconds(5000)));
+  EXPECT_EQ(rates.buckets.size(), 1u);
+}

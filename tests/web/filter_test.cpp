@@ -1,0 +1,169 @@
+#include "web/filter.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const char *NameOf(Placeholder which) {
+  constexpr const char *kNames[] = {"query",  "status",   "pager",  "sort",
+                                    "groups", "spelling", "notice", "hit"};
+  return kNames[static_cast<int>(which)];
+}
+
+// Shows what a placeholder is told.
+std::string Shown(Placeholder which, const PageFacts &facts) {
+  std::string text = std::string("[") + NameOf(which);
+  if (which == Placeholder::kStatus && facts.known)
+    text += " " + std::to_string(facts.status.matches);
+  if (which == Placeholder::kHit) text += " " + std::to_string(facts.hits);
+  if (which == Placeholder::kNotice)
+    for (const Trouble trouble : facts.unsaid)
+      text += std::string(" ") + Trouble_Info(trouble).name;
+  return text + "]";
+}
+
+// The output of an input that comes in pieces of that size.
+std::string Filtered(bool searching, const std::string &input, std::size_t piece,
+                     Trouble end = Trouble::kNone) {
+  Filter filter = Filter_Begin(searching, Shown);
+  std::string out;
+  for (std::size_t at = 0; at < input.size(); at += piece)
+    Filter_Feed(&filter, std::string_view(input).substr(at, piece), &out);
+  Filter_End(&filter, end, &out);
+  return out;
+}
+
+// However the input is cut.
+std::string Page(bool searching, const std::string &input, Trouble end = Trouble::kNone) {
+  const std::string whole = Filtered(searching, input, input.size() + 1, end);
+  for (std::size_t piece = 1; piece < std::min<std::size_t>(input.size(), 40); ++piece)
+    EXPECT_EQ(whole, Filtered(searching, input, piece, end)) << "in pieces of " << piece;
+  return whole;
+}
+
+std::string Search(const std::string &input, Trouble end = Trouble::kNone) {
+  return Page(true, input, end);
+}
+std::string Document(const std::string &input) { return Page(false, input); }
+
+std::string StatusOf(int matches, int shown, const std::string &shards = "4/4") {
+  return "\t<!--korvo matches=" + std::to_string(matches) +
+         " first=1 shown=" + std::to_string(shown) + " shards=" + shards + " ms=12-->\n";
+}
+
+// Of a piece of an answer alone.
+std::string Given(const std::string &input) {
+  Filter filter = Filter_Begin(true, Shown);
+  std::string out;
+  Filter_Feed(&filter, input, &out);
+  return out;
+}
+
+}  // namespace
+
+TEST(Filter, PlainBytes_GoThrough) {
+  EXPECT_EQ(Document("a<b>\t\n<!-- x --><!--korvo-->"), "a<b>\t\n<!-- x --><!--korvo-->");
+  EXPECT_EQ(Document(""), "");
+  EXPECT_EQ(Document("<"), "<");
+  EXPECT_EQ(Document("\t"), "\t");
+}
+
+TEST(Filter, Placeholders_AreFilledIn) {
+  EXPECT_EQ(Document("<!--korvo:query--><!--korvo:groups-->\"<!--korvo:query-->\""),
+            "[query][groups]\"[query]\"");
+  EXPECT_EQ(Document("<<!--korvo:query-->"), "<[query]");
+}
+
+TEST(Filter, UnknownPlaceholder_StaysAsItIs) {
+  const std::string text =
+      "<!--korvo:other--><!--korvo:--><!--korvo:query ><!--korvo:" + std::string(100, 'x') + "-->";
+  EXPECT_EQ(Document(text), text);
+}
+
+TEST(Filter, Status_IsTakenOutAndKnownInFrontOfIt) {
+  EXPECT_EQ(Search("<h1><!--korvo:status--></h1>\n" + StatusOf(7, 2) + "hits <!--korvo:status-->"),
+            "<h1>[status 7]</h1>\nhits [status 7]");
+}
+
+TEST(Filter, Frame_IsGivenUpToTheFirstPlaceholderThatWaits) {
+  EXPECT_EQ(Given("<h1><!--korvo:query--></h1><p><!--korvo:status--></p>"), "<h1>[query]</h1><p>");
+  EXPECT_EQ(Given("a <!--korvo:status--> b" + StatusOf(1, 1) + "first"), "a [status 1] bfirst");
+}
+
+TEST(Filter, Hits_AreGivenAsTheyCome) {
+  EXPECT_EQ(Given("<" + StatusOf(2, 2) + "<li>one</li>"), "<<li>one</li>");
+}
+
+TEST(Filter, StatusThatNeverComes_ReleasesTheFrame) {
+  const std::string text(30000, 'x');
+  EXPECT_EQ(Given("<!--korvo:status-->" + text), "[status]" + text);
+  EXPECT_EQ(Search("<!--korvo:status-->" + text), "[status]" + text);
+  EXPECT_EQ(Search("<!--korvo:status-->x"), "[status]x");
+}
+
+TEST(Filter, StatusBehindTooLongAFrame_IsNotAwaited) {
+  const std::string text(17000, 'x');
+  EXPECT_EQ(Search("<!--korvo:status-->" + text + StatusOf(1, 1)),
+            "[status]" + text + StatusOf(1, 1));
+}
+
+TEST(Filter, MissingShards_AreANotice) {
+  EXPECT_EQ(Search("<!--korvo:notice-->" + StatusOf(1, 1, "3/4") + "x<!--korvo:notice-->"),
+            "[notice shards]x[notice]");
+}
+
+TEST(Filter, ReasonOfTheSearchManager_IsANotice) {
+  EXPECT_EQ(
+      Search("<!--korvo:notice-->head\n\tUnable to parse query: @OPER is neither AND nor OR\ntail"),
+      "[notice query]head\ntail");
+  EXPECT_EQ(Search("head\tUnable to sort: the database has no field\ntail<!--korvo:notice-->"),
+            "headtail[notice query]");
+  EXPECT_EQ(Search("head\tThe search took too long\ntail"), "headtail[notice too-late]");
+  EXPECT_EQ(Search("head\tUnable to read the database\ntail"), "headtail[notice failed]");
+  EXPECT_EQ(Search("head\tUnable to read the data"), "head[notice failed]");
+}
+
+TEST(Filter, ErrorLines_AreTakenOutWhereverTheyStand) {
+  EXPECT_EQ(Search("a" + StatusOf(1, 1) + "<li>\t@COMMAND=ERROR\tUnable to retreive document.tail"),
+            "a<li>tail[notice lost-document]");
+  EXPECT_EQ(Search("\t@COMMAND=ERROR\tUnable to receive from Search Manager. Please contact Web "
+                   "Administrator.\n</ol><!--korvo:notice-->"),
+            "</ol>[notice broken]");
+  EXPECT_EQ(Document("\t@COMMAND=ERROR\tUnable to locate Document Server."),
+            "[notice no-document]");
+  EXPECT_EQ(Search("\t@COMMAND=ERROR\tUnable to connect to SearchMgr: rc = -111\n"),
+            "[notice gone]");
+  EXPECT_EQ(Search("\t@COMMAND=ERROR\tUnable to locate SearchMgr\n"), "[notice gone]");
+}
+
+TEST(Filter, UnknownErrorLine_EndsAtItsNewlineOrWhereAFrameBegins) {
+  EXPECT_EQ(Document("a\t@COMMAND=ERROR\tsecret\nb"), "ab[notice failed]");
+  EXPECT_EQ(Document("a\t@COMMAND=ERROR\tsecret<b>"), "a<b>[notice failed]");
+  EXPECT_EQ(Document("a\t@COMMAND=ERROR\t" + std::string(9000, 's') + "\nb"), "ab[notice failed]");
+  EXPECT_EQ(Document("\t@COMMAND=ERROR\t"), "[notice failed]");
+}
+
+TEST(Filter, ErrorLineThatIsCutOff_IsNotShown) {
+  EXPECT_EQ(Document("a\t@COMMAND=ERR"), "a[notice broken]");
+  EXPECT_EQ(Document("a\t@"), "a[notice broken]");
+}
+
+TEST(Filter, NoticeIsSaidOnce) {
+  const std::string lost = "\t@COMMAND=ERROR\tUnable to retreive document.";
+  EXPECT_EQ(Document(lost + "<!--korvo:notice-->" + lost + "<!--korvo:notice-->"),
+            "[notice lost-document][notice]");
+}
+
+TEST(Filter, HitsThatAreMissing_AreANotice) {
+  const std::string hit = "<!--korvo:hit-->";
+  EXPECT_EQ(Search("<!--korvo:notice-->" + StatusOf(9, 3) + hit + hit + "<!--korvo:notice-->"),
+            "[notice][hit 1][hit 2][notice missing-hits]");
+  EXPECT_EQ(Search(StatusOf(9, 2) + hit + hit + "<!--korvo:notice-->"), "[hit 1][hit 2][notice]");
+  EXPECT_EQ(Search(StatusOf(9, 2) + hit), "[hit 1][notice missing-hits]");
+  EXPECT_EQ(Search(StatusOf(9, 2) + hit + "\t@COMMAND=ERROR\tUnable to retreive document."),
+            "[hit 1][notice lost-document]");
+}
+
+TEST(Filter, EndThatCutsThePageShort_IsANotice) {
+  EXPECT_EQ(Search("a<!--korvo:status-->b", Trouble::kTooLate), "a[status]b[notice too-late]");
+}

@@ -1,0 +1,42 @@
+#include "web/html.h"
+
+#include <gtest/gtest.h>
+
+TEST(Html, Escape_FiveCharacters) {
+  EXPECT_EQ(Html_Escape("a<b> & \"c\" 'd'"), "a&lt;b&gt; &amp; &quot;c&quot; &#39;d&#39;");
+}
+
+TEST(Html, UrlEncode_AllButPlainOnes) {
+  EXPECT_EQ(Html_UrlEncode("aZ09-._~ &=+%/\xc3\xa4"), "aZ09-._~%20%26%3D%2B%25%2F%C3%A4");
+}
+
+TEST(Html, UrlDecode_IsWhatEncodeWrote) {
+  std::string every;
+  for (int byte = 0; byte < 256; ++byte) every += static_cast<char>(byte);
+  EXPECT_EQ(Html_UrlDecode(Html_UrlEncode(every), true), every);
+  EXPECT_EQ(Html_UrlDecode("a+b%2Bc%2bd", true), "a b+c+d");
+  EXPECT_EQ(Html_UrlDecode("a+b", false), "a+b");
+}
+
+TEST(Html, UrlDecode_BadEscapes_StandForThemselves) {
+  EXPECT_EQ(Html_UrlDecode("%%zz%4%", true), "%%zz%4%");
+  EXPECT_EQ(Html_UrlDecode("%%41", true), "%A");
+}
+
+TEST(Html, Clean_ControlCharactersAreBlanks) {
+  EXPECT_EQ(Html_Clean(std::string("a\tb\nc\rd\0e\x7f", 10)), "a b c d e ");
+  EXPECT_EQ(Html_Clean("a\xc2\x85z"), "a z");
+}
+
+TEST(Html, Clean_BytesThatAreNoUtf8_AreReplaced) {
+  const std::string bad = "\xef\xbf\xbd";
+  EXPECT_EQ(Html_Clean("\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"),
+            "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80");
+  EXPECT_EQ(Html_Clean("\xc3"), bad);
+  EXPECT_EQ(Html_Clean("\xc0\x80"), bad + bad);
+  EXPECT_EQ(Html_Clean("\xe0\x9f\xbf"), bad + bad + bad);
+  EXPECT_EQ(Html_Clean("\xed\xa0\x80"), bad + bad + bad);
+  EXPECT_EQ(Html_Clean("\xf0\x8f\xbf\xbf"), bad + bad + bad + bad);
+  EXPECT_EQ(Html_Clean("\xf4\x90\x80\x80"), bad + bad + bad + bad);
+  EXPECT_EQ(Html_Clean("\xff<"), bad + "<");
+}

@@ -1,0 +1,468 @@
+// korvo-web before a daemon that the test plays.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "tests/web/site.h"
+
+namespace {
+
+const std::string kStatus = "\t<!--korvo matches=25 first=1 shown=2 shards=1/1 ms=3-->\n";
+const std::string kFrame = "<h1><!--korvo:query--></h1><!--korvo:notice--><ol>";
+
+struct Web {
+  explicit Web(const std::string &lines = "") : site(daemon.Port(), 9, lines) {}
+
+  // What the daemon gets of a request, and the connection.
+  Socket Accept(std::string *line = nullptr) const {
+    Socket connection = daemon.Accept();
+    const std::string got = connection.ReadLine();
+    if (line != nullptr) *line = got;
+    return connection;
+  }
+
+  // The answer to a request whose daemon says that.
+  Answer Told(const std::string &target, const std::string &bytes,
+              const std::string &method = "GET") {
+    const Socket browser = site.Begin(target, method);
+    Socket connection = Accept();
+    connection.Send(bytes);
+    connection.Close();
+    return ReadAnswer(browser.ReadAll());
+  }
+
+  Manager daemon;
+  Site site;
+};
+
+// The bytes of an answer so far, once they hold that.
+bool Comes(const Socket &browser, const std::string &text) {
+  std::string bytes;
+  return Eventually([&] {
+    char some[4096];
+    const ssize_t got = recv(browser.Fd(), some, sizeof some, MSG_DONTWAIT);
+    if (got > 0) bytes.append(some, static_cast<std::size_t>(got));
+    return bytes.find(text) != std::string::npos;
+  });
+}
+
+}  // namespace
+
+TEST(Server, Search_AsksTheDaemonAndFillsThePageIn) {
+  Web web;
+  const Socket browser = web.site.Begin("/search?q=a%3Cb&Section=net&group=grp1&sort=-Size&page=2");
+  std::string line;
+  Socket connection = web.Accept(&line);
+  EXPECT_EQ(line, "\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=" + web.site.Files().Path() +
+                      "/web/results\t@SCRIPT=html place all snippet\t@MAXHITS=10\t@FIRSTHIT=10"
+                      "\t@SORT=-Size\t@DEADLINE=8000\t@STATUS=1\ta<b\tSection=net\n");
+  connection.Send(kFrame + kStatus + "<li><!--korvo:hit--></li><li><!--korvo:hit--></li></ol>");
+  connection.Close();
+  const Answer answer = ReadAnswer(browser.ReadAll());
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_TRUE(answer.whole);
+  EXPECT_EQ(answer.body, "<h1>a&lt;b</h1><ol><li>1</li><li>2</li></ol>");
+  for (
+      const char *header :
+      {"\r\nContent-Type: text/html; charset=utf-8\r\n", "\r\nTransfer-Encoding: chunked\r\n",
+       "\r\nContent-Security-Policy: default-src 'none'; style-src 'self'; img-src 'self'; form-action 'self'; base-uri 'none'; frame-ancestors 'none'\r\n",
+       "\r\nX-Content-Type-Options: nosniff\r\n", "\r\nReferrer-Policy: no-referrer\r\n"})
+    EXPECT_NE(answer.headers.find(header), std::string::npos) << answer.headers;
+}
+
+TEST(Server, Document_AsksTheDaemon) {
+  Web web;
+  const Socket browser = web.site.Begin("/doc/grp1/17?type=pack");
+  std::string line;
+  Socket connection = web.Accept(&line);
+  EXPECT_EQ(line, "\t@COMMAND=GETDOC\t@SEARCHGROUP=grp1\t@MACROFILE=" + web.site.Files().Path() +
+                      "/web/document\t@SCRIPT=html place all snippet\t@RECTYPE=pack\t@DOCNUM=17\n");
+  connection.Send("<p>document");
+  connection.Close();
+  EXPECT_EQ(ReadAnswer(browser.ReadAll()).body, "<p>document");
+}
+
+TEST(Server, Bytes_AreGivenAsTheyCome) {
+  Web web;
+  const Socket browser = web.site.Begin("/search?q=a");
+  Socket connection = web.Accept();
+  connection.Send("<h1>first");
+  EXPECT_TRUE(Comes(browser, "<h1>first"));
+  connection.Send(kStatus + "<li>second");
+  EXPECT_TRUE(Comes(browser, "<li>second"));
+}
+
+TEST(Server, ErrorInFrontOfThePage_HasItsStatus) {
+  Web web;
+  const std::tuple<const char *, const char *, int, const char *> cases[] = {
+      {"/search?q=a", "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n", 502,
+       "The search service does not answer. Please try again later."},
+      {"/search?q=a", "", 502,
+       "The search service could not carry this out. Please try again later."},
+      {"/doc/grp1/1", "\t@COMMAND=ERROR\tUnable to locate Document Server.", 404,
+       "This document cannot be had: it is no longer there, or the service that keeps it does not answer."}};
+  for (const auto &[target, bytes, status, sentence] : cases) {
+    const Answer answer = web.Told(target, bytes);
+    EXPECT_EQ(answer.status, status);
+    EXPECT_TRUE(answer.Has(sentence)) << answer.body;
+    EXPECT_TRUE(answer.Has("<form role=\"search\"")) << answer.body;
+    EXPECT_FALSE(answer.Has("ERROR")) << answer.body;
+  }
+}
+
+TEST(Server, ErrorBehindTheFirstByte_IsANotice) {
+  Web web;
+  const Answer answer = web.Told(
+      "/search?q=a", kFrame + kStatus + "<li>\t@COMMAND=ERROR\tUnable to retreive document.</ol>");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(
+      answer.body,
+      "<h1>a</h1><ol><li></ol><div class=\"notice incomplete\" role=\"alert\"><p>A document could not be "
+      "fetched; the documents behind it are missing here.</p><p>This page is incomplete.</p></div>");
+}
+
+TEST(Server, DaemonThatIsGone_Is502) {
+  const int port = ReservePort();
+  Site site(port, 9);
+  EXPECT_EQ(site.Get("/search?q=a").status, 502);
+  ReleasePort(port);
+}
+
+TEST(Server, DaemonThatSaysNothing_Is504) {
+  Web web("deadline 300\n");
+  const Socket browser = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  EXPECT_EQ(ReadAnswer(browser.ReadAll()).status, 504);
+  EXPECT_TRUE(connection.Readable(kPatienceMs));  // its end
+}
+
+TEST(Server, PageThatIsLate_EndsWithANotice) {
+  Web web("deadline 300\n");
+  const Socket browser = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  connection.Send("<p>half");
+  const Answer answer = ReadAnswer(browser.ReadAll());
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_TRUE(answer.whole);
+  EXPECT_TRUE(answer.Has(
+      "<p>half<div class=\"notice incomplete\" role=\"alert\"><p>The search took too long."))
+      << answer.body;
+}
+
+TEST(Server, OnlySoManyConnections_TheOthersWaitInTheirOrder) {
+  Web web("connections 2\n");
+  std::vector<Socket> browsers, connections;
+  std::string line;
+  for (const char *word : {"a", "b", "c", "d"}) {
+    browsers.push_back(web.site.Begin(std::string("/search?q=word") + word));
+    if (browsers.size() > 2) continue;
+    connections.push_back(web.Accept(&line));
+    EXPECT_TRUE(line.ends_with(std::string("\tword") + word + "\n"));
+  }
+  EXPECT_FALSE(web.daemon.Called());
+  for (const char *word : {"c", "d"}) {
+    connections.front().Close();
+    connections.erase(connections.begin());
+    connections.push_back(web.Accept(&line));
+    EXPECT_TRUE(line.ends_with(std::string("\tword") + word + "\n")) << line;
+  }
+}
+
+TEST(Server, WhoeverWaitsTooLong_Is503) {
+  Web web("connections 1\ndeadline 400\n");
+  const Socket first = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  const Socket second = web.site.Begin("/search?q=b");
+  const Answer one = ReadAnswer(first.ReadAll()), other = ReadAnswer(second.ReadAll());
+  EXPECT_EQ(one.status, 504);
+  EXPECT_TRUE(other.status == 503 || other.status == 504) << other.status;
+}
+
+TEST(Server, QueueThatIsFull_Is503AtOnce) {
+  Web web("connections 1\nwaiting 0\n");
+  const Socket first = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  const Answer answer = web.site.Get("/search?q=b");
+  EXPECT_EQ(answer.status, 503);
+  EXPECT_NE(answer.headers.find("\r\nRetry-After: 5\r\n"), std::string::npos);
+}
+
+TEST(Server, BrowserThatLeaves_EndsItsConnectionToTheDaemon) {
+  Web web;
+  Socket browser = web.site.Begin("/search?q=a");
+  const Socket silent = web.Accept();
+  browser.Close();
+  EXPECT_EQ(silent.ReadAll(), "");
+  browser = web.site.Begin("/search?q=a");
+  const Socket talking = web.Accept();
+  talking.Send("<p>");
+  EXPECT_TRUE(Comes(browser, "<p>"));
+  browser.Close();
+  EXPECT_EQ(talking.ReadAll(), "");
+}
+
+TEST(Server, BrowserThatLeavesTheQueue_IsNotAskedFor) {
+  Web web("connections 1\n");
+  const Socket first = web.site.Begin("/search?q=a");
+  Socket connection = web.Accept();
+  web.site.Begin("/search?q=gone").Close();
+  EXPECT_TRUE(
+      Eventually([&] { return web.site.Log().find("\"query\":\"gone\"") != std::string::npos; }));
+  const Socket third = web.site.Begin("/search?q=c");
+  connection.Close();
+  std::string line;
+  const Socket next = web.Accept(&line);
+  EXPECT_TRUE(line.ends_with("\tc\n")) << line;
+}
+
+TEST(Server, OnlyGroupsOfTheFile) {
+  Web web;
+  const Answer answer = web.site.Get("/search?q=a&group=other");
+  EXPECT_EQ(answer.status, 404);
+  EXPECT_TRUE(answer.Has("There is no such collection to search in."));
+  EXPECT_EQ(web.site.Get("/doc/other/1").status, 404);
+  EXPECT_EQ(web.site.Get("/doc/grp1/x").status, 404);
+  EXPECT_FALSE(web.daemon.Called());
+}
+
+TEST(Server, LongSearch_Is414) {
+  Web web;
+  EXPECT_EQ(web.site.Get("/search?q=" + std::string(4000, 'a')).status, 414);
+  EXPECT_FALSE(web.daemon.Called());
+}
+
+TEST(Server, OtherMethods_Are405) {
+  Web web;
+  for (const char *method : {"POST", "PUT", "DELETE", "OPTIONS", "TRACE", "X"}) {
+    const Answer answer = web.site.Get("/search?q=a", method);
+    EXPECT_EQ(answer.status, 405) << method;
+    EXPECT_NE(answer.headers.find("\r\nAllow: GET, HEAD\r\n"), std::string::npos);
+  }
+  EXPECT_FALSE(web.daemon.Called());
+}
+
+TEST(Server, Head_HasTheStatusAndNoBody) {
+  Web web;
+  const Answer page = web.Told("/search?q=a", "<p>" + kStatus, "HEAD");
+  EXPECT_EQ(page.status, 200);
+  EXPECT_EQ(page.body, "");
+  EXPECT_EQ(web.site.Get("/", "HEAD").body, "");
+  EXPECT_EQ(web.site.Get("/none", "HEAD").status, 404);
+}
+
+TEST(Server, FrontPage_HasTheForm) {
+  Web web;
+  for (const char *target : {"/", "/search", "/search?q=", "/search?q=%20"}) {
+    const Answer answer = web.site.Get(target);
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_TRUE(answer.Has("<input type=\"hidden\" name=\"group\" value=\"grp1\">")) << answer.body;
+    EXPECT_FALSE(answer.Has("korvo:")) << answer.body;
+  }
+  std::filesystem::remove(web.site.Files().Path() + "/web/front.html");
+  EXPECT_EQ(
+      web.site.Get("/none").body,
+      "<!DOCTYPE html>\n<html><head><title>Search</title></head><body><h1>Search</h1>\n"
+      "<div class=\"notice\" role=\"alert\"><p>There is no page of this address.</p></div></body></html>\n");
+}
+
+TEST(Server, Files_OfOneDirectoryAlone) {
+  Web web;
+  const std::pair<const char *, const char *> types[] = {{"x.css", "text/css; charset=utf-8"},
+                                                         {"x.html", "text/html; charset=utf-8"},
+                                                         {"x.ico", "image/x-icon"},
+                                                         {"x.jpg", "image/jpeg"},
+                                                         {"x.png", "image/png"},
+                                                         {"x.svg", "image/svg+xml"},
+                                                         {"x.txt", "text/plain; charset=utf-8"},
+                                                         {"x.other", "application/octet-stream"}};
+  for (const auto &[name, type] : types) {
+    web.site.Files().Write(std::string("web/static/") + name, name);
+    const Answer answer = web.site.Get(std::string("/static/") + name);
+    EXPECT_EQ(answer.body, name);
+    EXPECT_NE(answer.headers.find(std::string("\r\nContent-Type: ") + type + "\r\n"),
+              std::string::npos)
+        << answer.headers;
+  }
+  for (const char *target :
+       {"/static/", "/static/../texts.en", "/static/..%2ftexts.en", "/static/.", "/static/none",
+        "/static/x.css%00", "/static//etc/passwd"})
+    EXPECT_EQ(web.site.Get(target).status, 404) << target;
+}
+
+TEST(Server, OpenSearch_NamesTheHost) {
+  Web web("public-url https://a.example\n");
+  EXPECT_EQ(web.site.Get("/opensearch.xml").body,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<OpenSearchDescription xmlns=\"http://a9.com/-/spec/opensearch/1.1/\">\n"
+            "<ShortName>Library</ShortName>\n<Description>Library</Description>\n"
+            "<InputEncoding>UTF-8</InputEncoding>\n"
+            "<Url type=\"text/html\" template=\"https://a.example/search?q={searchTerms}\"/>\n"
+            "</OpenSearchDescription>\n");
+  Web plain;
+  EXPECT_NE(plain.site.Get("/opensearch.xml")
+                .headers.find("\r\nContent-Type: application/opensearchdescription+xml\r\n"),
+            std::string::npos);
+  for (const std::string host : {"a\"b", "<a>", "a b", "a/b", ""}) {
+    const Socket browser = ConnectTo(plain.site.Port());
+    browser.Send("GET /opensearch.xml HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n\r\n");
+    EXPECT_TRUE(ReadAnswer(browser.ReadAll())
+                    .Has("template=\"http://" + std::string("localhost") + "/search?q="))
+        << host;
+  }
+  EXPECT_TRUE(plain.site.Get("/opensearch.xml").Has("template=\"http://search.example/search?q="));
+}
+
+TEST(Server, Health_IsThatOfTheDaemon) {
+  const Daemon daemon;
+  Site site(daemon.ClientPort(), daemon.AdminPort());
+  EXPECT_EQ(site.Get("/healthz").body, "ok\n");
+  const int port = ReservePort();
+  Site lonely(port, port);
+  const Answer answer = lonely.Get("/healthz");
+  EXPECT_EQ(answer.status, 503);
+  EXPECT_EQ(answer.body, "the daemon does not answer\n");
+  ReleasePort(port);
+}
+
+TEST(Server, Metrics_CountRequests) {
+  Web web;
+  web.site.Get("/none");
+  EXPECT_NE(
+      web.site.Get("/metrics").headers.find("\r\nContent-Type: text/plain; version=0.0.4\r\n"),
+      std::string::npos);
+  EXPECT_TRUE(Eventually([&] {
+    const Answer answer = web.site.Get("/metrics");
+    return answer.Has("\nkorvo_web_errors_total{kind=\"no-page\"} 1\n") &&
+           answer.Has("\nkorvo_web_requests_total{route=\"none\"} 1\n");
+  }));
+}
+
+TEST(Server, Log_HasALineARequest) {
+  Web web("log-queries no\n");
+  web.Told("/search?q=secret", "<p>" + kStatus);
+  EXPECT_TRUE(Eventually([&] { return web.site.Log().ends_with("}\n"); }));
+  const std::string log = web.site.Log();
+  EXPECT_NE(
+      log.find(
+          "\"route\":\"search\",\"status\":200,\"hits\":2,\"matches\":25,\"shards\":\"1/1\",\"bytes\":3,"),
+      std::string::npos)
+      << log;
+  EXPECT_EQ(log.find("secret"), std::string::npos);
+}
+
+TEST(Server, Hup_OpensTheLogAgain) {
+  Web web;
+  const std::string path = web.site.Files().Path() + "/log";
+  web.site.Get("/");
+  std::filesystem::rename(path, path + ".1");
+  web.site.Program().Signal(SIGHUP);
+  EXPECT_TRUE(Eventually([&] {
+    web.site.Get("/");
+    return !ReadFile(path).empty();
+  }));
+}
+
+TEST(Server, Term_EndsBehindTheRunningRequests) {
+  Web web;
+  const Socket browser = web.site.Begin("/search?q=a");
+  Socket connection = web.Accept();
+  web.site.Program().Signal(SIGTERM);
+  EXPECT_TRUE(Eventually([&] {  // no new request
+    const Socket other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_storage name = {};
+    socklen_t size = sizeof name;
+    getpeername(browser.Fd(), reinterpret_cast<sockaddr *>(&name), &size);
+    return connect(other.Fd(), reinterpret_cast<const sockaddr *>(&name), size) != 0;
+  }));
+  connection.Send("<p>whole");
+  connection.Close();
+  const Answer answer = ReadAnswer(browser.ReadAll());
+  EXPECT_TRUE(answer.whole);
+  EXPECT_EQ(answer.body, "<p>whole");
+  EXPECT_EQ(ExitStatus(web.site.Program().Wait()), 0);
+}
+
+TEST(Server, Term_DoesNotWaitBeyondTheDeadline) {
+  Web web("deadline 300\n");
+  const Socket browser = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  web.site.Program().Signal(SIGTERM);
+  EXPECT_EQ(ExitStatus(web.site.Program().Wait()), 0);
+}
+
+TEST(Server, RequestWhileItStops_Is503) {
+  Web web;
+  const Socket running = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  const Socket other = ConnectTo(web.site.Port());
+  other.Send("GET /none HTTP/1.1\r\nHost: x\r\n\r\n");
+  EXPECT_TRUE(Comes(other, "404 Not Found"));
+  web.site.Program().Signal(SIGTERM);
+  std::string bytes;
+  EXPECT_TRUE(Eventually([&] {
+    other.Send("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
+    char some[8192];
+    const ssize_t got = recv(other.Fd(), some, sizeof some, MSG_DONTWAIT);
+    if (got > 0) bytes.append(some, static_cast<std::size_t>(got));
+    return bytes.find("HTTP/1.1 503") != std::string::npos;
+  }));
+  EXPECT_NE(bytes.find("This server is about to stop. Please try again in a moment."),
+            std::string::npos);
+}
+
+TEST(Server, AddressThatAsksTooOften_Is429) {
+  Web web("client-rate 1\nclient-burst 1\n");
+  EXPECT_EQ(web.Told("/search?q=a", "<p>").status, 200);
+  const Answer answer = web.site.Get("/search?q=a");
+  EXPECT_EQ(answer.status, 429);
+  EXPECT_TRUE(answer.Has("You have asked very often within a short time. Please wait a moment."));
+}
+
+TEST(Server, SlowSender_IsCutOff) {
+  Web web("sender-time 1\n");
+  const Socket idle = ConnectTo(web.site.Port()), slow = ConnectTo(web.site.Port());
+  EXPECT_TRUE(Eventually([&] {
+    slow.Send("x");
+    return slow.Readable(0);
+  }));
+  EXPECT_EQ(idle.ReadAll(), "");
+}
+
+TEST(Server, SlowReader_IsCutOff) {
+  Web web("reader-time 1\ndeadline 300\n");
+  const Socket browser = web.site.Begin("/search?q=a");
+  Socket connection = web.Accept();
+  connection.Send("<p>" + kStatus);
+  const std::string some(65536, 'x');
+  bool taken = true;
+  for (int i = 0; i < 1000 && taken; ++i)
+    taken = send(connection.Fd(), some.data(), some.size(), MSG_NOSIGNAL | MSG_DONTWAIT) > 0;
+  EXPECT_TRUE(
+      Eventually([&] { return web.site.Log().find("\"query\":\"a\"") != std::string::npos; }));
+}
+
+TEST(Server, Ready_IsToldToTheServiceManager) {
+  const Folder folder;
+  const std::string path = folder.Path() + "/notify";
+  sockaddr_un name = {};
+  name.sun_family = AF_UNIX;
+  std::memcpy(name.sun_path, path.data(), path.size());
+  const Socket manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(bind(manager.Fd(), reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  Web web;
+  unsetenv("NOTIFY_SOCKET");
+  char text[64] = "";
+  EXPECT_TRUE(manager.Readable(kPatienceMs));
+  EXPECT_GT(recv(manager.Fd(), text, sizeof text - 1, 0), 0);
+  EXPECT_STREQ(text, "READY=1");
+  web.site.Program().Signal(SIGTERM);
+  std::memset(text, 0, sizeof text);
+  EXPECT_GT(recv(manager.Fd(), text, sizeof text - 1, 0), 0);
+  EXPECT_STREQ(text, "STOPPING=1");
+}

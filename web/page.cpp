@@ -1,0 +1,151 @@
+#include "web/page.h"
+
+#include <algorithm>
+
+#include "web/html.h"
+
+namespace {
+
+constexpr int kPagesAround = 4;  // of the one that is shown
+
+std::string Link(const std::string &address, const std::string &attributes,
+                 const std::string &text) {
+  return "<li><a href=\"" + Html_Escape(address) + "\"" + attributes + ">" + Html_Escape(text) +
+         "</a></li>";
+}
+
+std::string Navigation(const char *name, const std::string &label, const std::string &items) {
+  return std::string("<nav class=\"") + name + "\" aria-label=\"" + Html_Escape(label) + "\"><ul>" +
+         items + "</ul></nav>";
+}
+
+// All that was searched for, as one text.
+std::string Words(const Asked &asked) {
+  std::string words = asked.text;
+  for (const auto &[name, value] : asked.fields)
+    words.append(words.empty() ? "" : " ").append(name).append("=").append(value);
+  return words;
+}
+
+std::string GroupTitle(const PageView &view) {
+  const WebGroup *group = Conf_Group(*view.conf, view.asked->group);
+  return group == nullptr ? "" : group->title;
+}
+
+std::string Status(const PageView &view, const PageFacts &facts) {
+  const Texts &texts = *view.texts;
+  const PageStatus &status = facts.status;
+  if (!facts.known) return {};
+  if (status.matches == 0 || status.shown == 0)
+    return Html_Escape(Texts_Fill(texts[TextName::kNothing],
+                                  {{"query", Words(*view.asked)}, {"group", GroupTitle(view)}})) +
+           " " + Html_Escape(texts[TextName::kTry]);
+  if (status.exact && status.matches == 1) return Html_Escape(texts[TextName::kOne]);
+  return Html_Escape(Texts_Fill(texts[status.exact ? TextName::kExactly : TextName::kAbout],
+                                {{"matches", Texts_Count(texts, status.matches)},
+                                 {"first", Texts_Count(texts, status.first)},
+                                 {"last", Texts_Count(texts, status.first + status.shown - 1)}}));
+}
+
+std::string Pager(const PageView &view, const PageFacts &facts) {
+  const int hits = view.conf->page_hits;
+  if (!facts.known || facts.status.matches <= hits) return {};
+  const int last = std::min((facts.status.matches - 1) / hits + 1, kAskedMostHits / hits);
+  const int page = std::clamp((facts.status.first - 1) / hits + 1, 1, last);
+  const auto link = [&](int to, const char *attributes, const std::string &text) {
+    return Link(Asked_Link(*view.asked, to, view.asked->sort), attributes, text);
+  };
+  std::string items;
+  if (page > 1) items += link(page - 1, " rel=\"prev\"", (*view.texts)[TextName::kPrevious]);
+  for (int at = std::max(1, page - kPagesAround); at <= std::min(last, page + kPagesAround); ++at)
+    items += link(at, at == page ? " aria-current=\"page\"" : "", Texts_Count(*view.texts, at));
+  if (page < last) items += link(page + 1, " rel=\"next\"", (*view.texts)[TextName::kNext]);
+  return Navigation("pager", (*view.texts)[TextName::kPages], items);
+}
+
+std::string Sort(const PageView &view, const PageFacts &facts) {
+  const WebGroup *group = Conf_Group(*view.conf, view.asked->group);
+  if (group == nullptr || group->sorts.empty() || !facts.known || facts.status.shown == 0)
+    return {};
+  const auto link = [&](const std::string &key, const std::string &title) {
+    return Link(Asked_Link(*view.asked, 1, key),
+                key == view.asked->sort ? " aria-current=\"true\"" : "", title);
+  };
+  std::string items = link("", (*view.texts)[TextName::kRelevance]);
+  for (const WebSort &sort : group->sorts) items += link(sort.key, sort.title);
+  return Navigation("sort", (*view.texts)[TextName::kSort], items);
+}
+
+std::string Groups(const PageView &view) {
+  const std::vector<WebGroup> &groups = view.conf->groups;
+  if (groups.size() == 1)
+    return "<input type=\"hidden\" name=\"group\" value=\"" + Html_Escape(groups[0].id) + "\">";
+  std::string items;
+  for (const WebGroup &group : groups)
+    items += "<option value=\"" + Html_Escape(group.id) + "\"" +
+             (group.id == view.asked->group ? " selected>" : ">") + Html_Escape(group.title) +
+             "</option>";
+  return "<label>" + Html_Escape((*view.texts)[TextName::kGroups]) + " <select name=\"group\">" +
+         items + "</select></label>";
+}
+
+std::string Spelling(const PageView &view, const PageFacts &facts) {
+  if (facts.status.spelling.empty()) return {};
+  Asked meant = *view.asked;
+  meant.text = facts.status.spelling;
+  meant.fields.clear();  // the Search Manager gives all that was asked as one text
+  return "<p class=\"spelling\">" + Html_Escape((*view.texts)[TextName::kSpelling]) +
+         " <a href=\"" + Html_Escape(Asked_Link(meant, 1, meant.sort)) + "\">" +
+         Html_Escape(meant.text) + "</a>?</p>";
+}
+
+// Something of the page is not there.
+bool IsLoss(Trouble trouble) {
+  switch (trouble) {
+    case Trouble::kShards:
+    case Trouble::kLostDocument:
+    case Trouble::kMissingHits:
+    case Trouble::kBroken:
+    case Trouble::kTooLate: return true;
+    default: return false;
+  }
+}
+
+std::string Notice(const PageView &view, const PageFacts &facts) {
+  if (facts.unsaid.empty()) return {};
+  bool loss = false;
+  std::string sentences;
+  for (const Trouble trouble : facts.unsaid) {
+    sentences += "<p>" + Html_Escape((*view.texts)[trouble]) + "</p>";
+    loss = loss || IsLoss(trouble);
+  }
+  if (!loss) return "<div class=\"notice\" role=\"alert\">" + sentences + "</div>";
+  return "<div class=\"notice incomplete\" role=\"alert\">" + sentences + "<p>" +
+         Html_Escape((*view.texts)[TextName::kIncomplete]) + "</p></div>";
+}
+
+}  // namespace
+
+std::string Page_Fill(const PageView &view, Placeholder which, const PageFacts &facts) {
+  switch (which) {
+    case Placeholder::kQuery: return Html_Escape(view.asked->text);
+    case Placeholder::kStatus: return Status(view, facts);
+    case Placeholder::kPager: return Pager(view, facts);
+    case Placeholder::kSort: return Sort(view, facts);
+    case Placeholder::kGroups: return Groups(view);
+    case Placeholder::kSpelling: return Spelling(view, facts);
+    case Placeholder::kNotice: return Notice(view, facts);
+    default: return std::to_string(facts.status.first + facts.hits - 1);
+  }
+}
+
+std::string Page_Front(const PageView &view, const std::string &frame, Trouble trouble) {
+  std::string page;
+  Filter filter = Filter_Begin(false, [&view](Placeholder which, const PageFacts &facts) {
+    return Page_Fill(view, which, facts);
+  });
+  if (trouble != Trouble::kNone) filter.facts.troubles = filter.facts.unsaid = {trouble};
+  Filter_Feed(&filter, frame, &page);
+  Filter_End(&filter, Trouble::kNone, &page);
+  return page;
+}

@@ -1,0 +1,306 @@
+#include "web/server.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "web/visit.h"
+
+namespace {
+
+constexpr std::size_t kMemory =
+    16384;  // of a connection: a longer header is refused by the library
+constexpr unsigned kBacklog = 1024;
+constexpr int kLongestWait = 60000;  // milliseconds, while nothing is due
+
+std::chrono::seconds Seconds(std::int32_t count) { return std::chrono::seconds(count); }
+
+// What the library tells.
+
+void *TakeTarget(void *cls, const char *target, MHD_Connection *connection) {
+  auto *server = static_cast<Server *>(cls);
+  const MHD_ConnectionInfo *info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+  Visit &visit = server->visits.emplace_back();
+  visit.self = std::prev(server->visits.end());
+  visit.server = server;
+  visit.connection = connection;
+  visit.browser = static_cast<Browser *>(info->socket_context);
+  visit.target = target;
+  visit.arrived = WebClock::now();
+  return &visit;
+}
+
+MHD_Result TakeRequest(void *, MHD_Connection *, const char *, const char *method, const char *,
+                       const char *, std::size_t *size, void **context) {
+  auto *visit = static_cast<Visit *>(*context);
+  visit->head = std::strcmp(method, "HEAD") == 0;
+  if (!visit->head && std::strcmp(method, "GET") != 0)
+    return Visit_Refuse(visit) ? MHD_YES : MHD_NO;
+  if (!visit->complete || *size > 0) {  // a body is not read
+    if (!visit->complete) visit->arrived = WebClock::now();
+    visit->complete = visit->browser->visiting = true;
+    *size = 0;
+    return MHD_YES;
+  }
+  return Visit_Serve(visit) ? MHD_YES : MHD_NO;
+}
+
+void EndRequest(void *, MHD_Connection *, void **context, MHD_RequestTerminationCode) {
+  auto *visit = static_cast<Visit *>(*context);
+  if (visit == nullptr) return;
+  Browser *browser = visit->browser;
+  std::list<Browser> &browsers = visit->server->browsers;
+  browser->visiting = false;
+  browser->since = WebClock::now();
+  browsers.splice(browsers.end(), browsers, browser->self);
+  Visit_Finish(visit);
+  *context = nullptr;
+}
+
+std::string AddressOf(MHD_Connection *connection) {
+  const MHD_ConnectionInfo *info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+  char text[INET_ADDRSTRLEN] = "";
+  const auto *address = reinterpret_cast<const sockaddr_in *>(info->client_addr);
+  inet_ntop(AF_INET, &address->sin_addr, text, sizeof text);
+  return text;
+}
+
+void TakeConnection(void *cls, MHD_Connection *connection, void **context,
+                    MHD_ConnectionNotificationCode code) {
+  auto *server = static_cast<Server *>(cls);
+  if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+    server->browsers.erase(static_cast<Browser *>(*context)->self);
+    return;
+  }
+  const int fd = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+  server->browsers.push_back({fd, AddressOf(connection), WebClock::now(), false, {}});
+  server->browsers.back().self = std::prev(server->browsers.end());
+  *context = &server->browsers.back();
+}
+
+sockaddr_in AddressFrom(const std::string &address, std::int32_t port) {
+  sockaddr_in found = {};
+  found.sin_family = AF_INET;
+  found.sin_port = htons(static_cast<std::uint16_t>(port));
+  inet_pton(AF_INET, address.c_str(), &found.sin_addr);
+  return found;
+}
+
+bool Listen(Server *server) {
+  const WebConf &conf = server->conf;
+  const sockaddr_in own = AddressFrom(conf.listen_address, conf.listen_port);
+  server->http = MHD_start_daemon(
+      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, TakeRequest, server,
+      MHD_OPTION_SOCK_ADDR, &own, MHD_OPTION_LISTENING_ADDRESS_REUSE, 1U,
+      MHD_OPTION_LISTEN_BACKLOG_SIZE, kBacklog, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemory,
+      MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(conf.clients),
+      MHD_OPTION_PER_IP_CONNECTION_LIMIT, static_cast<unsigned>(conf.client_connections),
+      MHD_OPTION_URI_LOG_CALLBACK, TakeTarget, server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest,
+      server, MHD_OPTION_NOTIFY_CONNECTION, TakeConnection, server, MHD_OPTION_END);
+  return server->http != nullptr;
+}
+
+// The loop.
+
+// When the next thing is due, in milliseconds.
+int WaitTime(const Server &server, WebTime now) {
+  WebTime next = now + std::chrono::milliseconds(kLongestWait);
+  const auto cut =
+      std::chrono::milliseconds(server.conf.deadline) + Seconds(server.conf.reader_time);
+  for (const Visit &visit : server.visits) {
+    if (visit.suspended) next = std::min(next, visit.exchange.deadline);
+    next = std::min(next, visit.arrived + cut);
+  }
+  for (const Exchange *exchange : server.door.asking) next = std::min(next, exchange->deadline);
+  for (const Browser &browser : server.browsers) {
+    if (browser.visiting) continue;
+    next = std::min(next, browser.since + Seconds(server.conf.sender_time));
+    break;  // those behind it were heard of later
+  }
+  MHD_UNSIGNED_LONG_LONG own = 0;
+  if (MHD_get_timeout(server.http, &own) == MHD_YES)
+    next = std::min(next, now + std::chrono::milliseconds(own));
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - now);
+  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+}
+
+// A browser whose time is over is closed; the library sees its end.
+void CutOff(Server *server, WebTime now) {
+  for (Browser &browser : server->browsers) {
+    if (browser.visiting) continue;
+    if (browser.since + Seconds(server->conf.sender_time) > now) break;
+    shutdown(browser.fd, SHUT_RDWR);
+  }
+  const auto limit =
+      std::chrono::milliseconds(server->conf.deadline) + Seconds(server->conf.reader_time);
+  for (Visit &visit : server->visits) {
+    if (visit.arrived + limit > now) continue;
+    shutdown(visit.browser->fd, SHUT_RDWR);
+    visit.left = true;
+  }
+}
+
+struct Loop {
+  Server *server;
+  int signals;
+  std::vector<pollfd> polled;  // the library, the signals, the daemon, then the browsers that wait
+  std::vector<Exchange *> exchanges;
+  std::vector<Visit *> waiting;  // two entries of polled each: the browser, and its PING
+};
+
+void Collect(Loop *loop) {
+  Server *server = loop->server;
+  const MHD_DaemonInfo *info = MHD_get_daemon_info(server->http, MHD_DAEMON_INFO_EPOLL_FD);
+  loop->polled = {{info->epoll_fd, POLLIN, 0}, {loop->signals, POLLIN, 0}};
+  loop->exchanges = server->door.asking;
+  loop->waiting.clear();
+  for (const Exchange *exchange : loop->exchanges)
+    loop->polled.push_back({exchange->fd, Exchange_Events(*exchange), 0});
+  for (Visit &visit : server->visits) {
+    if (!visit.suspended) continue;
+    loop->waiting.push_back(&visit);
+    loop->polled.push_back({visit.browser->fd, POLLRDHUP, 0});
+    loop->polled.push_back({visit.health, POLLIN, 0});
+  }
+}
+
+void TakeSignals(Loop *loop) {
+  signalfd_siginfo info = {};
+  while (read(loop->signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+    if (info.ssi_signo == SIGHUP)
+      (void)Journal_Open(&loop->server->journal);
+    else
+      loop->server->stopping = true;
+  }
+}
+
+void Dispatch(Loop *loop) {
+  if (loop->polled[1].revents != 0) TakeSignals(loop);
+  std::size_t at = 2;
+  for (Exchange *exchange : loop->exchanges)
+    if (loop->polled[at++].revents != 0) Exchange_Step(exchange);
+  for (Visit *visit : loop->waiting) {
+    if (loop->polled[at].revents != 0) {
+      visit->left = true;
+      Door_Leave(&loop->server->door, &visit->exchange);
+    }
+    if (loop->polled[at + 1].revents != 0) Visit_Resume(visit);
+    at += 2;
+  }
+}
+
+// What is over, late or ready goes on.
+void Advance(Server *server) {
+  const WebTime now = WebClock::now();
+  Door_Turn(&server->door, now);
+  CutOff(server, now);
+  for (Visit &visit : server->visits) {
+    const bool late = visit.health >= 0 && visit.exchange.deadline <= now;
+    if (visit.suspended && (late || Visit_IsReady(visit))) Visit_Resume(&visit);
+  }
+}
+
+void Turn(Loop *loop) {
+  Collect(loop);
+  const int count =
+      poll(loop->polled.data(), loop->polled.size(), WaitTime(*loop->server, WebClock::now()));
+  if (count >= 0) Dispatch(loop);
+  Advance(loop->server);
+  MHD_run(loop->server->http);
+  Advance(loop->server);  // a new request asks at once
+}
+
+// No browser is accepted any more; the running requests have their deadline.
+void Finish(Loop *loop) {
+  Server *server = loop->server;
+  const int listener = MHD_quiesce_daemon(server->http);
+  if (listener >= 0) close(listener);
+  const WebTime end = WebClock::now() + std::chrono::milliseconds(server->conf.deadline);
+  while (!server->visits.empty() && WebClock::now() < end) Turn(loop);
+  for (Visit &visit : server->visits) {
+    visit.left = true;
+    Visit_Resume(&visit);
+  }
+  MHD_run(server->http);
+  MHD_stop_daemon(server->http);
+}
+
+// Tells systemd, where it has asked for it.
+void Notify(std::string_view state) {
+  const char *path = std::getenv("NOTIFY_SOCKET");
+  sockaddr_un to = {};
+  to.sun_family = AF_UNIX;
+  if (path == nullptr || std::strlen(path) >= sizeof to.sun_path) return;
+  const std::size_t length = std::strlen(path);
+  std::memcpy(to.sun_path, path, length);
+  if (*path == '@') to.sun_path[0] = '\0';
+  const int sock = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (sock < 0) return;
+  (void)sendto(sock, state.data(), state.size(), MSG_NOSIGNAL,
+               reinterpret_cast<const sockaddr *>(&to),
+               static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length));
+  close(sock);
+}
+
+int CatchSignals() {
+  sigset_t caught;
+  sigemptyset(&caught);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&caught, number);
+  sigprocmask(SIG_BLOCK, &caught, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+  return signalfd(-1, &caught, SFD_NONBLOCK | SFD_CLOEXEC);
+}
+
+// A thousand browsers need more descriptors than a shell gives.
+void RaiseLimit() {
+  rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+int Server_Run(const WebConf &conf, const Texts &texts, std::string *wrong) {
+  Server server = {conf, texts, {}, {}, {}, {}, nullptr, {}, {}, false};
+  server.door = {AddressFrom(conf.daemon_address, conf.daemon_port),
+                 static_cast<std::size_t>(conf.connections),
+                 static_cast<std::size_t>(conf.waiting),
+                 {},
+                 {}};
+  server.rates = {
+      static_cast<double>(conf.client_rate), static_cast<double>(conf.client_burst), {}};
+  server.journal = {-1, conf.log, conf.log_queries == "yes"};
+  RaiseLimit();
+  Loop loop = {&server, CatchSignals(), {}, {}, {}};
+  if (!Journal_Open(&server.journal)) {
+    *wrong = conf.log + ": cannot be opened: " + std::strerror(errno);
+    return EX_CANTCREAT;
+  }
+  if (!Listen(&server)) {
+    *wrong = "cannot listen on " + conf.listen_address + " port " +
+             std::to_string(conf.listen_port) + ": " + std::strerror(errno);
+    return EX_UNAVAILABLE;
+  }
+  Notify("READY=1");
+  while (!server.stopping) Turn(&loop);
+  Notify("STOPPING=1");
+  Finish(&loop);
+  return EX_OK;
+}
