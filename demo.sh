@@ -29,14 +29,16 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-need "${build_packages[@]}"
-build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-query korvoctl
+need curl "${build_packages[@]}"
+build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-query korvo-web korvoctl
 bin=$PWD/build/release/bin
 folder=$(mktemp -d /tmp/korvo-demo.XXXXXX)  # a short name: macros go by at most 127 characters
 
 # The programs run in process groups of their own, so each is ended by itself if something goes wrong.
 programs=()
+web=
 give_up() {
+  [ -z "$web" ] || kill "$web" 2>/dev/null || true
   [ ${#programs[@]} -eq 0 ] || kill "${programs[@]}" 2>/dev/null || true
   wait
   rm -rf "$folder"
@@ -83,6 +85,38 @@ start() {
   done
 }
 
+# start_web: puts the page in a browser before the service.
+start_web() {
+  cp -r share/korvo/web "$folder"
+  for macro in results document; do "$bin/korvo-macro" asm "$folder/web/$macro.ms"; done
+  cat >"$folder/korvo-web.conf" <<CONF
+listen-port $web_port
+daemon-port $client_port
+daemon-admin-port ${admin_ports[0]}
+macro-directory $folder/web
+static-directory $folder/web/static
+front-page $folder/web/front.html
+texts $folder/web/texts.en
+group packages results document Debian packages
+sort packages -Installed-Size Largest first
+sort packages Section Section
+CONF
+  "$bin/korvo-web" "$folder/korvo-web.conf" 2>"$folder/korvo-web.log" &
+  web=$!
+  until curl -sf "$address/healthz" >/dev/null; do
+    kill -0 "$web" 2>/dev/null || {
+      echo "$0: korvo-web does not start; it says:" >&2
+      cat "$folder/korvo-web.log" >&2
+      exit 70
+    }
+  done
+}
+
+# text_of ADDRESS: what a page says.
+text_of() {
+  curl -sf "$1" | sed 's/<[^>]*>//g; /^[[:space:]]*$/d'
+}
+
 # show COMMAND...: prints a command as it would be typed, and its answer.
 show() {
   printf '\n$ %s\n' "$(printf '%q ' "$@")"
@@ -96,7 +130,9 @@ part() {
 
 documents=/var/lib/dpkg/status
 [ -s "$documents" ] || documents=demo/packages
-mapfile -t ports < <(free_ports $((6 + 2 * engines)))
+mapfile -t ports < <(free_ports $((7 + 2 * engines)))
+web_port=${ports[-1]}
+address=http://127.0.0.1:$web_port
 index=("$bin/korvo-index" --schema demo/packages.schema)
 
 line C web1 -
@@ -126,6 +162,7 @@ start korvo-commmgr web1
 start korvo-searchmgr packages
 start korvo-docmgr packages
 for i in $(seq "$engines"); do start korvo-engine "engine$i"; done
+start_web
 
 query=("$bin/korvo-query" --port "$client_port" --group packages --macro "$folder/package")
 hits=("$bin/korvo-query" --port "$client_port" --group packages --macro "$folder/hit"
@@ -138,6 +175,8 @@ show "${hits[@]}" '"shared library"'
 show "${hits[@]}" Section=admin
 show "${hits[@]}" --header SORT=-Installed-Size library
 show "${hits[@]}" --header FIRSTHIT=3 library
+printf '\nThe same in a browser, as text: %s\n' "$address/search?q=library"
+text_of "$address/search?q=library"
 if [ "$engines" -gt 1 ]; then
   printf '\nengine1 is killed: what it holds is missing, and the answer says so.\n'
   kill -KILL -- "-${programs[3]}"
@@ -150,6 +189,7 @@ if [ $keep = yes ]; then
   ctl=$(printf '%q' "$bin/korvoctl")
   cat <<KEEP
 
+In a browser: $address/
 The service is up.  Try:
   $(printf '%q ' "${query[@]}")--max-hits 3 Section=admin
   $ctl ping --port ${admin_ports[0]}
@@ -157,7 +197,7 @@ The service is up.  Try:
   exec 3<>/dev/tcp/127.0.0.1/$client_port
   printf '\\t@COMMAND=QUERY\\t@SEARCHGROUP=packages\\t@MACROFILE=$folder/package\\t@MAXHITS=2\\tmail\\n' >&3; cat <&3
 Stop it with:
-  (for port in ${admin_ports[*]}; do $ctl shutdown --port \$port || exit; done) && rm -r $folder
+  (for port in ${admin_ports[*]}; do $ctl shutdown --port \$port || exit; done) && kill $web && rm -r $folder
 KEEP
   exit 0
 fi
@@ -165,7 +205,9 @@ fi
 for i in "${!programs[@]}"; do
   if kill -0 "${programs[i]}" 2>/dev/null; then "$bin/korvoctl" shutdown --port "${admin_ports[i]}"; fi
 done
-wait "${programs[@]}" || true
+kill "$web"
+wait "${programs[@]}" "$web" || true
 programs=()
+web=
 echo
 echo "Stopped."

@@ -21,7 +21,7 @@ fail() {
 }
 
 mkdir -p "$checkout/build" "$checkout/scripts"
-ln -s "$PWD"/{demo.sh,demo,tools} "$checkout"
+ln -s "$PWD"/{demo.sh,demo,share,tools} "$checkout"
 ln -s "$build" "$checkout/build/release"
 printf '%s\n' 'need() { :; }' 'build() { :; }' 'build_packages=()' >"$checkout/scripts/need.sh"
 "$checkout/demo.sh" --keep >"$scratch/said"
@@ -33,6 +33,10 @@ stop=$(sed -n '/^Stop it/,$s/^  //p' "$scratch/said")
 if [ ${#ports[@]} -ne 3 ] || [ ${#try[@]} -ne 5 ] || [ ! -d "$folder" ]; then
   fail "prints other lines: $(cat "$scratch/said")"
 fi
+
+address=$(sed -n 's/^In a browser: //p' "$scratch/said")
+page=$(curl -sf "${address}search?q=library") || fail "answers nothing at $address"
+[[ $page == *'<li value="1">'* ]] || fail "has no hits at $address: $page"
 
 # Each line alone, but for the one that opens the connection of the next.
 for line in "${try[@]:0:3}" "${try[3]}"$'\n'"${try[4]}"; do

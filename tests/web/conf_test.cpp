@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "tests/system/harness.h"
 
 namespace {
@@ -117,4 +119,29 @@ TEST(Conf, TabInAFrame_IsRefused) {
       wrong,
       folder.Path() +
           "/results.hdr:2: holds a tab, with which a message of the service begins; write blanks");
+}
+
+// --help has a line "  NAME DEFAULT (LEAST to MOST)" a setting.
+TEST(Conf, Manual_HasEverySetting) {
+  const std::string manual = ReadFile(KORVO_MANUAL);
+  std::istringstream help(Conf_Help());
+  int settings = 0;
+  for (std::string line; std::getline(help, line);) {
+    if (line.starts_with("      ") || line.starts_with("  group ") || line.starts_with("  sort "))
+      continue;
+    std::istringstream words(line);
+    std::string name, value, least, to, most;
+    words >> name >> value >> least >> to >> most;
+    const std::size_t at = manual.find("\n.It Cm " + name + "\n");
+    ASSERT_NE(at, std::string::npos) << name;
+    const std::string entry = manual.substr(at, manual.find("\n.It", at + 1) - at);
+    const bool limits = !least.empty();
+    const std::string said = limits ? "From " + least.substr(1) + " to " +
+                                          most.substr(0, most.size() - 1) + "; by default " +
+                                          value + ".\n"
+                                    : "By default\n.Li " + value + " .\n";
+    EXPECT_NE((entry + "\n").find(said), std::string::npos) << entry << said;
+    ++settings;
+  }
+  EXPECT_GT(settings, 20);
 }
