@@ -49,15 +49,15 @@ MHD_Result TakeRequest(void *, MHD_Connection *, const char *, const char *metho
                        const char *, std::size_t *size, void **context) {
   auto *visit = static_cast<Visit *>(*context);
   visit->head = std::strcmp(method, "HEAD") == 0;
-  if (!visit->head && std::strcmp(method, "GET") != 0)
-    return Visit_Refuse(visit) ? MHD_YES : MHD_NO;
-  if (!visit->complete || *size > 0) {  // a body is not read
+  const bool refused = !visit->head && std::strcmp(method, "GET") != 0;
+  if (!refused && (!visit->complete || *size > 0)) {  // a body is not read
     if (!visit->complete) visit->arrived = WebClock::now();
-    visit->complete = visit->browser->visiting = true;
+    visit->complete = true;
     *size = 0;
     return MHD_YES;
   }
-  return Visit_Serve(visit) ? MHD_YES : MHD_NO;
+  visit->browser->visiting = true;
+  return (refused ? Visit_Refuse(visit) : Visit_Serve(visit)) ? MHD_YES : MHD_NO;
 }
 
 void EndRequest(void *, MHD_Connection *, void **context, MHD_RequestTerminationCode) {
@@ -170,8 +170,11 @@ void Collect(Loop *loop) {
   loop->polled = {{info->epoll_fd, POLLIN, 0}, {loop->signals, POLLIN, 0}};
   loop->exchanges = server->door.asking;
   loop->waiting.clear();
-  for (const Exchange *exchange : loop->exchanges)
-    loop->polled.push_back({exchange->fd, Exchange_Events(*exchange), 0});
+  for (const Exchange *exchange : loop->exchanges) {
+    const short events = Exchange_Events(*exchange);
+    // One that is held up is left out: poll would tell of its end again and again.
+    loop->polled.push_back({events == 0 ? -1 : exchange->fd, events, 0});
+  }
   for (Visit &visit : server->visits) {
     if (!visit.suspended) continue;
     loop->waiting.push_back(&visit);
@@ -226,13 +229,19 @@ void Turn(Loop *loop) {
   Advance(loop->server);  // a new request asks at once
 }
 
+// Requests that are not whole yet do not count.
+bool IsServing(const Server &server) {
+  return std::any_of(server.visits.begin(), server.visits.end(),
+                     [](const Visit &visit) { return visit.begun; });
+}
+
 // No browser is accepted any more; the running requests have their deadline.
 void Finish(Loop *loop) {
   Server *server = loop->server;
   const int listener = MHD_quiesce_daemon(server->http);
   if (listener >= 0) close(listener);
   const WebTime end = WebClock::now() + std::chrono::milliseconds(server->conf.deadline);
-  while (!server->visits.empty() && WebClock::now() < end) Turn(loop);
+  while (IsServing(*server) && WebClock::now() < end) Turn(loop);
   for (Visit &visit : server->visits) {
     visit.left = true;
     Visit_Resume(&visit);

@@ -395,6 +395,17 @@ TEST(Server, Term_DoesNotWaitBeyondTheDeadline) {
   EXPECT_EQ(ExitStatus(web.site.Program().Wait()), 0);
 }
 
+TEST(Server, Term_DoesNotWaitForARequestThatIsNotWhole) {
+  Web web("sender-time 3600\ndeadline 600000\n");
+  const Socket idle = ConnectTo(web.site.Port()), half = ConnectTo(web.site.Port()),
+               body = ConnectTo(web.site.Port());
+  half.Send("GET /search?q=a HTTP/1.1\r\nHost:");
+  body.Send("GET /search?q=a HTTP/1.1\r\nHost: x\r\nContent-Length: 5\r\n\r\nhe");
+  web.site.Get("/");
+  web.site.Program().Signal(SIGTERM);
+  EXPECT_EQ(ExitStatus(web.site.Program().Wait()), 0);
+}
+
 TEST(Server, RequestWhileItStops_Is503) {
   Web web;
   const Socket running = web.site.Begin("/search?q=a");
@@ -431,6 +442,13 @@ TEST(Server, SlowSender_IsCutOff) {
     return slow.Readable(0);
   }));
   EXPECT_EQ(idle.ReadAll(), "");
+}
+
+TEST(Server, BodyThatDoesNotCome_IsCutOff) {
+  Web web("sender-time 1\nreader-time 3600\ndeadline 600000\n");
+  const Socket browser = ConnectTo(web.site.Port());
+  browser.Send("GET / HTTP/1.1\r\nHost: x\r\nContent-Length: 5\r\n\r\nhe");
+  EXPECT_EQ(browser.ReadAll(), "");
 }
 
 TEST(Server, SlowReader_IsCutOff) {

@@ -18,19 +18,19 @@ bool Listens(int port) {
 }
 
 // The chunks, joined; *whole: the last one is there.
-std::string Joined(std::string bytes, bool *whole) {
+std::string Joined(const std::string &bytes, bool *whole) {
   std::string body;
-  for (;;) {
-    const std::size_t line = bytes.find("\r\n");
+  for (std::size_t at = 0;;) {
+    const std::size_t line = bytes.find("\r\n", at);
     if (line == std::string::npos) return body;
-    const std::size_t size = std::stoul(bytes, nullptr, 16);
+    const std::size_t size = std::stoul(bytes.substr(at, line - at), nullptr, 16);
     if (size == 0) {
       *whole = true;
       return body;
     }
-    body += bytes.substr(line + 2, size);
-    if (bytes.size() < line + 2 + size + 2) return body;
-    bytes.erase(0, line + 2 + size + 2);
+    body.append(bytes, line + 2, size);
+    at = line + 2 + size + 2;
+    if (bytes.size() < at) return body;
   }
 }
 

@@ -1,0 +1,140 @@
+// What nobody should send, from both sides: the server goes on serving.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <thread>
+
+#include "tests/web/site.h"
+
+namespace {
+
+const std::string kRequest =
+    "GET /search?q=a%20b&Title=c HTTP/1.1\r\nHost: search.example\r\nAccept: text/html\r\n\r\n";
+
+class Rubbish : public testing::Test {
+ protected:
+  ~Rubbish() override {
+    EXPECT_EQ(site_.Get("/").status, 200);
+    EXPECT_FALSE(site_.Program().Ended());
+  }
+
+  // The first status of the answer to these bytes; 0: the connection was closed without one.
+  int Status(const std::string &bytes) const {
+    const Socket browser = ConnectTo(site_.Port());
+    browser.Send(bytes);
+    shutdown(browser.Fd(), SHUT_WR);
+    return ReadAnswer(browser.ReadAll()).status;
+  }
+
+  // The page to a search whose daemon says that.
+  Answer Told(const std::string &bytes) {
+    const Socket browser = site_.Begin("/search?q=a");
+    Socket connection = daemon_.Accept();
+    connection.ReadLine();
+    std::thread sender([&] {
+      connection.Send(bytes);
+      connection.Close();
+    });
+    const Answer answer = ReadAnswer(browser.ReadAll());
+    sender.join();
+    return answer;
+  }
+
+  Manager daemon_;
+  Site site_{daemon_.Port(), 9, "sender-time 1\n"};
+};
+
+}  // namespace
+
+TEST_F(Rubbish, RequestsThatAreCutAtEveryByte) {
+  for (std::size_t size = 0; size < kRequest.size(); ++size) {
+    const Socket browser = ConnectTo(site_.Port());
+    browser.Send(kRequest.substr(0, size));
+  }
+}
+
+TEST_F(Rubbish, HeadersThatAreTooLarge) {
+  const std::string line = "GET / HTTP/1.1\r\nHost: x\r\n";
+  EXPECT_NE(Status(line + "X: " + std::string(1 << 20, 'x') + "\r\n\r\n"), 200);
+  std::string many = line;
+  for (int i = 0; i < 10000; ++i) many += "X-" + std::to_string(i) + ": y\r\n";
+  EXPECT_NE(Status(many + "\r\n"), 200);
+  EXPECT_NE(Status("GET /?" + std::string(1 << 20, 'x') + " HTTP/1.1\r\nHost: x\r\n\r\n"), 200);
+}
+
+TEST_F(Rubbish, EveryByteInEveryPlace) {
+  for (int byte = 0; byte < 256; ++byte) {
+    std::string request = kRequest;
+    request[static_cast<std::size_t>(byte) % request.size()] = static_cast<char>(byte);
+    const Socket browser = ConnectTo(site_.Port());
+    browser.Send(request);
+  }
+}
+
+TEST_F(Rubbish, EveryByteInAParameter) {
+  for (int byte = 0; byte < 256; ++byte) {
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "%%%02x", static_cast<unsigned>(byte));
+    const std::string e = escape;
+    EXPECT_EQ(site_.Get("/search?group=" + e + "&q=" + e + "&page=" + e + "&sort=" + e).status,
+              404);
+    EXPECT_EQ(site_.Get("/doc/x" + e + "/" + e).status, 404) << byte;
+    EXPECT_EQ(site_.Get("/static/" + e + "x").status, 404) << byte;
+  }
+  EXPECT_EQ(site_.Get("/search?group=%&q=%zz&%=%4").status, 404);
+}
+
+TEST_F(Rubbish, NoHttpAtAll) {
+  for (const std::string &bytes :
+       {std::string("\r\n\r\n"), std::string("\0\0\0", 3), std::string("GET\r\n\r\n"),
+        std::string("GET / HTTP/9.9\r\n\r\n"), std::string(5000, '\n')})
+    EXPECT_NE(Status(bytes), 200);
+}
+
+TEST_F(Rubbish, BodyOfARequest_IsNotRead) {
+  EXPECT_EQ(Status("GET / HTTP/1.1\r\nHost: x\r\nContent-Length: 5\r\n\r\nhello"), 200);
+  EXPECT_NE(Status("GET / HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"), 200);
+}
+
+TEST_F(Rubbish, DaemonThatSendsEveryByte) {
+  std::string every;
+  for (int byte = 0; byte < 256; ++byte) every += static_cast<char>(byte);
+  const Answer answer = Told("<p>" + every + every + "</p>");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_TRUE(answer.whole);
+}
+
+TEST_F(Rubbish, DaemonThatSendsALot) {
+  std::string page = "<p>";
+  page += std::string(100 << 20, 'x');
+  const Answer answer = Told(page);
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(answer.body.size(), page.size());
+  const std::string status = ReadFile("/proc/" + std::to_string(site_.Program().Pid()) + "/status");
+  EXPECT_LT(std::stoi(status.substr(status.find("VmHWM:") + 6)), 65536) << "kilobytes";
+}
+
+TEST_F(Rubbish, DaemonThatSendsAByteAtATime) {
+  const Socket browser = site_.Begin("/search?q=a");
+  Socket connection = daemon_.Accept();
+  connection.ReadLine();
+  for (const char c : std::string("<p><!--korvo:query--></p>\t@COMMAND=ERROR\tsecret\n")) {
+    connection.Send(std::string(1, c));
+    std::this_thread::yield();
+  }
+  connection.Close();
+  const Answer answer = ReadAnswer(browser.ReadAll());
+  EXPECT_TRUE(answer.body.starts_with("<p>a</p>")) << answer.body;
+  EXPECT_FALSE(answer.Has("secret"));
+}
+
+TEST_F(Rubbish, ThousandBrowsersThatSayNothing) {
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  std::vector<Socket> browsers;
+  for (int i = 0; i < 1000; ++i) browsers.push_back(ConnectTo(site_.Port()));
+  EXPECT_EQ(site_.Get("/").status, 200);
+}
