@@ -37,7 +37,8 @@ std::string TimeText(std::int64_t milliseconds) {
 
 std::string QueryOf(const Asked &asked) {
   std::string query = asked.text;
-  for (const auto &[name, words] : asked.fields) query += " " + name + "=" + words;
+  for (const auto &[name, words] : asked.fields)
+    query.append(" ").append(name).append("=").append(words);
   return query;
 }
 

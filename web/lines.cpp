@@ -33,7 +33,8 @@ bool Lines_Read(const std::string &path, const LineFn &take, std::string *wrong)
     const std::string_view name = Lines_Word(&value);
     const std::string reason = take(name, value);
     if (reason.empty()) continue;
-    *wrong = path + ":" + std::to_string(number) + ": " + reason;
+    *wrong =
+        std::string(path).append(":").append(std::to_string(number)).append(": ").append(reason);
     return false;
   }
   if (file.eof()) return true;

@@ -157,7 +157,7 @@ ssize_t ReadPage(void *cls, std::uint64_t, char *buffer, std::size_t size) {
     return 0;
   }
   const std::size_t taken = std::min(size, out.size());
-  std::memcpy(buffer, out.data(), taken);
+  out.copy(buffer, taken);
   out.erase(0, taken);
   if (visit->first_ms < 0) visit->first_ms = Since(*visit);
   visit->bytes += taken;
