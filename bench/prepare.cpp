@@ -22,7 +22,7 @@ constexpr const char *kDescription =
     "GNU Bourne Again SHell Bash is an sh-compatible command language interpreter that executes "
     "commands read from the standard input or from a file. Bash also incorporates useful features "
     "from the Korn and C shells (ksh and csh). . Bash is ultimately intended to be a conformant "
-    "implementation of the IEEE POSIX Shell and Tools specification (IEEE Working Group 1003.2). . "
+    "implementation of the IEEE POSIX Shell and Tools standard (IEEE Working Group 1003.2). . "
     "The Programmable Completion Code, by Ian Macdonald, is now found in the bash-completion "
     "package.";
 
