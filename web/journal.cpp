@@ -81,7 +81,7 @@ bool Journal_Open(Journal *journal) {
   return true;
 }
 
-std::string Journal_Line(const Finished &finished, bool queries, std::int64_t milliseconds) {
+std::string Journal_Line(const VisitRecord &finished, bool queries, std::int64_t milliseconds) {
   const PageFacts &facts = *finished.facts;
   std::string line = "{\"time\":\"" + TimeText(milliseconds) + "\",\"address\":\"" +
                      finished.address + "\",\"route\":\"" + Asked_Name(finished.asked->route) +
@@ -101,7 +101,7 @@ std::string Journal_Line(const Finished &finished, bool queries, std::int64_t mi
   return line + "}\n";
 }
 
-void Journal_Write(const Journal &journal, const Finished &finished) {
+void Journal_Write(const Journal &journal, const VisitRecord &finished) {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   const std::string line =
       Journal_Line(finished, journal.queries,
@@ -109,7 +109,7 @@ void Journal_Write(const Journal &journal, const Finished &finished) {
   if (write(journal.fd, line.data(), line.size()) < 0) return;  // there is nowhere left to complain
 }
 
-void Measures_Add(Measures *measures, const Finished &finished) {
+void Measures_Add(Measures *measures, const VisitRecord &finished) {
   const Route route = finished.asked->route;
   ++measures->requests[static_cast<std::size_t>(route)];
   if (finished.trouble != Trouble::kNone)

@@ -12,7 +12,7 @@
 #include "web/trouble.h"
 
 // A request that is over.
-struct Finished {
+struct VisitRecord {
   const Asked *asked;
   std::string address;
   int status;  // 0: the browser left before there was one
@@ -30,10 +30,10 @@ struct Journal {
 
 // Opens the file, or opens it again.  False: errno says why, and the old one stays.
 bool Journal_Open(Journal *journal);
-void Journal_Write(const Journal &journal, const Finished &finished);
+void Journal_Write(const Journal &journal, const VisitRecord &finished);
 
 // The line for a request at that time, newline included.
-std::string Journal_Line(const Finished &finished, bool queries, std::int64_t milliseconds);
+std::string Journal_Line(const VisitRecord &finished, bool queries, std::int64_t milliseconds);
 
 inline constexpr std::array<double, 13> kMeasureBounds = {
     0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1, 2.5, 5, 10};
@@ -49,7 +49,7 @@ struct Measures {
   Histogram first, last;  // seconds, of searches and documents
 };
 
-void Measures_Add(Measures *measures, const Finished &finished);
+void Measures_Add(Measures *measures, const VisitRecord &finished);
 
 // As Prometheus reads it.
 std::string Measures_Text(const Measures &measures, std::size_t in_flight, std::size_t waiting);

@@ -280,8 +280,9 @@ void Visit_Finish(Visit *visit) {
   const Trouble trouble = visit->trouble != Trouble::kNone || facts.troubles.empty()
                               ? visit->trouble
                               : facts.troubles.front();
-  const Finished finished = {&visit->asked, visit->browser->address, visit->status, trouble, &facts,
-                             visit->bytes,  visit->first_ms,         Since(*visit)};
+  const VisitRecord finished = {
+      &visit->asked, visit->browser->address, visit->status, trouble, &facts,
+      visit->bytes,  visit->first_ms,         Since(*visit)};
   Journal_Write(server->journal, finished);
   Measures_Add(&server->measures, finished);
   server->visits.erase(visit->self);

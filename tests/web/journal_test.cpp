@@ -8,7 +8,7 @@ const std::string kFront =
     "{\"time\":\"2026-11-21T23:20:34.884Z\",\"address\":\"127.0.0.1\",\"route\":\"search\",\"status\":200";
 constexpr std::int64_t kTime = 1795303234884;
 
-Finished Of(const Asked &asked, const PageFacts &facts) {
+VisitRecord Of(const Asked &asked, const PageFacts &facts) {
   return {&asked, "127.0.0.1", 200, Trouble::kNone, &facts, 17, 1.5, 2.25};
 }
 
@@ -32,7 +32,7 @@ TEST(Journal, Line_HasWhatIsKnown) {
 TEST(Journal, Line_OfATroubleWithoutAByte) {
   const Asked asked = Asked_Read("/search");
   const PageFacts facts;
-  Finished finished = Of(asked, facts);
+  VisitRecord finished = Of(asked, facts);
   finished.trouble = Trouble::kTooLate;
   finished.first_ms = -1;
   EXPECT_EQ(Journal_Line(finished, true, kTime),
@@ -43,7 +43,7 @@ TEST(Measures, AreCounted) {
   const Asked asked = Asked_Read("/search?q=a");
   const PageFacts facts;
   Measures measures = {};
-  Finished finished = Of(asked, facts);
+  VisitRecord finished = Of(asked, facts);
   Measures_Add(&measures, finished);
   finished.trouble = Trouble::kBusy;
   finished.first_ms = finished.ms = 20000;

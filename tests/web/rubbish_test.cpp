@@ -42,7 +42,7 @@ class Rubbish : public testing::Test {
   }
 
   Manager daemon_;
-  Site site_{daemon_.Port(), 9, "sender-time 1\n"};
+  Site site_{daemon_.Port(), 9, "sender-time 1\ndeadline 600000\n"};
 };
 
 }  // namespace
