@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "debug/log.h"
+#include "store/peer.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ constexpr milliseconds kConnectLimit(1000);
 constexpr milliseconds kRetryAfter(1000);
 constexpr milliseconds kRetryWait(20);  // for an engine that is tried again
 constexpr milliseconds kLeastPatience(50);
+constexpr int kMostOwed = 8;          // answers of one connection to the questions of a search
 constexpr int kSpareDescriptors = 8;  // for the files of a database, which are opened as needed
 
 milliseconds Left(ShardClock::time_point end) {
@@ -251,8 +253,16 @@ void OpenRemote(std::span<Shard *const> shards, const ShardRequest &request) {
       PutOff(one.shard, "it does not answer");
 }
 
-bool IsTimeout(const Xapian::Error &error) {
-  return std::string_view(error.get_type()) == "NetworkTimeoutError";
+bool Is(const Xapian::Error &error, std::string_view type) { return error.get_type() == type; }
+
+bool IsTimeout(const Xapian::Error &error) { return Is(error, "NetworkTimeoutError"); }
+
+// An end in the middle of an answer does not say whose it is.
+Shard *Ended(std::span<Shard *const> shards) {
+  for (Shard *shard : shards)
+    if (IsRemote(*shard) && shard->database && Peer_HasEnded(shard->host.c_str(), shard->port))
+      return shard;
+  return nullptr;
 }
 
 }  // namespace
@@ -292,5 +302,7 @@ Shard *Shard_OfError(std::span<Shard *const> shards, const Xapian::Error &error)
       return shard;
     }
   }
-  return context.empty() && locals == 1 ? local : nullptr;
+  if (!context.empty()) return nullptr;
+  if (Is(error, "NetworkError")) return Ended(shards);
+  return locals == 1 ? local : nullptr;
 }

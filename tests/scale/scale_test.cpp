@@ -256,6 +256,15 @@ class Pings {
   std::thread pinger_;
 };
 
+// What the managers' log says of answers that were none.
+std::string Refusals(const Process &manager) {
+  std::istringstream log(manager.Log());
+  std::string refusals;
+  for (std::string line; std::getline(log, line);)
+    if (line.find("Unable to answer") != std::string::npos) refusals += line + "\n";
+  return refusals;
+}
+
 void SignalGroup(Process &process, int number) { kill(-process.Pid(), number); }
 
 }  // namespace
@@ -305,7 +314,7 @@ TEST_F(Scale, UnderLoadEachQueryIsAnsweredAndSaysWhatIsMissing) {
     EXPECT_TRUE(load->Sees("4/4"));
   }
 
-  EXPECT_EQ(load->Wrong(), 0) << load->FirstWrong();
+  EXPECT_EQ(load->Wrong(), 0) << load->FirstWrong() << Refusals(tree.Program('S', "many"));
   EXPECT_LE(load->Slowest(), kDeadline + kBeyond);
   std::printf("%d answers, the slowest took %.0f ms of %d + %d\n", load->Answers(), load->Slowest(),
               kDeadline, kBeyond);

@@ -1,9 +1,14 @@
 // Several engines behind one Search Manager: what is missing is left out, and said.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "tests/service/tree.h"
 
@@ -63,6 +68,57 @@ class Shards : public testing::Test {
 };
 
 constexpr const char *kHit = "\t@COMMAND=HIT\t";
+
+// Stands before an engine and lets so many of its bytes through, for each connection anew.
+class Relay {
+ public:
+  Relay(int engine, int bytes) : engine_(engine), bytes_(bytes), server_([this] { Serve(); }) {}
+  ~Relay() {
+    stop_ = true;
+    ConnectTo(front_.Port()).Close();
+    server_.join();
+    for (std::thread &connection : connections_) connection.join();
+  }
+  int Port() const { return front_.Port(); }
+
+ private:
+  void Serve() {
+    while (!stop_) {
+      Socket client = front_.Accept();
+      if (!stop_)
+        connections_.emplace_back(
+            [this, held = std::move(client)]() mutable { Pass(std::move(held)); });
+    }
+  }
+
+  // To the end of either side, of the bytes, or of the test.
+  void Pass(Socket client) const {
+    const Socket engine = ConnectTo(engine_);
+    char buffer[4096];
+    for (int left = bytes_; left > 0 && !stop_;) {
+      pollfd ends[] = {{client.Fd(), POLLIN, 0}, {engine.Fd(), POLLIN, 0}};
+      poll(ends, 2, 20);
+      if (ends[0].revents != 0) {
+        const ssize_t got = recv(client.Fd(), buffer, sizeof buffer, 0);
+        if (got <= 0 || send(engine.Fd(), buffer, static_cast<std::size_t>(got), 0) != got) return;
+      }
+      if (ends[1].revents != 0) {
+        const std::size_t most =
+            std::min<std::size_t>(sizeof buffer, static_cast<std::size_t>(left));
+        const ssize_t got = recv(engine.Fd(), buffer, most, 0);
+        if (got <= 0) return;
+        send(client.Fd(), buffer, static_cast<std::size_t>(got), MSG_NOSIGNAL);
+        left -= static_cast<int>(got);
+      }
+    }
+  }
+
+  const int engine_, bytes_;
+  Manager front_;
+  std::atomic<bool> stop_ = false;
+  std::vector<std::thread> connections_;
+  std::thread server_;
+};
 
 }  // namespace
 
@@ -222,6 +278,27 @@ TEST_F(Shards, AnEngineThatGreetsWithGarbageIsLeftOut) {
   const Socket second = garbage.Accept();
   second.Send(std::string(1000, '\xff'));
   EXPECT_TRUE(Has(client.ReadAll(), " shards=4/5 "));
+}
+
+TEST_F(Shards, AnEngineThatBreaksOffAnywhereIsLeftOut) {
+  ASSERT_TRUE(IsWhole());
+  bool whole = false;
+  int broken = 0;
+  for (int bytes = 1; !whole && bytes < 100000; bytes += 1 + bytes / 16) {
+    const Relay relay(tree_.Port('E', "e1"), bytes);
+    tree_.Send('S', "grp1",
+               "\t@COMMAND=STARTUPANNOUNCEMENT\tID=breaks\tTYPE=E\tIP=127.0.0.1\tCLIENTPORT=" +
+                   std::to_string(relay.Port()) + "\tADMINPORT=9\n");
+    tree_.Ping('S', "grp1");
+    const std::string answer = Ask();
+    whole = Has(answer, " shards=5/5 ");
+    EXPECT_TRUE(whole || Has(answer, " shards=4/5 ")) << bytes << answer;
+    EXPECT_TRUE(answer.ends_with("\t@COMMAND=SEARCHCOMPLETE\n")) << bytes << answer;
+    EXPECT_EQ(Count(answer, kHit), whole ? 9 : 7) << bytes << answer;
+    broken += whole ? 0 : 1;
+  }
+  EXPECT_TRUE(whole);
+  EXPECT_GT(broken, 10);
 }
 
 TEST_F(Shards, ADatabaseReplacedUnderARunningEngineIsSearched) {
