@@ -8,6 +8,7 @@ namespace {
 constexpr std::string_view kOpen = "<!--korvo:", kClose = "-->";
 constexpr std::string_view kErrorMark = "\t@COMMAND=ERROR\t";
 constexpr std::size_t kPlaceholderSize = 64;  // at most
+constexpr std::size_t kListSize = 4096;       // of what becomes links
 constexpr std::size_t kErrorSize = 128;       // of an error line that tells which one it is
 constexpr std::size_t kRecordSize = 4096;     // of a status or a reason
 constexpr std::size_t kFrameSize = 16384;     // that is held back; the daemon sends no longer one
@@ -23,6 +24,7 @@ constexpr Name kNames[] = {
     {"pager", Placeholder::kPager, true},    {"sort", Placeholder::kSort, true},
     {"groups", Placeholder::kGroups, false}, {"spelling", Placeholder::kSpelling, true},
     {"notice", Placeholder::kNotice, true},  {"hit", Placeholder::kHit, false},
+    {"links", Placeholder::kLinks, false},
 };
 
 // What stands at the start of a text.
@@ -45,6 +47,18 @@ bool MayBecome(std::string_view text, std::string_view mark) {
   return text.size() < mark.size() && mark.starts_with(text);
 }
 
+// A placeholder of that size, and the list behind it if it takes one.
+Item Named(const Filter &filter, std::string_view text, std::size_t size, const Name &name) {
+  if (name.which == Placeholder::kLinks) {
+    const std::string_view rest = text.substr(size, kListSize);
+    const std::size_t end = rest.find_first_of("<\t");
+    if (end == std::string_view::npos && rest.size() == kListSize) return Plain(size);
+    if (end == std::string_view::npos && !filter.ended) return More();
+    size += std::min(end, rest.size());
+  }
+  return {Kind::kPlaceholder, size, &name, {}, {}, false};
+}
+
 Item PlaceholderAt(const Filter &filter, std::string_view text) {
   if (MayBecome(text, kOpen) && !filter.ended) return More();
   if (!text.starts_with(kOpen)) return Plain(1);
@@ -53,7 +67,7 @@ Item PlaceholderAt(const Filter &filter, std::string_view text) {
     return text.size() < kPlaceholderSize && !filter.ended ? More() : Plain(1);
   const std::string_view word = text.substr(kOpen.size(), close - kOpen.size());
   for (const Name &name : kNames)
-    if (word == name.text) return {Kind::kPlaceholder, close + kClose.size(), &name, {}, {}, false};
+    if (word == name.text) return Named(filter, text, close + kClose.size(), name);
   return Plain(1);
 }
 
@@ -148,6 +162,13 @@ void Fill(Filter *filter, Placeholder which, bool in_frame, std::string *out) {
   if (which == Placeholder::kNotice) filter->facts.unsaid.clear();
 }
 
+void FillAt(Filter *filter, std::size_t at, const Item &item, std::string *out) {
+  const std::string_view text = std::string_view(filter->pending).substr(at, item.size);
+  if (item.name->which == Placeholder::kLinks)
+    filter->facts.list = text.substr(text.find(kClose) + kClose.size());
+  Fill(filter, item.name->which, filter->in_frame && at < filter->hits_begin, out);
+}
+
 // The rest of an error line, from at on.  True: its end is there.
 bool Skip(Filter *filter, std::size_t *at) {
   const std::size_t end = filter->pending.find_first_of("\n<", *at);
@@ -172,7 +193,7 @@ bool Step(Filter *filter, std::size_t *at, std::string *out) {
   if (item.kind == Kind::kPlain)
     out->append(filter->pending, *at, item.size);
   else if (item.kind == Kind::kPlaceholder)
-    Fill(filter, item.name->which, filter->in_frame && *at < filter->hits_begin, out);
+    FillAt(filter, *at, item, out);
   else
     Learn(filter, item);
   *at += item.size;

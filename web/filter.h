@@ -18,7 +18,17 @@
 #include "web/status.h"
 #include "web/trouble.h"
 
-enum class Placeholder { kQuery, kStatus, kPager, kSort, kGroups, kSpelling, kNotice, kHit };
+enum class Placeholder {
+  kQuery,
+  kStatus,
+  kPager,
+  kSort,
+  kGroups,
+  kSpelling,
+  kNotice,
+  kHit,
+  kLinks
+};
 
 struct PageFacts {
   bool known = false;  // the status has come
@@ -26,6 +36,7 @@ struct PageFacts {
   int hits = 0;                   // placeholders of hits so far
   std::vector<Trouble> troubles;  // in the order of their lines
   std::vector<Trouble> unsaid;    // those that no notice has told of yet
+  std::string list;               // the text behind a placeholder of links, up to the next tag
 };
 
 // What stands in the place of a placeholder.  A notice tells of all that is unsaid.

@@ -1,9 +1,20 @@
 #include "web/html.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 constexpr std::string_view kPlain =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+struct Entity {
+  char character;
+  std::string_view html;
+};
+
+constexpr Entity kEntities[] = {
+    {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
+
 constexpr char kDigits[] = "0123456789ABCDEF";
 
 int Digit(char c) {
@@ -48,15 +59,28 @@ bool IsControl(std::string_view character) {
 
 std::string Html_Escape(std::string_view text) {
   std::string html;
-  for (const char c : text) switch (c) {
-      case '&': html += "&amp;"; break;
-      case '<': html += "&lt;"; break;
-      case '>': html += "&gt;"; break;
-      case '"': html += "&quot;"; break;
-      case '\'': html += "&#39;"; break;
-      default: html += c;
-    }
+  for (const char c : text) {
+    const auto *known = std::find_if(std::begin(kEntities), std::end(kEntities),
+                                     [c](const Entity &entity) { return entity.character == c; });
+    if (known == std::end(kEntities))
+      html += c;
+    else
+      html += known->html;
+  }
   return html;
+}
+
+std::string Html_Unescape(std::string_view html) {
+  std::string text;
+  while (!html.empty()) {
+    const auto *known =
+        std::find_if(std::begin(kEntities), std::end(kEntities),
+                     [html](const Entity &entity) { return html.starts_with(entity.html); });
+    const bool is_entity = known != std::end(kEntities);
+    text += is_entity ? known->character : html[0];
+    html.remove_prefix(is_entity ? known->html.size() : 1);
+  }
+  return text;
 }
 
 std::string Html_UrlEncode(std::string_view text) {

@@ -8,6 +8,9 @@
 // For the inside of an element or of a quoted attribute.
 std::string Html_Escape(std::string_view text);
 
+// The text that Html_Escape, or a Document Manager, has made that HTML of.
+std::string Html_Unescape(std::string_view html);
+
 // For the value of a query string.
 std::string Html_UrlEncode(std::string_view text);
 

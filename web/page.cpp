@@ -124,6 +124,32 @@ std::string Notice(const PageView &view, const PageFacts &facts) {
          Html_Escape((*view.texts)[TextName::kIncomplete]) + "</p></div>";
 }
 
+// A name of a list, with what stands around it: blanks, and a condition in parentheses.
+std::string NameLink(const PageView &view, std::string_view item) {
+  const std::size_t begin = std::min(item.find_first_not_of(" \r\n"), item.size());
+  const std::string_view rest = item.substr(begin);
+  const std::string_view name = rest.substr(0, rest.find_first_of(" \r\n"));
+  if (name.empty()) return std::string(item);
+  Asked search;
+  search.group = view.asked->group;
+  search.text = Html_Unescape(name);
+  return std::string(item.substr(0, begin)) + "<a href=\"" +
+         Html_Escape(Asked_Link(search, 1, "")) + "\">" + std::string(name) + "</a>" +
+         std::string(rest.substr(name.size()));
+}
+
+// A list is HTML already: commas and strokes part its names, the first word of each is searched.
+std::string Links(const PageView &view, std::string_view list) {
+  std::string links;
+  while (!list.empty()) {
+    const std::size_t end = std::min(list.find_first_of(",|"), list.size());
+    links += NameLink(view, list.substr(0, end));
+    links += list.substr(end, 1);
+    list.remove_prefix(std::min(end + 1, list.size()));
+  }
+  return links;
+}
+
 }  // namespace
 
 std::string Page_Fill(const PageView &view, Placeholder which, const PageFacts &facts) {
@@ -135,6 +161,7 @@ std::string Page_Fill(const PageView &view, Placeholder which, const PageFacts &
     case Placeholder::kGroups: return Groups(view);
     case Placeholder::kSpelling: return Spelling(view, facts);
     case Placeholder::kNotice: return Notice(view, facts);
+    case Placeholder::kLinks: return Links(view, facts.list);
     default: return std::to_string(facts.status.first + facts.hits - 1);
   }
 }

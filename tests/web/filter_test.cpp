@@ -5,8 +5,8 @@
 namespace {
 
 const char *NameOf(Placeholder which) {
-  constexpr const char *kNames[] = {"query",  "status",   "pager",  "sort",
-                                    "groups", "spelling", "notice", "hit"};
+  constexpr const char *kNames[] = {"query",    "status", "pager", "sort", "groups",
+                                    "spelling", "notice", "hit",   "links"};
   return kNames[static_cast<int>(which)];
 }
 
@@ -16,6 +16,7 @@ std::string Shown(Placeholder which, const PageFacts &facts) {
   if (which == Placeholder::kStatus && facts.known)
     text += " " + std::to_string(facts.status.matches);
   if (which == Placeholder::kHit) text += " " + std::to_string(facts.hits);
+  if (which == Placeholder::kLinks) text += " '" + facts.list + "'";
   if (which == Placeholder::kNotice)
     for (const Trouble trouble : facts.unsaid)
       text += std::string(" ") + Trouble_Info(trouble).name;
@@ -72,6 +73,19 @@ TEST(Filter, Placeholders_AreFilledIn) {
   EXPECT_EQ(Document("<!--korvo:query--><!--korvo:groups-->\"<!--korvo:query-->\""),
             "[query][groups]\"[query]\"");
   EXPECT_EQ(Document("<<!--korvo:query-->"), "<[query]");
+}
+
+TEST(Filter, Links_TakeTheTextUpToTheNextTag) {
+  EXPECT_EQ(Document("<dd><!--korvo:links-->a (&gt;= 2), b</dd>"),
+            "<dd>[links 'a (&gt;= 2), b']</dd>");
+  EXPECT_EQ(Document("<!--korvo:links--></dd>"), "[links '']</dd>");
+  EXPECT_EQ(Document("<!--korvo:links-->a<!--korvo:query-->"), "[links 'a'][query]");
+  EXPECT_EQ(Document("<!--korvo:links-->a"), "[links 'a']");
+  EXPECT_EQ(Document("<!--korvo:links-->a\t@COMMAND=ERROR\tUnable to retreive document."),
+            "[links 'a'][notice lost-document]");
+  const std::string list(4095, 'x');
+  EXPECT_EQ(Document("<!--korvo:links-->" + list + "<br>"), "[links '" + list + "']<br>");
+  EXPECT_EQ(Document("<!--korvo:links-->x" + list + "<br>"), "<!--korvo:links-->x" + list + "<br>");
 }
 
 TEST(Filter, UnknownPlaceholder_StaysAsItIs) {

@@ -18,6 +18,12 @@ TEST(Html, UrlDecode_IsWhatEncodeWrote) {
   EXPECT_EQ(Html_UrlDecode("a+b", false), "a+b");
 }
 
+TEST(Html, Unescape_FiveEntities) {
+  EXPECT_EQ(Html_Unescape("a&lt;b&gt; &amp; &quot;c&quot; &#39;d&#39;"), "a<b> & \"c\" 'd'");
+  EXPECT_EQ(Html_Unescape("&amp;lt; &nbsp; & &am"), "&lt; &nbsp; & &am");
+  EXPECT_EQ(Html_Unescape(""), "");
+}
+
 TEST(Html, UrlDecode_BadEscapes_StandForThemselves) {
   EXPECT_EQ(Html_UrlDecode("%%zz%4%", true), "%%zz%4%");
   EXPECT_EQ(Html_UrlDecode("%%41", true), "%A");

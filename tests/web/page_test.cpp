@@ -126,6 +126,20 @@ TEST_F(Page, Hit_IsItsNumber) {
   EXPECT_EQ(Fill(Placeholder::kHit), "23");
 }
 
+TEST_F(Page, Links_SearchForTheNamesOfAList) {
+  Ask("/doc/grp1/7");
+  facts_.list = "libc6 (&gt;= 2.36), a&amp;b | libstdc++6,\n x";
+  EXPECT_EQ(Fill(Placeholder::kLinks),
+            "<a href=\"/search?q=libc6&amp;group=grp1\">libc6</a> (&gt;= 2.36), "
+            "<a href=\"/search?q=a%26b&amp;group=grp1\">a&amp;b</a> | "
+            "<a href=\"/search?q=libstdc%2B%2B6&amp;group=grp1\">libstdc++6</a>,\n "
+            "<a href=\"/search?q=x&amp;group=grp1\">x</a>");
+  for (const char *list : {"", " ", ",", ", | "}) {
+    facts_.list = list;
+    EXPECT_EQ(Fill(Placeholder::kLinks), list);
+  }
+}
+
 TEST_F(Page, Front_CarriesANotice) {
   const PageView view = {&conf_, &texts_, &asked_};
   EXPECT_EQ(Page_Front(view, "<!--korvo:notice-->[<!--korvo:query-->]", Trouble::kNone),
