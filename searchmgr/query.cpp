@@ -6,6 +6,7 @@
 
 #include "debug/text.h"
 #include "searchmgr/query_text.h"
+#include "searchmgr/stop_words.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ struct Builder {
   const Schema &schema;
   Xapian::Query::op oper;
   Xapian::Stem stem;
+  const Xapian::Stopper *stopper;
   Xapian::QueryParser parser;
   int wildcards = 0;
   std::vector<Demand> demands;
@@ -106,11 +108,13 @@ Xapian::Stem StemOf(const Schema &schema) {
 }
 
 Builder BuilderFor(const Xapian::Database &database, const Schema &schema, Xapian::Query::op oper) {
-  Builder builder = {schema, oper, StemOf(schema), {}, 0, {}, {}, {}, {}};
+  Builder builder = {schema, oper, StemOf(schema), StopWords_Of(schema.language), {}, 0, {}, {},
+                     {},     {}};
   builder.parser.set_database(database);
   builder.parser.set_default_op(oper);
   builder.parser.set_stemmer(builder.stem);
   builder.parser.set_stemming_strategy(Xapian::QueryParser::STEM_SOME);
+  builder.parser.set_stopper(builder.stopper);
   builder.parser.set_max_expansion(kMostExpansions, Xapian::Query::WILDCARD_LIMIT_MOST_FREQUENT);
   return builder;
 }
@@ -135,7 +139,13 @@ std::string WithoutMarks(const Builder &builder, std::string_view text) {
 }
 
 Xapian::Query OfWords(Builder *builder, std::string_view text, const std::string &prefix) {
-  const Xapian::Query all = Parse(&builder->parser, WithoutMarks(*builder, text), 0, prefix);
+  const std::string plain = WithoutMarks(*builder, text);
+  Xapian::Query all = Parse(&builder->parser, plain, 0, prefix);
+  if (all.empty()) {  // stop words alone are what is looked for
+    builder->parser.set_stopper(nullptr);
+    all = Parse(&builder->parser, plain, 0, prefix);
+    builder->parser.set_stopper(builder->stopper);
+  }
   QuerySet words;
   if (!all.empty()) AddJoined(&words, all, builder->oper);
   return Joined(builder->oper, words.queries);

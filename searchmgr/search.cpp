@@ -19,6 +19,13 @@ constexpr const char *kTooLong = "\t@COMMAND=ERROR\tThe search took too long\n";
 constexpr milliseconds kGrace(300);          // behind the deadline, before the worker gives up
 constexpr Xapian::doccount kCounted = 1000;  // hits that are counted rather than estimated
 
+// A database among those that are searched as one: a shard, or one of those that a shard's file
+// names.
+struct Part {
+  const SearchShard *shard;
+  Xapian::docid of, parts;  // which of the shard's, and how many it has
+};
+
 // One search: the shards that take part, as one database.
 struct Search {
   const SearchRequest &request;
@@ -26,6 +33,7 @@ struct Search {
   const char *predicate;
   ShardClock::time_point begin;
   std::vector<const SearchShard *> open = {};
+  std::vector<Part> parts = {};  // as the database numbers them
   Xapian::Database database = {};
   const Schema *schema = nullptr;
   int shards = 0;
@@ -40,13 +48,26 @@ const Schema &SchemaOf(const std::vector<const SearchShard *> &open) {
 
 void Join(Search *search) {
   search->open.clear();
+  search->parts.clear();
   search->database = Xapian::Database();
   for (const SearchShard &shard : Shards_All()) {
     if (!shard.shard.database) continue;
     search->database.add_database(*shard.shard.database);
     search->open.push_back(&shard);
+    const auto parts = static_cast<Xapian::docid>(shard.shard.database->size());
+    for (Xapian::docid of = 0; of < parts; ++of) search->parts.push_back({&shard, of, parts});
   }
   search->schema = &SchemaOf(search->open);
+}
+
+// Leaves out hits below so many per cent of the best hit's weight: whatever the order, and however
+// few of the words the best one has.
+void SetFit(const Search &search, Xapian::Enquire *enquire) {
+  if (search.request.best_fit == 0) return;
+  const Xapian::MSet best = enquire->get_mset(0, 1);
+  constexpr double kRounding = 1 - 1e-9;  // the same sum in another order
+  if (!best.empty())
+    enquire->set_cutoff(0, best[0].get_weight() * search.request.best_fit / 100 * kRounding);
 }
 
 // Empty, or why hits cannot be in that order.
@@ -73,11 +94,12 @@ std::string ScriptFor(std::string script, const std::vector<std::string> &marks)
 
 // Best hit first; of equal ones the lower number.
 std::string Hits(const Search &search, const Xapian::MSet &hits, const std::string &script) {
-  const auto shards = static_cast<Xapian::docid>(search.open.size());
+  const auto all = static_cast<Xapian::docid>(search.parts.size());
   std::string records;
   for (auto hit = hits.begin(); hit != hits.end(); ++hit) {
-    const SearchShard &shard = *search.open[(*hit - 1) % shards];
-    const Xapian::docid number = (*hit - 1) / shards + 1;
+    const Part &part = search.parts[(*hit - 1) % all];
+    const SearchShard &shard = *part.shard;
+    const Xapian::docid number = (*hit - 1) / all * part.parts + part.of + 1;
     if (number > std::numeric_limits<std::int32_t>::max()) continue;  // DOCNUM cannot name it
     records += Record_Hit(shard.group, shard.type, static_cast<std::int32_t>(number), script);
   }
@@ -115,7 +137,7 @@ std::string Page(const Search &search) {
   if (wrong != nullptr) return Record_Error(wrong);
   Xapian::Enquire enquire(search.database);
   enquire.set_query(query.query);
-  enquire.set_cutoff(search.request.best_fit);
+  SetFit(search, &enquire);
   const std::string disorder = SetOrder(search, &enquire);
   if (!disorder.empty()) return Record_Error(disorder);
   const auto first = static_cast<Xapian::doccount>(search.request.first_hit);
@@ -138,7 +160,7 @@ std::string PageOfTheRest(Search *search, std::span<Shard *const> shards,
       // Shard_Ready looks at it anew.
     } catch (const Xapian::Error &error) {
       Shard *failed = Shard_OfError(shards, error);
-      if (failed == nullptr) throw;
+      if (failed == nullptr) throw;  // it is the request's
       Shard_Fail(shards, failed, error, time);
     }
     if (ShardClock::now() >= time.end) return kTooLong;

@@ -1,5 +1,8 @@
 #include "searchmgr/shards.h"
 
+#include <algorithm>
+#include <string_view>
+
 #include "core/state.h"
 #include "manager/manager.h"
 
@@ -10,7 +13,11 @@ bool HasDocMgr(const char *id) { return Init_HasConf(MainCore_State.ConfigPath, 
 std::vector<SearchShard> Make() {
   const char *own = MainCore_State.Config.ID;
   std::vector<SearchShard> shards;
-  if (*Manager_Database.SearchLocation != '\0')
+  // An engine of this id serves the same line of korvo.db.
+  const bool is_served = std::any_of(
+      Manager_Engines.begin(), Manager_Engines.end(),
+      [own](const INIT_CHILDINFO &engine) { return std::string_view(engine.ID) == own; });
+  if (!is_served && *Manager_Database.SearchLocation != '\0')
     shards.push_back(
         {Manager_LocalShard(Manager_Database.SearchLocation), own, Manager_Database.DBName});
   for (const INIT_CHILDINFO &engine : Manager_Engines)

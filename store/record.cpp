@@ -34,9 +34,7 @@ std::string Record_Hit(const std::string &group, const std::string &type, std::i
   return record.append("\n");
 }
 
-std::string Record_Error(const std::string &reason) {
-  return "\t@COMMAND=ERROR\t" + reason + "\n";
-}
+std::string Record_Error(const std::string &reason) { return "\t@COMMAND=ERROR\t" + reason + "\n"; }
 
 std::string Record_Document(std::int32_t docnum, std::string_view fields) {
   char head[kHeadSize];

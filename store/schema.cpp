@@ -169,9 +169,11 @@ std::uint64_t Hash(std::string_view text) {
 
 // Omega's records are lines; ours begin with a tab.  A database without documents is nobody's yet.
 SchemaOrigin OriginOf(const Xapian::Database &database) {
-  const auto first = database.postlist_begin("");
-  if (first == database.postlist_end("")) return SchemaOrigin::kNone;
-  const std::string data = database.get_document(*first).get_data();
+  Xapian::Enquire any(database);  // the list of all documents would come whole from an engine
+  any.set_query(Xapian::Query::MatchAll);
+  const Xapian::MSet first = any.get_mset(0, 1);
+  if (first.empty()) return SchemaOrigin::kNone;
+  const std::string data = database.get_document(*first.begin()).get_data();
   return data.empty() || data.front() == '\t' ? SchemaOrigin::kNone : SchemaOrigin::kOmega;
 }
 

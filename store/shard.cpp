@@ -255,6 +255,12 @@ void OpenRemote(std::span<Shard *const> shards, const ShardRequest &request) {
 
 bool Is(const Xapian::Error &error, std::string_view type) { return error.get_type() == type; }
 
+// What was asked cannot be done, at this database or at any other.
+bool IsOfRequest(const Xapian::Error &error) {
+  return Is(error, "UnimplementedError") || Is(error, "InvalidArgumentError") ||
+         Is(error, "InvalidOperationError");
+}
+
 bool IsTimeout(const Xapian::Error &error) { return Is(error, "NetworkTimeoutError"); }
 
 // An end in the middle of an answer does not say whose it is.
@@ -290,6 +296,7 @@ void Shard_Fail(std::span<Shard *const> shards, Shard *failed, const Xapian::Err
 }
 
 Shard *Shard_OfError(std::span<Shard *const> shards, const Xapian::Error &error) {
+  if (IsOfRequest(error)) return nullptr;
   const std::string &context = error.get_context();
   Shard *local = nullptr;
   int locals = 0;

@@ -54,7 +54,7 @@ int Shard_Ready(std::span<Shard *const> shards, const ShardRequest &request);
 void Shard_Fail(std::span<Shard *const> shards, Shard *failed, const Xapian::Error &error,
                 const ShardRequest &request);
 
-// The shard that an error of Xapian's came from; null: it cannot be told.
+// The shard that an error of Xapian's came from; null: it cannot be told, or it is none's fault.
 Shard *Shard_OfError(std::span<Shard *const> shards, const Xapian::Error &error);
 
 #endif

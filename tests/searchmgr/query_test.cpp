@@ -210,6 +210,22 @@ TEST(Query, Parse_StemsInTheLanguageOfTheSchema) {
   EXPECT_EQ(Parsed("\tprinting\n", SchemaFrom("Title text\n")), "Query(printing@1)");
 }
 
+TEST(Query, Parse_LeavesStopWordsOut) {
+  EXPECT_EQ(InLibrary("the printing of a network"), "Query((Zprint@2 AND Znetwork@5))");
+  EXPECT_EQ(InLibrary("The Network and its Drivers"), "Query((network@2 AND drivers@5))");
+  EXPECT_EQ(InLibrary("Title=the nets"), "Query(ZXTITLE:net@2)");
+  EXPECT_EQ(InLibrary("network -the"), "Query((Znetwork@1 AND_NOT Zthe@1))");
+  // Quoted, with a star or alone they are looked for.
+  EXPECT_EQ(InLibrary("\"the printing\""), "Query((the@1 PHRASE 2 printing@2))");
+  EXPECT_EQ(InLibrary("to be"), "Query((Zto@1 AND Zbe@2))");
+  const Schema german = SchemaFrom("@language german\nTitle text\n");
+  EXPECT_EQ(Parsed("\tdie netze der stadt\n", german), "Query((Znetz@2 AND Zstadt@4))");
+  EXPECT_EQ(Parsed("\tthe nets\n", SchemaFrom("@language porter\nTitle text\n")), "Query(Znet@2)");
+  EXPECT_EQ(Parsed("\tthe nets\n", SchemaFrom("@language french\nTitle text\n")),
+            "Query((Zthe@1 AND Znet@2))");
+  EXPECT_EQ(Parsed("\tthe nets\n", SchemaFrom("Title text\n")), "Query((the@1 AND nets@2))");
+}
+
 TEST(Query, Parse_PunctuationBehindAWord_LeavesItAWordOfItsOwn) {
   EXPECT_EQ(
       InLibrary("networks\" (printers) nets* x* networks{"),
@@ -252,7 +268,7 @@ TEST(Query, Parse_AQuotedValueOfOmegas_IsAPhraseOrTheWholeValue) {
 TEST(Query, Marks_AreTheStemsOfThePositiveWordsInTheirOrder) {
   const Schema english = SchemaFrom(kLibrarySchema);
   EXPECT_EQ(Marks("Printing \"the networks\" nets -fish Title=news printers", english),
-            "print the network net news printer");
+            "print network net news printer");
   EXPECT_EQ(Marks("networks network Networks Title=networks", english), "network");
   EXPECT_EQ(Marks("Section=\"Sea\" Pages=10..20 net* -Title=fish -\"a b\" trade", english),
             "trade");

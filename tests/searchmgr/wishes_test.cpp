@@ -1,6 +1,8 @@
 // What a client may wish beside its text, over the real program and a database with a schema.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/searchmgr/library.h"
 #include "tests/service/running.h"
 
@@ -58,8 +60,29 @@ TEST_F(Wishes, SortOrdersByAValueAndBack) {
 TEST_F(Wishes, BestFitLeavesTheFaintOut) {
   const std::string all = Numbers(kAll);
   const std::string best = Numbers(std::string("\t@BESTFIT=100") + kAll);
+  ASSERT_FALSE(best.empty());  // the best hit, though none has all words
   EXPECT_LT(best.size(), all.size());
   EXPECT_EQ(all.substr(0, best.size()), best);
+  EXPECT_EQ(Numbers(std::string("\t@BESTFIT=1") + kAll), all);
+  EXPECT_EQ(Numbers("\t@BESTFIT=50\tnowhere"), "");
+}
+
+TEST_F(Wishes, BestFitGoesWithAnOrder) {
+  const auto sorted = [](std::string numbers) {
+    std::sort(numbers.begin(), numbers.end());
+    return numbers;
+  };
+  const std::string all = Numbers(kAll), order = Numbers(std::string("\t@SORT=Pages") + kAll);
+  for (int percent : {1, 60, 90, 100}) {
+    const std::string fit = "\t@BESTFIT=" + std::to_string(percent);
+    const std::string best = Numbers(fit + kAll), ordered = Numbers(fit + "\t@SORT=Pages" + kAll);
+    EXPECT_EQ(sorted(best), sorted(ordered)) << percent;
+    std::string expected;
+    for (const char c : order)
+      if (best.find(c) != std::string::npos && c != ' ') expected += std::string(1, c) + " ";
+    EXPECT_EQ(ordered, expected) << percent;
+  }
+  EXPECT_EQ(Numbers(kAll), all);
 }
 
 TEST_F(Wishes, StatusIsTheFirstRecord) {
@@ -73,7 +96,8 @@ TEST_F(Wishes, StatusIsTheFirstRecord) {
 }
 
 TEST_F(Wishes, SpellingIsOfferedWhereItFindsMore) {
-  EXPECT_TRUE(Has(Ask("\t@STATUS=1\tprintr"), " spelling=printer-->\n")) << Ask("\t@STATUS=1\tprintr");
+  EXPECT_TRUE(Has(Ask("\t@STATUS=1\tprintr"), " spelling=printer-->\n"))
+      << Ask("\t@STATUS=1\tprintr");
   EXPECT_FALSE(Has(Ask("\t@STATUS=1\tprinter"), " spelling="));
 }
 

@@ -310,6 +310,32 @@ TEST_F(Shards, ADatabaseReplacedUnderARunningEngineIsSearched) {
   EXPECT_TRUE(IsWhole());
 }
 
+TEST_F(Shards, AStubBesideThemNamesTheDocumentsOfEach) {
+  const std::string x = BuildIndex(data_, "x", Doc("xa", "common") + Doc("xb", "common"));
+  const std::string y = BuildIndex(data_, "y", Doc("ya", "common"));
+  std::filesystem::rename(data_.Path() + "/own", data_.Path() + "/old");
+  data_.Write("own", "auto " + x + "\nauto " + y + "\n");
+  const std::string base = data_.Path() + "/page";
+  data_.Write("page.mo", TextOp("[") + ValueOp("Package") + TextOp("]") + EndOp());
+  data_.Write("page.hdr", "<");
+  data_.Write("page.tail", ">");
+  EXPECT_TRUE(IsWhole());
+  const std::string page = tree_.Exchange(
+      'C', "web1", "\t@COMMAND=QUERY\t@SEARCHGROUP=grp1\t@MACROFILE=" + base + "\tcommon\n");
+  for (const char *name :
+       {"[xa]", "[xb]", "[ya]", "[e1a]", "[e1b]", "[e2a]", "[e2b]", "[e3a]", "[e3b]"})
+    EXPECT_EQ(Count(page, name), 1) << page;
+}
+
+TEST_F(Shards, AnEngineOfTheManagersIdStandsForItsDatabase) {
+  tree_.Line('E', "grp1", "grp1");
+  tree_.Start('E', "grp1");
+  const std::string answer = Ask();
+  EXPECT_TRUE(Has(answer, " shards=4/4 ")) << answer;
+  EXPECT_EQ(Count(answer, kHit), 7) << answer;
+  EXPECT_EQ(Count(answer, "\t@SEARCHGROUP=grp1\t@RECTYPE=grp1\t@DOCNUM=1\n"), 1) << answer;
+}
+
 TEST_F(Shards, ADatabaseReplacedHereIsSearchedAtOnce) {
   ASSERT_TRUE(IsWhole());
   const std::string other =
