@@ -3,6 +3,7 @@
 // it; a process beside the main one watches whether the database is still the one they serve.
 #include "core/program.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/prctl.h>
@@ -26,11 +27,12 @@ namespace {
 constexpr const char *kServer = "xapian-progsrv";
 constexpr const char *kIdle = "86400000";  // milliseconds: a manager keeps what it has opened
 
-// The names of its fields.  False: the database cannot be read, logged.
+// Whether the database can be read, and if fields is given, the names of its fields; else logged.
 bool Open(const char *location, std::string *fields) {
   std::string reason;
   try {
-    *fields = Engine_Fields(Xapian::Database(location), kEngineFieldsSize);
+    const Xapian::Database database(location);
+    if (fields != nullptr) *fields = Engine_Fields(database, kEngineFieldsSize);
     return true;
   } catch (const Xapian::Error &error) {
     reason = error.get_description();
@@ -42,6 +44,14 @@ bool Open(const char *location, std::string *fields) {
   return false;
 }
 
+int main_process = 0;
+
+// A child of the main process leaves with it, also when nobody can tell it.
+void EndWithMain() {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != main_process) raise(SIGTERM);
+}
+
 void SetOption(int sock, int level, int option) {
   const int on = 1;
   setsockopt(sock, level, option, &on, sizeof on);
@@ -51,11 +61,10 @@ void SetOption(int sock, int level, int option) {
 // other, so none waits to be joined with the next; and a manager's machine that is gone is noticed.
 void Serve(int, int sock, MainCore_ClientFn) {
   const char *location = MainCore_State.Database.SearchLocation;
-  std::string fields;
-  if (!Open(location, &fields)) return;
+  if (!Open(location, nullptr)) return;
   SetOption(sock, IPPROTO_TCP, TCP_NODELAY);
   SetOption(sock, SOL_SOCKET, SO_KEEPALIVE);
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  EndWithMain();
   dup2(sock, STDIN_FILENO);
   dup2(sock, STDOUT_FILENO);
   Sock_Close(sock);
@@ -67,7 +76,7 @@ void Serve(int, int sock, MainCore_ClientFn) {
 // Ends the servers of a database that another was moved into the place of: their managers come back
 // to the new one.  SIGHUP is nothing to the processes of this program, and the end of Xapian's.
 [[noreturn]] void Watch(const char *location) {
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  EndWithMain();
   Sock_Close(MainCore_State.Listener);
   Sock_Close(MainCore_State.AdminSock);
   LocationState served = Location_State(location);
@@ -83,14 +92,26 @@ void Serve(int, int sock, MainCore_ClientFn) {
   }
 }
 
+// Ends this process when the one at the other end of the pipe is gone.
+bool EndWithout(int pipe_end) {
+  return fcntl(pipe_end, F_SETOWN, getpid()) == 0 && fcntl(pipe_end, F_SETSIG, SIGTERM) == 0 &&
+         fcntl(pipe_end, F_SETFL, O_ASYNC | O_NONBLOCK) == 0;
+}
+
 void StartWatch(const char *location) {
   struct sigaction nothing = {};
   nothing.sa_handler = [](int) {};
   nothing.sa_flags = SA_RESTART;
   sigaction(SIGHUP, &nothing, nullptr);
-  const int pid = Util_Fork(1);
+  // Held by the process that watches alone, it says when that one has ended, however it was: who
+  // would go on without it would serve a database that is gone.
+  main_process = getpid();
+  int ends[2] = {-1, -1};
+  const bool is_tied = pipe2(ends, O_CLOEXEC) == 0 && EndWithout(ends[0]);
+  const int pid = is_tied ? Util_Fork(1) : -errno;
   if (pid == 0) Watch(location);
   if (pid < 0) DPRINTF(nullptr, kFatal, "[Engine: Watch] Unable to fork: errno = %d\n", -pid);
+  close(ends[1]);
 }
 
 void Admin(int sock, SockAddr *sender, const char *buf, int len) {

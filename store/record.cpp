@@ -42,22 +42,6 @@ std::string Record_Document(std::int32_t docnum, std::string_view fields) {
   return std::string(head).append(fields).append("\n");
 }
 
-std::string Record_Fields(const Fields &fields, int *cut) {
-  std::string text = "\t";
-  for (const Field &field : fields) {
-    const std::size_t used = text.size() + field.name.size() + std::string_view("=\t").size();
-    if (used > kRecordFieldsSize) {
-      ++*cut;
-      continue;
-    }
-    const std::string_view value =
-        Field_Cut(field.value, std::min(kRecordValueSize, kRecordFieldsSize - used));
-    if (value.size() < field.value.size()) ++*cut;
-    text.append(field.name).append("=").append(value).append("\t");
-  }
-  return text;
-}
-
 bool Record_IsFields(std::string_view text) {
   return text.size() > 1 && text.size() <= kRecordFieldsSize && text.front() == '\t' &&
          text.back() == '\t' && text[1] != '@' && !Has(text, '\n') && !Has(text, '\r') &&

@@ -33,14 +33,9 @@ std::string Record_Hit(const std::string &group, const std::string &type, std::i
 // The plain reason why there is no other answer.
 std::string Record_Error(const std::string &reason);
 
-// A document: fields as Record_Fields made them.
+// A document: its fields between tabs, NAME=value, with one before the first and one behind the
+// last, so that the last value does not carry the record's newline.
 std::string Record_Document(std::int32_t docnum, std::string_view fields);
-
-// The fields as they stand in a document's record: tab, NAME, "=", value, again and again, and a
-// closing tab, so that the last value does not carry the record's newline.  A value longer than
-// kRecordValueSize is cut, and so is what would lead beyond kRecordFieldsSize; *cut grows by the
-// number of values that are not whole.
-std::string Record_Fields(const Fields &fields, int *cut);
 
 // Whether text can stand in a document's record as it is: no value is longer than kRecordValueSize.
 bool Record_IsFields(std::string_view text);

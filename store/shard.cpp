@@ -25,7 +25,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kConnectLimit(1000);
 constexpr milliseconds kRetryAfter(1000);
 constexpr milliseconds kRetryWait(20);  // for an engine that is tried again
-constexpr milliseconds kLeastPatience(50);
+constexpr milliseconds kLeastPatience(50), kMostPatience(10000);
 constexpr int kMostOwed = 8;          // answers of one connection to the questions of a search
 constexpr int kSpareDescriptors = 8;  // for the files of a database, which are opened as needed
 
@@ -37,7 +37,7 @@ milliseconds Left(ShardClock::time_point end) {
 // How long one answer of an engine may take, so that one that hangs leaves time for the others.
 milliseconds PatienceFor(const ShardRequest &request) {
   const auto all = std::chrono::duration_cast<milliseconds>(request.end - request.begin);
-  return std::max(all * 2 / 5, kLeastPatience);
+  return std::clamp(all * 2 / 5, kLeastPatience, kMostPatience);
 }
 
 bool IsRemote(const Shard &shard) { return shard.location.empty(); }

@@ -9,8 +9,10 @@ scratch=$(mktemp -d)
 checkout="$scratch/a checkout"
 ports=()
 folder=
+web=
 clean_up() {
   for port in "${ports[@]}"; do "$build/bin/korvoctl" shutdown --port "$port" 2>/dev/null || true; done
+  [ -z "$web" ] || kill "$web" 2>/dev/null || true
   rm -rf "$scratch" "$folder"
 }
 trap clean_up EXIT
@@ -24,11 +26,18 @@ mkdir -p "$checkout/build" "$checkout/scripts"
 ln -s "$PWD"/{demo.sh,demo,share,tools} "$checkout"
 ln -s "$build" "$checkout/build/release"
 printf '%s\n' 'need() { :; }' 'build() { :; }' 'build_packages=()' >"$checkout/scripts/need.sh"
+# Over engines, with one that is killed: what each search shows.
+"$checkout/demo.sh" --engines 2 >"$scratch/engines"
+for shown in 'shards=2/2' 'shards=1/2' '<mark>' 'shared\ library' 'Section=admin' 'SORT=-Installed-Size' 'FIRSTHIT=3' 'Stopped.'; do
+  grep -qF -- "$shown" "$scratch/engines" || fail "over engines shows no $shown: $(cat "$scratch/engines")"
+done
+
 "$checkout/demo.sh" --keep >"$scratch/said"
 
 mapfile -t try < <(sed -n '/^The service is up/,/^Stop it/s/^  //p' "$scratch/said")
 stop=$(sed -n '/^Stop it/,$s/^  //p' "$scratch/said")
 [[ $stop =~ in\ ([0-9 ]+)\; ]] && read -ra ports <<<"${BASH_REMATCH[1]}"
+[[ $stop =~ kill\ ([0-9]+) ]] && web=${BASH_REMATCH[1]}
 [[ $stop =~ /tmp/korvo-demo\.[A-Za-z0-9]+ ]] && folder=${BASH_REMATCH[0]}
 if [ ${#ports[@]} -ne 3 ] || [ ${#try[@]} -ne 5 ] || [ ! -d "$folder" ]; then
   fail "prints other lines: $(cat "$scratch/said")"
@@ -52,6 +61,7 @@ mv "$scratch/elsewhere" "$checkout"
 
 bash -c "$stop" || fail "fails: $stop"
 [ ! -e "$folder" ] || fail "leaves the folder: $stop"
+web=
 for port in "${ports[@]}"; do
   while "$build/bin/korvoctl" ping --port "$port" --timeout 1 >/dev/null 2>&1; do sleep 0.05; done
 done

@@ -151,6 +151,18 @@ TEST(Engine, ShutdownAndDeathEndItsServers) {
   }
 }
 
+TEST(Engine, WithoutTheProcessThatWatchesItsDatabase_Ends) {
+  const Folder folder;
+  Engine engine(BuildIndex(folder, "db", kPackages));
+  Process &program = engine.tree.Start('E', "e1");
+  const std::vector<pid_t> children = engine.tree.Workers('E', "e1");
+  ASSERT_EQ(children.size(), 1u);
+  kill(children.front(), SIGKILL);
+  EXPECT_EQ(ExitStatus(program.Wait()), 0);
+  EXPECT_TRUE(Has(program.Log(), "[MainCore: Shutdown] Tovak has left the building.\n"))
+      << program.Log();
+}
+
 TEST(Engine, OutlivesHostileClients) {
   const Folder folder;
   Engine engine(BuildIndex(folder, "db", kPackages));

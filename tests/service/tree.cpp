@@ -83,6 +83,18 @@ Process &Tree::Program(char type, const std::string &id) { return *At(type, id).
 
 void Tree::End(char type, const std::string &id) { nodes_.at({type, id}).process.reset(); }
 
+void Tree::Shutdown() {
+  for (auto key = order_.rbegin(); key != order_.rend(); ++key) {
+    std::unique_ptr<Process> &program = nodes_[*key].process;
+    if (!program) continue;
+    Send(key->first, key->second, "\t@COMMAND=SHUTDOWN\n");
+    EXPECT_EQ(ExitStatus(program->Wait()), 0) << key->second;
+    for (const int status : program->WaitForGroup())
+      EXPECT_EQ(ExitStatus(status), 0) << key->second;
+    program.reset();
+  }
+}
+
 void Tree::Kill(char type, const std::string &id) {
   kill(-At(type, id).process->Pid(), SIGKILL);
   End(type, id);

@@ -32,6 +32,7 @@ class Tree {
   Process &Start(char type, const std::string &id, const std::function<void()> &prepare = {});
   Process &Program(char type, const std::string &id);
   void End(char type, const std::string &id);   // SIGTERM, and its group is gone
+  void Shutdown();  // all, by SHUTDOWN: each ends with 0 and leaves no process behind
   void Kill(char type, const std::string &id);  // the whole group
 
   int Port(char type, const std::string &id) const;  // client port

@@ -2,17 +2,6 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-std::string FieldsOf(const Fields &fields) {
-  int cut = 0;
-  const std::string text = Record_Fields(fields, &cut);
-  EXPECT_EQ(cut, 0);
-  return text;
-}
-
-}  // namespace
-
 TEST(Record, Hit_NamesGroupTypeAndNumber) {
   EXPECT_EQ(Record_Hit("grp1", "packages", 17, ""),
             "\t@COMMAND=HIT\t@SEARCHGROUP=grp1\t@RECTYPE=packages\t@DOCNUM=17\n");
@@ -26,47 +15,12 @@ TEST(Record, Error_CarriesItsReasonAsPredicate) {
 
 TEST(Record, Document_IsReadBackByTheHeaderParser) {
   const std::string record =
-      Record_Document(17, FieldsOf({{"Package", "bash"}, {"Essential", ""}}));
+      Record_Document(17, "\tPackage=bash\tEssential=\t");
   EXPECT_EQ(record, "\t@COMMAND=HIT\t@DOCNUM=17\tPackage=bash\tEssential=\t\n");
   CmdHdr hdr = {};
   EXPECT_STREQ(Util_IntCmdHdr(&hdr, record.c_str()), "\tPackage=bash\tEssential=\t\n");
   EXPECT_STREQ(hdr.Command, "HIT");
   EXPECT_EQ(hdr.DocNum, 17);
-}
-
-TEST(Record, Fields_CutsAValueAtWhatAPageMacroCanShow) {
-  int cut = 0;
-  const std::string whole(4095, 'v');
-  EXPECT_EQ(Record_Fields({{"A", whole}}, &cut), "\tA=" + whole + "\t");
-  EXPECT_EQ(cut, 0);
-  EXPECT_EQ(Record_Fields({{"A", whole + "w"}, {"B", "x"}}, &cut), "\tA=" + whole + "\tB=x\t");
-  EXPECT_EQ(cut, 1);
-}
-
-TEST(Record, Fields_PartsNoCharacterWhenItCuts) {
-  int cut = 0;
-  const std::string start(4093, 'v');
-  EXPECT_EQ(Record_Fields({{"A", start + "\xe2\x82\xac!"}}, &cut), "\tA=" + start + "\t");
-  EXPECT_EQ(Record_Fields({{"A", start.substr(1) + "\xe2\x82\xac!"}}, &cut),
-            "\tA=" + start.substr(1) + "\xe2\x82\xac\t");
-  EXPECT_EQ(cut, 2);
-}
-
-TEST(Record, Fields_CutsBytesThatAreNoTextToo) {
-  int cut = 0;
-  EXPECT_EQ(Record_Fields({{"A", std::string(5000, '\x80')}}, &cut),
-            "\tA=" + std::string(4092, '\x80') + "\t");
-  EXPECT_EQ(cut, 1);
-}
-
-TEST(Record, Fields_FillTheRecordToTheBrimAndNoFurther) {
-  int cut = 0;
-  const Fields many(12, {"A", std::string(4095, 'v')});
-  const std::string text = Record_Fields(many, &cut);
-  EXPECT_EQ(text.size(), kRecordFieldsSize);
-  EXPECT_EQ(cut, 3);  // the tenth in part, two more not at all
-  EXPECT_TRUE(Record_IsFields(text));
-  EXPECT_EQ(Record_Document(INT32_MAX, text).size(), 40959u);
 }
 
 TEST(Record, IsFields_RefusesWhatWouldBreakTheRecord) {
