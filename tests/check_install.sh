@@ -46,8 +46,13 @@ links_lead() { # links_lead FOLDER: those of the documents, to files
   done < <(find "$1" -name '*.md')
 }
 
-echo 'packed'
-DESTDIR=$scratch/pack run cmake --install "$build"
+echo 'packed, by somebody whose files nobody else may read'
+(
+  umask 077
+  DESTDIR=$scratch/pack run cmake --install "$build"
+)
+closed=$(find "$scratch/pack/usr/local/korvo" ! -perm -o=r -o -type d ! -perm -o=x)
+[ -z "$closed" ] || fault "others may not read $closed"
 has_all "$scratch/pack/usr/local/korvo"
 links_lead "$scratch/pack/usr/local/korvo/share/doc/korvo"
 
