@@ -11,7 +11,6 @@
 namespace {
 
 constexpr std::chrono::milliseconds kDeadline(5000);
-constexpr std::chrono::milliseconds kGrace(300);
 
 // A worker's, made at its first call: the database on this machine, and then the engines.
 std::vector<Shard> Make() {
@@ -43,7 +42,7 @@ std::string Fetch_Answer(const CmdHdr &hdr, const char *, const char *) {
   if (hdr.DocNum <= 0) return Record_Error("There is no document of this number");
   Shard *shard = ShardOf(hdr.RecType);
   if (shard == nullptr) return Record_Error("There is no database of this record type");
-  MainCore_EndAfter(static_cast<int>((kDeadline + kGrace).count()),
+  MainCore_EndAfter(static_cast<int>((kDeadline + kManagerGrace).count()),
                     "\t@COMMAND=ERROR\tThe document took too long\n");
   Shard *const shards[] = {shard};
   const auto now = ShardClock::now();

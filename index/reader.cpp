@@ -61,10 +61,7 @@ std::string_view Reader_Trim(std::string_view text) {
 void Reader_Append(std::string *value, std::string_view text) {
   const std::size_t before = value->size();
   value->append(text);
-  for (std::size_t i = before; i < value->size(); ++i) {
-    const auto byte = static_cast<unsigned char>((*value)[i]);
-    if (byte < 0x20 || byte == 0x7f) (*value)[i] = ' ';
-  }
+  Field_MakeLine(value, before);
 }
 
 ReadResult Reader_Bad(Reader *reader, std::string expected, ReadResult result) {

@@ -5,6 +5,7 @@
 #ifndef MANAGER_MANAGER_H
 #define MANAGER_MANAGER_H
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +37,9 @@ void Manager_Admin(int sock, SockAddr *sender, const char *buf, int len);
 // The shard of a database on this machine, and of an engine.
 Shard Manager_LocalShard(const char *location);
 Shard Manager_EngineShard(const INIT_CHILDINFO &engine);
+
+// Behind its deadline, before a worker gives a command up.
+inline constexpr std::chrono::milliseconds kManagerGrace(300);
 
 // The records that answer one command; text is the whole line.  May throw.
 using Manager_AnswerFn = std::string (*)(const CmdHdr &hdr, const char *text,

@@ -5,6 +5,7 @@
 
 #include "core/workers.h"
 #include "debug/log.h"
+#include "manager/manager.h"
 #include "searchmgr/query.h"
 #include "searchmgr/request.h"
 #include "searchmgr/shards.h"
@@ -16,7 +17,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr const char *kTooLong = "\t@COMMAND=ERROR\tThe search took too long\n";
-constexpr milliseconds kGrace(300);          // behind the deadline, before the worker gives up
 constexpr Xapian::doccount kCounted = 1000;  // hits that are counted rather than estimated
 
 // A database among those that are searched as one: a shard, or one of those that a shard's file
@@ -174,7 +174,7 @@ std::string Search_Answer(const CmdHdr &hdr, const char *text, const char *predi
   const char *wrong = Request_Read(hdr, text, &request);
   if (wrong != nullptr) return Record_Error(wrong);
   const milliseconds deadline(request.deadline);
-  MainCore_EndAfter(static_cast<int>((deadline + kGrace).count()), kTooLong);
+  MainCore_EndAfter(static_cast<int>((deadline + kManagerGrace).count()), kTooLong);
   std::vector<Shard *> shards;
   for (SearchShard &shard : Shards_All()) shards.push_back(&shard.shard);
   Search search = {request, hdr.Script, predicate, ShardClock::now()};

@@ -5,17 +5,11 @@
 namespace {
 
 // Control characters would end a field, a record or a line.
-std::string OneLine(std::string_view text) {
-  std::string line(text);
-  for (char &c : line)
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-  return line;
-}
-
 void AddField(Fields *fields, std::string_view pair) {
   const std::size_t equals = pair.find('=');
   if (equals == std::string_view::npos || !Field_IsName(pair.substr(0, equals))) return;
-  fields->push_back({std::string(pair.substr(0, equals)), OneLine(pair.substr(equals + 1))});
+  fields->push_back({std::string(pair.substr(0, equals)), std::string(pair.substr(equals + 1))});
+  Field_MakeLine(&fields->back().value, 0);
 }
 
 }  // namespace

@@ -27,6 +27,13 @@ std::string Field_Prefix(std::string_view name) {
   return prefix + ':';
 }
 
+void Field_MakeLine(std::string *value, std::size_t from) {
+  for (std::size_t i = from; i < value->size(); ++i) {
+    const auto byte = static_cast<unsigned char>((*value)[i]);
+    if (byte < 0x20 || byte == 0x7f) (*value)[i] = ' ';
+  }
+}
+
 std::string_view Field_Cut(std::string_view text, std::size_t size) {
   if (text.size() <= size) return text;
   constexpr int kContinuations = 3;  // the most that a character has

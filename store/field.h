@@ -21,6 +21,9 @@ bool Field_IsName(std::string_view name);
 // name.
 std::string Field_Prefix(std::string_view name);
 
+// Makes blanks of the control characters of a value, from that byte on.
+void Field_MakeLine(std::string *value, std::size_t from);
+
 // The first size bytes of text, less those of a UTF-8 character that does not fit whole.
 std::string_view Field_Cut(std::string_view text, std::size_t size);
 
