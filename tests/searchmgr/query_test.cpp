@@ -220,6 +220,8 @@ TEST(Query, Parse_LeavesStopWordsOut) {
   EXPECT_EQ(InLibrary("to be"), "Query((Zto@1 AND Zbe@2))");
   const Schema german = SchemaFrom("@language german\nTitle text\n");
   EXPECT_EQ(Parsed("\tdie netze der stadt\n", german), "Query((Znetz@2 AND Zstadt@4))");
+  EXPECT_EQ(Parsed("\tdie netze\n", SchemaFrom("@language german2\nTitle text\n")),
+            "Query(Znetz@2)");
   EXPECT_EQ(Parsed("\tthe nets\n", SchemaFrom("@language porter\nTitle text\n")), "Query(Znet@2)");
   EXPECT_EQ(Parsed("\tthe nets\n", SchemaFrom("@language french\nTitle text\n")),
             "Query((Zthe@1 AND Znet@2))");

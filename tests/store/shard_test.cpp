@@ -75,3 +75,27 @@ TEST_F(LocalShard, ADatabaseMadeAnewIsSeenByTheNextRequest) {
   EXPECT_EQ(Documents(), 2u);
   std::filesystem::remove_all(path_ + ".old");
 }
+
+namespace {
+
+// Whether a shard is held to have failed by an error that names none.
+template <typename Error>
+bool Blames(const char *type) {
+  Shard shard;
+  shard.location = "here";
+  shard.database.emplace();
+  Shard *const shards[] = {&shard};
+  const Error error("of this test");
+  EXPECT_STREQ(error.get_type(), type);
+  return Shard_OfError(shards, error) == &shard;
+}
+
+}  // namespace
+
+TEST(Shard, WhatCannotBeAskedOfAnyDatabase_IsNoFaultOfOne) {
+  EXPECT_EQ(Blames<Xapian::UnimplementedError>("UnimplementedError"), false);
+  EXPECT_EQ(Blames<Xapian::InvalidArgumentError>("InvalidArgumentError"), false);
+  EXPECT_EQ(Blames<Xapian::InvalidOperationError>("InvalidOperationError"), false);
+  EXPECT_EQ(Blames<Xapian::NetworkError>("NetworkError"), false);  // of none that is here
+  EXPECT_EQ(Blames<Xapian::DatabaseCorruptError>("DatabaseCorruptError"), true);
+}
