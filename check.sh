@@ -4,6 +4,7 @@
 # ./check.sh lint   looks for faults in the sources and scripts without running them
 # ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
 # ./check.sh browser [CASE...]   uses the page of korvo-web in Chromium as a person would
+# ./check.sh operation [CASE...] runs the examples of docs/examples/operation with the real programs
 # ./check.sh scale  searches four engines and one database with the same documents, and four while they die and hang
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
 # ./check.sh mutants N [SEED]   breaks the daemon in N places, one at a time; fails if the tests miss one unexplained
@@ -79,6 +80,11 @@ case "${1-all}" in
     build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-web korvoctl
     tests/browser/run.sh build/release "${@:2}"
     ;;
+  operation)
+    need curl openssl "${build_packages[@]}"
+    build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-web korvoctl
+    /usr/bin/python3 tests/operation/operation_test.py build/release "${@:2}"
+    ;;
   scale)
     need "${build_packages[@]}"
     build release
@@ -108,7 +114,7 @@ case "${1-all}" in
     tests/fuzz/run.sh "$2"
     ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, lint, coverage, browser, scale, soak MINUTES, mutants N or fuzz SECONDS" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, lint, coverage, browser, operation, scale, soak MINUTES, mutants N or fuzz SECONDS" >&2
     exit 64
     ;;
 esac

@@ -2,7 +2,6 @@
 """fronts_test.py BUILD   serves the search page through nginx, Apache and lighttpd, with TLS, as the examples say
 
 BUILD is build/release.  The web servers are unpacked from Debian's packages, not installed: none is started on this machine."""
-import os
 import pathlib
 import re
 import socket
@@ -15,6 +14,7 @@ from http.client import HTTPSConnection
 
 from library import packages
 from service import ROOT, Relay, Service, eventually, free_port
+from unpack import environment, unpacked
 
 BUILD = None
 EXAMPLES = ROOT / "docs/examples/web"
@@ -23,29 +23,10 @@ EXAMPLES = ROOT / "docs/examples/web"
 SERVERS = ("nginx", "apache2-bin", "lighttpd", "lighttpd-mod-openssl")
 
 
-def needed():
-    """The web servers and the libraries that they name."""
-    depends = subprocess.run(["apt-cache", "depends", *SERVERS], capture_output=True, text=True, check=True).stdout
-    libraries = set(re.findall(r"^ +Depends: (lib\S+)", depends, re.M)) - {"libc6"}
-    return [*SERVERS, *sorted(libraries)]
-
-
-def unpacked():
-    """A folder with the packages in it."""
-    folder = pathlib.Path(BUILD).resolve().parent / "fronts"
-    if not (folder / "done").exists():
-        folder.mkdir(parents=True, exist_ok=True)
-        subprocess.run(["apt-get", "download", "-qq", *needed()], cwd=folder, check=True, stderr=subprocess.DEVNULL)
-        for package in folder.glob("*.deb"):
-            subprocess.run(["dpkg-deb", "-x", package, folder], check=True)
-        (folder / "done").touch()
-    return folder
-
-
 class Fronts(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.software = unpacked()
+        cls.software = unpacked(BUILD, "fronts", SERVERS)
         cls.service = Service(BUILD, packages(40), "Debian packages")
         cls.addClassCleanup(cls.service.stop)
         cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
@@ -63,13 +44,10 @@ class Fronts(unittest.TestCase):
     def serve(self, name, conf, command):
         (self.folder / f"{name}.conf").write_text(conf)
         with open(self.folder / f"{name}.log", "wb") as log:
-            process = subprocess.Popen(command, stdout=log, stderr=log, env={**os.environ, "LD_LIBRARY_PATH": self.libraries()})
+            process = subprocess.Popen(command, stdout=log, stderr=log, env=environment(self.software))
         self.addCleanup(process.wait)
         self.addCleanup(process.terminate)
         return process
-
-    def libraries(self):
-        return ":".join(str(path) for path in (self.software / "usr/lib").glob("*-linux-gnu"))
 
     def pages_come_as_they_are_made(self, name, process, port):
         context = ssl.create_default_context(cafile=self.folder / "cert.pem")
