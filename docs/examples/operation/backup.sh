@@ -29,4 +29,4 @@ rm -f "$copy.log"
 old=$(readlink "$copy" || true)
 ln -s "$(basename "$new")" "$copy.link"
 mv -T "$copy.link" "$copy"
-[ -z "$old" ] || rm -rf "$(dirname "$copy")/$old"
+[ -z "$old" ] || rm -rf "$(dirname "$copy")/${old:?}"
