@@ -1,14 +1,17 @@
 #include "core/workers.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <set>
 #include <sstream>
 
@@ -259,6 +262,45 @@ TEST(Workers, AMainProcessThatIsKilledLeavesNoWorker) {
   service.daemon.Program().Wait();
   service.daemon.Program().WaitForGroup();
   EXPECT_EQ(Occurrences(service.daemon.Log(), kLeft), 2u);
+}
+
+TEST(Workers, OneThatIsStoppedKeepsNoConnectionForItself) {
+  Service service(2);
+  kill(service.Workers().front(), SIGSTOP);
+  for (int i = 0; i < 10; ++i)
+    EXPECT_EQ(service.Ask("pid"), std::to_string(service.Workers().back())) << i;
+  kill(service.Workers().front(), SIGCONT);
+}
+
+TEST(Workers, AConnectionIsLoggedAndTakenWithoutWaiting) {
+  Service service(2);
+  service.daemon.SetLevel("STATUS");
+  service.Ask("pid");
+  ASSERT_TRUE(service.Logs("[MainCore: Listen] ListSock="));
+  const std::string log = service.daemon.Log();
+  int listener = -1, taken = -1;
+  ASSERT_EQ(
+      std::sscanf(log.c_str() + log.find("[MainCore: Listen] ListSock="),
+                  "[MainCore: Listen] ListSock=%d, newsock=%d. New connection from 127.0.0.1/",
+                  &listener, &taken),
+      2);
+  EXPECT_LT(listener, taken);  // which was opened before it
+  // All look at the same listener: whoever comes late must not wait there.
+  const std::string info = ReadFile("/proc/" + std::to_string(service.daemon.Program().Pid()) +
+                                    "/fdinfo/" + std::to_string(listener));
+  int flags = 0;
+  ASSERT_EQ(std::sscanf(info.c_str() + info.find("flags:"), "flags: %o",
+                        reinterpret_cast<unsigned *>(&flags)),
+            1);
+  EXPECT_NE(flags & O_NONBLOCK, 0) << info;
+}
+
+TEST(Workers, AHangUpEndsTheMainProcessAndWithItAll) {
+  Service service(2);
+  service.daemon.Program().Signal(SIGHUP);
+  const int status = service.daemon.Program().Wait();
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGHUP) << status;
+  EXPECT_EQ(service.daemon.Program().WaitForGroup().size(), 2u);
 }
 
 TEST(Workers, ASignalToOneEndsThatOneAlone) {
