@@ -24,11 +24,12 @@ has_all() { # has_all FOLDER: documents, manual pages, examples and the two fold
   for page in "$sources"/docs/*.[1-8]; do
     name=$(basename "$page")
     [ -e "$folder/share/man/man${page##*.}/$name" ] && continue
-    [[ $name != *.5 && ! -e $folder/bin/${name%.*} ]] || fault "the manual page $name is missing"
+    [[ $name != *.[57] && ! -e $folder/bin/${name%.*} ]] || fault "the manual page $name is missing"
   done
   for name in README.md SECURITY.md CHANGELOG.md LICENSE; do
     [ -s "$folder/share/doc/korvo/$name" ] || fault "$name is missing"
   done
+  [ -s "$folder/share/korvo/messages" ] || fault "messages is missing"
   for page in "$sources"/docs/*.md; do
     [ -s "$folder/share/doc/korvo/docs/$(basename "$page")" ] || fault "$(basename "$page") is missing"
   done
