@@ -16,7 +16,7 @@ folders=(debug net protocol config macro core commmgr store index manager search
 cmake --preset lint >/dev/null
 
 echo "shellcheck"
-git ls-files '*.sh' .ci/run | xargs shellcheck -x
+git ls-files '*.sh' .ci/run share/bash-completion/program 'share/bash-completion/completions/*' | xargs shellcheck -x
 
 echo "cppcheck"
 check() { # check ENABLED FOLDER...

@@ -30,6 +30,10 @@ has_all() { # has_all FOLDER: documents, manual pages, examples and the two fold
     [ -s "$folder/share/doc/korvo/$name" ] || fault "$name is missing"
   done
   [ -s "$folder/share/korvo/messages" ] || fault "messages is missing"
+  for name in "$folder"/bin/*; do
+    name=$(basename "$name")
+    [ -s "$folder/share/bash-completion/completions/$name" ] || fault "the completion of $name is missing"
+  done
   for page in "$sources"/docs/*.md; do
     [ -s "$folder/share/doc/korvo/docs/$(basename "$page")" ] || fault "$(basename "$page") is missing"
   done
