@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # ./check.sh        builds and runs every test, native and 32-bit, and fuzzes for a moment
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
-# ./check.sh lint   looks for faults in the sources and scripts without running them
+# ./check.sh lint   looks for faults in the sources, scripts and manual pages without running them
 # ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
 # ./check.sh browser [CASE...]   uses the page of korvo-web in Chromium as a person would
 # ./check.sh operation [CASE...] runs the examples of docs/examples/operation with the real programs

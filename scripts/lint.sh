@@ -8,7 +8,7 @@
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
-need clang-tidy cppcheck shellcheck "${build_packages[@]}"
+need clang-tidy cppcheck mandoc shellcheck "${build_packages[@]}"
 
 folders=(debug net protocol config macro core commmgr store index manager searchmgr docmgr engine web tools)
 
@@ -17,6 +17,9 @@ cmake --preset lint >/dev/null
 
 echo "shellcheck"
 git ls-files '*.sh' .ci/run share/bash-completion/program 'share/bash-completion/completions/*' | xargs shellcheck -x
+
+echo "mandoc"
+tests/check_manuals.sh .
 
 echo "cppcheck"
 check() { # check ENABLED FOLDER...
