@@ -7,6 +7,7 @@ of arrays in that file, or in several that "+" joins; default("NAME") of a setti
 Exit status 1: an expression gives another number or knows a name that the file does not have, a number stands in no
 item that it belongs to, or an item has a number of two digits or more that no such line explains.
 """
+import functools
 import pathlib
 import re
 import sys
@@ -26,6 +27,7 @@ def plain(text):
     return re.sub(r"(?<=[\da-fA-F])(?:'(?=\d)|[uUlL]+\b)", '', text)
 
 
+@functools.cache
 def names(files):
     """The value of each name in the sources, as far as numbers make it."""
     text = ''.join(pathlib.Path(file).read_text() for file in files.split('+'))
