@@ -127,9 +127,9 @@ def page(messages):
     for module, group in itertools.groupby(messages, lambda message: message.module):
         lines += ['.Ss ' + ('Without a module' if module == NONE else escaped(module)), '.Bl -tag -width Ds']
         for message in group:
-            # The blanks of a text are its own.
-            text = escaped(message.text).replace(' ', r'\ ')
-            lines.append(rf'.It {message.level}\ \ {text}\&')
+            # Blanks that stand together are the text's own; quotes keep its words from being macros.
+            text = re.sub('  +| $', lambda blanks: r'\ ' * len(blanks.group()), escaped(message.text))
+            lines.append(rf'.It "{message.level}\ \ {text}\&"')
             lines += filled(message.cause)
             lines.append('.br')
             lines += filled('Effect: ' + message.effect)

@@ -93,9 +93,9 @@ class CheckMessages(unittest.TestCase):
                              'and remedy, parted by tabs')
 
     def test_what_the_page_would_take_for_its_own(self):
-        line = messages.Message('A: b', 103, '-"x" \\n don\'t. f()', '.Sh no', "'no", 'see a. It goes on')
+        line = messages.Message('A: b', 103, '-"x" \\n  don\'t No f() ', '.Sh no', "'no", 'see a. It goes on')
         page = messages.page([line])
-        self.assertIn('.It 103\\ \\ \\-\\(dqx\\(dq\\ \\en\\ don\\(aqt.\\ f(\\&)\\&\n'
+        self.assertIn('.It "103\\ \\ \\-\\(dqx\\(dq \\en\\ \\ don\\(aqt No f(\\&)\\ \\&"\n'
                       '\\&.Sh no\n.br\nEffect: \\(aqno\n.br\nRemedy: see a.\nIt goes on\n', page)
 
 
