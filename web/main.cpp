@@ -18,8 +18,8 @@ constexpr const char *kHelp =
     "  --help     this text\n"
     "  --version  name and version\n"
     "\n"
-    "Status: 0; 64 wrong use; 69 the address cannot be listened on; 73 the log cannot be opened;\n"
-    "78 the configuration is wrong.\n"
+    "Status: 0; 64 wrong use; 69 the address cannot be listened on; 71 too few descriptors;\n"
+    "73 the log cannot be opened; 78 the configuration is wrong.\n"
     "\n"
     "A line of FILE is a name and a value.  The names, with what they are when no line says it:\n";
 

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -156,30 +157,39 @@ void CutOff(Server *server, WebTime now) {
   }
 }
 
+// Whose descriptor an entry is; neither: the library's, or the signals'.
+struct Watched {
+  Exchange *exchange;  // its connection to the daemon
+  Visit *visit;        // its browser, or its PING
+};
+
 struct Loop {
   Server *server;
   int signals;
-  std::vector<pollfd> polled;  // the library, the signals, the daemon, then the browsers that wait
-  std::vector<Exchange *> exchanges;
-  std::vector<Visit *> waiting;  // two entries of polled each: the browser, and its PING
+  std::vector<pollfd> polled;    // open ones alone: poll refuses more than may be open
+  std::vector<Watched> watched;  // an entry of polled each
 };
+
+void Watch(Loop *loop, int fd, short events, Watched watched) {
+  if (fd < 0 || events == 0) return;
+  loop->polled.push_back({fd, events, 0});
+  loop->watched.push_back(watched);
+}
 
 void Collect(Loop *loop) {
   Server *server = loop->server;
   const MHD_DaemonInfo *info = MHD_get_daemon_info(server->http, MHD_DAEMON_INFO_EPOLL_FD);
-  loop->polled = {{info->epoll_fd, POLLIN, 0}, {loop->signals, POLLIN, 0}};
-  loop->exchanges = server->door.asking;
-  loop->waiting.clear();
-  for (const Exchange *exchange : loop->exchanges) {
-    const short events = Exchange_Events(*exchange);
-    // One that is held up is left out: poll would tell of its end again and again.
-    loop->polled.push_back({events == 0 ? -1 : exchange->fd, events, 0});
-  }
+  loop->polled.clear();
+  loop->watched.clear();
+  Watch(loop, info->epoll_fd, POLLIN, {});
+  Watch(loop, loop->signals, POLLIN, {});
+  // One that is held up is left out: poll would tell of its end again and again.
+  for (Exchange *exchange : server->door.asking)
+    Watch(loop, exchange->fd, Exchange_Events(*exchange), {exchange, nullptr});
   for (Visit &visit : server->visits) {
     if (!visit.suspended) continue;
-    loop->waiting.push_back(&visit);
-    loop->polled.push_back({visit.browser->fd, POLLRDHUP, 0});
-    loop->polled.push_back({visit.health, POLLIN, 0});
+    Watch(loop, visit.browser->fd, POLLRDHUP, {nullptr, &visit});
+    Watch(loop, visit.health, POLLIN, {nullptr, &visit});
   }
 }
 
@@ -193,18 +203,19 @@ void TakeSignals(Loop *loop) {
   }
 }
 
+void DispatchVisit(Server *server, Visit *visit, int fd) {
+  if (fd == visit->health) return Visit_Resume(visit);
+  visit->left = true;
+  Door_Leave(&server->door, &visit->exchange);
+}
+
 void Dispatch(Loop *loop) {
   if (loop->polled[1].revents != 0) TakeSignals(loop);
-  std::size_t at = 2;
-  for (Exchange *exchange : loop->exchanges)
-    if (loop->polled[at++].revents != 0) Exchange_Step(exchange);
-  for (Visit *visit : loop->waiting) {
-    if (loop->polled[at].revents != 0) {
-      visit->left = true;
-      Door_Leave(&loop->server->door, &visit->exchange);
-    }
-    if (loop->polled[at + 1].revents != 0) Visit_Resume(visit);
-    at += 2;
+  for (std::size_t i = 0; i < loop->polled.size(); ++i) {
+    if (loop->polled[i].revents == 0) continue;
+    const Watched &watched = loop->watched[i];
+    if (watched.exchange != nullptr) Exchange_Step(watched.exchange);
+    if (watched.visit != nullptr) DispatchVisit(loop->server, watched.visit, loop->polled[i].fd);
   }
 }
 
@@ -276,12 +287,23 @@ int CatchSignals() {
   return signalfd(-1, &caught, SFD_NONBLOCK | SFD_CLOEXEC);
 }
 
-// A thousand browsers need more descriptors than a shell gives.
-void RaiseLimit() {
+// A thousand browsers need more descriptors than a shell gives.  False: there are none for even
+// one.
+bool FindDescriptors(WebConf *conf, std::string *wrong) {
+  constexpr std::int64_t kOthers = 64;  // the program's own, files and PINGs
   rlimit limit = {};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return true;
   limit.rlim_cur = limit.rlim_max;
   setrlimit(RLIMIT_NOFILE, &limit);
+  const auto most = static_cast<std::int64_t>(std::min<rlim_t>(limit.rlim_cur, INT32_MAX));
+  const std::int64_t left = most - conf->connections - kOthers;
+  if (left <= 0) *wrong = std::to_string(most) + " descriptors are too few to serve anybody";
+  if (left >= conf->clients || left <= 0) return left > 0;
+  std::fprintf(stderr,
+               "korvo-web: %d clients need more than the %d descriptors there are: %d are served\n",
+               conf->clients, static_cast<int>(most), static_cast<int>(left));
+  conf->clients = static_cast<std::int32_t>(left);
+  return true;
 }
 
 }  // namespace
@@ -296,8 +318,8 @@ int Server_Run(const WebConf &conf, const Texts &texts, std::string *wrong) {
   server.rates = {
       static_cast<double>(conf.client_rate), static_cast<double>(conf.client_burst), {}};
   server.journal = {-1, conf.log, conf.log_queries == "yes"};
-  RaiseLimit();
-  Loop loop = {&server, CatchSignals(), {}, {}, {}};
+  if (!FindDescriptors(&server.conf, wrong)) return EX_OSERR;
+  Loop loop = {&server, CatchSignals(), {}, {}};
   if (!Journal_Open(&server.journal)) {
     *wrong = conf.log + ": cannot be opened: " + std::strerror(errno);
     return EX_CANTCREAT;

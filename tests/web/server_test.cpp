@@ -1,6 +1,7 @@
 // korvo-web before a daemon that the test plays.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -16,7 +17,8 @@ const std::string kStatus = "\t<!--korvo matches=25 first=1 shown=2 shards=1/1 m
 const std::string kFrame = "<h1><!--korvo:query--></h1><!--korvo:notice--><ol>";
 
 struct Web {
-  explicit Web(const std::string &lines = "") : site(daemon.Port(), 9, lines) {}
+  explicit Web(const std::string &lines = "", const std::function<void()> &prepare = {})
+      : site(daemon.Port(), 9, lines, prepare) {}
 
   // What the daemon gets of a request, and the connection.
   Socket Accept(std::string *line = nullptr) const {
@@ -181,6 +183,38 @@ TEST(Server, WhoeverWaitsTooLong_Is503) {
   const Answer one = ReadAnswer(first.ReadAll()), other = ReadAnswer(second.ReadAll());
   EXPECT_EQ(one.status, 504);
   EXPECT_TRUE(other.status == 503 || other.status == 504) << other.status;
+}
+
+void LimitDescriptors() {
+  const rlimit limit = {200, 200};
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST(Server, ManyThatWait_AreServedWithFewDescriptors) {
+  Web web("connections 1\n", LimitDescriptors);
+  EXPECT_EQ(
+      web.site.Program().RawLog(),
+      "korvo-web: 1100 clients need more than the 200 descriptors there are: 135 are served\n");
+  std::vector<Socket> browsers;
+  for (int i = 0; i < 120; ++i) browsers.push_back(web.site.Begin("/search?q=a"));
+  for (int i = 0; i < 120; ++i) {
+    Socket connection = web.Accept();
+    connection.Send("<p>");
+    connection.Close();
+  }
+  for (const Socket &browser : browsers) EXPECT_EQ(ReadAnswer(browser.ReadAll()).status, 200);
+}
+
+TEST(Server, TooFewDescriptors_NothingIsServed) {
+  const Folder folder;
+  const std::string conf = folder.Write("web.conf", "texts " KORVO_PAGES "/texts.en\n");
+  Process program({KORVO_WEB, conf}, folder.Path(), [] {
+    const rlimit limit = {70, 70};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  });
+  ASSERT_TRUE(Eventually([&] { return program.Ended(); }));
+  EXPECT_EQ(ExitStatus(program.Wait()), 71);
+  EXPECT_EQ(program.RawLog(), "korvo-web: 70 descriptors are too few to serve anybody\n");
 }
 
 TEST(Server, QueueThatIsFull_Is503AtOnce) {

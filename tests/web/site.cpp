@@ -51,7 +51,9 @@ Answer ReadAnswer(const std::string &bytes) {
   return answer;
 }
 
-Site::Site(int daemon_port, int admin_port, const std::string &lines) : port_(ReservePort()) {
+Site::Site(int daemon_port, int admin_port, const std::string &lines,
+           const std::function<void()> &prepare)
+    : port_(ReservePort()) {
   std::filesystem::copy(KORVO_PAGES, folder_.Path() + "/web",
                         std::filesystem::copy_options::recursive);
   const std::string web = folder_.Path() + "/web";
@@ -62,7 +64,8 @@ Site::Site(int daemon_port, int admin_port, const std::string &lines) : port_(Re
                             "\nstatic-directory " + web + "/static\nfront-page " + web +
                             "/front.html\ntexts " + web + "/texts.en\nlog " + folder_.Path() +
                             "/log\ngroup grp1 results document Library\n" + lines);
-  program_ = std::make_unique<Process>(std::vector<std::string>{KORVO_WEB, conf}, folder_.Path());
+  program_ =
+      std::make_unique<Process>(std::vector<std::string>{KORVO_WEB, conf}, folder_.Path(), prepare);
   EXPECT_TRUE(Eventually([this] { return Listens(port_); })) << program_->RawLog();
 }
 

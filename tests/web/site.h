@@ -2,6 +2,7 @@
 #ifndef TESTS_WEB_SITE_H
 #define TESTS_WEB_SITE_H
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,7 +24,9 @@ Answer ReadAnswer(const std::string &bytes);
 class Site {
  public:
   // lines go to its configuration, behind those that lead it to its files.
-  Site(int daemon_port, int admin_port, const std::string &lines = "");
+  // prepare as for Process.
+  Site(int daemon_port, int admin_port, const std::string &lines = "",
+       const std::function<void()> &prepare = {});
   ~Site();
 
   int Port() const { return port_; }
