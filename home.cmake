@@ -40,6 +40,7 @@ function(install_home_in_documents)
   endif()
   install(CODE "
     file(GLOB_RECURSE documents \"\$ENV{DESTDIR}${KORVO_HOME}/share/*\")
+    list(FILTER documents EXCLUDE REGEX \"\\\\.mo$\")
     foreach(document \${documents})
       file(READ \${document} text)
       string(REPLACE ${KORVO_USUAL_HOME} ${KORVO_HOME} text \"\${text}\")

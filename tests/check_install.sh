@@ -42,6 +42,17 @@ has_all() { # has_all FOLDER: documents, manual pages, examples and the two fold
   done
 }
 
+has_web() { # has_web FOLDER BUILD: the pages of korvo-web, and the macros as they were made
+  local folder=$1/share/korvo/web made=$2/share/korvo/web file
+  [ -e "$2/bin/korvo-web" ] || return 0
+  while read -r file; do
+    [ -s "$folder/$file" ] || fault "share/korvo/web/$file is missing"
+  done < <(cd "$sources/share/korvo/web" && find . -type f)
+  for file in "$made"/*.mo; do
+    cmp "$file" "$folder/$(basename "$file")" >&2 || fault "share/korvo/web/$(basename "$file") is not what was made"
+  done
+}
+
 links_lead() { # links_lead FOLDER: those of the documents, to files
   local document link
   while read -r document; do
@@ -59,6 +70,7 @@ echo 'packed, by somebody whose files nobody else may read'
 closed=$(find "$scratch/pack/usr/local/korvo" ! -perm -o=r -o -type d ! -perm -o=x)
 [ -z "$closed" ] || fault "others may not read $closed"
 has_all "$scratch/pack/usr/local/korvo"
+has_web "$scratch/pack/usr/local/korvo" "$build"
 links_lead "$scratch/pack/usr/local/korvo/share/doc/korvo"
 
 echo 'elsewhere, where the programs would not look'
@@ -74,6 +86,7 @@ run cmake -S "$sources" -B "$scratch/build" -G Ninja -DKORVO_HOME="$home" -DKORV
 run cmake --build "$scratch/build" -j2
 run cmake --install "$scratch/build"
 has_all "$home"
+has_web "$home" "$scratch/build"
 grep -rlF /usr/local/korvo "$home" >"$log" && fault "the usual folder is named in $(cat "$log")"
 cp "$home/share/doc/korvo/examples/korvo.conf" "$home/etc"
 "$home/bin/korvo-commmgr" nobody >/dev/null 2>"$log"
