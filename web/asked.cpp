@@ -85,7 +85,7 @@ void TakePath(std::string_view path, Asked *asked) {
   if (asked->route != Route::kDocument) return;
   const std::string_view rest = path.substr(5);
   const std::size_t stroke = rest.find('/');
-  asked->group = Html_Clean(Html_UrlDecode(rest.substr(0, stroke), false));
+  asked->keeper = asked->group = Html_Clean(Html_UrlDecode(rest.substr(0, stroke), false));
   if (stroke != std::string_view::npos) asked->number = ToNumber(rest.substr(stroke + 1), -1);
 }
 
@@ -117,7 +117,7 @@ bool Asked_Line(const Asked &asked, const WebGroup &group, const WebConf &conf,
   const std::int32_t last = kAskedMostHits / conf.page_hits;  // page
   line->clear();
   AddField(line, "COMMAND", search ? "QUERY" : "GETDOC");
-  AddField(line, "SEARCHGROUP", group.id);
+  AddField(line, "SEARCHGROUP", search ? group.id : asked.keeper);
   AddField(line, "MACROFILE", search ? group.results : group.document);
   AddField(line, "SCRIPT", "html place all snippet");
   if (search) {

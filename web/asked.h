@@ -19,8 +19,9 @@ inline constexpr std::size_t kRoutes = 8;
 
 struct Asked {
   Route route = Route::kNone;
-  std::string text;  // what a person has typed
-  std::string group;
+  std::string text;    // what a person has typed
+  std::string group;   // that is searched
+  std::string keeper;  // of a document: the id of its Document Manager
   std::int32_t page = 1;
   std::string sort;                                         // empty: by relevance
   std::vector<std::pair<std::string, std::string>> fields;  // of the form, none of them empty

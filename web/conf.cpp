@@ -128,6 +128,10 @@ bool IsId(std::string_view text) {
          });
 }
 
+std::string HasGroup(const std::string &id) {
+  return "the documents of " + id + " have their group already";
+}
+
 std::string AddGroup(std::string_view value, WebConf *conf) {
   WebGroup group;
   group.id = Lines_Word(&value);
@@ -137,6 +141,7 @@ std::string AddGroup(std::string_view value, WebConf *conf) {
   if (!IsId(group.id) || !IsId(group.results) || !IsId(group.document) || group.title.empty())
     return "group takes an id, the macro of its hits, the macro of its documents and a title";
   if (Conf_Group(*conf, group.id) != nullptr) return "group " + group.id + " stands here twice";
+  if (Conf_GroupOfDocuments(*conf, group.id) != nullptr) return HasGroup(group.id);
   conf->groups.push_back(group);
   return {};
 }
@@ -154,9 +159,21 @@ std::string AddSort(std::string_view value, WebConf *conf) {
   return "sort names the group " + id + ", which no line above it does";
 }
 
+std::string AddDocuments(std::string_view value, WebConf *conf) {
+  const std::string id(Lines_Word(&value)), group(value);
+  if (!IsId(id) || !IsId(group))
+    return "documents takes the id of a Document Manager and the group whose macro shows its documents";
+  if (Conf_Group(*conf, group) == nullptr)
+    return "documents names the group " + group + ", which no line above it does";
+  if (Conf_GroupOfDocuments(*conf, id) != nullptr) return HasGroup(id);
+  conf->documents.push_back({id, group});
+  return {};
+}
+
 std::string Take(std::string_view name, std::string_view value, WebConf *conf) {
   if (name == "group") return AddGroup(value, conf);
   if (name == "sort") return AddSort(value, conf);
+  if (name == "documents") return AddDocuments(value, conf);
   for (const Row &row : kRows)
     if (name == row.name) return Set(row, value, conf);
   return "no setting has the name '" + std::string(name) + "'";
@@ -215,6 +232,12 @@ const WebGroup *Conf_Group(const WebConf &conf, std::string_view id) {
   return nullptr;
 }
 
+const WebGroup *Conf_GroupOfDocuments(const WebConf &conf, std::string_view id) {
+  for (const WebDocuments &documents : conf.documents)
+    if (documents.id == id) return Conf_Group(conf, documents.group);
+  return Conf_Group(conf, id);
+}
+
 std::string Conf_Help() {
   std::string help;
   for (const Row &row : kRows) {
@@ -231,5 +254,6 @@ std::string Conf_Help() {
       .append(kGroup)
       .append(
           "\n      id, macro of its hits, macro of its documents, title; a line each\n"
-          "  sort ID FIELD TITLE\n      an order that a group offers besides relevance; -FIELD descends\n");
+          "  sort ID FIELD TITLE\n      an order that a group offers besides relevance; -FIELD descends\n"
+          "  documents ID GROUP\n      a Document Manager that holds documents of the group too\n");
 }

@@ -23,6 +23,11 @@ struct WebGroup {
   std::vector<WebSort> sorts;  // besides relevance
 };
 
+// A Document Manager that holds documents of a group's searches and is no group itself.
+struct WebDocuments {
+  std::string id, group;
+};
+
 struct WebConf {
   std::string listen_address, daemon_address;
   std::string macro_directory, static_directory, front_page, texts, log, log_queries, public_url;
@@ -33,6 +38,7 @@ struct WebConf {
   std::int32_t clients, client_connections, client_rate, client_burst;
   std::int32_t sender_time, reader_time;  // seconds
   std::vector<WebGroup> groups;
+  std::vector<WebDocuments> documents;
 };
 
 // The defaults.
@@ -44,6 +50,9 @@ bool Conf_Read(const std::string &path, WebConf *conf, std::string *wrong);
 
 // The group of that id, or null.
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id);
+
+// The group that the documents of that Document Manager belong to, or null.
+const WebGroup *Conf_GroupOfDocuments(const WebConf &conf, std::string_view id);
 
 // A line a name: its default, its limits and what it is for.
 std::string Conf_Help();

@@ -201,10 +201,11 @@ bool Search(Visit *visit) {
   return Ask(visit, *group);
 }
 
-// The Document Managers of other groups hold documents too, but only groups of the file are asked.
+// Other Document Managers hold documents too, but only those of the file are asked.
 bool Document(Visit *visit) {
-  const WebGroup *group = Conf_Group(visit->server->conf, visit->asked.group);
+  const WebGroup *group = Conf_GroupOfDocuments(visit->server->conf, visit->asked.keeper);
   if (group == nullptr) return GiveFront(visit, Trouble::kNoGroup);
+  visit->asked.group = group->id;  // where its links search
   if (visit->asked.number < 0) return GiveFront(visit, Trouble::kNoDocument);
   return Ask(visit, *group);
 }

@@ -48,7 +48,8 @@ TEST(Conf, Lines_AreTaken) {
   WebConf conf;
   ASSERT_EQ(Wrong("# comment\n\n  listen-port\t 81 \r\nmacro-directory /m\nlog-queries no\n"
                   "public-url https://search.example\n"
-                  "group a results document All of it\nsort a -Date Newest first\ngroup b r d B\n",
+                  "group a results document All of it\nsort a -Date Newest first\ngroup b r d B\n"
+                  "documents e1 b\n",
                   &conf),
             "");
   EXPECT_EQ(conf.listen_port, 81);
@@ -62,6 +63,10 @@ TEST(Conf, Lines_AreTaken) {
   EXPECT_EQ(conf.groups[1].results, "/m/r");
   EXPECT_EQ(Conf_Group(conf, "b")->document, "/m/d");
   EXPECT_EQ(Conf_Group(conf, "c"), nullptr);
+  EXPECT_EQ(Conf_Group(conf, "e1"), nullptr);
+  EXPECT_EQ(Conf_GroupOfDocuments(conf, "e1"), &conf.groups[1]);
+  EXPECT_EQ(Conf_GroupOfDocuments(conf, "a"), &conf.groups[0]);
+  EXPECT_EQ(Conf_GroupOfDocuments(conf, "e2"), nullptr);
 }
 
 TEST(Conf, WrongLines_AreNamed) {
@@ -83,6 +88,18 @@ TEST(Conf, WrongLines_AreNamed) {
       {"group a ../b c T",
        ":1: group takes an id, the macro of its hits, the macro of its documents and a title"},
       {"group a b c T\ngroup a b c T", ":2: group a stands here twice"},
+      {"documents e1 a", ":1: documents names the group a, which no line above it does"},
+      {"documents e1",
+       ":1: documents takes the id of a Document Manager and the group whose macro shows its documents"},
+      {"group a b c T\ndocuments e/1 a",
+       ":2: documents takes the id of a Document Manager and the group whose macro shows its documents"},
+      {"group a b c T\ndocuments e1 a x",
+       ":2: documents takes the id of a Document Manager and the group whose macro shows its documents"},
+      {"group a b c T\ndocuments a a", ":2: the documents of a have their group already"},
+      {"group a b c T\ndocuments e1 a\ndocuments e1 a",
+       ":3: the documents of e1 have their group already"},
+      {"group a b c T\ndocuments e1 a\ngroup e1 b c T",
+       ":3: the documents of e1 have their group already"},
       {"sort a Date Newest", ":1: sort names the group a, which no line above it does"},
       {"sort a",
        ":1: sort takes the id of a group, a field with '-' before it for descending order, and a title"}};
@@ -127,7 +144,8 @@ TEST(Conf, Manual_HasEverySetting) {
   std::istringstream help(Conf_Help());
   int settings = 0;
   for (std::string line; std::getline(help, line);) {
-    if (line.starts_with("      ") || line.starts_with("  group ") || line.starts_with("  sort "))
+    if (line.starts_with("      ") || line.starts_with("  group ") || line.starts_with("  sort ") ||
+        line.starts_with("  documents "))
       continue;
     std::istringstream words(line);
     std::string name, value, least, to, most;

@@ -141,6 +141,8 @@ TEST(Main, Help_ListsEveryName) {
       "      id, macro of its hits, macro of its documents, title; a line each\n"
       "  sort ID FIELD TITLE\n"
       "      an order that a group offers besides relevance; -FIELD descends\n"
+      "  documents ID GROUP\n"
+      "      a Document Manager that holds documents of the group too\n"
       "\n"
       "Without FILE it is /usr/local/korvo/etc/korvo-web.conf.\n");
 }

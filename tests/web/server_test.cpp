@@ -89,6 +89,22 @@ TEST(Server, Document_AsksTheDaemon) {
   EXPECT_EQ(ReadAnswer(browser.ReadAll()).body, "<p>document");
 }
 
+TEST(Server, DocumentOfAnEngine_IsShownAsThoseOfItsGroup) {
+  Web web("documents e1 grp1\n");
+  const Socket browser = web.site.Begin("/doc/e1/17?type=pack");
+  std::string line;
+  Socket connection = web.Accept(&line);
+  EXPECT_EQ(line, "\t@COMMAND=GETDOC\t@SEARCHGROUP=e1\t@MACROFILE=" + web.site.Files().Path() +
+                      "/web/document\t@SCRIPT=html place all snippet\t@RECTYPE=pack\t@DOCNUM=17\n");
+  connection.Send("<!--korvo:groups--><!--korvo:links-->libc6</dd>");
+  connection.Close();
+  EXPECT_EQ(ReadAnswer(browser.ReadAll()).body,
+            "<input type=\"hidden\" name=\"group\" value=\"grp1\">"
+            "<a href=\"/search?q=libc6&amp;group=grp1\">libc6</a></dd>");
+  EXPECT_EQ(web.site.Get("/search?q=a&group=e1").status, 404);
+  EXPECT_FALSE(web.daemon.Called());
+}
+
 TEST(Server, Bytes_AreGivenAsTheyCome) {
   Web web;
   const Socket browser = web.site.Begin("/search?q=a");

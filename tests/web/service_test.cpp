@@ -8,6 +8,11 @@
 
 namespace {
 
+void CopyMacros(const Site &site) {
+  for (const char *macro : {"/results.mo", "/document.mo"})
+    std::filesystem::copy(std::string(KORVO_OBJECTS) + macro, site.Files().Path() + "/web" + macro);
+}
+
 // Three engines under one Search Manager, and the pages that are shipped.
 class Service : public testing::Test {
  protected:
@@ -37,9 +42,7 @@ class Service : public testing::Test {
     tree_.Start('D', "grp1");
     for (const char *id : {"e1", "e2"}) tree_.Start('E', id);
     site_ = std::make_unique<Site>(tree_.Port('C', "web1"), tree_.AdminPort('C', "web1"));
-    for (const char *macro : {"/results.mo", "/document.mo"})
-      std::filesystem::copy(std::string(KORVO_OBJECTS) + macro,
-                            site_->Files().Path() + "/web" + macro);
+    CopyMacros(*site_);
   }
 
   Folder data_;
@@ -65,6 +68,37 @@ TEST_F(Service, PageOfHits_AndADocumentOfIt) {
   EXPECT_TRUE(document.Has("<h1>e2-printer</h1>")) << document.body;
   EXPECT_TRUE(document.Has("</html>")) << document.body;
   EXPECT_EQ(site_->Get("/doc/grp1/99?type=e2").status, 404);
+}
+
+// Each engine has a Document Manager of its own.
+TEST(ServiceOfEngines, DocumentIsOpenedFromItsHit) {
+  const Folder data;
+  Tree tree;
+  const std::string schema =
+      data.Write("schema", "@language english\nPackage text\nDescription text body\n");
+  tree.Line('C', "web1", "-");
+  tree.Line('S', "grp1", "web1");
+  tree.Database("grp1", "-", "-");
+  tree.Line('E', "e1", "grp1");
+  tree.Line('D', "e1", "web1");
+  const std::string path = data.Path() + "/e1";
+  const Finished indexer = RunIndexer(
+      {"--schema", schema, path, data.Write("e1.txt", "Package: one\nDescription: printers\n")});
+  EXPECT_EQ(indexer.status, 0) << indexer.errors;
+  tree.Database("e1", path, path);
+  for (const auto &[type, id] : {std::pair('C', "web1"), {'S', "grp1"}, {'D', "e1"}, {'E', "e1"}})
+    tree.Start(type, id);
+  const Site site(tree.Port('C', "web1"), tree.AdminPort('C', "web1"), "documents e1 grp1\n");
+  CopyMacros(site);
+  Answer page;
+  const std::string link = "/doc/e1/1?type=e1";
+  EXPECT_TRUE(Eventually([&] {
+    page = site.Get("/search?q=printer");
+    return page.Has("<a href=\"" + link + "\">one</a>");
+  })) << page.body;
+  const Answer document = site.Get(link);
+  EXPECT_EQ(document.status, 200);
+  EXPECT_TRUE(document.Has("<h1>one</h1>")) << document.body;
 }
 
 TEST_F(Service, EngineThatIsGone_IsANotice) {
