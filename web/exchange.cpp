@@ -29,17 +29,16 @@ void Begin(Exchange *exchange) {
   if (exchange->stage == Stage::kAsking && !exchange->out.empty()) exchange->stage = Stage::kGiving;
 }
 
+// Once a step: a daemon that always has more would never give the thread back.
 void Receive(Exchange *exchange) {
   static char buffer[kReadSize];  // of the one thread
-  while (exchange->out.size() < kAhead) {
-    const ssize_t got = recv(exchange->fd, buffer, sizeof buffer, 0);
-    if (got < 0 && IsForLater(errno)) return;
-    if (got < 0) return Exchange_End(exchange, exchange->heard ? Trouble::kBroken : Trouble::kGone);
-    if (got == 0) return Exchange_End(exchange, Trouble::kNone);
-    exchange->heard = true;
-    Filter_Feed(&exchange->filter, {buffer, static_cast<std::size_t>(got)}, &exchange->out);
-    Begin(exchange);
-  }
+  const ssize_t got = recv(exchange->fd, buffer, sizeof buffer, 0);
+  if (got < 0 && IsForLater(errno)) return;
+  if (got < 0) return Exchange_End(exchange, exchange->heard ? Trouble::kBroken : Trouble::kGone);
+  if (got == 0) return Exchange_End(exchange, Trouble::kNone);
+  exchange->heard = true;
+  Filter_Feed(&exchange->filter, {buffer, static_cast<std::size_t>(got)}, &exchange->out);
+  Begin(exchange);
 }
 
 }  // namespace

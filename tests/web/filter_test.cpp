@@ -178,6 +178,19 @@ TEST(Filter, HitsThatAreMissing_AreANotice) {
             "[hit 1][notice lost-document]");
 }
 
+TEST(Filter, WhatIsNotDecided_HasABound) {
+  for (const std::string start : {"<!--korvo:", "<!--korvo:links-->", "\t@COMMAND=ERROR\t", "\t",
+                                  "<!--korvo:status-->", "<!--korvo:status-->\t", "<"}) {
+    Filter filter = Filter_Begin(true, Shown);
+    std::string out;
+    Filter_Feed(&filter, start, &out);
+    for (int i = 0; i < 100; ++i) {
+      Filter_Feed(&filter, std::string(1000, 'x'), &out);
+      EXPECT_LT(filter.pending.size(), 32768u) << start;
+    }
+  }
+}
+
 TEST(Filter, EndThatCutsThePageShort_IsANotice) {
   EXPECT_EQ(Search("a<!--korvo:status-->b", Trouble::kTooLate), "a[status]b[notice too-late]");
 }

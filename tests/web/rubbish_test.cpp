@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <thread>
 
 #include "tests/web/site.h"
@@ -113,6 +114,27 @@ TEST_F(Rubbish, DaemonThatSendsALot) {
   EXPECT_EQ(answer.body.size(), page.size());
   const std::string status = ReadFile("/proc/" + std::to_string(site_.Program().Pid()) + "/status");
   EXPECT_LT(std::stoi(status.substr(status.find("VmHWM:") + 6)), 65536) << "kilobytes";
+}
+
+TEST_F(Rubbish, DaemonThatSendsAnErrorWithoutEnd_HoldsNobodyUp) {
+  const Socket browser = site_.Begin("/search?q=a");
+  Socket connection = daemon_.Accept();
+  connection.ReadLine();
+  connection.Send("<p>\t@COMMAND=ERROR\t");
+  std::atomic<std::size_t> sent = 0;
+  const auto send_on = [&connection, &sent] {
+    const std::string some(1 << 20, 'x');
+    for (ssize_t got; (got = send(connection.Fd(), some.data(), some.size(), MSG_NOSIGNAL)) > 0;)
+      sent += static_cast<std::size_t>(got);
+  };
+  std::thread one(send_on), other(send_on);
+  EXPECT_TRUE(Eventually([&] { return sent > 1 << 24; }));
+  const std::size_t before = sent;
+  EXPECT_EQ(site_.Get("/").status, 200);
+  EXPECT_LT(sent - before, 256u << 20) << "bytes before somebody else was served";
+  shutdown(connection.Fd(), SHUT_RDWR);
+  one.join();
+  other.join();
 }
 
 TEST_F(Rubbish, DaemonThatSendsAByteAtATime) {
