@@ -106,14 +106,14 @@ sockaddr_in AddressFrom(const std::string &address, std::int32_t port) {
 bool Listen(Server *server) {
   const WebConf &conf = server->conf;
   const sockaddr_in own = AddressFrom(conf.listen_address, conf.listen_port);
-  server->http = MHD_start_daemon(
-      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, TakeRequest, server,
-      MHD_OPTION_SOCK_ADDR, &own, MHD_OPTION_LISTENING_ADDRESS_REUSE, 1U,
-      MHD_OPTION_LISTEN_BACKLOG_SIZE, kBacklog, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemory,
-      MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(conf.clients),
-      MHD_OPTION_PER_IP_CONNECTION_LIMIT, static_cast<unsigned>(conf.client_connections),
-      MHD_OPTION_URI_LOG_CALLBACK, TakeTarget, server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest,
-      server, MHD_OPTION_NOTIFY_CONNECTION, TakeConnection, server, MHD_OPTION_END);
+  server->http =
+      MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, TakeRequest,
+                       server, MHD_OPTION_SOCK_ADDR, &own, MHD_OPTION_LISTEN_BACKLOG_SIZE, kBacklog,
+                       MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemory, MHD_OPTION_CONNECTION_LIMIT,
+                       static_cast<unsigned>(conf.clients), MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+                       static_cast<unsigned>(conf.client_connections), MHD_OPTION_URI_LOG_CALLBACK,
+                       TakeTarget, server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest, server,
+                       MHD_OPTION_NOTIFY_CONNECTION, TakeConnection, server, MHD_OPTION_END);
   return server->http != nullptr;
 }
 

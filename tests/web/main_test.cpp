@@ -1,7 +1,8 @@
 // The command line of korvo-web.
 #include <gtest/gtest.h>
+#include <signal.h>
 
-#include "tests/system/harness.h"
+#include "tests/web/site.h"
 
 namespace {
 
@@ -66,6 +67,29 @@ TEST(Main, PortThatIsTaken_Is69) {
   EXPECT_EQ(outcome.status, 69);
   EXPECT_EQ(outcome.errors,
             "korvo-web: cannot listen on 127.0.0.1 port " + port + ": Address already in use\n");
+}
+
+TEST(Main, SecondOneOnAPort_Is69) {
+  const Site site(9, 9);
+  const Folder folder;
+  const std::string port = std::to_string(site.Port());
+  const std::string conf = folder.Write("web.conf", kTexts + "listen-port " + port + "\n");
+  Process second({KORVO_WEB, conf}, folder.Path());
+  ASSERT_TRUE(Eventually([&] { return second.Ended(); }, 5000));
+  EXPECT_EQ(ExitStatus(second.Wait()), 69);
+  EXPECT_EQ(second.RawLog(),
+            "korvo-web: cannot listen on 127.0.0.1 port " + port + ": Address already in use\n");
+}
+
+// Connections that it has closed are remembered by the system for a minute.
+TEST(Main, PortThatWasJustServed_IsListenedOnAgain) {
+  Site site(9, 9);
+  EXPECT_EQ(site.Get("/").status, 200);
+  site.Program().Signal(SIGTERM);
+  EXPECT_EQ(ExitStatus(site.Program().Wait()), 0);
+  Process again({KORVO_WEB, site.Files().Path() + "/korvo-web.conf"}, site.Files().Path());
+  EXPECT_TRUE(Eventually([&] { return again.Ended() || site.Listens(); }));
+  EXPECT_EQ(site.Get("/").status, 200);
 }
 
 TEST(Main, LogThatCannotBeOpened_Is73) {

@@ -8,15 +8,6 @@
 
 namespace {
 
-bool Listens(int port) {
-  const Socket probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in to = {};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(static_cast<std::uint16_t>(port));
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return connect(probe.Fd(), reinterpret_cast<const sockaddr *>(&to), sizeof to) == 0;
-}
-
 // The chunks, joined; *whole: the last one is there.
 std::string Joined(const std::string &bytes, bool *whole) {
   std::string body;
@@ -66,12 +57,21 @@ Site::Site(int daemon_port, int admin_port, const std::string &lines,
                             "/log\ngroup grp1 results document Library\n" + lines);
   program_ =
       std::make_unique<Process>(std::vector<std::string>{KORVO_WEB, conf}, folder_.Path(), prepare);
-  EXPECT_TRUE(Eventually([this] { return Listens(port_); })) << program_->RawLog();
+  EXPECT_TRUE(Eventually([this] { return Listens(); })) << program_->RawLog();
 }
 
 Site::~Site() {
   program_.reset();
   ReleasePort(port_);
+}
+
+bool Site::Listens() const {
+  const Socket probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in to = {};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(static_cast<std::uint16_t>(port_));
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return connect(probe.Fd(), reinterpret_cast<const sockaddr *>(&to), sizeof to) == 0;
 }
 
 Socket Site::Begin(const std::string &target, const std::string &method) const {

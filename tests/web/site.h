@@ -30,6 +30,7 @@ class Site {
   ~Site();
 
   int Port() const { return port_; }
+  bool Listens() const;
   Process &Program() { return *program_; }
   const Folder &Files() const { return folder_; }
   std::string Log() const { return ReadFile(folder_.Path() + "/log"); }
