@@ -81,7 +81,7 @@ Item ErrorAt(const Filter &filter, std::string_view text) {
   return {Kind::kError, kErrorMark.size() + size, nullptr, {}, trouble, size == 0};
 }
 
-// A line that begins with a tab, in front of the hits: the comment, or a Search Manager's reason.
+// What begins with a tab and ends with its line: the comment, or a Search Manager's reason.
 Item RecordAt(const Filter &filter, std::string_view text) {
   const std::size_t newline = text.substr(0, kRecordSize).find('\n');
   const bool whole = newline != std::string_view::npos;
@@ -102,7 +102,9 @@ Item TabAt(const Filter &filter, std::string_view text, bool in_front) {
     if (text.size() > 1) return {Kind::kError, text.size(), nullptr, {}, Trouble::kBroken, true};
   }
   if (text.starts_with(kErrorMark)) return ErrorAt(filter, text);
-  return in_front ? RecordAt(filter, text) : Plain(1);
+  // Among the hits a text may begin with a tab, and only what is known is no part of one.
+  const bool reason = filter.facts.known && text.size() > 1 && Trouble_MayBeReason(text.substr(1));
+  return in_front || reason ? RecordAt(filter, text) : Plain(1);
 }
 
 Item ItemAt(const Filter &filter, std::size_t at) {

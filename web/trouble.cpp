@@ -1,5 +1,8 @@
 #include "web/trouble.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 constexpr TroubleInfo kInfos[kTroubles] = {
@@ -24,6 +27,19 @@ constexpr Line kLines[] = {
     {"Unable to locate Document Server.", Trouble::kNoDocument, true},
 };
 
+struct Reason {
+  std::string_view text;
+  Trouble trouble;
+};
+
+constexpr Reason kReasons[] = {
+    {"Unable to parse query", Trouble::kQuery},
+    {"Unable to sort", Trouble::kQuery},
+    {"The search took too long", Trouble::kTooLate},
+    {"Unable to read the database", Trouble::kFailed},
+    {"Unable to figure out this command", Trouble::kFailed},
+};
+
 }  // namespace
 
 const TroubleInfo &Trouble_Info(Trouble trouble) { return kInfos[static_cast<int>(trouble)]; }
@@ -39,7 +55,13 @@ Trouble Trouble_OfLine(std::string_view text, std::size_t *size) {
 }
 
 Trouble Trouble_OfReason(std::string_view text) {
-  if (text.starts_with("Unable to parse query") || text.starts_with("Unable to sort"))
-    return Trouble::kQuery;
-  return text.starts_with("The search took too long") ? Trouble::kTooLate : Trouble::kFailed;
+  for (const Reason &reason : kReasons)
+    if (text.starts_with(reason.text)) return reason.trouble;
+  return Trouble::kFailed;
+}
+
+bool Trouble_MayBeReason(std::string_view text) {
+  return std::any_of(std::begin(kReasons), std::end(kReasons), [text](const Reason &reason) {
+    return text.starts_with(reason.text) || reason.text.starts_with(text);
+  });
 }

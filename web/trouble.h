@@ -43,4 +43,7 @@ Trouble Trouble_OfLine(std::string_view text, std::size_t *size);
 // The reason of a Search Manager.
 Trouble Trouble_OfReason(std::string_view text);
 
+// The text begins with a reason that is known, or is the beginning of one.
+bool Trouble_MayBeReason(std::string_view text);
+
 #endif

@@ -137,6 +137,25 @@ TEST(Filter, ReasonOfTheSearchManager_IsANotice) {
   EXPECT_EQ(Search("head\tUnable to read the data"), "head[notice failed]");
 }
 
+TEST(Filter, ReasonBehindTheStatus_IsTakenOut) {
+  const std::string front = "<ol>" + StatusOf(9, 3) + "<li>one</li>";
+  for (const std::string &hits : {front, front + "\n"}) {
+    const std::string shown = "<ol>" + hits.substr(hits.find("<li>"));
+    EXPECT_EQ(Search(hits + "\tThe search took too long\n</ol>"), shown + "</ol>[notice too-late]");
+    EXPECT_EQ(Search(hits + "\tThe search took too long"), shown + "[notice too-late]");
+    EXPECT_EQ(Search(hits + "\tUnable to read the database\n</ol>"),
+              shown + "</ol>[notice failed]");
+    EXPECT_EQ(Search(hits + "\tUnable to sort: no field\n</ol>"), shown + "</ol>[notice query]");
+  }
+  EXPECT_EQ(Search(front + "\tsecret of the service\n</ol>"),
+            "<ol><li>one</li>\tsecret of the service\n</ol>");
+  EXPECT_EQ(Search(front + "\n\tsecret of the service\n</ol>"),
+            "<ol><li>one</li>\n\tsecret of the service\n</ol>");
+  EXPECT_EQ(Search(front + "\tThe searched\tThe"), "<ol><li>one</li>\tThe searched[notice failed]");
+  EXPECT_EQ(Search(front + "\n\t<li>two</li>\n</ol>"), "<ol><li>one</li>\n\t<li>two</li>\n</ol>");
+  EXPECT_EQ(Document("a\n\tThe search took too long\n"), "a\n\tThe search took too long\n");
+}
+
 TEST(Filter, ErrorLines_AreTakenOutWhereverTheyStand) {
   EXPECT_EQ(Search("a" + StatusOf(1, 1) + "<li>\t@COMMAND=ERROR\tUnable to retreive document.tail"),
             "a<li>tail[notice lost-document]");
