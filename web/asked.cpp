@@ -5,6 +5,7 @@
 
 #include "protocol/cmd_hdr.h"
 #include "web/html.h"
+#include "web/status.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ void TakeParameter(std::string_view name, const std::string &value, Asked *asked
   } else if (name == "group") {
     asked->group = Html_Clean(value);
   } else if (name == "page") {
-    asked->page = std::clamp(ToNumber(value, 1), 1, kAskedMostHits);
+    asked->page = std::clamp(ToNumber(value, 1), 1, kStatusMostHits);
   } else if (name == "sort") {
     asked->sort = IsName(value) ? value : "";
   } else if (name == "type") {
@@ -114,7 +115,7 @@ bool Asked_HasQuery(const Asked &asked) { return !asked.text.empty() || !asked.f
 bool Asked_Line(const Asked &asked, const WebGroup &group, const WebConf &conf,
                 std::int32_t deadline, std::string *line) {
   const bool search = asked.route == Route::kSearch;
-  const std::int32_t last = kAskedMostHits / conf.page_hits;  // page
+  const std::int32_t last = kStatusMostHits / conf.page_hits;  // page
   line->clear();
   AddField(line, "COMMAND", search ? "QUERY" : "GETDOC");
   AddField(line, "SEARCHGROUP", search ? group.id : asked.keeper);

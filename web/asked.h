@@ -10,8 +10,7 @@
 
 #include "web/conf.h"
 
-inline constexpr std::size_t kAskedLine = 4095;        // of the daemon, without its newline
-inline constexpr std::int32_t kAskedMostHits = 10000;  // a Search Manager gives no hit behind it
+inline constexpr std::size_t kAskedLine = 4095;  // of the daemon, without its newline
 
 enum class Route { kNone, kFront, kSearch, kDocument, kOpenSearch, kMetrics, kHealth, kStatic };
 

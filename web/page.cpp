@@ -36,7 +36,10 @@ std::string Status(const PageView &view, const PageFacts &facts) {
   const Texts &texts = *view.texts;
   const PageStatus &status = facts.status;
   if (!facts.known) return {};
-  if (status.matches == 0 || status.shown == 0)
+  if (status.matches > 0 && status.shown == 0)
+    return Html_Escape(
+        Texts_Fill(texts[TextName::kBehind], {{"matches", Texts_Count(texts, status.matches)}}));
+  if (status.matches == 0)
     return Html_Escape(Texts_Fill(texts[TextName::kNothing],
                                   {{"query", Words(*view.asked)}, {"group", GroupTitle(view)}})) +
            " " + Html_Escape(texts[TextName::kTry]);
@@ -49,9 +52,10 @@ std::string Status(const PageView &view, const PageFacts &facts) {
 
 std::string Pager(const PageView &view, const PageFacts &facts) {
   const int hits = view.conf->page_hits;
-  if (!facts.known || facts.status.matches <= hits) return {};
-  const int last = std::min((facts.status.matches - 1) / hits + 1, kAskedMostHits / hits);
-  const int page = std::clamp((facts.status.first - 1) / hits + 1, 1, last);
+  const bool behind = facts.status.shown == 0;  // the last page
+  if (!facts.known || facts.status.matches <= (behind ? 0 : hits)) return {};
+  const int last = std::min((facts.status.matches - 1) / hits + 1, kStatusMostHits / hits);
+  const int page = behind ? last + 1 : std::clamp((facts.status.first - 1) / hits + 1, 1, last);
   const auto link = [&](int to, const char *attributes, const std::string &text) {
     return Link(Asked_Link(*view.asked, to, view.asked->sort), attributes, text);
   };
@@ -106,6 +110,8 @@ bool IsLoss(Trouble trouble) {
     case Trouble::kLostDocument:
     case Trouble::kMissingHits:
     case Trouble::kBroken:
+    case Trouble::kFailed:
+    case Trouble::kGone:
     case Trouble::kTooLate: return true;
     default: return false;
   }
@@ -113,11 +119,11 @@ bool IsLoss(Trouble trouble) {
 
 std::string Notice(const PageView &view, const PageFacts &facts) {
   if (facts.unsaid.empty()) return {};
-  bool loss = false;
+  bool loss = false;  // a page of its own lacks nothing
   std::string sentences;
   for (const Trouble trouble : facts.unsaid) {
     sentences += "<p>" + Html_Escape((*view.texts)[trouble]) + "</p>";
-    loss = loss || IsLoss(trouble);
+    loss = loss || (!view.front && IsLoss(trouble));
   }
   if (!loss) return "<div class=\"notice\" role=\"alert\">" + sentences + "</div>";
   return "<div class=\"notice incomplete\" role=\"alert\">" + sentences + "<p>" +
@@ -162,14 +168,16 @@ std::string Page_Fill(const PageView &view, Placeholder which, const PageFacts &
     case Placeholder::kSpelling: return Spelling(view, facts);
     case Placeholder::kNotice: return Notice(view, facts);
     case Placeholder::kLinks: return Links(view, facts.list);
-    default: return std::to_string(facts.status.first + facts.hits - 1);
+    default: return std::to_string(std::max(facts.status.first, 1) + facts.hits - 1);
   }
 }
 
 std::string Page_Front(const PageView &view, const std::string &frame, Trouble trouble) {
   std::string page;
-  Filter filter = Filter_Begin(false, [&view](Placeholder which, const PageFacts &facts) {
-    return Page_Fill(view, which, facts);
+  PageView front = view;
+  front.front = true;
+  Filter filter = Filter_Begin(false, [&front](Placeholder which, const PageFacts &facts) {
+    return Page_Fill(front, which, facts);
   });
   if (trouble != Trouble::kNone) filter.facts.troubles = filter.facts.unsaid = {trouble};
   Filter_Feed(&filter, frame, &page);

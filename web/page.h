@@ -14,6 +14,7 @@ struct PageView {
   const WebConf *conf;
   const Texts *texts;
   const Asked *asked;
+  bool front = false;  // the form, whatever went wrong
 };
 
 std::string Page_Fill(const PageView &view, Placeholder which, const PageFacts &facts);

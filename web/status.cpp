@@ -21,6 +21,14 @@ void Take(std::string_view name, std::string_view value, PageStatus *status) {
   }
 }
 
+// No Search Manager says anything else, and pages are counted with these.
+bool IsPlausible(const PageStatus &status) {
+  const bool hits = status.shown == 0 || (status.first > 0 && status.shown > 0 &&
+                                          status.shown <= kStatusMostHits - status.first + 1);
+  return status.matches >= 0 && status.first >= 0 && hits && status.searched >= 0 &&
+         status.searched <= status.shards;
+}
+
 }  // namespace
 
 bool Status_Read(std::string_view comment, PageStatus *status) {
@@ -35,5 +43,5 @@ bool Status_Read(std::string_view comment, PageStatus *status) {
     if (equals != std::string_view::npos)
       Take(pair.substr(0, equals), pair.substr(equals + 1), status);
   }
-  return status->matches >= 0 && status->first >= 0 && status->shown >= 0;
+  return IsPlausible(*status);
 }

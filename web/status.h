@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+inline constexpr std::int32_t kStatusMostHits = 10000;  // a Search Manager gives no hit behind it
+
 struct PageStatus {
   std::int32_t matches;
   bool exact;  // matches is no estimate

@@ -5,7 +5,7 @@
 namespace {
 
 constexpr const char *kNames[kTextNames] = {
-    "thousands", "about",    "exactly", "one",  "nothing",   "try",    "spelling",
+    "thousands", "about",    "exactly", "one",  "nothing",   "behind", "try",       "spelling",
     "pages",     "previous", "next",    "sort", "relevance", "groups", "incomplete"};
 
 std::string Take(std::string_view name, std::string_view value, Texts *texts) {

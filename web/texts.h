@@ -16,6 +16,7 @@ enum class TextName {
   kExactly,
   kOne,
   kNothing,
+  kBehind,
   kTry,
   kSpelling,
   kPages,
@@ -27,7 +28,7 @@ enum class TextName {
   kIncomplete,
 };
 
-inline constexpr int kTextNames = 14;
+inline constexpr int kTextNames = 15;
 
 struct Texts {
   std::array<std::string, kTextNames> texts;

@@ -46,7 +46,7 @@ constexpr FileType kTypes[] = {{".css", "text/css; charset=utf-8"},
                                {".txt", "text/plain; charset=utf-8"}};
 
 PageView ViewOf(const Visit &visit) {
-  return {&visit.server->conf, &visit.server->texts, &visit.asked};
+  return {&visit.server->conf, &visit.server->texts, &visit.asked, false};
 }
 
 double Since(const Visit &visit) { return Clock_Ms(WebClock::now() - visit.arrived); }

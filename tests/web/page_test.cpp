@@ -17,7 +17,7 @@ class Page : public testing::Test {
 
   void Ask(const std::string &target) { asked_ = Asked_Read(target); }
   std::string Fill(Placeholder which) const {
-    return Page_Fill({&conf_, &texts_, &asked_}, which, facts_);
+    return Page_Fill({&conf_, &texts_, &asked_, false}, which, facts_);
   }
 
   WebConf conf_ = Conf_Default();
@@ -47,6 +47,24 @@ TEST_F(Page, Status_OfNoHits_SaysWhatWasSearched) {
       Fill(Placeholder::kStatus),
       "Nothing was found for “&lt;b&gt; Section=x” in All &amp; more. Try fewer words, other "
       "words, or another spelling; a star behind the beginning of a word stands for any end.");
+}
+
+TEST_F(Page, PageBehindTheLast_SaysSoAndLeadsBack) {
+  facts_.status = {31, true, 0, 0, 1, 1, ""};
+  Ask("/search?q=a&group=grp1&page=9");
+  EXPECT_EQ(Fill(Placeholder::kStatus), "This page is behind the last document. Found: 31.");
+  EXPECT_EQ(Fill(Placeholder::kPager),
+            "<nav class=\"pager\" aria-label=\"Pages\"><ul>"
+            "<li><a href=\"/search?q=a&amp;group=grp1&amp;page=4\" rel=\"prev\">Previous</a></li>"
+            "<li><a href=\"/search?q=a&amp;group=grp1\">1</a></li>"
+            "<li><a href=\"/search?q=a&amp;group=grp1&amp;page=2\">2</a></li>"
+            "<li><a href=\"/search?q=a&amp;group=grp1&amp;page=3\">3</a></li>"
+            "<li><a href=\"/search?q=a&amp;group=grp1&amp;page=4\">4</a></li></ul></nav>");
+  facts_.status.matches = 1;
+  EXPECT_EQ(Fill(Placeholder::kPager),
+            "<nav class=\"pager\" aria-label=\"Pages\"><ul>"
+            "<li><a href=\"/search?q=a&amp;group=grp1\" rel=\"prev\">Previous</a></li>"
+            "<li><a href=\"/search?q=a&amp;group=grp1\">1</a></li></ul></nav>");
 }
 
 TEST_F(Page, Pager_LeadsAround) {
@@ -115,6 +133,11 @@ TEST_F(Page, Notice_SaysWhatIsMissing) {
       Fill(Placeholder::kNotice),
       "<div class=\"notice incomplete\" role=\"alert\"><p>Part of the documents could not be searched.</p>"
       "<p>This page is incomplete.</p></div>");
+  for (const Trouble trouble : {Trouble::kFailed, Trouble::kGone}) {
+    facts_.unsaid = {trouble};
+    EXPECT_NE(Fill(Placeholder::kNotice).find("<p>This page is incomplete.</p>"),
+              std::string::npos);
+  }
   facts_.unsaid = {Trouble::kQuery};
   EXPECT_EQ(
       Fill(Placeholder::kNotice),
@@ -141,11 +164,15 @@ TEST_F(Page, Links_SearchForTheNamesOfAList) {
 }
 
 TEST_F(Page, Front_CarriesANotice) {
-  const PageView view = {&conf_, &texts_, &asked_};
+  const PageView view = {&conf_, &texts_, &asked_, false};
   EXPECT_EQ(Page_Front(view, "<!--korvo:notice-->[<!--korvo:query-->]", Trouble::kNone),
             "[a&quot;b]");
   EXPECT_EQ(Page_Front(view, "<!--korvo:notice-->|", Trouble::kNoPage),
             "<div class=\"notice\" role=\"alert\"><p>There is no page of this address.</p></div>|");
+  EXPECT_EQ(
+      Page_Front(view, "<!--korvo:notice-->", Trouble::kGone),
+      "<div class=\"notice\" role=\"alert\"><p>The search service does not answer. Please try "
+      "again later.</p></div>");
   EXPECT_EQ(Page_Front(view, "|", Trouble::kNoPage),
             "|<div class=\"notice\" role=\"alert\"><p>There is no page of this address.</p></div>");
 }

@@ -37,3 +37,17 @@ TEST(Status, OtherComments_AreNone) {
   EXPECT_FALSE(Status_Read("<!--korvo matches=-1-->", &status));
   EXPECT_FALSE(Status_Read("", &status));
 }
+
+TEST(Status, NumbersThatCannotBe_AreNone) {
+  PageStatus status;
+  for (const char *numbers :
+       {"matches=9 first=2147483647 shown=10", "matches=9 first=1 shown=2147483647",
+        "matches=9 first=10001 shown=1", "matches=9 first=9990 shown=12",
+        "matches=9 first=0 shown=1", "matches=9 first=-1 shown=1",
+        "matches=9 first=1 shown=1 shards=-1/4", "matches=9 first=1 shown=1 shards=5/4"})
+    EXPECT_FALSE(Status_Read(std::string("<!--korvo ") + numbers + "-->", &status)) << numbers;
+  for (const char *numbers :
+       {"matches=0 first=0 shown=0", "matches=9 first=1 shown=0",
+        "matches=2147483647 first=9991 shown=10", "matches=9 first=10001 shown=0"})
+    EXPECT_TRUE(Status_Read(std::string("<!--korvo ") + numbers + "-->", &status)) << numbers;
+}
