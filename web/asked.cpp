@@ -1,5 +1,7 @@
 #include "web/asked.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <charconv>
 
@@ -94,13 +96,27 @@ void AddField(std::string *line, const char *name, std::string_view value) {
   line->append("\t@").append(name).append("=").append(value);
 }
 
+// A target without its scheme and host.
+std::string_view WithoutHost(std::string_view target) {
+  for (const std::string_view scheme : {"http://", "https://"}) {
+    if (target.size() < scheme.size() ||
+        strncasecmp(target.data(), scheme.data(), scheme.size()) != 0)
+      continue;
+    const std::size_t host = target.find_first_of("/?", scheme.size());
+    return target.substr(std::min(host, target.size()));
+  }
+  return target;
+}
+
 }  // namespace
 
-Asked Asked_Read(std::string_view target) {
+Asked Asked_Read(std::string_view whole) {
   Asked asked;
+  const std::string_view target = WithoutHost(whole);
   const std::size_t query = std::min(target.find('?'), target.size());
   TakeParameters(target.substr(std::min(query + 1, target.size())), &asked);
-  TakePath(target.substr(0, query), &asked);  // its group, not that of a parameter
+  const bool bare = query == 0 && !whole.empty() && whole[0] != '?';  // a host alone
+  TakePath(bare ? "/" : target.substr(0, query), &asked);  // its group, not that of a parameter
   return asked;
 }
 

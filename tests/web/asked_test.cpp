@@ -36,6 +36,17 @@ TEST(Asked, Routes) {
   for (const auto &[target, route] : targets) EXPECT_EQ(Asked_Read(target).route, route) << target;
 }
 
+// As a request to a proxy has it, and every server has to take it.
+TEST(Asked, AbsoluteTarget_IsThatOfItsPath) {
+  EXPECT_EQ(Asked_Read("http://x/search?q=zz").text, "zz");
+  EXPECT_EQ(Asked_Read("HTTPS://x:81/doc/a/1").number, 1);
+  for (const char *target : {"http://x", "http://x/", "http://x?q=a"})
+    EXPECT_EQ(Asked_Read(target).route, Route::kFront) << target;
+  EXPECT_EQ(Asked_Read("http://x?q=a").text, "a");
+  EXPECT_EQ(Asked_Read("/search?q=http://x/").text, "http://x/");
+  EXPECT_EQ(Asked_Read("ftp://x/").route, Route::kNone);
+}
+
 TEST(Asked, NamesOfRoutes) {
   const std::pair<Route, const char *> names[] = {
       {Route::kNone, "none"},      {Route::kFront, "front"},           {Route::kSearch, "search"},
