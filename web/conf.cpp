@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
+#include <set>
 
 #include "protocol/cmd_hdr.h"
 #include "web/lines.h"
@@ -35,11 +36,14 @@ const char *WrongAnswer(const std::string &value) {
 }
 
 const char *WrongUrl(const std::string &value) {
-  const bool right =
-      value == "-" || ((value.starts_with("http://") || value.starts_with("https://")) &&
-                       value.find_first_of("<>\"'& \t") == std::string::npos);
-  return right ? nullptr
-               : "takes http://HOST or https://HOST, or - for the host that a browser names";
+  constexpr const char *kHost =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-:[]";
+  for (const std::string_view scheme : {"http://", "https://"})
+    if (value.starts_with(scheme) && value.size() > scheme.size() &&
+        value.find_first_not_of(kHost, scheme.size()) == std::string::npos)
+      return nullptr;
+  if (value == "-") return nullptr;
+  return "takes http://HOST or https://HOST, or - for the host that a browser names";
 }
 
 struct Row {
@@ -218,7 +222,10 @@ WebConf Conf_Default() {
 
 bool Conf_Read(const std::string &path, WebConf *conf, std::string *wrong) {
   *conf = Conf_Default();
-  const auto take = [conf](std::string_view name, std::string_view value) {
+  std::set<std::string, std::less<>> seen;
+  const auto take = [conf, &seen](std::string_view name, std::string_view value) {
+    const bool list = name == "group" || name == "sort" || name == "documents";
+    if (!list && !seen.emplace(name).second) return std::string(name) + " stands here twice";
     return Take(name, value, conf);
   };
   if (!Lines_Read(path, take, wrong)) return false;
