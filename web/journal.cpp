@@ -42,6 +42,13 @@ std::string QueryOf(const Asked &asked) {
   return query;
 }
 
+std::string NamesOf(const std::vector<Trouble> &troubles) {
+  std::string names;
+  for (const Trouble trouble : troubles)
+    names.append(names.empty() ? "" : " ").append(Trouble_Info(trouble).name);
+  return names;
+}
+
 void Observe(Histogram *histogram, double seconds) {
   const auto *bound = std::lower_bound(kMeasureBounds.begin(), kMeasureBounds.end(), seconds);
   ++histogram->counts[static_cast<std::size_t>(bound - kMeasureBounds.begin())];
@@ -94,8 +101,7 @@ std::string Journal_Line(const VisitRecord &finished, bool queries, std::int64_t
   line += ",\"bytes\":" + std::to_string(finished.bytes);
   if (finished.first_ms >= 0) line += ",\"first_ms\":" + Decimal(finished.first_ms);
   line += ",\"ms\":" + Decimal(finished.ms);
-  if (finished.trouble != Trouble::kNone)
-    line += std::string(",\"trouble\":\"") + Trouble_Info(finished.trouble).name + "\"";
+  if (!finished.troubles.empty()) line += ",\"trouble\":\"" + NamesOf(finished.troubles) + "\"";
   if (queries && Asked_HasQuery(*finished.asked))
     line += ",\"query\":" + Quoted(QueryOf(*finished.asked));
   return line + "}\n";
@@ -112,8 +118,8 @@ void Journal_Write(const Journal &journal, const VisitRecord &finished) {
 void Measures_Add(Measures *measures, const VisitRecord &finished) {
   const Route route = finished.asked->route;
   ++measures->requests[static_cast<std::size_t>(route)];
-  if (finished.trouble != Trouble::kNone)
-    ++measures->troubles[static_cast<std::size_t>(finished.trouble)];
+  for (const Trouble trouble : finished.troubles)
+    ++measures->troubles[static_cast<std::size_t>(trouble)];
   if ((route != Route::kSearch && route != Route::kDocument) || finished.first_ms < 0) return;
   Observe(&measures->first, finished.first_ms / 1000);
   Observe(&measures->last, finished.ms / 1000);

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "web/asked.h"
 #include "web/clock.h"
@@ -16,7 +17,7 @@ struct VisitRecord {
   const Asked *asked;
   std::string address;
   int status;  // 0: the browser left before there was one
-  Trouble trouble;
+  std::vector<Trouble> troubles;
   const PageFacts *facts;
   std::uint64_t bytes;  // of the page
   double first_ms, ms;  // to its first byte, below 0 without one; in all

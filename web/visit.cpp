@@ -127,6 +127,16 @@ const char *TypeOf(std::string_view name) {
   return "application/octet-stream";
 }
 
+// Gives the library the next bytes of a file.
+ssize_t ReadStatic(void *cls, std::uint64_t at, char *buffer, std::size_t size) {
+  auto *visit = static_cast<Visit *>(cls);
+  const ssize_t got = pread(visit->file, buffer, size, static_cast<off_t>(at));
+  if (got <= 0) return MHD_CONTENT_READER_END_WITH_ERROR;  // it has become shorter
+  if (visit->first_ms < 0) visit->first_ms = Since(*visit);
+  visit->bytes += static_cast<std::uint64_t>(got);
+  return got;
+}
+
 bool GiveFile(Visit *visit) {
   const std::string &name = visit->asked.file;
   if (!IsFileName(name)) return GiveFront(visit, Trouble::kNoPage);
@@ -135,10 +145,10 @@ bool GiveFile(Visit *visit) {
   struct stat info = {};
   if (file.Get() < 0 || fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
     return GiveFront(visit, Trouble::kNoPage);
-  visit->bytes = visit->head ? 0 : static_cast<std::uint64_t>(info.st_size);
-  return Give(
-      visit, 200, TypeOf(name),
-      MHD_create_response_from_fd64(static_cast<std::uint64_t>(info.st_size), file.Release()));
+  visit->file = file.Release();
+  return Give(visit, 200, TypeOf(name),
+              MHD_create_response_from_callback(static_cast<std::uint64_t>(info.st_size), kBlock,
+                                                ReadStatic, visit, nullptr));
 }
 
 void Suspend(Visit *visit) {
@@ -231,6 +241,14 @@ bool GiveMeasures(Visit *visit) {
                   Measures_Text(server.measures, server.visits.size(), server.door.waiting.size()));
 }
 
+std::vector<Trouble> TroublesOf(const Visit &visit) {
+  std::vector<Trouble> troubles = visit.exchange.filter.facts.troubles;
+  if (visit.trouble != Trouble::kNone &&
+      std::find(troubles.begin(), troubles.end(), visit.trouble) == troubles.end())
+    troubles.insert(troubles.begin(), visit.trouble);
+  return troubles;
+}
+
 bool Begin(Visit *visit) {
   visit->begun = true;
   visit->asked = Asked_Read(visit->target);
@@ -277,12 +295,10 @@ void Visit_Finish(Visit *visit) {
   Server *server = visit->server;
   Door_Leave(&server->door, &visit->exchange);
   if (visit->health >= 0) close(visit->health);
+  if (visit->file >= 0) close(visit->file);
   const PageFacts &facts = visit->exchange.filter.facts;
-  const Trouble trouble = visit->trouble != Trouble::kNone || facts.troubles.empty()
-                              ? visit->trouble
-                              : facts.troubles.front();
   const VisitRecord finished = {
-      &visit->asked, visit->browser->address, visit->status, trouble, &facts,
+      &visit->asked, visit->browser->address, visit->status, TroublesOf(*visit), &facts,
       visit->bytes,  visit->first_ms,         Since(*visit)};
   Journal_Write(server->journal, finished);
   Measures_Add(&server->measures, finished);

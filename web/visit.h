@@ -46,6 +46,7 @@ struct Visit {
   bool left = false;       // the browser has gone
   bool answering = false;  // a response has been given to the library
   int health = -1;         // a PING is on its way
+  int file = -1;           // below /static/
   WebTime arrived;
   double first_ms = -1;
   std::uint64_t bytes = 0;

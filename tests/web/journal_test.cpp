@@ -9,7 +9,7 @@ const std::string kFront =
 constexpr std::int64_t kTime = 1795303234884;
 
 VisitRecord Of(const Asked &asked, const PageFacts &facts) {
-  return {&asked, "127.0.0.1", 200, Trouble::kNone, &facts, 17, 1.5, 2.25};
+  return {&asked, "127.0.0.1", 200, {}, &facts, 17, 1.5, 2.25};
 }
 
 }  // namespace
@@ -33,7 +33,7 @@ TEST(Journal, Line_OfATroubleWithoutAByte) {
   const Asked asked = Asked_Read("/search");
   const PageFacts facts;
   VisitRecord finished = Of(asked, facts);
-  finished.trouble = Trouble::kTooLate;
+  finished.troubles = {Trouble::kTooLate};
   finished.first_ms = -1;
   EXPECT_EQ(Journal_Line(finished, true, kTime),
             kFront + ",\"bytes\":17,\"ms\":2.250,\"trouble\":\"too-late\"}\n");
@@ -45,7 +45,7 @@ TEST(Measures, AreCounted) {
   Measures measures = {};
   VisitRecord finished = Of(asked, facts);
   Measures_Add(&measures, finished);
-  finished.trouble = Trouble::kBusy;
+  finished.troubles = {Trouble::kBusy};
   finished.first_ms = finished.ms = 20000;
   Measures_Add(&measures, finished);
   const std::string text = Measures_Text(measures, 3, 2);

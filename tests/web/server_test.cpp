@@ -286,6 +286,11 @@ TEST(Server, LongSearch_Is414) {
   EXPECT_FALSE(web.daemon.Called());
 }
 
+TEST(Server, AbsoluteTarget_IsServed) {
+  Web web;
+  EXPECT_EQ(web.Told("http://search.example/search?q=a", "<p>").body, "<p>");
+}
+
 TEST(Server, OtherMethods_Are405) {
   Web web;
   for (const char *method : {"POST", "PUT", "DELETE", "OPTIONS", "TRACE", "X"}) {
@@ -390,6 +395,43 @@ TEST(Server, Metrics_CountRequests) {
     return answer.Has("\nkorvo_web_errors_total{kind=\"no-page\"} 1\n") &&
            answer.Has("\nkorvo_web_requests_total{route=\"none\"} 1\n");
   }));
+}
+
+TEST(Server, EveryTroubleOfAPage_IsLoggedAndCounted) {
+  Web web;
+  web.Told("/search?q=a", kFrame +
+                              "\t<!--korvo matches=2 first=1 shown=2 shards=1/2 ms=3-->\n<li>"
+                              "\t@COMMAND=ERROR\tUnable to retreive document.</ol>");
+  EXPECT_TRUE(Eventually([&] { return web.site.Log().ends_with("}\n"); }));
+  EXPECT_NE(web.site.Log().find(",\"trouble\":\"shards lost-document\","), std::string::npos)
+      << web.site.Log();
+  const Answer measures = web.site.Get("/metrics");
+  EXPECT_TRUE(measures.Has("\nkorvo_web_errors_total{kind=\"shards\"} 1\n"));
+  EXPECT_TRUE(measures.Has("\nkorvo_web_errors_total{kind=\"lost-document\"} 1\n"));
+  EXPECT_TRUE(measures.Has("\nkorvo_web_errors_total{kind=\"busy\"} 0\n"));
+}
+
+// A browser that leaves in the middle has not got all of it.
+TEST(Server, LogOfAFile_HasWhatWasGiven) {
+  Web web;
+  const std::size_t size = 64 << 20;
+  web.site.Files().Write("web/static/large", std::string(size, 'x'));
+  Socket browser = web.site.Begin("/static/large");
+  EXPECT_TRUE(browser.Readable(kPatienceMs));
+  browser.Close();
+  EXPECT_TRUE(Eventually([&] { return web.site.Log().ends_with("}\n"); }));
+  const std::string log = web.site.Log();
+  const std::size_t bytes = log.find("\"bytes\":");
+  ASSERT_NE(bytes, std::string::npos) << log;
+  EXPECT_LT(std::stoul(log.substr(bytes + 8)), size) << log;
+  EXPECT_NE(log.find(",\"first_ms\":"), std::string::npos) << log;
+  EXPECT_EQ(web.site.Get("/static/large").body.size(), size);
+  EXPECT_TRUE(Eventually([&] {
+    return web.site.Log().find("\"bytes\":" + std::to_string(size) + ",") != std::string::npos;
+  }));
+  const Answer head = web.site.Get("/static/large", "HEAD");
+  EXPECT_NE(head.headers.find("\r\nContent-Length: " + std::to_string(size) + "\r\n"),
+            std::string::npos);
 }
 
 TEST(Server, Log_HasALineARequest) {
