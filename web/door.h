@@ -41,6 +41,9 @@ struct Rates {
   std::unordered_map<std::string, Bucket> buckets;
 };
 
+// A web server before this one asks from this machine for all its browsers: it limits them.
+bool Rates_IsFree(const std::string &address);
+
 bool Rates_Take(Rates *rates, const std::string &address, WebTime now);
 
 #endif

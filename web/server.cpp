@@ -73,13 +73,27 @@ void EndRequest(void *, MHD_Connection *, void **context, MHD_RequestTermination
   *context = nullptr;
 }
 
-std::string AddressOf(MHD_Connection *connection) {
-  const MHD_ConnectionInfo *info =
-      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+std::string AddressText(const sockaddr *address) {
   char text[INET_ADDRSTRLEN] = "";
-  const auto *address = reinterpret_cast<const sockaddr_in *>(info->client_addr);
-  inet_ntop(AF_INET, &address->sin_addr, text, sizeof text);
+  inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in *>(address)->sin_addr, text, sizeof text);
   return text;
+}
+
+std::string AddressOf(MHD_Connection *connection) {
+  return AddressText(
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+}
+
+// Whether a browser of that address may connect.
+MHD_Result Admit(void *cls, const sockaddr *from, socklen_t) {
+  const auto *server = static_cast<const Server *>(cls);
+  const std::string address = AddressText(from);
+  const auto most = server->conf.client_connections;
+  if (most == 0 || Rates_IsFree(address)) return MHD_YES;
+  const auto open =
+      std::count_if(server->browsers.begin(), server->browsers.end(),
+                    [&address](const Browser &browser) { return browser.address == address; });
+  return open < most ? MHD_YES : MHD_NO;
 }
 
 void TakeConnection(void *cls, MHD_Connection *connection, void **context,
@@ -107,12 +121,11 @@ bool Listen(Server *server) {
   const WebConf &conf = server->conf;
   const sockaddr_in own = AddressFrom(conf.listen_address, conf.listen_port);
   server->http =
-      MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, TakeRequest,
+      MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, Admit, server, TakeRequest,
                        server, MHD_OPTION_SOCK_ADDR, &own, MHD_OPTION_LISTEN_BACKLOG_SIZE, kBacklog,
                        MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemory, MHD_OPTION_CONNECTION_LIMIT,
-                       static_cast<unsigned>(conf.clients), MHD_OPTION_PER_IP_CONNECTION_LIMIT,
-                       static_cast<unsigned>(conf.client_connections), MHD_OPTION_URI_LOG_CALLBACK,
-                       TakeTarget, server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest, server,
+                       static_cast<unsigned>(conf.clients), MHD_OPTION_URI_LOG_CALLBACK, TakeTarget,
+                       server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest, server,
                        MHD_OPTION_NOTIFY_CONNECTION, TakeConnection, server, MHD_OPTION_END);
   return server->http != nullptr;
 }

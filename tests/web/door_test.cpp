@@ -160,6 +160,16 @@ TEST(Rates, AddressThatAsksTooOften_Waits) {
   EXPECT_FALSE(Rates_Take(&rates, "a", kNow + milliseconds(500)));
 }
 
+TEST(Rates, AddressesOfThisMachine_AskAsTheyLike) {
+  Rates rates = {1, 1, {}};
+  for (int i = 0; i < 9; ++i) {
+    EXPECT_TRUE(Rates_Take(&rates, "127.0.0.1", kNow));
+    EXPECT_TRUE(Rates_Take(&rates, "127.9.9.9", kNow));
+  }
+  EXPECT_TRUE(Rates_Take(&rates, "128.0.0.1", kNow));
+  EXPECT_FALSE(Rates_Take(&rates, "128.0.0.1", kNow));
+}
+
 TEST(Rates, NoLimit_KeepsNothing) {
   Rates rates = {0, 1, {}};
   for (int i = 0; i < 9; ++i) EXPECT_TRUE(Rates_Take(&rates, "a", kNow));
