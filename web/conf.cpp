@@ -6,6 +6,7 @@
 #include <charconv>
 #include <fstream>
 #include <set>
+#include <sstream>
 
 #include "protocol/cmd_hdr.h"
 #include "web/lines.h"
@@ -196,6 +197,12 @@ bool NameMacros(WebConf *conf, std::string *wrong) {
   return true;
 }
 
+std::string FileText(const std::string &path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
 // What begins with a tab is a message of the service, until the hits begin.
 bool FramesAreRight(const WebConf &conf, std::string *wrong) {
   for (const WebGroup &group : conf.groups) {
@@ -230,7 +237,10 @@ bool Conf_Read(const std::string &path, WebConf *conf, std::string *wrong) {
   };
   if (!Lines_Read(path, take, wrong)) return false;
   if (conf->groups.empty()) (void)AddGroup(kGroup, conf);
-  return NameMacros(conf, wrong) && FramesAreRight(*conf, wrong);
+  if (!NameMacros(conf, wrong) || !FramesAreRight(*conf, wrong)) return false;
+  for (WebGroup &group : conf->groups)
+    group.numbered = FileText(group.results + ".mo").find("<!--korvo:hit-->") != std::string::npos;
+  return true;
 }
 
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id) {

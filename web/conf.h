@@ -21,6 +21,7 @@ struct WebGroup {
   std::string results, document;  // macros, as the daemon is given them
   std::string title;
   std::vector<WebSort> sorts;  // besides relevance
+  bool numbered = false;       // the macro of hits gives each its number
 };
 
 // A Document Manager that holds documents of a group's searches and is no group itself.

@@ -11,6 +11,7 @@ constexpr std::size_t kPlaceholderSize = 64;  // at most
 constexpr std::size_t kListSize = 4096;       // of what becomes links
 constexpr std::size_t kErrorSize = 128;       // of an error line that tells which one it is
 constexpr std::size_t kRecordSize = 4096;     // of a status or a reason
+constexpr std::size_t kTailSize = 10238;      // of a frame, as the daemon sends it
 constexpr std::size_t kFrameSize = 16384;     // that is held back; the daemon sends no longer one
 
 struct Name {
@@ -147,14 +148,19 @@ bool LookAhead(Filter *filter, std::size_t from) {
   return true;
 }
 
+// Something explains that the page is not whole.
+bool IsToldOf(const PageFacts &facts) {
+  return std::any_of(facts.troubles.begin(), facts.troubles.end(),
+                     [](Trouble trouble) { return trouble != Trouble::kShards; });
+}
+
 // Hits that the Search Manager has sent and the page does not show: only a macro that numbers its
 // hits lets them be counted.
 void CountHits(Filter *filter, bool in_frame) {
   const PageFacts &facts = filter->facts;
-  if (in_frame || !facts.known || facts.hits == 0 || facts.hits >= facts.status.shown) return;
-  const bool told = std::any_of(facts.troubles.begin(), facts.troubles.end(),
-                                [](Trouble trouble) { return trouble != Trouble::kShards; });
-  if (!told) Add(&filter->facts, Trouble::kMissingHits);
+  const bool numbered = filter->numbered || facts.hits > 0;
+  if (in_frame || !facts.known || !numbered || facts.hits >= facts.status.shown) return;
+  if (!IsToldOf(facts)) Add(&filter->facts, Trouble::kMissingHits);
 }
 
 void Fill(Filter *filter, Placeholder which, bool in_frame, std::string *out) {
@@ -205,11 +211,26 @@ bool Step(Filter *filter, std::size_t *at, std::string *out) {
 
 void Run(Filter *filter, std::string *out) {
   std::size_t at = 0;
+  const std::size_t begin = out->size();
   while (Step(filter, &at, out)) {
   }
+  Markup_Feed(&filter->markup, std::string_view(*out).substr(begin));
   filter->pending.erase(0, at);
   filter->in_frame = filter->in_frame && filter->hits_begin >= at;
   filter->hits_begin -= filter->in_frame ? at : filter->hits_begin;
+}
+
+void Remember(std::string *last, std::string_view bytes) {
+  last->append(bytes.substr(bytes.size() - std::min(bytes.size(), kTailSize)));
+  last->erase(0, last->size() - std::min(last->size(), kTailSize));
+}
+
+// Ends a page that has broken off as the daemon would have.
+void GiveTail(Filter *filter, const std::string &tail, std::string *out) {
+  *out += Markup_Close(filter->markup, tail);
+  filter->skipping = false;
+  filter->pending = tail;
+  Run(filter, out);
 }
 
 }  // namespace
@@ -222,6 +243,7 @@ Filter Filter_Begin(bool searching, FillFn fill) {
 }
 
 void Filter_Feed(Filter *filter, std::string_view bytes, std::string *out) {
+  if (filter->tail) Remember(&filter->last, bytes);
   filter->pending += bytes;
   Run(filter, out);
 }
@@ -234,6 +256,10 @@ void Filter_Finish(Filter *filter, std::string *out) {
 void Filter_End(Filter *filter, Trouble trouble, std::string *out) {
   if (trouble != Trouble::kNone) Add(&filter->facts, trouble);
   Filter_Finish(filter, out);
+  const std::string tail = filter->tail ? filter->tail() : "";
+  const bool whole = filter->last.ends_with(tail);
+  if (!whole && !IsToldOf(filter->facts)) Add(&filter->facts, Trouble::kBroken);
   CountHits(filter, false);
+  if (!whole) GiveTail(filter, tail, out);
   if (!filter->facts.unsaid.empty()) Fill(filter, Placeholder::kNotice, false, out);
 }

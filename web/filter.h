@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "web/markup.h"
 #include "web/status.h"
 #include "web/trouble.h"
 
@@ -42,15 +43,22 @@ struct PageFacts {
 // What stands in the place of a placeholder.  A notice tells of all that is unsaid.
 using FillFn = std::function<std::string(Placeholder which, const PageFacts &facts)>;
 
+// The frame that ends a page, as the daemon sends it now; empty where there is none.
+using TailFn = std::function<std::string()>;
+
 struct Filter {
   FillFn fill;
-  bool awaits = false;  // a status is still to come
+  TailFn tail = {};       // an answer that does not end with it has broken off
+  bool numbered = false;  // each hit has its placeholder
+  bool awaits = false;    // a status is still to come
   PageFacts facts = {};
   std::string pending = {};    // input that is not decided yet
   std::size_t hits_begin = 0;  // in pending; counts while the frame is let go
   bool in_frame = false;       // the status was taken from behind what is pending
   bool skipping = false;       // within an error line
   bool ended = false;
+  std::string last = {};  // the end of the input, as long as a frame can be
+  Markup markup = {};     // of the output
 };
 
 // searching: the answer is that of a QUERY with STATUS=1.
@@ -61,8 +69,8 @@ void Filter_Feed(Filter *filter, std::string_view bytes, std::string *out);
 // No more input comes: what was undecided is decided.
 void Filter_Finish(Filter *filter, std::string *out);
 
-// The same, and the answer is over.  trouble says what cut it short, or is kNone.  What no
-// placeholder has told of stands at the end.
+// The same, and the answer is over.  trouble says what cut it short, or is kNone.  A page that has
+// broken off is closed and gets its tail.  What no placeholder has told of stands at the end.
 void Filter_End(Filter *filter, Trouble trouble, std::string *out);
 
 #endif

@@ -76,6 +76,16 @@ bool GiveText(Visit *visit, int status, const char *type, const std::string &tex
                                               MHD_RESPMEM_MUST_COPY));
 }
 
+// The frame behind what is shown, as the daemon sends it.
+std::string TailFrame(const std::string &macro) {
+  constexpr std::size_t kTailSize = 10238;
+  std::string text(kTailSize, '\0');
+  const FdGuard file(open((macro + ".tail").c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const ssize_t got = file.Get() < 0 ? 0 : read(file.Get(), text.data(), text.size());
+  text.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  return text.substr(0, text.find('\0'));
+}
+
 std::string FrontFrame(const WebConf &conf) {
   std::ostringstream text;
   std::ifstream file(conf.front_page, std::ios::binary);
@@ -181,6 +191,16 @@ bool GivePage(Visit *visit) {
       MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlock, ReadPage, visit, nullptr));
 }
 
+Filter FilterOf(Visit *visit, const WebGroup &group) {
+  const bool search = visit->asked.route == Route::kSearch;
+  Filter filter = Filter_Begin(search, [visit](Placeholder which, const PageFacts &facts) {
+    return Page_Fill(ViewOf(*visit), which, facts);
+  });
+  filter.numbered = search && group.numbered;
+  filter.tail = [macro = search ? group.results : group.document] { return TailFrame(macro); };
+  return filter;
+}
+
 // Puts a search or a document into the queue.
 bool Ask(Visit *visit, const WebGroup &group) {
   Server *server = visit->server;
@@ -193,10 +213,7 @@ bool Ask(Visit *visit, const WebGroup &group) {
     return GiveFront(visit, Trouble::kTooMany);
   visit->exchange.line = line;
   visit->exchange.deadline = visit->arrived + std::chrono::milliseconds(limit);
-  visit->exchange.filter = Filter_Begin(visit->asked.route == Route::kSearch,
-                                        [visit](Placeholder which, const PageFacts &facts) {
-                                          return Page_Fill(ViewOf(*visit), which, facts);
-                                        });
+  visit->exchange.filter = FilterOf(visit, group);
   if (!Door_Enter(&server->door, &visit->exchange)) return GiveFront(visit, Trouble::kBusy);
   visit->queued = true;
   Suspend(visit);

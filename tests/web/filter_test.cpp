@@ -47,6 +47,24 @@ std::string Search(const std::string &input, Trouble end = Trouble::kNone) {
 }
 std::string Document(const std::string &input) { return Page(false, input); }
 
+// Of a page whose hits have numbers and whose frame behind them is that.
+std::string Tailed(const std::string &input, const std::string &tail,
+                   Trouble end = Trouble::kNone) {
+  std::string whole;
+  for (std::size_t piece = input.size() + 1; piece > 0; --piece) {
+    Filter filter = Filter_Begin(true, Shown);
+    filter.numbered = true;
+    filter.tail = [&tail] { return tail; };
+    std::string out;
+    for (std::size_t at = 0; at < input.size(); at += piece)
+      Filter_Feed(&filter, std::string_view(input).substr(at, piece), &out);
+    Filter_End(&filter, end, &out);
+    if (whole.empty()) whole = out;
+    EXPECT_EQ(whole, out) << "in pieces of " << piece;
+  }
+  return whole;
+}
+
 std::string StatusOf(int matches, int shown, const std::string &shards = "4/4") {
   return "\t<!--korvo matches=" + std::to_string(matches) +
          " first=1 shown=" + std::to_string(shown) + " shards=" + shards + " ms=12-->\n";
@@ -195,6 +213,50 @@ TEST(Filter, HitsThatAreMissing_AreANotice) {
   EXPECT_EQ(Search(StatusOf(9, 2) + hit), "[hit 1][notice missing-hits]");
   EXPECT_EQ(Search(StatusOf(9, 2) + hit + "\t@COMMAND=ERROR\tUnable to retreive document."),
             "[hit 1][notice lost-document]");
+}
+
+TEST(Filter, PageWithoutItsTail_IsBroken) {
+  const std::string hit = "<li><!--korvo:hit--></li>", front = "<ol>" + StatusOf(9, 2);
+  const std::string tail = "</ol><!--korvo:notice--></html>\n";
+  EXPECT_EQ(Tailed(front + hit + hit + tail, tail),
+            "<ol><li>[hit 1]</li><li>[hit 2]</li></ol>[notice]</html>\n");
+  EXPECT_EQ(Tailed(front + hit + hit, tail),
+            "<ol><li>[hit 1]</li><li>[hit 2]</li></ol>[notice broken]</html>\n");
+  EXPECT_EQ(Tailed(front + hit, tail), "<ol><li>[hit 1]</li></ol>[notice broken]</html>\n");
+  EXPECT_EQ(Tailed(front + tail, tail), "<ol></ol>[notice missing-hits]</html>\n");
+  EXPECT_EQ(Tailed(front, tail), "<ol></ol>[notice broken]</html>\n");
+  EXPECT_EQ(Tailed("<ol>" + StatusOf(0, 0) + tail, tail), "<ol></ol>[notice]</html>\n");
+  EXPECT_EQ(Tailed("<ol><!--korvo:status-->", tail), "<ol>[status]</ol>[notice broken]</html>\n");
+  EXPECT_EQ(Tailed("<ol>\t@COMMAND=ERROR\tsec", tail), "<ol></ol>[notice failed]</html>\n");
+  EXPECT_EQ(Tailed(front + hit + "\t@COMMAND=ERROR\tUnable to retreive document." + tail, tail),
+            "<ol><li>[hit 1]</li></ol>[notice lost-document]</html>\n");
+  EXPECT_EQ(Tailed(front + hit + hit, ""), "<ol><li>[hit 1]</li><li>[hit 2]</li>");
+}
+
+// However it is cut: the markup that is open is closed, then comes the frame.
+TEST(Filter, PageThatIsCutInItsMarkup_IsClosed) {
+  const std::string tail = "</ol>\n<!--korvo:notice-->\n</main></body></html>\n";
+  const std::string end = "</ol>\n[notice broken]\n</main></body></html>\n";
+  const std::string front = "<html><body><main><p>x<br><ol>";
+  const std::pair<const char *, const char *> cuts[] = {
+      {"<li>a", "<li>a</li>"},
+      {"<li><h2><a href=\"/doc/", "<li><h2><a href=\"/doc/\"></a></h2></li>"},
+      {"<li><h2><a href='/doc/", "<li><h2><a href='/doc/'></a></h2></li>"},
+      {"<li class=x", "<li class=x></li>"},
+      {"<li></li", "<li></li>"},
+      {"<li>a</", "<li>a</></li>"},
+      {"<LI>a > b < c &lt;", "<LI>a > b < c &lt;</li>"},
+      {"<!-- a > -", "<!-- a > --->"},
+      {"<!-", "<!->"},
+      {"<!-- a --><!x", "<!-- a --><!x>"},
+      {"<li><img src=\"a>b\"", "<li><img src=\"a>b\"></li>"},
+      {"<li>a<li>b<p>c<p>d", "<li>a<li>b<p>c<p>d</p></li>"},
+      {"<", "<"}};
+  for (const auto &[cut, closed] : cuts) {
+    EXPECT_EQ(Tailed(front + cut, tail), front + closed + end);
+    EXPECT_EQ(Tailed(front + cut, tail, Trouble::kTooLate),
+              front + closed + "</ol>\n[notice too-late]\n</main></body></html>\n");
+  }
 }
 
 TEST(Filter, WhatIsNotDecided_HasABound) {

@@ -20,7 +20,9 @@ const std::string kFrame = "<h1><!--korvo:query--></h1><!--korvo:notice--><ol>";
 
 struct Web {
   explicit Web(const std::string &lines = "", const std::function<void()> &prepare = {})
-      : site(daemon.Port(), 9, lines, prepare) {}
+      : site(daemon.Port(), 9, lines, prepare) {
+    Tails("");
+  }
 
   // What the daemon gets of a request, and the connection.
   Socket Accept(std::string *line = nullptr) const {
@@ -38,6 +40,12 @@ struct Web {
     connection.Send(bytes);
     connection.Close();
     return ReadAnswer(browser.ReadAll());
+  }
+
+  // The frames behind what the daemon sends.
+  void Tails(const std::string &bytes) const {
+    for (const char *name : {"web/results.tail", "web/document.tail"})
+      site.Files().Write(name, bytes);
   }
 
   Manager daemon;
@@ -144,6 +152,41 @@ TEST(Server, ErrorBehindTheFirstByte_IsANotice) {
       answer.body,
       "<h1>a</h1><ol><li></ol><div class=\"notice incomplete\" role=\"alert\"><p>A document could not be "
       "fetched; the documents behind it are missing here.</p><p>This page is incomplete.</p></div>");
+}
+
+TEST(Server, AnswerThatEndsTooEarly_IsANotice) {
+  Web web;
+  const std::string tail = "<!--korvo:notice--></main>\n";
+  const std::string notice =
+      "<div class=\"notice incomplete\" role=\"alert\"><p>The search service broke off its answer."
+      "</p><p>This page is incomplete.</p></div></main>\n";
+  web.Tails(tail);
+  EXPECT_EQ(web.Told("/doc/grp1/1", "<main><p>whole</p>" + tail).body,
+            "<main><p>whole</p></main>\n");
+  EXPECT_EQ(web.Told("/doc/grp1/1", "<main><p>half").body, "<main><p>half</p>" + notice);
+  EXPECT_EQ(web.Told("/doc/grp1/1", "<main>").body, "<main>" + notice);
+  EXPECT_EQ(web.Told("/search?q=a", "<main>" + kStatus + "<p>one</p><p>two</p>").body,
+            "<main><p>one</p><p>two</p>" + notice);
+  EXPECT_TRUE(Eventually([&] {
+    return web.site.Get("/metrics").Has("\nkorvo_web_errors_total{kind=\"broken\"} 3\n");
+  }));
+  // The daemon sends no more of a frame, and nothing behind a zero byte.
+  const std::string large(10238, 'x');
+  web.Tails(large + "y");
+  EXPECT_EQ(web.Told("/doc/grp1/1", "<p>" + large).body, "<p>" + large);
+  web.Tails("end" + std::string(1, '\0') + "y");
+  EXPECT_EQ(web.Told("/doc/grp1/1", "<p>end").body, "<p>end");
+}
+
+TEST(Server, NoHitOfThose_ThatWereSent_IsANotice) {
+  Web web;
+  web.site.Files().Write("web/results.mo", TextOp("<li value=\"<!--korvo:hit-->\">") + EndOp());
+  web.site.Restart();
+  const std::string tail = "<!--korvo:notice-->\n";
+  web.Tails(tail);
+  EXPECT_EQ(web.Told("/search?q=a", "<ol>" + kStatus + "</ol>" + tail).body,
+            "<ol></ol><div class=\"notice incomplete\" role=\"alert\"><p>Some of the documents "
+            "could not be shown.</p><p>This page is incomplete.</p></div>\n");
 }
 
 TEST(Server, DaemonThatIsGone_Is502) {

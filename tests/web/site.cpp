@@ -48,16 +48,26 @@ Site::Site(int daemon_port, int admin_port, const std::string &lines,
   std::filesystem::copy(KORVO_PAGES, folder_.Path() + "/web",
                         std::filesystem::copy_options::recursive);
   const std::string web = folder_.Path() + "/web";
-  const std::string conf = folder_.Write(
-      "korvo-web.conf", "listen-port " + std::to_string(port_) + "\ndaemon-port " +
-                            std::to_string(daemon_port) + "\ndaemon-admin-port " +
-                            std::to_string(admin_port) + "\nmacro-directory " + web +
-                            "\nstatic-directory " + web + "/static\nfront-page " + web +
-                            "/front.html\ntexts " + web + "/texts.en\nlog " + folder_.Path() +
-                            "/log\ngroup grp1 results document Library\n" + lines);
-  program_ =
-      std::make_unique<Process>(std::vector<std::string>{KORVO_WEB, conf}, folder_.Path(), prepare);
+  folder_.Write("korvo-web.conf", "listen-port " + std::to_string(port_) + "\ndaemon-port " +
+                                      std::to_string(daemon_port) + "\ndaemon-admin-port " +
+                                      std::to_string(admin_port) + "\nmacro-directory " + web +
+                                      "\nstatic-directory " + web + "/static\nfront-page " + web +
+                                      "/front.html\ntexts " + web + "/texts.en\nlog " +
+                                      folder_.Path() +
+                                      "/log\ngroup grp1 results document Library\n" + lines);
+  Start(prepare);
+}
+
+void Site::Start(const std::function<void()> &prepare) {
+  program_ = std::make_unique<Process>(
+      std::vector<std::string>{KORVO_WEB, folder_.Path() + "/korvo-web.conf"}, folder_.Path(),
+      prepare);
   EXPECT_TRUE(Eventually([this] { return Listens(); })) << program_->RawLog();
+}
+
+void Site::Restart() {
+  program_.reset();
+  Start({});
 }
 
 Site::~Site() {

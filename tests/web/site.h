@@ -31,6 +31,7 @@ class Site {
 
   int Port() const { return port_; }
   bool Listens() const;
+  void Restart();
   Process &Program() { return *program_; }
   const Folder &Files() const { return folder_; }
   std::string Log() const { return ReadFile(folder_.Path() + "/log"); }
@@ -40,6 +41,8 @@ class Site {
   Answer Get(const std::string &target, const std::string &method = "GET") const;
 
  private:
+  void Start(const std::function<void()> &prepare);
+
   Folder folder_;
   int port_;
   std::unique_ptr<Process> program_;
