@@ -78,6 +78,11 @@ class Fronts(unittest.TestCase):
         page += answer.read()
         self.assertEqual(page.count(b"<li value="), 10)
         self.assertTrue(page.endswith(b"</html>\n"))
+        for path in ("/metrics", "/healthz"):
+            connection.request("GET", path, headers={"Host": "search.example"})
+            closed = connection.getresponse()
+            closed.read()
+            self.assertEqual(closed.status, 403, path)
         connection.request("GET", "/static/korvo.css")
         self.assertEqual(connection.getresponse().read(), (ROOT / "share/korvo/web/static/korvo.css").read_bytes())
 
