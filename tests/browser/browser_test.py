@@ -193,8 +193,9 @@ class Reading(Case):
     def test_every_text_has_contrast(self):
         for dark in (False, True):
             self.browser.size(WIDE, dark=dark)
-            for path in ("/", "/search?q=server", "/search?q=xylophone", self.a_document()):
+            for path in ("/", "/search?q=server", "/search?q=calendar", "/search?q=xylophone", self.a_document()):
                 self.visit(path)
+                self.assertEqual(bool(self.all(".hits mark")), "server" in path or "calendar" in path, path)
                 contrast, text = self.browser.run(CONTRASTS)[0]
                 self.assertGreaterEqual(contrast, 4.5, (path, dark, text))
 
