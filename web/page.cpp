@@ -14,11 +14,6 @@ std::string Link(const std::string &address, const std::string &attributes,
          "</a></li>";
 }
 
-std::string Navigation(const char *name, const std::string &label, const std::string &items) {
-  return std::string("<nav class=\"") + name + "\" aria-label=\"" + Html_Escape(label) + "\"><ul>" +
-         items + "</ul></nav>";
-}
-
 // All that was searched for, as one text.
 std::string Words(const Asked &asked) {
   std::string words = asked.text;
@@ -26,6 +21,9 @@ std::string Words(const Asked &asked) {
     words.append(words.empty() ? "" : " ").append(name).append("=").append(value);
   return words;
 }
+
+// What was typed; who came by a field alone can type that field too.
+std::string Typed(const Asked &asked) { return asked.text.empty() ? Words(asked) : asked.text; }
 
 std::string GroupTitle(const PageView &view) {
   const WebGroup *group = Conf_Group(*view.conf, view.asked->group);
@@ -64,7 +62,8 @@ std::string Pager(const PageView &view, const PageFacts &facts) {
   for (int at = std::max(1, page - kPagesAround); at <= std::min(last, page + kPagesAround); ++at)
     items += link(at, at == page ? " aria-current=\"page\"" : "", Texts_Count(*view.texts, at));
   if (page < last) items += link(page + 1, " rel=\"next\"", (*view.texts)[TextName::kNext]);
-  return Navigation("pager", (*view.texts)[TextName::kPages], items);
+  return "<nav class=\"pager\" aria-label=\"" + Html_Escape((*view.texts)[TextName::kPages]) +
+         "\"><ul>" + items + "</ul></nav>";
 }
 
 std::string Sort(const PageView &view, const PageFacts &facts) {
@@ -77,7 +76,8 @@ std::string Sort(const PageView &view, const PageFacts &facts) {
   };
   std::string items = link("", (*view.texts)[TextName::kRelevance]);
   for (const WebSort &sort : group->sorts) items += link(sort.key, sort.title);
-  return Navigation("sort", (*view.texts)[TextName::kSort], items);
+  return "<nav class=\"sort\" aria-labelledby=\"sort\"><p id=\"sort\">" +
+         Html_Escape((*view.texts)[TextName::kSort]) + "</p><ul>" + items + "</ul></nav>";
 }
 
 std::string Groups(const PageView &view) {
@@ -160,7 +160,7 @@ std::string Links(const PageView &view, std::string_view list) {
 
 std::string Page_Fill(const PageView &view, Placeholder which, const PageFacts &facts) {
   switch (which) {
-    case Placeholder::kQuery: return Html_Escape(view.asked->text);
+    case Placeholder::kQuery: return Html_Escape(Typed(*view.asked));
     case Placeholder::kStatus: return Status(view, facts);
     case Placeholder::kPager: return Pager(view, facts);
     case Placeholder::kSort: return Sort(view, facts);

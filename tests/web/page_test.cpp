@@ -30,6 +30,11 @@ class Page : public testing::Test {
 
 TEST_F(Page, Query_IsEscaped) { EXPECT_EQ(Fill(Placeholder::kQuery), "a&quot;b"); }
 
+TEST_F(Page, QueryOfAFieldAlone_IsThatField) {
+  Ask("/search?Section=a%22b&group=grp1");
+  EXPECT_EQ(Fill(Placeholder::kQuery), "Section=a&quot;b");
+}
+
 TEST_F(Page, Status_SaysWhatIsShown) {
   EXPECT_EQ(Fill(Placeholder::kStatus), "1,234 documents, 21 to 30");
   facts_.status.exact = false;
@@ -100,7 +105,7 @@ TEST_F(Page, Sort_OffersTheOrdersOfTheGroup) {
   Ask("/search?q=a&group=grp1&sort=-Date&page=3");
   EXPECT_EQ(
       Fill(Placeholder::kSort),
-      "<nav class=\"sort\" aria-label=\"Sort by\"><ul>"
+      "<nav class=\"sort\" aria-labelledby=\"sort\"><p id=\"sort\">Sort by</p><ul>"
       "<li><a href=\"/search?q=a&amp;group=grp1\">Relevance</a></li>"
       "<li><a href=\"/search?q=a&amp;group=grp1&amp;sort=-Date\" aria-current=\"true\">Newest</a></li>"
       "</ul></nav>");
