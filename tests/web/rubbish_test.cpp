@@ -48,11 +48,14 @@ class Rubbish : public testing::Test {
 
 }  // namespace
 
-TEST_F(Rubbish, RequestsThatAreCutAtEveryByte) {
+TEST_F(Rubbish, RequestsThatAreCutAtEveryByte_GetNoPage) {
+  std::vector<Socket> browsers;
   for (std::size_t size = 0; size < kRequest.size(); ++size) {
-    const Socket browser = ConnectTo(site_.Port());
-    browser.Send(kRequest.substr(0, size));
+    browsers.push_back(ConnectTo(site_.Port()));
+    browsers.back().Send(kRequest.substr(0, size));
   }
+  for (const Socket &browser : browsers) EXPECT_NE(ReadAnswer(browser.ReadAll()).status, 200);
+  EXPECT_FALSE(daemon_.Called());
 }
 
 TEST_F(Rubbish, HeadersThatAreTooLarge) {
@@ -73,13 +76,34 @@ TEST_F(Rubbish, EveryByteInEveryPlace) {
   }
 }
 
-TEST_F(Rubbish, EveryByteInAParameter) {
+TEST_F(Rubbish, EveryByteInAParameter_IsOnePlainLineAndOnePage) {
+  site_.Files().Write("web/results.tail", "");
+  site_.Files().Write("web/document.tail", "");
   for (int byte = 0; byte < 256; ++byte) {
     char escape[8];
     std::snprintf(escape, sizeof escape, "%%%02x", static_cast<unsigned>(byte));
     const std::string e = escape;
-    EXPECT_EQ(site_.Get("/search?group=" + e + "&q=" + e + "&page=" + e + "&sort=" + e).status,
-              404);
+    for (const std::string &target : {"/search?group=grp1&q=a" + e + "@b&page=" + e + "&sort=" + e +
+                                          "&type=" + e + "&Title=a" + e + "@b&" + e + "=c",
+                                      "/doc/grp1/1?type=" + e}) {
+      const Socket browser = site_.Begin(target);
+      Socket connection = daemon_.Accept();
+      const std::string line = connection.ReadLine();
+      EXPECT_TRUE(line.starts_with("\t@COMMAND=") && line.ends_with("\n")) << target;
+      EXPECT_EQ(line.find_first_of(std::string("\r\0\x1b\x7f", 4)), std::string::npos) << target;
+      std::size_t fields = 0;
+      for (std::size_t at = 0; (at = line.find("\t@", at)) != std::string::npos; ++at) ++fields;
+      EXPECT_LE(fields, 9u) << line;
+      EXPECT_EQ(line.find("\t@MACROFILE=", line.find("\t@MACROFILE=") + 1), std::string::npos);
+      connection.Send("<p><!--korvo:query--></p>");
+      connection.Close();
+      const Answer answer = ReadAnswer(browser.ReadAll());
+      EXPECT_EQ(answer.status, 200) << target;
+      EXPECT_TRUE(answer.body.starts_with("<p>") && answer.body.ends_with("</p>")) << answer.body;
+      EXPECT_EQ(answer.body.find_first_of(std::string("\t\n\r\0\"'", 6)), std::string::npos);
+      EXPECT_EQ(answer.body.find('<', 1), answer.body.size() - 4) << answer.body;
+    }
+    EXPECT_EQ(site_.Get("/search?q=a&group=" + e).status, 404) << byte;
     EXPECT_EQ(site_.Get("/doc/x" + e + "/" + e).status, 404) << byte;
     EXPECT_EQ(site_.Get("/static/" + e + "x").status, 404) << byte;
   }
