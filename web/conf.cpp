@@ -1,9 +1,12 @@
 #include "web/conf.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -241,6 +244,23 @@ bool Conf_Read(const std::string &path, WebConf *conf, std::string *wrong) {
   for (WebGroup &group : conf->groups)
     group.numbered = FileText(group.results + ".mo").find("<!--korvo:hit-->") != std::string::npos;
   return true;
+}
+
+bool Conf_CheckFiles(const WebConf &conf, std::string *wrong) {
+  std::vector<std::string> files = {conf.front_page, conf.static_directory + "/."};
+  for (const WebGroup &group : conf.groups)
+    files.insert(files.end(), {group.results + ".mo", group.document + ".mo"});
+  for (const std::string &file : files) {
+    if (access(file.c_str(), R_OK) == 0) continue;
+    *wrong = file + ": cannot be read: " + std::strerror(errno);
+    return false;
+  }
+  const std::string &log = conf.log;
+  const std::string folder = log.substr(0, log.rfind('/') + 1);  // where it is made
+  if (log == "-" || access(log.c_str(), W_OK) == 0) return true;
+  if (errno == ENOENT && access(folder.c_str(), W_OK) == 0) return true;
+  *wrong = log + ": cannot be opened: " + std::strerror(errno);
+  return false;
 }
 
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id) {

@@ -49,6 +49,9 @@ WebConf Conf_Default();
 // the reason.
 bool Conf_Read(const std::string &path, WebConf *conf, std::string *wrong);
 
+// Whether the files that it names can be read and the log be written.  False: *wrong as above.
+bool Conf_CheckFiles(const WebConf &conf, std::string *wrong);
+
 // The group of that id, or null.
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id);
 

@@ -101,6 +101,7 @@ std::string Journal_Line(const VisitRecord &finished, bool queries, std::int64_t
   line += ",\"bytes\":" + std::to_string(finished.bytes);
   if (finished.first_ms >= 0) line += ",\"first_ms\":" + Decimal(finished.first_ms);
   line += ",\"ms\":" + Decimal(finished.ms);
+  if (finished.fallback) line += ",\"fallback\":true";
   if (!finished.troubles.empty()) line += ",\"trouble\":\"" + NamesOf(finished.troubles) + "\"";
   if (queries && Asked_HasQuery(*finished.asked))
     line += ",\"query\":" + Quoted(QueryOf(*finished.asked));

@@ -19,8 +19,9 @@ struct VisitRecord {
   int status;  // 0: the browser left before there was one
   std::vector<Trouble> troubles;
   const PageFacts *facts;
-  std::uint64_t bytes;  // of the page
-  double first_ms, ms;  // to its first byte, below 0 without one; in all
+  std::uint64_t bytes;    // of the page
+  double first_ms, ms;    // to its first byte, below 0 without one; in all
+  bool fallback = false;  // the front page of the file could not be read
 };
 
 struct Journal {

@@ -56,6 +56,7 @@ int main(int argc, char **argv) {
   if (!Conf_Read(command.file, &conf, &wrong) || !Texts_Read(conf.texts, &texts, &wrong))
     Tool_Fail(EX_CONFIG, "%s", wrong.c_str());
   if (command.check) {
+    if (!Conf_CheckFiles(conf, &wrong)) Tool_Fail(EX_CONFIG, "%s", wrong.c_str());
     Tool_Print(command.file + ": right\n");
     return EX_OK;
   }

@@ -18,8 +18,10 @@ namespace {
 constexpr const char *kHtml = "text/html; charset=utf-8";
 constexpr std::size_t kBlock = 16384;  // of a page, for the library
 constexpr const char *kFallback =
-    "<!DOCTYPE html>\n<html><head><title>Search</title></head><body><h1>Search</h1>\n"
-    "<!--korvo:notice--></body></html>\n";
+    "<!DOCTYPE html>\n<html lang=\"en\"><head><title>Search</title></head><body><h1>Search</h1>\n"
+    "<!--korvo:notice-->\n<form role=\"search\" action=\"/search\"><label>Search for "
+    "<input name=\"q\" type=\"search\" value=\"<!--korvo:query-->\"></label>\n"
+    "<!--korvo:groups-->\n<button>Search</button></form></body></html>\n";
 
 struct Header {
   const char *name, *value;
@@ -86,18 +88,18 @@ std::string TailFrame(const std::string &macro) {
   return text.substr(0, text.find('\0'));
 }
 
-std::string FrontFrame(const WebConf &conf) {
+std::string FrontFrame(Visit *visit) {
   std::ostringstream text;
-  std::ifstream file(conf.front_page, std::ios::binary);
-  if (!file || !(text << file.rdbuf())) return kFallback;
-  return text.str();
+  std::ifstream file(visit->server->conf.front_page, std::ios::binary);
+  visit->fallback = !file || !(text << file.rdbuf());
+  return visit->fallback ? kFallback : text.str();
 }
 
 // The form, with a notice where there is a trouble.
 bool GiveFront(Visit *visit, Trouble trouble) {
   visit->trouble = trouble;
   return GiveText(visit, Trouble_Info(trouble).status, kHtml,
-                  Page_Front(ViewOf(*visit), FrontFrame(visit->server->conf), trouble));
+                  Page_Front(ViewOf(*visit), FrontFrame(visit), trouble));
 }
 
 std::string BaseUrl(const Visit &visit) {
@@ -316,7 +318,7 @@ void Visit_Finish(Visit *visit) {
   const PageFacts &facts = visit->exchange.filter.facts;
   const VisitRecord finished = {
       &visit->asked, visit->browser->address, visit->status, TroublesOf(*visit), &facts,
-      visit->bytes,  visit->first_ms,         Since(*visit)};
+      visit->bytes,  visit->first_ms,         Since(*visit), visit->fallback};
   Journal_Write(server->journal, finished);
   Measures_Add(&server->measures, finished);
   server->visits.erase(visit->self);

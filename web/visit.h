@@ -48,6 +48,7 @@ struct Visit {
   int health = -1;         // a PING is on its way
   int file = -1;           // below /static/
   WebTime arrived;
+  bool fallback = false;  // the front page could not be read
   double first_ms = -1;
   std::uint64_t bytes = 0;
   int status = 0;

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
+
 #include "tests/web/site.h"
 
 namespace {
@@ -26,10 +28,44 @@ const std::string kTexts = "texts " KORVO_PAGES "/texts.en\n";
 
 TEST(Main, Check_SaysThatAllIsRight) {
   const Folder folder;
-  const std::string path = folder.Write("web.conf", kTexts);
+  for (const char *name : {"results.mo", "document.mo"}) folder.Write(name, "x");
+  const std::string whole = kTexts + "macro-directory " + folder.Path() + "\nstatic-directory " +
+                            folder.Path() + "\nfront-page " KORVO_PAGES "/front.html\n";
+  const std::string path = folder.Write("web.conf", whole + "log " + folder.Path() + "/log\n");
   const Outcome outcome = RunWeb({"--check", path});
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_EQ(outcome.output, path + ": right\n");
+  EXPECT_EQ(ReadFile(folder.Path() + "/log"), "");
+  for (const char *lines : {"log /nowhere/log\n", "log /nowhere/log"}) {
+    const Outcome log = RunWeb({"--check", folder.Write("web.conf", whole + lines)});
+    EXPECT_EQ(log.status, 78);
+    EXPECT_EQ(log.errors, "korvo-web: /nowhere/log: cannot be opened: No such file or directory\n");
+  }
+  for (const std::string name : {"/document.mo", "/results.mo"}) {
+    std::filesystem::remove(folder.Path() + name);
+    const Outcome macro = RunWeb({"--check", folder.Write("web.conf", whole)});
+    EXPECT_EQ(macro.status, 78);
+    EXPECT_EQ(macro.errors, "korvo-web: " + folder.Path() + name +
+                                ": cannot be read: No such file or directory\n");
+  }
+  EXPECT_EQ(RunWeb({"--check", folder.Write("web.conf", kTexts + "front-page /nowhere\n")}).errors,
+            "korvo-web: /nowhere: cannot be read: No such file or directory\n");
+  EXPECT_EQ(RunWeb({"--check",
+                    folder.Write("web.conf", kTexts + "front-page " KORVO_PAGES
+                                                      "/front.html\nstatic-directory /nowhere\n")})
+                .errors,
+            "korvo-web: /nowhere/.: cannot be read: No such file or directory\n");
+}
+
+TEST(Main, Example_IsRight) {
+  const Folder folder;
+  std::string example = ReadFile(KORVO_EXAMPLES "/web/korvo-web.conf");
+  EXPECT_NE(example.find("\ngroup packages "), std::string::npos);
+  const std::string path = folder.Write(
+      "web.conf", example + "macro-directory " + folder.Path() + "\nstatic-directory " +
+                      folder.Path() + "\nfront-page " KORVO_PAGES "/front.html\n" + kTexts);
+  for (const char *name : {"results.mo", "document.mo"}) folder.Write(name, "x");
+  EXPECT_EQ(RunWeb({"--check", path}).output, path + ": right\n");
 }
 
 TEST(Main, WrongConfiguration_Is78) {

@@ -363,11 +363,6 @@ TEST(Server, FrontPage_HasTheForm) {
     EXPECT_TRUE(answer.Has("<input type=\"hidden\" name=\"group\" value=\"grp1\">")) << answer.body;
     EXPECT_FALSE(answer.Has("korvo:")) << answer.body;
   }
-  std::filesystem::remove(web.site.Files().Path() + "/web/front.html");
-  EXPECT_EQ(
-      web.site.Get("/none").body,
-      "<!DOCTYPE html>\n<html><head><title>Search</title></head><body><h1>Search</h1>\n"
-      "<div class=\"notice\" role=\"alert\"><p>There is no page of this address.</p></div></body></html>\n");
 }
 
 TEST(Server, Files_OfOneDirectoryAlone) {
@@ -392,6 +387,43 @@ TEST(Server, Files_OfOneDirectoryAlone) {
        {"/static/", "/static/../texts.en", "/static/..%2ftexts.en", "/static/.", "/static/none",
         "/static/x.css%00", "/static//etc/passwd"})
     EXPECT_EQ(web.site.Get(target).status, 404) << target;
+}
+
+TEST(Server, FrontPageThatIsGone_HasAForm) {
+  Web web;
+  std::filesystem::remove(web.site.Files().Path() + "/web/front.html");
+  const Answer answer = web.site.Get("/none?q=a");
+  EXPECT_EQ(
+      answer.body,
+      "<!DOCTYPE html>\n<html lang=\"en\"><head><title>Search</title></head><body><h1>Search</h1>\n"
+      "<div class=\"notice\" role=\"alert\"><p>There is no page of this address.</p></div>\n"
+      "<form role=\"search\" action=\"/search\"><label>Search for "
+      "<input name=\"q\" type=\"search\" value=\"a\"></label>\n"
+      "<input type=\"hidden\" name=\"group\" value=\"grp1\">\n"
+      "<button>Search</button></form></body></html>\n");
+  EXPECT_TRUE(
+      Eventually([&] { return web.site.Log().find(",\"fallback\":true,") != std::string::npos; }));
+}
+
+TEST(Server, EveryAnswer_ForbidsScripts) {
+  Web web;
+  for (const char *target : {"/", "/none", "/search?q=a&group=other", "/doc/grp1/x",
+                             "/static/korvo.css", "/opensearch.xml", "/metrics", "/healthz"})
+    for (const char *method : {"GET", "POST"})
+      for (
+          const char *header :
+          {"\r\nContent-Security-Policy: default-src 'none'; style-src 'self'; img-src 'self'; form-action 'self'; base-uri 'none'; frame-ancestors 'none'\r\n",
+           "\r\nX-Content-Type-Options: nosniff\r\n", "\r\nReferrer-Policy: no-referrer\r\n"})
+        EXPECT_NE(web.site.Get(target, method).headers.find(header), std::string::npos) << target;
+}
+
+// What a page takes on a slow line.
+TEST(Pages, AreSmall) {
+  std::uintmax_t size = 0;
+  for (const auto &file : std::filesystem::recursive_directory_iterator(KORVO_PAGES))
+    if (file.is_regular_file()) size += file.file_size();
+  EXPECT_GT(size, 5000u);
+  EXPECT_LT(size, 15u * 1024);
 }
 
 TEST(Server, OpenSearch_NamesTheHost) {
