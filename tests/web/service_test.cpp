@@ -1,12 +1,54 @@
 // korvo-web before the real service.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <linux/sock_diag.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "tests/service/tree.h"
 #include "tests/web/site.h"
 
 namespace {
+
+// The connections that the queue of this listener has turned away, as the kernel counts them; -1:
+// there is none.
+long TurnedAway(int port) {
+  struct {
+    nlmsghdr header;
+    inet_diag_req_v2 request;
+  } ask = {};
+  ask.header = {sizeof ask, SOCK_DIAG_BY_FAMILY, NLM_F_REQUEST | NLM_F_DUMP, 0, 0};
+  ask.request.sdiag_family = AF_INET;
+  ask.request.sdiag_protocol = IPPROTO_TCP;
+  ask.request.idiag_ext = 1 << (INET_DIAG_SKMEMINFO - 1);
+  ask.request.idiag_states = 1 << TCP_LISTEN;
+  const Socket kernel(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
+  EXPECT_EQ(send(kernel.Fd(), &ask, sizeof ask, 0), static_cast<ssize_t>(sizeof ask));
+  alignas(nlmsghdr) static char bytes[65536];
+  for (;;) {
+    auto left =
+        static_cast<unsigned>(std::max<ssize_t>(recv(kernel.Fd(), bytes, sizeof bytes, 0), 0));
+    if (left == 0) return -1;
+    for (auto *message = reinterpret_cast<nlmsghdr *>(bytes); NLMSG_OK(message, left);
+         message = NLMSG_NEXT(message, left)) {
+      if (message->nlmsg_type != SOCK_DIAG_BY_FAMILY) return -1;  // done, or an error
+      const auto *found = static_cast<inet_diag_msg *>(NLMSG_DATA(message));
+      if (ntohs(found->id.idiag_sport) != port) continue;
+      auto size = static_cast<unsigned>(message->nlmsg_len - NLMSG_LENGTH(sizeof *found));
+      auto *value =
+          reinterpret_cast<rtattr *>(reinterpret_cast<char *>(NLMSG_DATA(message)) + sizeof *found);
+      for (; RTA_OK(value, size); value = RTA_NEXT(value, size))
+        if (value->rta_type == INET_DIAG_SKMEMINFO)
+          return static_cast<long>(static_cast<std::uint32_t *>(RTA_DATA(value))[SK_MEMINFO_DROPS]);
+    }
+  }
+}
 
 void CopyMacros(const Site &site) {
   for (const char *macro : {"/results.mo", "/document.mo"})
@@ -99,6 +141,23 @@ TEST(ServiceOfEngines, DocumentIsOpenedFromItsHit) {
   const Answer document = site.Get(link);
   EXPECT_EQ(document.status, 200);
   EXPECT_TRUE(document.Has("<h1>one</h1>")) << document.body;
+}
+
+// Their connections to the daemon are few, so that its short queue never turns one away, for then
+// an answer takes a second more.
+TEST_F(Service, TwoHundredBrowsersAtOnce_AreAllAnswered) {
+  EXPECT_TRUE(Eventually([&] { return site_->Get("/search?q=printer").Has("2 documents"); }));
+  std::vector<Socket> browsers;
+  for (int i = 0; i < 200; ++i) browsers.push_back(site_->Begin("/search?q=printer"));
+  for (const Socket &browser : browsers) {
+    const Answer answer = ReadAnswer(browser.ReadAll());
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_TRUE(answer.whole && answer.Has("2 documents, 1 to 2")) << answer.body;
+    EXPECT_FALSE(answer.Has("This page is incomplete.")) << answer.body;
+  }
+  for (const int port :
+       {tree_.Port('C', "web1"), tree_.Port('S', "grp1"), tree_.Port('D', "grp1"), site_->Port()})
+    EXPECT_EQ(TurnedAway(port), 0) << port;
 }
 
 TEST_F(Service, EngineThatIsGone_IsANotice) {
