@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # ./bench/web.sh [ROW...]   measures korvo-web, about ten minutes and 1 GB of disk; all rows without one:
+#   memory  what korvo-web holds with 1000 idle browsers, and with 200 that are answered
 #   added   what korvo-web adds to a QUERY that is asked directly: one client, time to the first byte
 #   rate    pages a second with 1, 16 and 200 clients, against Omega's CGI program behind lighttpd
 #   burst   200 browsers at once, against the same
-#   memory  what korvo-web holds with 1000 idle browsers, and with 200 that are answered
 #
 # All package records that apt knows are searched, for the lines of bench/queries.txt; a hit shows name, section, version
 # and description.  What is compared takes turns.  ROUNDS=N in the environment changes the 15 rounds, SECONDS_EACH=N the 3
@@ -17,7 +17,7 @@ cd "$(dirname "$0")/.."
 bin=$PWD/build/service/bin
 rounds=${ROUNDS-15}
 seconds=${SECONDS_EACH-3}
-known=(added rate burst memory)
+known=(memory added rate burst)
 [ $# -gt 0 ] || set -- "${known[@]}"
 for row in "$@"; do
   [[ " ${known[*]} " == *" $row "* ]] || {

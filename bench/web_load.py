@@ -20,6 +20,18 @@ PATIENCE = 30  # seconds for an answer
 QUERIES = [line.strip() for line in open("bench/queries.txt", encoding="utf-8")]
 
 
+def joined(chunks):
+    """The chunks of a body; nothing when the last one is not there."""
+    body = b""
+    while chunks:
+        size, _, rest = chunks.partition(b"\r\n")
+        if int(size, 16) == 0:
+            return body
+        body += rest[: int(size, 16)]
+        chunks = rest[int(size, 16) + 2 :]
+    return b""
+
+
 class Side:
     def __init__(self, text):
         self.name, port, self.target = text.split(",", 2)
@@ -35,6 +47,8 @@ class Side:
 
     def check(self, words, answer):
         head, _, body = answer.partition(b"\r\n\r\n")
+        if b"\r\nTransfer-Encoding: chunked" in head:
+            body = joined(body)
         if not head.startswith(b"HTTP/1.1 200 ") or not body or self.first.setdefault(words, body) != body:
             self.wrong += 1
 
