@@ -259,6 +259,16 @@ TEST(Filter, PageThatIsCutInItsMarkup_IsClosed) {
   }
 }
 
+TEST(Filter, PageThatIsCut_HasElementsWithoutAnEnd) {
+  const std::string end = "</main>[notice broken]", tail = "</main><!--korvo:notice-->";
+  for (const std::string name : {"area", "base", "br", "col", "embed", "hr", "img", "input", "link",
+                                 "meta", "source", "track", "wbr"})
+    EXPECT_EQ(Tailed("<main><" + name + ">", tail), "<main><" + name + ">" + end);
+  for (const std::string name : {"p", "li", "dt", "dd", "option", "tr", "td"})
+    EXPECT_EQ(Tailed("<main><" + name + "><" + name + ">", tail),
+              "<main><" + name + "><" + name + "></" + name + ">" + end);
+}
+
 TEST(Filter, WhatIsNotDecided_HasABound) {
   for (const std::string start : {"<!--korvo:", "<!--korvo:links-->", "\t@COMMAND=ERROR\t", "\t",
                                   "<!--korvo:status-->", "<!--korvo:status-->\t", "<"}) {

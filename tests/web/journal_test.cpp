@@ -37,6 +37,12 @@ TEST(Journal, Line_OfATroubleWithoutAByte) {
   finished.first_ms = -1;
   EXPECT_EQ(Journal_Line(finished, true, kTime),
             kFront + ",\"bytes\":17,\"ms\":2.250,\"trouble\":\"too-late\"}\n");
+  finished.fallback = true;
+  finished.troubles = {Trouble::kNoPage, Trouble::kShards};
+  EXPECT_EQ(Journal_Line(finished, true, kTime), kFront +
+                                                     ",\"bytes\":17,\"ms\":2.250"
+                                                     ",\"fallback\":true"
+                                                     ",\"trouble\":\"no-page shards\"}\n");
 }
 
 TEST(Measures, AreCounted) {
