@@ -264,7 +264,7 @@ class Progressive(Case):
     def test_first_hit_is_seen_before_the_third_is_asked_for(self):
         relay = Relay(self.service.ports["D", "docs"][0])
         self.service.announce("D", "docs", relay.port)
-        self.browser.run("window.location = arguments[0]", self.service.address + "/search?q=tool")
+        self.visit("/search?q=tool")  # does not wait for it
         eventually(lambda: relay.asked == 1, "the first document is asked for")
         relay.let_pass(1)
         eventually(lambda: len(self.all(".hits li h2")) == 1, "the first hit is in the page")
