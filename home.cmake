@@ -16,7 +16,7 @@ if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT OR CMAKE_INSTALL_PREFIX STREQUAL 
 endif()
 
 if(NOT KORVO_HOME STREQUAL KORVO_USUAL_HOME)
-  foreach(header core/startup.h macro/table.h web/places.h)
+  foreach(header core/startup.h macro/table.h tools/ctl/places.h web/places.h)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
     file(READ ${header} text)
     string(REPLACE ${KORVO_USUAL_HOME} ${KORVO_HOME} text "${text}")

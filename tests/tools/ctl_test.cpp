@@ -1,3 +1,5 @@
+#include "tests/tools/ctl.h"
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <linux/net.h>
@@ -7,8 +9,6 @@
 
 #include <cstdlib>
 
-#include "tests/tools/run.h"
-
 namespace {
 
 Arguments Ctl(int port, const Arguments &more) {
@@ -17,44 +17,6 @@ Arguments Ctl(int port, const Arguments &more) {
   argv.insert(argv.end(), {"--port", std::to_string(port)});
   return argv;
 }
-
-sockaddr_in Loopback(int port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  return address;
-}
-
-// An admin port that the test plays.
-class Admin {
- public:
-  Admin() : port_(ReservePort()), sock_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_in address = Loopback(port_);
-    EXPECT_EQ(0, bind(sock_.Fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address));
-  }
-  int Port() const { return port_; }
-  int Fd() const { return sock_.Fd(); }
-
-  std::string Receive() {
-    char buffer[5000];
-    socklen_t size = sizeof sender_;
-    if (!sock_.Readable(kPatienceMs)) return "nothing came";
-    const ssize_t got = recvfrom(sock_.Fd(), buffer, sizeof buffer, 0,
-                                 reinterpret_cast<sockaddr *>(&sender_), &size);
-    return std::string(buffer, got > 0 ? static_cast<std::size_t>(got) : 0);
-  }
-  int SenderPort() const { return ntohs(sender_.sin_port); }
-  void Reply(const std::string &text) const {
-    sendto(sock_.Fd(), text.data(), text.size(), 0, reinterpret_cast<const sockaddr *>(&sender_),
-           sizeof sender_);
-  }
-
- private:
-  int port_;
-  Socket sock_;
-  sockaddr_in sender_ = {};
-};
 
 // What stands between two texts, which have to be there; digits and points.
 std::string NumberBetween(const std::string &text, const std::string &before,
@@ -67,14 +29,7 @@ std::string NumberBetween(const std::string &text, const std::string &before,
   return number;
 }
 
-std::string NumberIn(const std::string &ping) {
-  return NumberBetween(ping, "\t@COMMAND=PING\t@SEQNUM=", "\n");
-}
-
-std::string Pong(const std::string &number) { return "\t@COMMAND=PONG\t@SEQNUM=" + number + "\n"; }
-
-void ExpectRoundTripSaid(const std::string &output, int port) {
-  const std::string place = "127.0.0.1/" + std::to_string(port);
+void ExpectRoundTripSaid(const std::string &output, const std::string &place) {
   const std::string number = NumberBetween(output, "PONG from " + place + " in ", " ms\n");
   EXPECT_EQ(number.size() - 4, number.find('.')) << output;
   EXPECT_EQ("PONG from " + place + " in " + number + " ms\n", output);
@@ -95,7 +50,7 @@ TEST(Ctl, Ping_WaitsForItsOwnPong) {
   admin.Reply(std::string(4990, 'x'));
   admin.Reply(Pong(number));
   EXPECT_EQ(0, tool.Status());
-  ExpectRoundTripSaid(tool.Output(), admin.Port());
+  ExpectRoundTripSaid(tool.Output(), "127.0.0.1/" + std::to_string(admin.Port()));
   EXPECT_EQ("", tool.Errors());
 }
 
@@ -147,9 +102,8 @@ TEST(Ctl, LevelAndShutdown_AreOneDatagram) {
 TEST(Ctl, WrongUse_IsOneLineAndNothingIsSent) {
   const Admin admin;
   const int port = admin.Port();
-  ExpectRefused(Ctl(port, {}), 64, "needs a command: ping, level LEVEL or shutdown");
-  ExpectRefused(Ctl(port, {"restart"}), 64,
-                "there is no command restart; ping, level LEVEL and shutdown are all");
+  ExpectRefused(Ctl(port, {}), 64, "needs a command; --help shows all");
+  ExpectRefused(Ctl(port, {"ring"}), 64, "there is no command ring; --help shows all");
   ExpectRefused(Ctl(port, {"level"}), 64,
                 "level takes INFO, STATUS, WARNING, FATAL or OFF, not ''");
   ExpectRefused(Ctl(port, {"level", "info"}), 64,
@@ -157,8 +111,11 @@ TEST(Ctl, WrongUse_IsOneLineAndNothingIsSent) {
   ExpectRefused(Ctl(port, {"level", "INFO\n\t@COMMAND=SHUTDOWN"}), 64,
                 "level takes INFO, STATUS, WARNING, FATAL or OFF, not 'INFO??@COMMAND=SHUTDOWN'");
   ExpectRefused(Ctl(port, {"ping", "now"}), 64, "ping takes nothing more; leave out now");
-  ExpectRefused({KORVOCTL, "ping"}, 64,
+  ExpectRefused({KORVOCTL, "ping"}, 64, "ping needs the id of a program in korvo.conf, or --port");
+  ExpectRefused({KORVOCTL, "ping", "--host", "127.0.0.1"}, 64,
                 "--port is missing: the port of the service, from 1 to 32767");
+  ExpectRefused(Ctl(port, {"ping", "--for", "5m"}), 64,
+                "ping does not take --for; --help shows what it is for");
   ExpectRefused({KORVOCTL, "ping", "--port", "0"}, 64,
                 "--port takes a number from 1 to 32767, not '0'");
   pollfd ready = {admin.Fd(), POLLIN, 0};
@@ -201,7 +158,7 @@ TEST(Ctl, Environment_IsNotRead) {
     setenv("KORVO_PORT", std::to_string(admin.Port()).c_str(), 1);
   };
   ExpectRefused({KORVOCTL, "shutdown"}, 64,
-                "--port is missing: the port of the service, from 1 to 32767", prepare);
+                "shutdown needs the id of a program in korvo.conf, or --port", prepare);
   pollfd ready = {admin.Fd(), POLLIN, 0};
   EXPECT_EQ(0, poll(&ready, 1, 0));
 }
@@ -217,27 +174,121 @@ TEST(Ctl, CallsThatFail_EndIt) {
 TEST(Ctl, Help_GoesToStandardOutput) {
   ExpectHelp(
       KORVOCTL,
-      "usage: korvoctl ping [OPTION]...         ask whether the program lives\n"
-      "       korvoctl level LEVEL [OPTION]...  set the level of its log: INFO, STATUS, WARNING,\n"
-      "                                         FATAL or OFF\n"
-      "       korvoctl shutdown [OPTION]...     end it\n"
+      "usage: korvoctl COMMAND [ID] [OPTION]...\n"
       "\n"
-      "  --host HOST        of the program, a name or an IPv4 address; 127.0.0.1\n"
-      "  --port PORT        its admin port; needed\n"
-      "  --timeout SECONDS  wait so long for the answer to a ping; 5\n"
-      "  --help             this text\n"
-      "  --version          name and version\n"
+      "  ping ID              ask whether the program lives, and how fast it answers\n"
+      "  wait ID              wait until it answers\n"
+      "  level ID LEVEL       set the level of its log: INFO, STATUS, WARNING, FATAL or OFF\n"
+      "  shutdown ID          end it at once\n"
       "\n"
-      "Status: 0; 64 wrong use; 68 the host is unknown; 69 nobody listens there; 75 no answer in\n"
-      "time.\n");
+      "ID is a program's in korvo.conf, or ID:TYPE for one line of several with that id.\n"
+      "\n"
+      "  --dir DIR            the folder of korvo.conf and korvo.db\n"
+      "  --host HOST          in place of an id: a name or an IPv4 address; 127.0.0.1\n"
+      "  --port PORT          in place of an id: the admin port\n"
+      "  --timeout SECONDS    wait so long for answers; 5\n"
+      "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
+      "  --help               this text\n"
+      "  --version            name and version\n"
+      "\n"
+      "Status: 0; 64 wrong use; 66 korvo.conf cannot be read; 68 the host is unknown; 69 nobody\n"
+      "listens there; 75 no answer in time; 78 korvo.conf has no such program.\n");
   ExpectVersion(KORVOCTL);
+}
+
+TEST(Ctl, Id_NamesTheProgramsOfItsLines) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int search = site.Line("notes", 'S', "web1");
+  const int documents = site.Line("notes", 'D', "web1");
+  site.Start(web);
+  site.Start(search);
+  const Outcome one = site.Run({"ping", "web1"});
+  EXPECT_EQ(0, one.status) << one.errors;
+  ExpectRoundTripSaid(one.output, site.Place(web));
+  const Outcome both = site.Run({"ping", "notes"});
+  EXPECT_EQ(69, both.status);
+  ExpectRoundTripSaid(both.output, site.Place(search));
+  EXPECT_EQ("korvoctl: cannot reach " + site.Place(documents) + ": Connection refused\n",
+            both.errors);
+  EXPECT_EQ(0, site.Run({"ping", "notes:S"}).status);
+  EXPECT_EQ(69, site.Run({"ping", "notes:D"}).status);
+  EXPECT_EQ(0, site.Run({"shutdown", "notes:S"}).status);
+  EXPECT_EQ(0, ExitStatus(site.Program(search).Wait()));
+  EXPECT_EQ(0, site.Run({"level", "web1", "STATUS"}).status);
+  EXPECT_EQ(0, site.Run({"ping", "web1"}).status);
+  EXPECT_TRUE(site.Program(web).WaitForLog("CmdHdr->Command       = PING"));
+}
+
+TEST(Ctl, IdThatIsNoProgram_IsRefused) {
+  Site site;
+  site.Line("web1", 'C', "-");
+  const std::string conf = site.Path() + "/korvo.conf";
+  for (const std::string id : {"web2", "web1:S", "web1:", ":C", "web1:CC", ""})
+    ExpectRefused(site.Ctl({"ping", id}), 78,
+                  conf + " has no program " + id + "; korvoctl list shows all");
+  ExpectRefused({KORVOCTL, "ping", "web1", "--dir", site.Path() + "/none"}, 66,
+                "cannot read " + site.Path() +
+                    "/none/korvo.conf: No such file or directory; --dir names its folder");
+  ExpectRefused({KORVOCTL, "ping", "web1", "--dir", "/proc/self/mem"}, 66,
+                "cannot read /proc/self/mem/korvo.conf: Not a directory; --dir names its folder");
+}
+
+TEST(Ctl, Wait_EndsWithTheAnswer) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  Tool tool(site.Ctl({"wait", "web1"}));
+  site.Start(web);
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_EQ("", tool.Output() + tool.Errors());
+  site.End(web);
+  ExpectRefused(site.Ctl({"wait", "web1", "--timeout", "1"}), 75,
+                site.Place(web) + " did not answer in time; --timeout gives it more");
+}
+
+// On a terminal it says what it waits for; the line is gone at the end.
+TEST(Ctl, Wait_ShowsItsProgressOnATerminal) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Terminal terminal;
+  Tool tool(site.Ctl({"wait", "web1"}), [&] { terminal.TakeErrors(); });
+  EXPECT_TRUE(Eventually([&] {
+    return terminal.Shown().starts_with("\rwaiting for " + site.Place(web) + ": 0 s\x1b[K");
+  }));
+  site.Start(web);
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_TRUE(Eventually([&] { return terminal.Shown().ends_with("\r\x1b[K"); }));
+}
+
+TEST(Ctl, Level_IsSetBackWhenItsTimeIsOver) {
+  Admin admin;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(admin.Port()) + " -");
+  const std::string info = "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=INFO\n";
+  const std::string warning = "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=WARNING\n";
+  EXPECT_EQ(0, site.Run({"level", "web1", "INFO", "--for", "1s"}).status);
+  EXPECT_EQ(info, admin.Receive());
+  EXPECT_EQ(warning, admin.Receive());
+  for (const int ending : {SIGINT, SIGTERM, SIGHUP}) {
+    Tool tool(site.Ctl({"level", "web1", "INFO", "--for", "2h"}));
+    EXPECT_EQ(info, admin.Receive());
+    tool.Signal(ending);
+    EXPECT_EQ(warning, admin.Receive());
+    EXPECT_EQ(0, tool.Status());
+  }
+}
+
+TEST(Ctl, Times_HaveAUnitOrAreSeconds) {
+  for (const std::string time : {"", "0", "-1", "5x", "5 m", "m", "1000h", "99999999999", "5mm"})
+    ExpectRefused(Ctl(1, {"level", "INFO", "--for", time}), 64,
+                  "--for takes a time such as 30s, 5m or 2h, not '" + time + "'");
 }
 
 TEST(Ctl, RealService_Obeys) {
   Daemon daemon;
   const Outcome ping = RunTool(Ctl(daemon.AdminPort(), {"ping"}));
   EXPECT_EQ(0, ping.status) << ping.errors;
-  ExpectRoundTripSaid(ping.output, daemon.AdminPort());
+  ExpectRoundTripSaid(ping.output, "127.0.0.1/" + std::to_string(daemon.AdminPort()));
   EXPECT_EQ(0, RunTool(Ctl(daemon.AdminPort(), {"level", "STATUS"})).status);
   EXPECT_EQ(0, RunTool(Ctl(daemon.AdminPort(), {"ping"})).status);
   EXPECT_TRUE(daemon.Program().WaitForLog("CmdHdr->Command       = PING"));

@@ -18,6 +18,7 @@ class Tool {
                 const std::string &input = "");
 
   int Wait() { return process_.Wait(); }  // as waitpid
+  void Signal(int number) const { process_.Signal(number); }
   int Status() { return ExitStatus(process_.Wait()); }
   std::string Output() const { return process_.Output(); }
   std::string Errors() const { return process_.RawLog(); }

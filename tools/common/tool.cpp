@@ -42,6 +42,13 @@ void Tool_Line(const char *format, ...) {
   va_end(args);
 }
 
+void Tool_Warn(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  WriteLine(program_invocation_short_name, format, args);
+  va_end(args);
+}
+
 void Tool_Fail(int status, const char *format, ...) {
   va_list args;
   va_start(args, format);
@@ -68,6 +75,19 @@ int Tool_Write(int fd, std::string_view bytes) {
 void Tool_Print(std::string_view bytes) {
   const int err = Tool_Write(STDOUT_FILENO, bytes);
   if (err != 0) Tool_Fail(EX_IOERR, "cannot write to standard output: %s", std::strerror(err));
+}
+
+std::string Tool_Format(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, format, args);
+  std::string text(static_cast<std::size_t>(length), '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  va_end(again);
+  va_end(args);
+  return text;
 }
 
 int Tool_NextOption(int argc, char **argv, const char *letters, const option *options) {

@@ -8,6 +8,7 @@
 #include <getopt.h>
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 // First call of main.  A descriptor 0 to 2 that the parent closed is opened so that its use fails:
@@ -17,7 +18,10 @@ void Tool_Start();
 // One line on standard error; control characters of what it quotes are shown as "?".
 [[gnu::format(printf, 1, 2)]] void Tool_Line(const char *format, ...);
 
-// The same behind the name of the program, and the end of the process.
+// The same behind the name of the program.
+[[gnu::format(printf, 1, 2)]] void Tool_Warn(const char *format, ...);
+
+// The same, and the end of the process.
 [[noreturn, gnu::format(printf, 2, 3)]] void Tool_Fail(int status, const char *format, ...);
 
 // Writes all of the bytes; 0 or the errno of the write that failed.
@@ -29,6 +33,9 @@ void Tool_Print(std::string_view bytes);
 // The next option as getopt_long gives it, -1 behind the last; ends the process with EX_USAGE over
 // an unknown option or a missing value.
 int Tool_NextOption(int argc, char **argv, const char *letters, const option *options);
+
+// Text as printf makes it.
+[[gnu::format(printf, 1, 2)]] std::string Tool_Format(const char *format, ...);
 
 // Prints the help for the letter h, and name and version for V, and ends the process with 0; does
 // nothing for any other letter.  Every tool has both, as --help and --version.

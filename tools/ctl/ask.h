@@ -1,0 +1,50 @@
+// tools/ctl/ask.h: the administrative datagrams.
+//
+// A program can answer to ports up to 32767 only, and the system hands out higher ones: all leave
+// from a port below 32768.
+#ifndef TOOLS_CTL_ASK_H
+#define TOOLS_CTL_ASK_H
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "tools/ctl/conf.h"
+
+// An admin port, and how a user knows it.
+struct Target {
+  std::string name;
+  sockaddr_in address;
+};
+
+Target Ask_Target(const ConfLine &line);
+
+enum class Reply { kNone, kPong, kRefused };
+
+struct Asked {
+  Reply reply;
+  int err;              // of a refusal
+  double milliseconds;  // of a pong
+};
+
+// Pings all at the same time and waits until each has answered or refused, or the time is over.
+std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nanoseconds time);
+
+// Pings the same ones again and again until all have answered; false: the time is over.  Says on a
+// terminal what it waits for.
+bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time);
+
+// One datagram.  0, or the error of a refusal that is known already; from another machine it may
+// come too late.
+int Ask_Send(const Target &target, const std::string &datagram);
+
+// Says that there was no answer, or what was refused, and returns the exit status for it.
+int Ask_Complain(const Target &target, const Asked &asked);
+
+// A line on standard error that the next one takes the place of, if that is a terminal; null ends
+// it.
+void Ask_Progress(const char *text);
+
+#endif

@@ -1,0 +1,82 @@
+#include <signal.h>
+#include <sysexits.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "tools/common/tool.h"
+#include "tools/ctl/commands.h"
+
+namespace {
+
+bool IsLevel(std::string_view word) {
+  for (const std::string_view level : {"INFO", "STATUS", "WARNING", "FATAL", "OFF"})
+    if (word == level) return true;
+  return false;
+}
+
+// The last word: the id is before it, if there is one.
+std::string TakeLevel(const Request &request) {
+  const char *level = Request_Word(request, request.peer.port != 0 ? 0 : 1);
+  if (!IsLevel(level))
+    Tool_Fail(EX_USAGE, "level takes INFO, STATUS, WARNING, FATAL or OFF, not '%s'", level);
+  return level;
+}
+
+// To all of them, also behind one that cannot be reached.
+int SendAll(const std::vector<Target> &targets, const std::string &datagram) {
+  int status = EX_OK;
+  for (const Target &target : targets)
+    if (const int err = Ask_Send(target, datagram); err != 0)
+      status = Ask_Complain(target, {Reply::kRefused, err, 0});
+  return status;
+}
+
+int SetLevel(const std::vector<Target> &targets, const std::string &level) {
+  return SendAll(targets, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + level + "\n");
+}
+
+}  // namespace
+
+int Command_Ping(Request *request) {
+  const std::vector<Target> targets = Request_Targets(request);
+  const std::vector<Asked> asked = Ask_Ping(targets, request->peer.left);
+  int status = EX_OK;
+  for (std::size_t i = 0; i < targets.size(); ++i) {
+    if (asked[i].reply == Reply::kPong)
+      Tool_Print(
+          Tool_Format("PONG from %s in %.3f ms\n", targets[i].name.c_str(), asked[i].milliseconds));
+    else
+      status = Ask_Complain(targets[i], asked[i]);
+  }
+  return status;
+}
+
+int Command_Level(Request *request) {
+  const std::string level = TakeLevel(*request);
+  const std::vector<Target> targets = Request_Targets(request);
+  if (request->spell.count() == 0) return SetLevel(targets, level);
+  // Held back, so that they end the wait and not the process.
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&ending, signal_number);
+  sigprocmask(SIG_BLOCK, &ending, nullptr);
+  const int status = SetLevel(targets, level);
+  const timespec spell = {static_cast<std::time_t>(request->spell.count()), 0};
+  sigtimedwait(&ending, nullptr, &spell);
+  return std::max(status, SetLevel(targets, "WARNING"));
+}
+
+int Command_Shutdown(Request *request) {
+  return SendAll(Request_Targets(request), "\t@COMMAND=SHUTDOWN\n");
+}
+
+int Command_Wait(Request *request) {
+  const std::vector<Target> targets = Request_Targets(request);
+  if (Ask_Await(targets, request->peer.left)) return EX_OK;
+  const std::vector<Asked> asked = Ask_Ping(targets, std::chrono::milliseconds(1));
+  int status = EX_OK;
+  for (std::size_t i = 0; i < targets.size(); ++i)
+    if (asked[i].reply != Reply::kPong) status = Ask_Complain(targets[i], {Reply::kNone, 0, 0});
+  return status;
+}
