@@ -75,7 +75,8 @@ int Site::Line(const std::string &id, char type, const std::string &parent) {
   Program_ line = {id, type, ReservePort(), ReservePort(), std::make_unique<Folder>(), nullptr};
   Text(id + " " + type + " 127.0.0.1 " + std::to_string(line.client_port) + " " +
        std::to_string(line.admin_port) + " " + parent);
-  line.folder->Write("korvo.conf", "play C 127.0.0.1 " + std::to_string(line.client_port) + " " +
+  const int played = type == 'C' ? line.client_port : ReservePort();
+  line.folder->Write("korvo.conf", "play C 127.0.0.1 " + std::to_string(played) + " " +
                                        std::to_string(line.admin_port) + " -\n");
   lines_.emplace(count_, std::move(line));
   return count_;

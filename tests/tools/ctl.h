@@ -45,8 +45,8 @@ class Terminal {
 std::string Pong(const std::string &number);
 std::string NumberIn(const std::string &ping);
 
-// A folder with a korvo.conf of programs on 127.0.0.1.  What the daemon does at a port, answering a
-// PING and taking connections, is all that the tool asks of any type: so a daemon plays each.
+// A folder with a korvo.conf of programs on 127.0.0.1.  The daemon plays each type: it answers a
+// PING and knows its children.  At the client port of another type nobody is.
 class Site {
  public:
   // Adds a line; its number.

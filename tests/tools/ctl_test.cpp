@@ -176,8 +176,12 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       KORVOCTL,
       "usage: korvoctl COMMAND [ID] [OPTION]...\n"
       "\n"
+      "  check [ID]           look for what is wrong in korvo.conf and korvo.db\n"
+      "  list                 show the tree of korvo.conf and who answers\n"
+      "  units                name the units of systemd for this machine's programs\n"
       "  ping ID              ask whether the program lives, and how fast it answers\n"
       "  wait ID              wait until it answers\n"
+      "  announce [ID]        announce to it, or to all, the programs below\n"
       "  level ID LEVEL       set the level of its log: INFO, STATUS, WARNING, FATAL or OFF\n"
       "  shutdown ID          end it at once\n"
       "\n"
@@ -188,11 +192,16 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  --port PORT          in place of an id: the admin port\n"
       "  --timeout SECONDS    wait so long for answers; 5\n"
       "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
+      "  --json               of list: as JSON\n"
+      "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
+      "  --macros DIR         of check: look at the page frames there, too\n"
+      "  --watch TIME         of announce: do so again after that time, for ever\n"
       "  --help               this text\n"
       "  --version            name and version\n"
       "\n"
-      "Status: 0; 64 wrong use; 66 korvo.conf cannot be read; 68 the host is unknown; 69 nobody\n"
-      "listens there; 75 no answer in time; 78 korvo.conf has no such program.\n");
+      "Status: 0; 1 check found what programs survive; 64 wrong use; 66 korvo.conf cannot be read;\n"
+      "68 the host is unknown; 69 nobody listens there; 75 no answer in time; 78 korvo.conf has no\n"
+      "such program, or check found what keeps one from starting.\n");
   ExpectVersion(KORVOCTL);
 }
 

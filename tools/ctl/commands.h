@@ -10,4 +10,15 @@ int Command_Level(Request *request);
 int Command_Shutdown(Request *request);
 int Command_Wait(Request *request);
 
+// check.cpp
+int Command_Check(Request *request);
+
+// tree.cpp
+int Command_List(Request *request);
+int Command_Units(Request *request);
+std::string Command_Unit(const ConfLine &line);  // the instance that runs it
+
+// announce.cpp
+int Command_Announce(Request *request);
+
 #endif

@@ -16,10 +16,12 @@ namespace {
 constexpr std::int32_t kMaxTime = 30 * 86400;  // seconds
 
 constexpr option kOptions[] = {
-    {"dir", required_argument, nullptr, 'd'},  {"for", required_argument, nullptr, 'f'},
-    {"help", no_argument, nullptr, 'h'},       {"host", required_argument, nullptr, 'H'},
-    {"port", required_argument, nullptr, 'p'}, {"timeout", required_argument, nullptr, 't'},
-    {"version", no_argument, nullptr, 'V'},    {nullptr, 0, nullptr, 0}};
+    {"dir", required_argument, nullptr, 'd'},     {"for", required_argument, nullptr, 'f'},
+    {"help", no_argument, nullptr, 'h'},          {"host", required_argument, nullptr, 'H'},
+    {"json", no_argument, nullptr, 'j'},          {"macro", required_argument, nullptr, 'M'},
+    {"macros", required_argument, nullptr, 'm'},  {"port", required_argument, nullptr, 'p'},
+    {"timeout", required_argument, nullptr, 't'}, {"version", no_argument, nullptr, 'V'},
+    {"watch", required_argument, nullptr, 'w'},   {nullptr, 0, nullptr, 0}};
 
 enum class Id { kNone, kOptional, kNeeded, kOrPort };
 
@@ -32,32 +34,26 @@ struct Command {
   const char *help;
 };
 
+// clang-format off
 constexpr Command kCommands[] = {
-    {"ping",
-     Id::kOrPort,
-     0,
-     {'d', 'H', 'p', 't'},
-     Command_Ping,
+    {"check", Id::kOptional, 0, {'d', 'm'}, Command_Check,
+     "  check [ID]           look for what is wrong in korvo.conf and korvo.db\n"},
+    {"list", Id::kNone, 0, {'d', 't', 'j'}, Command_List,
+     "  list                 show the tree of korvo.conf and who answers\n"},
+    {"units", Id::kNone, 0, {'d'}, Command_Units,
+     "  units                name the units of systemd for this machine's programs\n"},
+    {"ping", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Ping,
      "  ping ID              ask whether the program lives, and how fast it answers\n"},
-    {"wait",
-     Id::kOrPort,
-     0,
-     {'d', 'H', 'p', 't'},
-     Command_Wait,
+    {"wait", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Wait,
      "  wait ID              wait until it answers\n"},
-    {"level",
-     Id::kOrPort,
-     1,
-     {'d', 'H', 'p', 't', 'f'},
-     Command_Level,
+    {"announce", Id::kOptional, 0, {'d', 't', 'w', 'M'}, Command_Announce,
+     "  announce [ID]        announce to it, or to all, the programs below\n"},
+    {"level", Id::kOrPort, 1, {'d', 'H', 'p', 't', 'f'}, Command_Level,
      "  level ID LEVEL       set the level of its log: INFO, STATUS, WARNING, FATAL or OFF\n"},
-    {"shutdown",
-     Id::kOrPort,
-     0,
-     {'d', 'H', 'p', 't'},
-     Command_Shutdown,
+    {"shutdown", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Shutdown,
      "  shutdown ID          end it at once\n"},
 };
+// clang-format on
 
 constexpr const char *kUsage =
     "usage: korvoctl COMMAND [ID] [OPTION]...\n"
@@ -72,11 +68,16 @@ constexpr const char *kOptionHelp =
     "  --port PORT          in place of an id: the admin port\n"
     "  --timeout SECONDS    wait so long for answers; 5\n"
     "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
+    "  --json               of list: as JSON\n"
+    "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
+    "  --macros DIR         of check: look at the page frames there, too\n"
+    "  --watch TIME         of announce: do so again after that time, for ever\n"
     "  --help               this text\n"
     "  --version            name and version\n"
     "\n"
-    "Status: 0; 64 wrong use; 66 korvo.conf cannot be read; 68 the host is unknown; 69 nobody\n"
-    "listens there; 75 no answer in time; 78 korvo.conf has no such program.\n";
+    "Status: 0; 1 check found what programs survive; 64 wrong use; 66 korvo.conf cannot be read;\n"
+    "68 the host is unknown; 69 nobody listens there; 75 no answer in time; 78 korvo.conf has no\n"
+    "such program, or check found what keeps one from starting.\n";
 
 std::string Help() {
   std::string text = kUsage;
@@ -109,6 +110,10 @@ void TakeOption(Request *request, int letter) {
   if (Peer_TakeOption(&request->peer, letter)) return;
   switch (letter) {
     case 'd': request->dir = optarg; break;
+    case 'j': request->form = Form::kJson; break;
+    case 'M': request->macro = optarg; break;
+    case 'm': request->macros = optarg; break;
+    case 'w': request->watch = TakeTime("--watch", optarg); break;
     case 'f': request->spell = TakeTime("--for", optarg); break;
     default: Tool_TakeInfoOption(letter, Help().c_str());
   }

@@ -1,0 +1,252 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/tools/ctl.h"
+
+namespace {
+
+constexpr const char *kWeb = "web1 C 127.0.0.1 8001 8002 -\n";
+constexpr const char *kSearch = "notes S 127.0.0.1 8011 8012 web1\n";
+constexpr const char *kDocuments = "notes D 127.0.0.1 8021 8022 web1\n";
+constexpr const char *kEngine = "half E 127.0.0.1 8031 8032 notes\n";
+
+// Fails the test unless the check finds exactly that; FILE:LINE is without the folder.
+void ExpectFound(const std::string &conf, const std::string &db, const std::string &found,
+                 int status, const Arguments &words = {}) {
+  const Folder folder;
+  folder.Write("korvo.conf", conf);
+  folder.Write("korvo.db", db);
+  Arguments argv = {KORVOCTL, "check", "--dir", folder.Path()};
+  argv.insert(argv.end(), words.begin(), words.end());
+  const Outcome outcome = RunTool(argv);
+  std::string output = outcome.output;
+  for (std::size_t at; (at = output.find(folder.Path() + "/")) != std::string::npos;)
+    output.erase(at, folder.Path().size() + 1);
+  EXPECT_EQ(found, output);
+  EXPECT_EQ("", outcome.errors);
+  EXPECT_EQ(status, outcome.status) << output;
+}
+
+// The same where only the lines of korvo.conf are wrong: on another machine.
+void ExpectConf(const std::string &conf, const std::string &found, int status) {
+  ExpectFound(conf, "", found, status);
+}
+
+std::string Away(std::string lines) {
+  for (std::size_t at; (at = lines.find("127.0.0.1")) != std::string::npos;)
+    lines.replace(at, 9, "192.0.2.77");
+  return lines;
+}
+
+TEST(CtlCheck, GoodFiles_SayNothing) {
+  const Folder data;
+  data.Write("iamglass", "x");
+  const std::string db = data.Path();
+  ExpectFound(std::string("# all\n\n") + kWeb + kSearch + kDocuments + kEngine,
+              "notes notes - -\nhalf notes " + db + " " + db + "\n", "", 0);
+  ExpectFound(std::string(kWeb) + kSearch + kDocuments, "notes notes " + db + " " + db + "\n", "",
+              0);
+  ExpectConf(Away(std::string(kWeb) + kSearch + kEngine + kDocuments),
+             "korvo.conf:3: stands before its parent notes:D in line 4, and has to start behind "
+             "it; move it there\n",
+             1);
+}
+
+TEST(CtlCheck, Words_AreSixAndTheirTypeIsKnown) {
+  ExpectConf("web1 C 127.0.0.1 8001\nweb2\nweb3 c 127.0.0.1 8001 8002 -\nweb4 CC 1 2 3 4\n",
+             "korvo.conf:1: has 4 of the 6 words ID TYPE IP CLIENTPORT ADMINPORT PARENTID; add the "
+             "rest\n"
+             "korvo.conf:2: has 1 of the 6 words ID TYPE IP CLIENTPORT ADMINPORT PARENTID; add the "
+             "rest\n"
+             "korvo.conf:3: TYPE c is none of C, S, D and E; take one of them\n"
+             "korvo.conf:4: TYPE CC is none of C, S, D and E; take one of them\n",
+             78);
+  ExpectConf(std::string(64, 'w') + " C 192.0.2.77 1 2 -\n",
+             "korvo.conf:1: ID is longer than 63 characters and is cut; shorten it\n", 1);
+}
+
+TEST(CtlCheck, Lines_AreReadAsTheProgramsReadThem) {
+  ExpectConf("# a\nweb1 C 192.0.2.77 1 2 -",
+             "korvo.conf:2: does not end in a newline, and the programs do not see it; end the "
+             "file with one\n",
+             78);
+  ExpectConf("web1 C 192.0.2.77 1 2 -\n# a last comment", "", 0);
+  ExpectConf("web1 C 192.0.2.77 1 2 -\r\n",
+             "korvo.conf:1: ends in a carriage return, which belongs to its last word; end lines "
+             "in a newline alone\n",
+             1);
+  ExpectConf("#" + std::string(1060, 'x') + "\n",
+             "korvo.conf:1: is longer than 1023 characters, and the rest is read as another line; "
+             "shorten it\n"
+             "korvo.conf:1: has 1 of the 6 words ID TYPE IP CLIENTPORT ADMINPORT PARENTID; add "
+             "the rest\n",
+             78);
+}
+
+TEST(CtlCheck, Addresses_AreSomebodys) {
+  ExpectConf("a C here 1 2 -\nb C 0.0.0.0 1 2 -\nc C 192.77 1 2 -\n",
+             "korvo.conf:1: IP here is no address to listen on; take an IPv4 address of the "
+             "machine\n"
+             "korvo.conf:2: IP 0.0.0.0 is no address to listen on; take an IPv4 address of the "
+             "machine\n"
+             "korvo.conf:3: IP 192.77 is read as 192.0.0.77; write it so\n",
+             78);
+  ExpectFound(Away(kWeb), "",
+              "korvo.conf:1: IP 192.0.2.77 is no address of this machine; start the program where "
+              "it is, or change it\n",
+              78, {"web1"});
+  ExpectFound(kWeb, "", "", 0, {"web1"});
+}
+
+TEST(CtlCheck, Ports_AreFreeAndInRange) {
+  ExpectConf("a C 192.0.2.77 0 40000 -\nb C 192.0.2.77 80x 070 -\n",
+             "korvo.conf:1: CLIENTPORT 0 cannot be used; take a number from 1 to 32767\n"
+             "korvo.conf:1: ADMINPORT 40000 cannot be used; take a number from 1 to 32767\n"
+             "korvo.conf:2: CLIENTPORT 80x is read as 80; write it so\n"
+             "korvo.conf:2: ADMINPORT 070 is read as 70; write it so\n",
+             78);
+  ExpectConf("a C 192.0.2.77 1 2 -\nb C 192.0.2.77 2 1 -\nc C 192.0.2.78 1 2 -\n", "", 0);
+  ExpectConf(
+      "a C 192.0.2.77 1 2 -\nb C 192.0.2.77 1 2 -\n",
+      "korvo.conf:2: CLIENTPORT 1 of 192.0.2.77 is that of a:C in line 1, too; take "
+      "another\n"
+      "korvo.conf:2: ADMINPORT 2 of 192.0.2.77 is that of a:C in line 1, too; take another\n",
+      78);
+}
+
+TEST(CtlCheck, Parents_AreThereAndOfTheirType) {
+  ExpectConf(
+      "a C 192.0.2.77 1 2 b\nb S 192.0.2.77 3 4 -\nc D 192.0.2.77 5 6 b\n"
+      "d E 192.0.2.77 7 8 a\ne E 192.0.2.77 9 10 f\nf S 192.0.2.77 11 12 a\n",
+      "korvo.conf:1: a Communications Manager has no parent; put - for b\n"
+      "korvo.conf:2: there is no Communications Manager - (type C) for PARENTID; add its "
+      "line, or name another\n"
+      "korvo.conf:3: there is no Communications Manager b (type C) for PARENTID; add its "
+      "line, or name another\n"
+      "korvo.conf:4: there is no Search Manager a (type S) for PARENTID; add its line, or "
+      "name another\n"
+      "korvo.conf:5: there is no Document Manager f (type D) for PARENTID, and its "
+      "documents cannot be fetched; add its line\n"
+      "korvo.conf:5: stands before its parent f:S in line 6, and has to start behind it; "
+      "move it there\n",
+      78);
+}
+
+TEST(CtlCheck, DoubledLines_AreStandbys) {
+  ExpectConf("a C 192.0.2.77 1 2 -\na S 192.0.2.77 3 4 a\na C 192.0.2.77 5 6 -\n",
+             "korvo.conf:3: line 1 has this id and type, and only korvoctl announce takes a second "
+             "one, as a standby; delete it unless it is one\n",
+             1);
+}
+
+TEST(CtlCheck, Databases_AreThereAndCanBeRead) {
+  const Folder data;  // of something else
+  data.Write("korvo.txt", "x");
+  const std::string tree = std::string(kWeb) + kSearch + kDocuments;
+  ExpectFound(
+      tree, "",
+      "korvo.db:1: no line has the id of notes:S, which has no database then; add ID DBNAME "
+      "SEARCHLOC DOCLOC\n"
+      "korvo.db:1: no line has the id of notes:D, which has no database then; add ID DBNAME "
+      "SEARCHLOC DOCLOC\n",
+      1);
+  ExpectFound(tree, "notes n -\n",
+              "korvo.db:1: has 3 of the 4 words ID DBNAME SEARCHLOC DOCLOC; add the rest\n"
+              "korvo.db:1: has 3 of the 4 words ID DBNAME SEARCHLOC DOCLOC; add the rest\n",
+              1);
+  ExpectFound(tree, "notes n - -\n",
+              "korvo.db:1: notes:S has neither a database nor an engine, and finds nothing; name a "
+              "database, or add an engine\n"
+              "korvo.db:1: notes:D has neither a database nor an engine, and finds nothing; name a "
+              "database, or add an engine\n",
+              1);
+  ExpectFound(tree, "notes n /none/at/all here\n",
+              "korvo.db:1: SEARCHLOC /none/at/all cannot be read: No such file or directory; make "
+              "it, or let this user read it\n"
+              "korvo.db:1: DOCLOC here is looked for from where its program is started; write the "
+              "whole path\n",
+              1);
+  const std::string far = "/" + std::string(127, 'f');
+  ExpectFound(tree, "notes n " + data.Path() + " " + far + "\n",
+              "korvo.db:1: SEARCHLOC " + data.Path() +
+                  " holds no database; make one with korvo-index\n"
+                  "korvo.db:1: DOCLOC " +
+                  far + " is longer than 127 characters and is cut; shorten it\n",
+              1);
+}
+
+TEST(CtlCheck, Engines_DoNotStartWithoutADatabase) {
+  const std::string tree = std::string(kWeb) + kSearch + kDocuments + kEngine;
+  ExpectFound(tree, "",
+              "korvo.db:1: no line has the id of half:E, which has no database then; add ID DBNAME "
+              "SEARCHLOC DOCLOC\n",
+              78);
+  ExpectFound(tree, "half " + std::string(64, 'n') + " - -\n",
+              "korvo.db:1: DBNAME is longer than 63 characters and is cut; shorten it\n"
+              "korvo.db:1: SEARCHLOC is missing for half:E; a Search Engine serves a database\n",
+              1);
+  ExpectFound(tree, "half n /x\n",
+              "korvo.db:1: has 3 of the 4 words ID DBNAME SEARCHLOC DOCLOC; add the rest\n", 78);
+}
+
+TEST(CtlCheck, DatabaseLines_HaveAProgram) {
+  ExpectFound(Away(std::string(kWeb) + kSearch + kDocuments), "notes n - -\nnotes n - -\nx y - -\n",
+              "korvo.db:2: line 1 has this id, and no program reads a second one; delete it\n"
+              "korvo.db:3: korvo.conf has no program x; delete the line, or add one there\n",
+              1);
+}
+
+TEST(CtlCheck, Id_AsksForThatProgramAlone) {
+  const std::string conf =
+      std::string(kWeb) + kSearch + "notes D 127.0.0.1 0 8022 web1\nother S x 1 2 -\n";
+  const Folder data;
+  data.Write("iamglass", "x");
+  const std::string db = "notes n " + data.Path() + " " + data.Path() + "\nother\n";
+  ExpectFound(conf, db, "", 0, {"notes:S"});
+  ExpectFound(conf, db,
+              "korvo.conf:3: CLIENTPORT 0 cannot be used; take a number from 1 to 32767\n", 78,
+              {"notes"});
+  ExpectFound(conf, db, "korvo.conf:1: has no program half; add its line, or name another\n", 78,
+              {"half"});
+  // What keeps a parent's address from being read keeps the child from starting.
+  ExpectFound(
+      "web1 C x 8001 8002 -\n" + std::string(kSearch), db,
+      "korvo.conf:1: IP x is no address to listen on; take an IPv4 address of the machine\n", 78,
+      {"notes:S"});
+}
+
+TEST(CtlCheck, Frames_AreNotCut) {
+  const Folder macros;
+  macros.Write("good.hdr", std::string(10238, 'x'));
+  macros.Write("other.txt", std::string(20000, 'x'));
+  std::filesystem::create_directory(macros.Path() + "/below");
+  const std::string tail = macros.Write("below/long.tail", std::string(10239, 'x'));
+  ExpectFound(Away(kWeb), "",
+              tail + ":1: has 10239 characters, of which the first 10238 are sent; shorten it\n", 1,
+              {"--macros", macros.Path()});
+  std::filesystem::remove(tail);
+  ExpectFound(Away(kWeb), "", "", 0, {"--macros", macros.Path()});
+  const Folder empty;
+  empty.Write("korvo.conf", "");
+  ExpectRefused({KORVOCTL, "check", "--dir", empty.Path(), "--macros", "/none"}, 66,
+                "cannot read /none: No such file or directory");
+}
+
+TEST(CtlCheck, FilesThatCannotBeRead_AreFound) {
+  const Folder folder;
+  const Outcome none = RunTool({KORVOCTL, "check", "--dir", folder.Path()});
+  EXPECT_EQ(
+      folder.Path() +
+          "/korvo.conf:1: cannot be read: No such file or directory; --dir names its folder\n",
+      none.output);
+  EXPECT_EQ(78, none.status);
+  folder.Write("korvo.conf", "");
+  std::filesystem::create_directory(folder.Path() + "/korvo.db");
+  const Outcome database = RunTool({KORVOCTL, "check", "--dir", folder.Path()});
+  EXPECT_EQ(folder.Path() + "/korvo.db:1: cannot be read: Is a directory; let this user read it\n",
+            database.output);
+  EXPECT_EQ(78, database.status);
+}
+
+}  // namespace

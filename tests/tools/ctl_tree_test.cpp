@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/tools/ctl.h"
+
+namespace {
+
+// Times are of no interest.
+std::string WithoutTimes(std::string text) {
+  for (const std::string before : {"PONG in ", "\"ms\": "})
+    for (std::size_t at = 0; (at = text.find(before, at)) != std::string::npos;) {
+      at += before.size();
+      const std::size_t end = text.find_first_not_of("0123456789.", at);
+      if (end > at) text.replace(at, end - at, "<ms>");
+    }
+  return text;
+}
+
+std::string Ports(const Site &site, int line) {
+  return "127.0.0.1 " + std::to_string(site.ClientPort(line)) + " " +
+         std::to_string(site.AdminPort(line));
+}
+
+TEST(CtlTree, List_ShowsWhoAnswers) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int documents = site.Line("notes", 'D', "web1");
+  const int search = site.Line("notes", 'S', "web1");
+  const int half = site.Line("half", 'E', "notes");
+  const int orphan = site.Line("lost", 'S', "gone");
+  site.Start(web);
+  site.Start(half);
+  const Outcome plain = site.Run({"list"});
+  EXPECT_EQ(0, plain.status) << plain.errors;
+  EXPECT_EQ("web1 C " + Ports(site, web) + ": PONG in <ms> ms\n" + "  notes D " +
+                Ports(site, documents) + ": Connection refused\n" + "  notes S " +
+                Ports(site, search) + ": Connection refused\n" + "    half E " + Ports(site, half) +
+                ": PONG in <ms> ms\n" + "lost S " + Ports(site, orphan) +
+                ": Connection refused (its parent gone is missing)\n",
+            WithoutTimes(plain.output));
+}
+
+std::string Json(const Site &site, int line, const std::string &id, const std::string &type,
+                 const std::string &parent, const std::string &answer, const std::string &ms) {
+  return "{\"id\": \"" + id + "\", \"type\": \"" + type +
+         "\", \"ip\": \"127.0.0.1\", \"clientport\": " + std::to_string(site.ClientPort(line)) +
+         ", \"adminport\": " + std::to_string(site.AdminPort(line)) + ", \"parent\": \"" + parent +
+         "\", \"line\": " + std::to_string(line) + ", \"answer\": " + answer + ", \"ms\": " + ms +
+         "}";
+}
+
+TEST(CtlTree, List_IsJson) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int search = site.Line("\"a\\\x01", 'S', "web1");
+  site.Start(web);
+  const Outcome json = site.Run({"list", "--json"});
+  EXPECT_EQ(0, json.status);
+  EXPECT_EQ(
+      "[" + Json(site, web, "web1", "C", "", "\"PONG\"", "<ms>") + ",\n " +
+          Json(site, search, "\\\"a\\\\\\u0001", "S", "web1", "\"Connection refused\"", "null") +
+          "]\n",
+      WithoutTimes(json.output));
+  const Folder empty;
+  empty.Write("korvo.conf", "");
+  EXPECT_EQ("[]\n", RunTool({KORVOCTL, "list", "--json", "--dir", empty.Path()}).output);
+}
+
+TEST(CtlTree, List_NamesTheSilent) {
+  const Admin silent;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(silent.Port()) + " -");
+  EXPECT_EQ("web1 C 127.0.0.1 1 " + std::to_string(silent.Port()) + ": no answer\n",
+            site.Run({"list", "--timeout", "1"}).output);
+}
+
+TEST(CtlTree, Units_AreThoseOfThisMachineParentsFirst) {
+  Site site;
+  site.Text("half E 127.0.0.1 8031 8032 notes");
+  site.Text("notes S 127.0.0.1 8011 8012 web1");
+  site.Text("far S 192.0.2.77 8011 8012 web1");
+  site.Text("notes D 127.0.0.2 8021 8022 web1");
+  site.Text("web1 C 127.0.0.1 8001 8002 -");
+  site.Text("web1 C 127.0.0.1 8101 8102 -");
+  site.Text("odd X 127.0.0.1 8101 8102 -");
+  const Outcome units = site.Run({"units"});
+  EXPECT_EQ(
+      "korvo-commmgr@web1.service\nkorvo-searchmgr@notes.service\n"
+      "korvo-docmgr@notes.service\nkorvo-engine@half.service\n",
+      units.output);
+  EXPECT_EQ(0, units.status);
+}
+
+// Announcing.
+
+std::string Announced(const Site &site, int child, int parent) {
+  return "announced " + site.Place(child) + " to " + site.Place(parent) + "\n";
+}
+
+// Whether the daemon in the parent's place hands a query to that group; it needs no page for that.
+bool IsListed(const Site &site, int parent, const std::string &group) {
+  const Socket client = ConnectTo(site.ClientPort(parent));
+  client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=" + group + "\t@MACROFILE=" + site.Path() +
+              "/page\t@MAXHITS=1\tx\n");
+  return client.ReadAll() != "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n";
+}
+
+void WritePage(const Site &site) {
+  for (const std::string name : {"page.mo", "page.hdr", "page.tail"}) site.Files().Write(name, "");
+}
+
+TEST(CtlTree, Announce_SpeaksForEachThatAnswers) {
+  Admin web, search;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(web.Port()) + " -");
+  const int one = site.Line("one", 'S', "web1");
+  const int documents = site.Line("one", 'D', "web1");
+  site.Line("two", 'S', "web1");
+  site.Start(one);
+  site.Start(documents);
+  Tool tool(site.Ctl({"announce", "web1"}));
+  EXPECT_EQ("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=D\tIP=127.0.0.1\tCLIENTPORT=" +
+                std::to_string(site.ClientPort(documents)) +
+                "\tADMINPORT=" + std::to_string(site.AdminPort(documents)) + "\n",
+            web.Announced());
+  EXPECT_EQ("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=S\tIP=127.0.0.1\tCLIENTPORT=" +
+                std::to_string(site.ClientPort(one)) +
+                "\tADMINPORT=" + std::to_string(site.AdminPort(one)) + "\n",
+            web.Announced());
+  EXPECT_EQ(0, tool.Status()) << tool.Errors();
+}
+
+// What asks is one line, as any client sends it.
+TEST(CtlTree, Announce_WithAMacroAsksForEachGroup) {
+  Admin admin;
+  const Manager manager;
+  Site site;
+  site.Text("web1 C 127.0.0.1 " + std::to_string(manager.Port()) + " " +
+            std::to_string(admin.Port()) + " -");
+  const int one = site.Line("one", 'S', "web1");
+  site.Start(one);
+  Tool tool(site.Ctl({"announce", "web1", "--macro", "page"}));
+  const std::string ping = admin.Receive();
+  admin.Reply(Pong(NumberIn(ping)));
+  const std::string unknown = "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n";
+  for (const std::string &group : {std::string(100, '-'), std::string("one")}) {
+    const Socket asked = manager.Accept();
+    EXPECT_EQ(
+        "\t@COMMAND=QUERY\t@SEARCHGROUP=" + group + "\t@MACROFILE=page\t@MAXHITS=1\tkorvoctl\n",
+        asked.ReadLine());
+    asked.Send(unknown);
+  }
+  EXPECT_TRUE(admin.Receive().starts_with("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=S\t"));
+  EXPECT_EQ(0, tool.Status()) << tool.Errors();
+}
+
+TEST(CtlTree, Announce_SaysWhoIsSilentAndWhoWasAnnounced) {
+  Site site;
+  WritePage(site);
+  const int web = site.Line("web1", 'C', "-");
+  const int one = site.Line("one", 'S', "web1");
+  const int two = site.Line("two", 'S', "web1");
+  const int half = site.Line("half", 'E', "one");
+  site.Start(web);
+  site.Start(one);
+  site.Start(half);
+  const Outcome outcome = site.Run({"announce"});
+  EXPECT_EQ(
+      site.Place(two) + " is silent\n" + Announced(site, one, web) + Announced(site, half, one),
+      outcome.output);
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_TRUE(IsListed(site, web, "one"));
+  EXPECT_FALSE(IsListed(site, web, "two"));
+  EXPECT_EQ(Announced(site, half, one), site.Run({"announce", "one"}).output);
+  EXPECT_EQ("", site.Run({"announce", "half"}).output);
+  site.End(web);
+  const Outcome alone = site.Run({"announce", "web1"});
+  EXPECT_EQ(69, alone.status);
+  EXPECT_EQ(site.Place(web) + " is silent\n" + site.Place(two) + " is silent\n", alone.output);
+}
+
+// One that is known already, and is not the first, cuts those behind it when it is announced.
+TEST(CtlTree, Announce_LosesNoSearchManagerOfAListInTheOrderOfTheFile) {
+  Site site;
+  WritePage(site);
+  const int web = site.Line("web1", 'C', "-");
+  const int a = site.Line("a", 'S', "web1");
+  const int b = site.Line("b", 'S', "web1");
+  const int c = site.Line("c", 'S', "web1");
+  for (const int line : {web, a, b, c}) site.Start(line);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(Announced(site, a, web) + Announced(site, b, web) + Announced(site, c, web),
+              site.Run({"announce", "web1"}).output);
+    for (const std::string id : {"a", "b", "c"}) EXPECT_TRUE(IsListed(site, web, id)) << id;
+  }
+}
+
+// In whatever order they became known: those that are listed are left where they are.
+TEST(CtlTree, Announce_WithAMacroLosesNobodyAtAll) {
+  Site site;
+  WritePage(site);
+  const int web = site.Line("web1", 'C', "-");
+  const int a = site.Line("a", 'S', "web1");
+  const int b = site.Line("b", 'S', "web1");
+  const int c = site.Line("c", 'S', "web1");
+  for (const int line : {web, c}) site.Start(line);
+  EXPECT_EQ(
+      site.Place(a) + " is silent\n" + site.Place(b) + " is silent\n" + Announced(site, c, web),
+      site.Run({"announce", "web1"}).output);
+  site.Start(a);
+  site.Start(b);
+  const Arguments exact = {"announce", "web1", "--macro", site.Path() + "/page"};
+  EXPECT_EQ(Announced(site, a, web) + Announced(site, b, web), site.Run(exact).output);
+  EXPECT_EQ("", site.Run(exact).output);
+  for (const std::string id : {"a", "b", "c"}) EXPECT_TRUE(IsListed(site, web, id)) << id;
+  ExpectRefused(site.Ctl({"announce", "web1", "--macro", "/none"}), 65,
+                site.Place(web) + " cannot open the page macro /none");
+}
+
+TEST(CtlTree, Watch_AnnouncesAgainAndTakesTheStandby) {
+  Site site;
+  WritePage(site);
+  const int web = site.Line("web1", 'C', "-");
+  const int first = site.Line("a", 'S', "web1");
+  const int standby = site.Line("a", 'S', "web1");
+  for (const int line : {web, first, standby}) site.Start(line);
+  Tool tool(site.Ctl({"announce", "--watch", "1", "--timeout", "1"}));
+  std::string expected = Announced(site, first, web);
+  const auto says = [&] {
+    return Eventually([&] { return tool.Output() == expected; }) ||
+           (ADD_FAILURE() << tool.Output(), false);
+  };
+  EXPECT_TRUE(says());
+  site.End(first);
+  expected += Announced(site, standby, web);
+  EXPECT_TRUE(says());
+  site.Start(first);
+  expected += Announced(site, first, web);
+  EXPECT_TRUE(says());
+  site.End(web);
+  expected += site.Place(web) + " is silent\n";
+  EXPECT_TRUE(says());
+  site.Start(web);
+  expected += Announced(site, first, web);
+  EXPECT_TRUE(says());
+  EXPECT_TRUE(IsListed(site, web, "a"));
+  // One that was gone for less than a round has another socket.
+  site.End(web);
+  site.Start(web);
+  EXPECT_TRUE(Eventually([&] { return IsListed(site, web, "a"); }));
+  tool.Signal(SIGTERM);
+  tool.Wait();
+}
+
+}  // namespace

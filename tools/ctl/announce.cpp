@@ -1,0 +1,223 @@
+#include "config/announce.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sysexits.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "debug/fd_guard.h"
+#include "debug/text.h"
+#include "tools/common/tool.h"
+#include "tools/ctl/commands.h"
+#include "tools/ctl/process.h"
+
+namespace {
+
+// What was found of a program the last time: which of its lines answers, and the socket there, if
+// that is here: another one means that it was started again.
+struct Found {
+  const ConfLine *serving;  // null: none answers
+  unsigned long socket;
+  bool operator==(const Found &other) const = default;
+};
+
+using AllFound = std::map<const ConfLine *, Found>;  // by the first line
+
+struct Round {
+  const Request &request;
+  const Conf &conf;
+  AllFound before;
+  AllFound now;
+};
+
+// The first of a program's lines, and its standbys.
+std::vector<const ConfLine *> LinesOf(const Conf &conf, const ConfLine &program) {
+  std::vector<const ConfLine *> lines;
+  for (const ConfLine &line : conf.lines)
+    if (line.is_complete && line.words[0] == program.words[0] &&
+        line.config.Type == program.config.Type)
+      lines.push_back(&line);
+  return lines;
+}
+
+std::vector<const ConfLine *> ChildrenOf(const Conf &conf, const ConfLine *parent) {
+  std::vector<const ConfLine *> children;
+  for (const ConfLine *line : Conf_Programs(conf)) {
+    const std::vector<const ConfLine *> parents = Conf_Parents(conf, *line);
+    if (std::count(parents.begin(), parents.end(), parent) == 1) children.push_back(line);
+  }
+  return children;
+}
+
+// Of each program the first line that answers.
+AllFound FindAll(const Conf &conf, const std::vector<const ConfLine *> &programs,
+                 std::chrono::nanoseconds time) {
+  std::vector<const ConfLine *> lines;
+  std::vector<Target> targets;
+  for (const ConfLine *program : programs)
+    for (const ConfLine *line : LinesOf(conf, *program)) {
+      lines.push_back(line);
+      targets.push_back(Ask_Target(*line));
+    }
+  const std::vector<Asked> asked = Ask_Ping(targets, time);
+  AllFound found;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const ConfLine *program = Conf_Find(conf, lines[i]->words[0], lines[i]->config.Type);
+    Found *one = &found.try_emplace(program, Found{nullptr, 0}).first->second;
+    if (one->serving == nullptr && asked[i].reply == Reply::kPong)
+      *one = {lines[i], Process_Socket(*lines[i])};
+  }
+  return found;
+}
+
+bool IsChanged(const Round &round, const ConfLine *program) {
+  const auto before = round.before.find(program);
+  return before == round.before.end() || before->second != round.now.at(program);
+}
+
+void Announce(const ConfLine &parent, const ConfLine &child) {
+  SockAddr address = {};
+  (void)Text_Copy(address.IP, parent.config.IP);
+  address.Port = parent.config.AdminPort;
+  const std::string to = Ask_Target(parent).name;
+  const std::string name = Ask_Target(child).name;
+  // Its fields are the engine's own to tell; nobody above it needs them.
+  if (Init_Announce(&address, &child.config, nullptr) == 1)
+    Tool_Print(Tool_Format("announced %s to %s\n", name.c_str(), to.c_str()));
+  else
+    Tool_Warn("cannot announce %s to %s", name.c_str(), to.c_str());
+}
+
+// Asking a Communications Manager whom it knows.
+
+// The beginning of its answer, no more than size bytes; what came in time.
+std::string Exchange(const ConfLine &parent, const std::string &line, std::size_t size,
+                     std::chrono::nanoseconds time) {
+  Target target = Ask_Target(parent);
+  target.address.sin_port = htons(static_cast<std::uint16_t>(parent.config.ClientPort));
+  Peer peer = {parent.config.IP, parent.config.ClientPort, time};
+  const FdGuard guard(Peer_Socket(SOCK_STREAM));
+  const int sock = guard.Get();
+  const auto *address = reinterpret_cast<const sockaddr *>(&target.address);
+  if (connect(sock, address, sizeof target.address) != 0 && errno != EINPROGRESS)
+    Peer_FailUnreachable(peer, errno);
+  Peer_Wait(&peer, sock, POLLOUT);
+  if (const int err = Peer_PendingError(sock); err != 0) Peer_FailUnreachable(peer, err);
+  if (send(sock, line.data(), line.size(), MSG_NOSIGNAL) < 0) Peer_FailUnreachable(peer, errno);
+  std::string answer;
+  char buffer[256];
+  for (ssize_t got = 1; got != 0 && answer.size() < size;) {
+    Peer_Wait(&peer, sock, POLLIN);
+    got = recv(sock, buffer, sizeof buffer, 0);
+    if (got < 0 && errno != EAGAIN) break;
+    if (got > 0) answer.append(buffer, static_cast<std::size_t>(got));
+  }
+  return answer;
+}
+
+bool Knows(const Round &round, const ConfLine &parent, const std::string &group) {
+  const std::string unknown = "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n";
+  const std::string query = "\t@COMMAND=QUERY\t@SEARCHGROUP=" + group +
+                            "\t@MACROFILE=" + round.request.macro + "\t@MAXHITS=1\tkorvoctl\n";
+  return Exchange(parent, query, unknown.size(), round.request.peer.left) != unknown;
+}
+
+// A group that nobody can have: its name is longer than an id.
+void CheckMacro(const Round &round, const ConfLine &parent) {
+  if (Knows(round, parent, std::string(100, '-')))
+    Tool_Fail(EX_DATAERR, "%s cannot open the page macro %s", Ask_Target(parent).name.c_str(),
+              round.request.macro.c_str());
+}
+
+// Those that are listed stay where they are, and the others come behind them: nobody is cut.
+void AnnounceUnknown(const Round &round, const ConfLine &parent,
+                     const std::vector<const ConfLine *> &managers) {
+  CheckMacro(round, parent);
+  // A new address takes the place of the old one, and cuts; so this comes first.
+  for (const ConfLine *manager : managers)
+    if (const auto before = round.before.find(manager);
+        before != round.before.end() && before->second.serving != round.now.at(manager).serving)
+      Announce(parent, *round.now.at(manager).serving);
+  for (const ConfLine *manager : managers)
+    if (!Knows(round, parent, manager->words[0])) Announce(parent, *round.now.at(manager).serving);
+}
+
+// All Search Managers of a parent as soon as there is news of one: its own announcement may have
+// cut those behind it.
+void AnnounceManagers(const Round &round, const ConfLine *parent,
+                      const std::vector<const ConfLine *> &managers) {
+  const bool is_news = IsChanged(round, parent) ||
+                       std::any_of(managers.begin(), managers.end(), [&](const ConfLine *manager) {
+                         return IsChanged(round, manager);
+                       });
+  if (!is_news) return;
+  const ConfLine &to = *round.now.at(parent).serving;
+  if (!round.request.macro.empty()) return AnnounceUnknown(round, to, managers);
+  for (const ConfLine *manager : managers) Announce(to, *round.now.at(manager).serving);
+}
+
+void AnnounceTo(const Round &round, const ConfLine *parent) {
+  if (round.now.at(parent).serving == nullptr) return;
+  std::vector<const ConfLine *> managers;
+  for (const ConfLine *child : ChildrenOf(round.conf, parent)) {
+    if (round.now.at(child).serving == nullptr) continue;
+    if (child->config.Type == 'S')
+      managers.push_back(child);
+    else if (IsChanged(round, parent) || IsChanged(round, child))
+      Announce(*round.now.at(parent).serving, *round.now.at(child).serving);
+  }
+  if (!managers.empty()) AnnounceManagers(round, parent, managers);
+}
+
+void ReportSilent(const Round &round) {
+  for (const auto &[program, found] : round.now)
+    if (found.serving == nullptr && IsChanged(round, program))
+      Tool_Print(Tool_Format("%s is silent\n", Ask_Target(*program).name.c_str()));
+}
+
+// EX_UNAVAILABLE: none of the parents answers.
+int AnnounceAll(const Round &round, const std::vector<const ConfLine *> &parents) {
+  ReportSilent(round);
+  bool is_any_up = parents.empty();
+  for (const ConfLine *parent : parents) {
+    AnnounceTo(round, parent);
+    is_any_up = is_any_up || round.now.at(parent).serving != nullptr;
+  }
+  return is_any_up ? EX_OK : EX_UNAVAILABLE;
+}
+
+std::vector<const ConfLine *> ParentsOf(const Request &request, const Conf &conf) {
+  std::vector<const ConfLine *> parents =
+      request.words.empty() ? Conf_Programs(conf) : Request_Lines(request, conf);
+  std::erase_if(parents, [&](const ConfLine *line) { return ChildrenOf(conf, line).empty(); });
+  return parents;
+}
+
+}  // namespace
+
+int Command_Announce(Request *request) {
+  const Conf conf = Conf_Read(request->dir);
+  const std::vector<const ConfLine *> parents = ParentsOf(*request, conf);
+  std::vector<const ConfLine *> programs;
+  for (const ConfLine *program : Conf_Programs(conf)) {
+    const std::vector<const ConfLine *> above = Conf_Parents(conf, *program);
+    const bool is_below = std::any_of(above.begin(), above.end(), [&](const ConfLine *parent) {
+      return std::count(parents.begin(), parents.end(), parent) == 1;
+    });
+    if (is_below || std::count(parents.begin(), parents.end(), program) == 1)
+      programs.push_back(program);
+  }
+  Round round = {*request, conf, {}, FindAll(conf, programs, request->peer.left)};
+  const int status = AnnounceAll(round, parents);
+  while (request->watch.count() > 0) {
+    poll(nullptr, 0, static_cast<int>(request->watch.count() * 1000));
+    round.before = round.now;
+    round.now = FindAll(conf, programs, request->peer.left);
+    AnnounceAll(round, parents);
+  }
+  return status;
+}

@@ -1,0 +1,136 @@
+#include "tools/ctl/process.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "debug/text.h"
+#include "tools/common/tool.h"
+
+namespace {
+
+constexpr unsigned kListening = 10;  // states of /proc/net/tcp
+constexpr unsigned kEstablished = 1;
+constexpr unsigned kCloseWait = 8;
+
+// A line of /proc/net/udp or tcp.
+struct NetSocket {
+  unsigned state;
+  unsigned long inode;
+};
+
+// The sockets at that address of this machine; its IP is shown as it lies in memory.
+std::vector<NetSocket> SocketsAt(const char *path, const ConfLine &line, std::int16_t port) {
+  const std::string wanted =
+      Tool_Format("%08X:%04X", inet_addr(line.config.IP), static_cast<unsigned>(port));
+  std::vector<NetSocket> sockets;
+  std::ifstream file(path);
+  for (std::string text; std::getline(file, text);) {
+    std::istringstream words(text);
+    std::string slot, local, remote, state, queues, timer, retransmits, user, timeout, inode;
+    words >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> user >>
+        timeout >> inode;
+    if (local == wanted)
+      sockets.push_back({static_cast<unsigned>(std::strtoul(state.c_str(), nullptr, 16)),
+                         std::strtoul(inode.c_str(), nullptr, 10)});
+  }
+  return sockets;
+}
+
+bool HasSocket(const std::string &pid, unsigned long inode) {
+  const std::string wanted = Tool_Format("socket:[%lu]", inode);
+  const std::string folder = "/proc/" + pid + "/fd/";
+  DIR *fds = opendir(folder.c_str());
+  if (fds == nullptr) return false;
+  bool has = false;
+  while (const dirent *entry = readdir(fds)) {
+    char name[64];
+    const ssize_t length = readlink((folder + entry->d_name).c_str(), name, sizeof name);
+    if (length > 0 && wanted == std::string_view(name, static_cast<std::size_t>(length)))
+      has = true;
+  }
+  closedir(fds);
+  return has;
+}
+
+std::vector<std::string> AllPids() {
+  std::vector<std::string> pids;
+  DIR *all = opendir("/proc");
+  if (all == nullptr) return pids;
+  while (const dirent *entry = readdir(all))
+    if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9') pids.emplace_back(entry->d_name);
+  closedir(all);
+  return pids;
+}
+
+double SecondsSinceBoot() {
+  timespec now = {};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// False: it is gone.
+bool ReadInfo(const std::string &pid, ProcessInfo *info) {
+  std::ifstream file("/proc/" + pid + "/stat");
+  std::string text;
+  std::getline(file, text);
+  const std::size_t name_end = text.rfind(')');  // a name may hold anything
+  if (name_end == std::string::npos) return false;
+  std::istringstream words(text.substr(name_end + 1));
+  std::vector<std::string> fields;  // from the third on
+  for (std::string word; words >> word;) fields.push_back(word);
+  if (fields.size() < 22 || fields[0][0] == 'Z') return false;
+  info->pid = static_cast<pid_t>(std::strtol(pid.c_str(), nullptr, 10));
+  info->group = static_cast<pid_t>(std::strtol(fields[2].c_str(), nullptr, 10));
+  const double ticks = static_cast<double>(std::strtoull(fields[19].c_str(), nullptr, 10));
+  info->age = SecondsSinceBoot() - ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+  info->resident = std::strtoll(fields[21].c_str(), nullptr, 10) * sysconf(_SC_PAGESIZE);
+  return true;
+}
+
+}  // namespace
+
+unsigned long Process_Socket(const ConfLine &line) {
+  for (const NetSocket &socket : SocketsAt("/proc/net/udp", line, line.config.AdminPort))
+    if (socket.inode != 0) return socket.inode;
+  return 0;
+}
+
+Connections Process_Connections(const ConfLine &line) {
+  Connections connections = {};
+  for (const NetSocket &socket : SocketsAt("/proc/net/tcp", line, line.config.ClientPort)) {
+    if (socket.state == kListening) continue;
+    // Without a number it belongs to nobody: nobody has accepted it yet, or it has been closed.
+    if (socket.inode != 0) ++connections.in_hand;
+    if (socket.inode == 0 && (socket.state == kEstablished || socket.state == kCloseWait))
+      ++connections.waiting;
+  }
+  return connections;
+}
+
+pid_t Process_Main(const ConfLine &line) {
+  const unsigned long inode = Process_Socket(line);
+  if (inode == 0) return 0;
+  ProcessInfo info = {};
+  for (const std::string &pid : AllPids())
+    if (HasSocket(pid, inode) && ReadInfo(pid, &info)) return info.pid;
+  return 0;
+}
+
+std::vector<ProcessInfo> Process_Group(pid_t main) {
+  std::vector<ProcessInfo> group;
+  for (const std::string &pid : AllPids()) {
+    ProcessInfo info = {};
+    if (ReadInfo(pid, &info) && info.group == main) group.push_back(info);
+  }
+  std::stable_partition(group.begin(), group.end(),
+                        [main](const ProcessInfo &info) { return info.pid == main; });
+  return group;
+}
