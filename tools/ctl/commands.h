@@ -21,4 +21,14 @@ std::string Command_Unit(const ConfLine &line);  // the instance that runs it
 // announce.cpp
 int Command_Announce(Request *request);
 
+// status.cpp
+int Command_Status(Request *request);
+int Command_Drain(Request *request);
+int Command_Stop(Request *request);
+int Command_Restart(Request *request);
+int Command_Reap(Request *request);
+
+// log.cpp
+int Command_Log(Request *request);
+
 #endif

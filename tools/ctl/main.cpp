@@ -16,10 +16,15 @@ namespace {
 constexpr std::int32_t kMaxTime = 30 * 86400;  // seconds
 
 constexpr option kOptions[] = {
-    {"dir", required_argument, nullptr, 'd'},     {"for", required_argument, nullptr, 'f'},
-    {"help", no_argument, nullptr, 'h'},          {"host", required_argument, nullptr, 'H'},
-    {"json", no_argument, nullptr, 'j'},          {"macro", required_argument, nullptr, 'M'},
-    {"macros", required_argument, nullptr, 'm'},  {"port", required_argument, nullptr, 'p'},
+    {"count", no_argument, nullptr, 'c'},         {"dir", required_argument, nullptr, 'd'},
+    {"explain", no_argument, nullptr, 'e'},       {"follow", no_argument, nullptr, 'F'},
+    {"for", required_argument, nullptr, 'f'},     {"help", no_argument, nullptr, 'h'},
+    {"host", required_argument, nullptr, 'H'},    {"json", no_argument, nullptr, 'j'},
+    {"level", required_argument, nullptr, 'l'},   {"macro", required_argument, nullptr, 'M'},
+    {"macros", required_argument, nullptr, 'm'},  {"messages", required_argument, nullptr, 'g'},
+    {"module", required_argument, nullptr, 'k'},  {"nagios", no_argument, nullptr, 'n'},
+    {"older", required_argument, nullptr, 'o'},   {"pid", required_argument, nullptr, 'i'},
+    {"port", required_argument, nullptr, 'p'},    {"prometheus", no_argument, nullptr, 'P'},
     {"timeout", required_argument, nullptr, 't'}, {"version", no_argument, nullptr, 'V'},
     {"watch", required_argument, nullptr, 'w'},   {nullptr, 0, nullptr, 0}};
 
@@ -50,6 +55,18 @@ constexpr Command kCommands[] = {
      "  announce [ID]        announce to it, or to all, the programs below\n"},
     {"level", Id::kOrPort, 1, {'d', 'H', 'p', 't', 'f'}, Command_Level,
      "  level ID LEVEL       set the level of its log: INFO, STATUS, WARNING, FATAL or OFF\n"},
+    {"status", Id::kNeeded, 0, {'d', 't', 'j', 'n', 'P'}, Command_Status,
+     "  status ID            show what it has in hand: connections, processes, memory\n"},
+    {"drain", Id::kNeeded, 0, {'d', 't'}, Command_Drain,
+     "  drain ID             wait until it has no connection in hand\n"},
+    {"stop", Id::kNeeded, 0, {'d', 't'}, Command_Stop,
+     "  stop ID              wait so, but no longer than --timeout, and end it\n"},
+    {"restart", Id::kNeeded, 0, {'d'}, Command_Restart,
+     "  restart ID           show what starts it again\n"},
+    {"reap", Id::kNeeded, 0, {'d', 'o'}, Command_Reap,
+     "  reap ID              end its connections above an age\n"},
+    {"log", Id::kNone, 1, {'F', 'l', 'k', 'i', 'c', 'e', 'g'}, Command_Log,
+     "  log [FILE]           show a log, or standard input, or what is wanted of it\n"},
     {"shutdown", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Shutdown,
      "  shutdown ID          end it at once\n"},
 };
@@ -68,10 +85,20 @@ constexpr const char *kOptionHelp =
     "  --port PORT          in place of an id: the admin port\n"
     "  --timeout SECONDS    wait so long for answers; 5\n"
     "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
-    "  --json               of list: as JSON\n"
+    "  --json               of list and status: as JSON\n"
     "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
     "  --macros DIR         of check: look at the page frames there, too\n"
+    "  --nagios             of status: a line and an exit status for Nagios\n"
+    "  --older TIME         of reap: the age\n"
+    "  --prometheus         of status: figures for Prometheus\n"
     "  --watch TIME         of announce: do so again after that time, for ever\n"
+    "  --count              of log: how often each message came\n"
+    "  --explain            of log: cause, effect and remedy of each message\n"
+    "  --follow             of log: go on with what comes\n"
+    "  --level NUMBER       of log: messages of that level, 101 to 105, and above\n"
+    "  --messages FILE      of log: what is known of the messages\n"
+    "  --module NAME        of log: messages of Init, or of Init: ReadConf\n"
+    "  --pid NUMBER         of log: messages of that process\n"
     "  --help               this text\n"
     "  --version            name and version\n"
     "\n"
@@ -113,6 +140,16 @@ void TakeOption(Request *request, int letter) {
     case 'j': request->form = Form::kJson; break;
     case 'M': request->macro = optarg; break;
     case 'm': request->macros = optarg; break;
+    case 'c': request->count = true; break;
+    case 'e': request->explain = true; break;
+    case 'F': request->follow = true; break;
+    case 'g': request->messages = optarg; break;
+    case 'i': request->pid = Tool_Number("--pid", optarg, 1, INT32_MAX); break;
+    case 'k': request->module = optarg; break;
+    case 'l': request->level = Tool_Number("--level", optarg, kInfo, kOff); break;
+    case 'n': request->form = Form::kNagios; break;
+    case 'o': request->older = TakeTime("--older", optarg); break;
+    case 'P': request->form = Form::kPrometheus; break;
     case 'w': request->watch = TakeTime("--watch", optarg); break;
     case 'f': request->spell = TakeTime("--for", optarg); break;
     default: Tool_TakeInfoOption(letter, Help().c_str());

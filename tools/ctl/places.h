@@ -3,5 +3,6 @@
 #define TOOLS_CTL_PLACES_H
 
 inline constexpr const char *kCtlDir = "/usr/local/korvo/etc";  // that of the programs
+inline constexpr const char *kCtlMessages = "/usr/local/korvo/share/korvo/messages";
 
 #endif

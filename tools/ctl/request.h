@@ -3,6 +3,7 @@
 #define TOOLS_CTL_REQUEST_H
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,11 @@ struct Request {
   std::chrono::seconds watch = {};  // 0: once
   std::chrono::seconds spell = {};  // of a level; 0: for good
   std::chrono::seconds older = {};
+  std::string messages = kCtlMessages;  // of a log
+  std::string module;
+  std::int32_t level = 0;  // 0: all
+  std::int32_t pid = 0;
+  bool follow = false, count = false, explain = false;
 };
 
 // The word at that place, or nothing.

@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/tools/ctl.h"
+
+namespace {
+
+// Each number behind one of these texts is a mark: they differ from run to run.
+std::string WithMarks(std::string text, const Arguments &texts) {
+  for (const std::string &before : texts)
+    for (std::size_t at = 0; (at = text.find(before, at)) != std::string::npos;) {
+      at += before.size();
+      const std::size_t end = text.find_first_not_of("0123456789.", at);
+      if (end != std::string::npos && end > at) text.replace(at, end - at, "<n>");
+    }
+  return text;
+}
+
+// A daemon with a connection in hand.
+struct Busy {
+  Site site;
+  int web = site.Line("web1", 'C', "-");
+  Socket client;
+
+  Busy() {
+    site.Start(web);
+    client = ConnectTo(site.ClientPort(web));
+    EXPECT_TRUE(Eventually([&] {
+      return site.Run({"status", "web1"}).output.find("connections: 1 in hand") !=
+             std::string::npos;
+    }));
+  }
+};
+
+TEST(CtlProcess, Status_CountsWhatTheProgramHasInHand) {
+  Busy busy;
+  const Outcome plain = busy.site.Run({"status", "web1"});
+  EXPECT_EQ(busy.site.Place(busy.web) + ": PONG in <n> ms\n" +
+                "  connections: 1 in hand, 0 not accepted yet\n" + "  process " +
+                std::to_string(busy.site.Program(busy.web).Pid()) +
+                ": up <n> s, 2 in its group, <n> KiB resident\n",
+            WithMarks(plain.output, {"PONG in ", "up ", "group, "}));
+  EXPECT_EQ(0, plain.status);
+  EXPECT_EQ(
+      "[{\"id\": \"web1\", \"type\": \"C\", \"answer\": \"PONG\", \"ms\": <n>, "
+      "\"connections\": 1, \"waiting\": 0, \"pid\": <n>, \"uptime\": <n>, \"processes\": 2, "
+      "\"memory\": <n>}]\n",
+      WithMarks(busy.site.Run({"status", "web1", "--json"}).output,
+                {"\"ms\": ", "\"pid\": ", "\"uptime\": ", "\"memory\": "}));
+  busy.client.Close();
+  EXPECT_TRUE(Eventually([&] {
+    return busy.site.Run({"status", "web1"})
+               .output.find("  connections: 0 in hand, 0 not accepted yet\n") != std::string::npos;
+  }));
+}
+
+TEST(CtlProcess, Status_IsForMonitors) {
+  Busy busy;
+  const int search = busy.site.Line("web1", 'S', "web1");
+  const Outcome critical = busy.site.Run({"status", "web1", "--nagios"});
+  EXPECT_EQ(
+      "KORVO CRITICAL - web1:C PONG in <n> ms, web1:S Connection refused | 'web1:C "
+      "time'=<n>s 'web1:C connections'=1\n",
+      WithMarks(critical.output, {"PONG in ", "time'="}));
+  EXPECT_EQ(2, critical.status);
+  const Outcome ok = busy.site.Run({"status", "web1:C", "--nagios"});
+  EXPECT_EQ("KORVO OK - web1:C PONG in <n> ms | 'web1:C time'=<n>s 'web1:C connections'=1\n",
+            WithMarks(ok.output, {"PONG in ", "time'="}));
+  EXPECT_EQ(0, ok.status);
+  const Outcome figures = busy.site.Run({"status", "web1", "--prometheus"});
+  EXPECT_EQ(
+      "# TYPE korvo_up gauge\n"
+      "korvo_up{id=\"web1\",type=\"C\"} 1\n"
+      "korvo_up{id=\"web1\",type=\"S\"} 0\n"
+      "# TYPE korvo_ping_seconds gauge\n"
+      "korvo_ping_seconds{id=\"web1\",type=\"C\"} <n>\n"
+      "# TYPE korvo_connections gauge\n"
+      "korvo_connections{id=\"web1\",type=\"C\"} 1\n"
+      "# TYPE korvo_processes gauge\n"
+      "korvo_processes{id=\"web1\",type=\"C\"} 2\n",
+      WithMarks(figures.output, {"korvo_ping_seconds{id=\"web1\",type=\"C\"} "}));
+  EXPECT_EQ(0, figures.status);
+  const Outcome refused = busy.site.Run({"status", "web1:S"});
+  EXPECT_EQ(busy.site.Place(search) + ": Connection refused\n", refused.output);
+  EXPECT_EQ(69, refused.status);
+}
+
+TEST(CtlProcess, Status_OfTheSilentHasNoTime) {
+  const Admin silent;  // a program of another kind that has the port
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(silent.Port()) + " -");
+  const Outcome outcome = site.Run({"status", "web1", "--timeout", "1"});
+  EXPECT_TRUE(outcome.output.starts_with("web1:C at 127.0.0.1/" + std::to_string(silent.Port()) +
+                                         ": no answer\n"))
+      << outcome.output;
+  EXPECT_EQ(75, outcome.status);
+}
+
+// Another user sees what the network shows, and no more.
+TEST(CtlProcess, Status_SaysWhatAnotherUserCannotSee) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to be another user";
+  Busy busy;
+  std::filesystem::permissions(busy.site.Path(), std::filesystem::perms(0755));
+  std::filesystem::permissions(busy.site.Path() + "/korvo.conf", std::filesystem::perms(0644));
+  Tool status(busy.site.Ctl({"status", "web1"}), [] { (void)!setuid(65534); });
+  EXPECT_EQ(0, status.Status()) << status.Errors();
+  EXPECT_EQ(busy.site.Place(busy.web) + ": PONG in <n> ms\n" +
+                "  connections: 1 in hand, 0 not accepted yet\n" +
+                "  its processes belong to another user: ask as that one, or as root\n",
+            WithMarks(status.Output(), {"PONG in "}));
+  ExpectRefused(busy.site.Ctl({"reap", "web1", "--older", "1s"}), 77,
+                "the processes of web1:C belong to another user: do it as that one, or as root",
+                [] { (void)!setuid(65534); });
+}
+
+TEST(CtlProcess, Stop_WaitsForWhatIsInHand) {
+  Busy busy;
+  ExpectRefused(busy.site.Ctl({"drain", "web1", "--timeout", "1"}), 75,
+                busy.site.Place(busy.web) + " has 1 connections still; --timeout gives them more");
+  const Terminal terminal;
+  Tool stop(busy.site.Ctl({"stop", "web1", "--timeout", "60"}), [&] { terminal.TakeErrors(); });
+  EXPECT_TRUE(Eventually([&] {
+    return terminal.Shown().starts_with("\rwaiting for 1 connections of " +
+                                        busy.site.Place(busy.web) + "\x1b[K");
+  }));
+  EXPECT_EQ(0, busy.site.Run({"ping", "web1"}).status);
+  busy.client.Close();
+  EXPECT_EQ(0, stop.Status());
+  EXPECT_EQ(0, ExitStatus(busy.site.Program(busy.web).Wait()));
+}
+
+TEST(CtlProcess, Stop_GivesUpWaitingWhenTheTimeIsOver) {
+  Busy busy;
+  EXPECT_EQ(0, busy.site.Run({"stop", "web1", "--timeout", "1"}).status);
+  EXPECT_EQ(0, ExitStatus(busy.site.Program(busy.web).Wait()));
+}
+
+TEST(CtlProcess, Ending_IsForOneProgramOfThisMachine) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  site.Line("web1", 'S', "web1");
+  for (const std::string command : {"drain", "stop", "restart", "reap"}) {
+    ExpectRefused(site.Ctl({command, "web1"}), 64,
+                  "web1 names 2 programs; take one, such as web1:C");
+    ExpectRefused(site.Ctl({command, "web1:C"}), 69,
+                  site.Place(web) + " does not run on this machine");
+    ExpectRefused(site.Ctl({command}), 64, command + " needs the id of a program in korvo.conf");
+  }
+}
+
+TEST(CtlProcess, Restart_IsForUnits) {
+  Busy busy;
+  ExpectRefused(busy.site.Ctl({"restart", "web1"}), 69,
+                "no unit of systemd runs " + busy.site.Place(busy.web) +
+                    ", and nobody else knows how it was started");
+}
+
+TEST(CtlProcess, Reap_EndsConnectionsAboveAnAge) {
+  Busy busy;
+  EXPECT_EQ("", busy.site.Run({"reap", "web1", "--older", "2h"}).output);
+  EXPECT_EQ(0, busy.site.Run({"ping", "web1"}).status);
+  std::string output;
+  EXPECT_TRUE(Eventually([&] {
+    output = busy.site.Run({"reap", "web1", "--older", "1s"}).output;
+    return !output.empty();
+  }));
+  EXPECT_EQ("ended process <n>, <n> s old\n", WithMarks(output, {"process ", ", "}));
+  EXPECT_EQ("", busy.client.ReadAll());
+  EXPECT_EQ(0, busy.site.Run({"ping", "web1"}).status);
+  ExpectRefused(busy.site.Ctl({"reap", "web1"}), 64,
+                "reap needs --older, the age of a connection that may end");
+}
+
+TEST(CtlProcess, Reap_LeavesWorkersAlone) {
+  Site site;
+  site.Line("web1", 'C', "-");
+  const int search = site.Line("notes", 'S', "web1");
+  site.Start(search);
+  ExpectRefused(
+      site.Ctl({"reap", "notes", "--older", "1"}), 69,
+      "notes:S serves many connections with a process, and how old one is cannot be told");
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "debug/text.h"
+#include "tools/common/tool.h"
+#include "tools/ctl/commands.h"
+#include "tools/ctl/messages.h"
+
+namespace {
+
+constexpr std::string_view kSeparator =
+    "---------------------------------------------------------------\n";
+constexpr std::string_view kProcess = "PID: ";
+constexpr timespec kPause = {0, 200000000};  // between two looks at a log that is followed
+
+// A message with its header, as it came.
+struct Entry {
+  std::string header;  // separator and time; empty for what stands before the first
+  std::string body;
+  int pid;
+};
+
+struct Kind {
+  const Message *message;  // null: not known
+  int count;
+};
+
+struct Reader {
+  const Request &request;
+  std::vector<Message> messages;
+  std::map<std::string, Kind> kinds;
+  std::string rest;  // what came behind the last whole entry
+};
+
+Entry EntryOf(std::string_view text) {
+  Entry entry = {"", std::string(text), 0};
+  if (!text.starts_with(kSeparator)) return entry;
+  const std::string_view behind = text.substr(kSeparator.size());
+  const std::size_t end = behind.find('\n');
+  if (!behind.starts_with(kProcess) || end == std::string_view::npos) return entry;
+  entry.pid = Text_ToInt32(behind.substr(kProcess.size()));
+  entry.header = text.substr(0, kSeparator.size() + end + 1);
+  entry.body = text.substr(kSeparator.size() + end + 1);
+  return entry;
+}
+
+bool IsModule(std::string_view module, const std::string &wanted) {
+  return wanted.empty() || module == wanted || module.starts_with(wanted + ":");
+}
+
+bool IsWanted(const Request &request, const Entry &entry, const Message *message) {
+  return (request.pid == 0 || entry.pid == request.pid) &&
+         IsModule(Messages_Module(entry.body), request.module) &&
+         // A text that nobody knows may be of any level.
+         (message == nullptr || message->level >= request.level);
+}
+
+std::string Explanation(const Message *message) {
+  if (message == nullptr) return "  this text is not known\n";
+  return "  cause: " + message->cause + "\n  effect: " + message->effect +
+         "\n  remedy: " + message->remedy + "\n";
+}
+
+// How a kind is called: the text of the source, or the first line with N for its numbers.
+std::string NameOf(const Entry &entry, const Message *message) {
+  if (message != nullptr)
+    return message->module == "-" ? message->text : "[" + message->module + "] " + message->text;
+  std::string name;
+  for (const char c : entry.body.substr(0, entry.body.find('\n'))) {
+    const bool is_digit = c >= '0' && c <= '9';
+    if (!is_digit)
+      name += c;
+    else if (name.empty() || name.back() != 'N')
+      name += 'N';
+  }
+  return name;
+}
+
+void TakeEntry(Reader *reader, std::string_view text) {
+  if (text.empty()) return;
+  const Entry entry = EntryOf(text);
+  const Message *message = Messages_Find(reader->messages, entry.body);
+  if (!IsWanted(reader->request, entry, message)) return;
+  if (reader->request.count) {
+    ++reader->kinds.try_emplace(NameOf(entry, message), Kind{message, 0}).first->second.count;
+    return;
+  }
+  Tool_Print(entry.header + entry.body);
+  if (reader->request.explain) Tool_Print(Explanation(message));
+}
+
+// Takes the entries that are whole: another one begins behind them.
+void TakeBytes(Reader *reader, std::string_view bytes) {
+  reader->rest += bytes;
+  std::size_t begin = 0;
+  for (std::size_t at; (at = reader->rest.find(kSeparator, begin + 1)) != std::string::npos;) {
+    TakeEntry(reader, std::string_view(reader->rest).substr(begin, at - begin));
+    begin = at;
+  }
+  reader->rest.erase(0, begin);
+}
+
+// What is left is an entry as soon as nothing follows it.
+void TakeRest(Reader *reader) {
+  if (!reader->rest.empty() && reader->rest.back() != '\n') return;
+  TakeEntry(reader, reader->rest);
+  reader->rest.clear();
+}
+
+void PrintKinds(const Reader &reader) {
+  std::vector<std::pair<std::string, Kind>> kinds(reader.kinds.begin(), reader.kinds.end());
+  std::stable_sort(kinds.begin(), kinds.end(),
+                   [](const auto &a, const auto &b) { return a.second.count > b.second.count; });
+  for (const auto &[name, kind] : kinds) {
+    Tool_Print(Tool_Format("%7d  ", kind.count) + name + "\n");
+    if (reader.request.explain) Tool_Print(Explanation(kind.message));
+  }
+}
+
+int OpenLog(const std::string &path) {
+  const int fd = path.empty() ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) Tool_Fail(EX_NOINPUT, "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  return fd;
+}
+
+void ReadToEnd(Reader *reader, int fd, const std::string &path) {
+  char buffer[65536];
+  for (ssize_t got; (got = read(fd, buffer, sizeof buffer)) != 0;) {
+    if (got < 0)
+      Tool_Fail(EX_NOINPUT, "cannot read %s: %s", path.empty() ? "standard input" : path.c_str(),
+                std::strerror(errno));
+    TakeBytes(reader, std::string_view(buffer, static_cast<std::size_t>(got)));
+  }
+}
+
+// A log that was moved away and made anew, or emptied, is read from its beginning.
+bool IsReplaced(int fd, const std::string &path) {
+  struct stat here = {}, there = {};
+  if (fstat(fd, &here) != 0 || stat(path.c_str(), &there) != 0) return false;
+  return here.st_ino != there.st_ino || here.st_dev != there.st_dev ||
+         there.st_size < lseek(fd, 0, SEEK_CUR);
+}
+
+[[noreturn]] void Follow(Reader *reader, int fd, const std::string &path) {
+  for (;;) {
+    TakeRest(reader);
+    nanosleep(&kPause, nullptr);
+    if (!path.empty() && IsReplaced(fd, path)) {
+      ReadToEnd(reader, fd, path);
+      TakeRest(reader);
+      close(fd);
+      fd = OpenLog(path);
+    }
+    ReadToEnd(reader, fd, path);
+  }
+}
+
+}  // namespace
+
+int Command_Log(Request *request) {
+  Reader reader = {*request, {}, {}, ""};
+  const bool is_needed = request->explain || request->level > 0;
+  if (!Messages_Read(request->messages, &reader.messages) && is_needed)
+    Tool_Fail(EX_NOINPUT, "cannot read %s: %s; --messages names another", request->messages.c_str(),
+              std::strerror(errno));
+  const std::string path = Request_Word(*request, 0);
+  const int fd = OpenLog(path);
+  ReadToEnd(&reader, fd, path);
+  if (request->follow) Follow(&reader, fd, path);
+  TakeEntry(&reader, reader.rest);
+  PrintKinds(reader);
+  return EX_OK;
+}
