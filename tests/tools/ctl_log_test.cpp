@@ -68,7 +68,9 @@ TEST_F(CtlLog, Filters_KeepWholeMessages) {
 TEST_F(CtlLog, Explain_SaysCauseEffectAndRemedy) {
   EXPECT_EQ("before\n  this text is not known\n" + kFull +
                 "  cause: The macro is gone.\n  effect: No answer.\n  remedy: Put it back.\n" +
-                kRead + "  cause: A word is missing.\n  effect: It ends.\n  remedy: Add it.\n" +
+                kRead + "  when it comes at level 104\n" +
+                "  cause: A word is missing.\n  effect: It ends.\n  remedy: Add it.\n" +
+                "  when it comes at level 103\n  cause: Low.\n  effect: Low.\n  remedy: Low.\n" +
                 kSent + "  cause: A start.\n  effect: None.\n  remedy: None.\n" + kOdd +
                 "  this text is not known\n",
             Log({path, "--explain"}).output);

@@ -27,8 +27,10 @@ struct Entry {
   int pid;
 };
 
+using Known = std::vector<const Message *>;  // as Messages_Find gives it
+
 struct Kind {
-  const Message *message;  // null: not known
+  Known known;
   int count;
 };
 
@@ -55,23 +57,29 @@ bool IsModule(std::string_view module, const std::string &wanted) {
   return wanted.empty() || module == wanted || module.starts_with(wanted + ":");
 }
 
-bool IsWanted(const Request &request, const Entry &entry, const Message *message) {
+bool IsWanted(const Request &request, const Entry &entry, const Known &known) {
   return (request.pid == 0 || entry.pid == request.pid) &&
          IsModule(Messages_Module(entry.body), request.module) &&
          // A text that nobody knows may be of any level.
-         (message == nullptr || message->level >= request.level);
+         (known.empty() || known[0]->level >= request.level);
 }
 
-std::string Explanation(const Message *message) {
-  if (message == nullptr) return "  this text is not known\n";
-  return "  cause: " + message->cause + "\n  effect: " + message->effect +
-         "\n  remedy: " + message->remedy + "\n";
+std::string Explanation(const Known &known) {
+  if (known.empty()) return "  this text is not known\n";
+  std::string text;
+  for (const Message *message : known) {
+    if (known.size() > 1) text += Tool_Format("  when it comes at level %d\n", message->level);
+    text += "  cause: " + message->cause + "\n  effect: " + message->effect +
+            "\n  remedy: " + message->remedy + "\n";
+  }
+  return text;
 }
 
 // How a kind is called: the text of the source, or the first line with N for its numbers.
-std::string NameOf(const Entry &entry, const Message *message) {
-  if (message != nullptr)
-    return message->module == "-" ? message->text : "[" + message->module + "] " + message->text;
+std::string NameOf(const Entry &entry, const Known &known) {
+  if (!known.empty())
+    return known[0]->module == "-" ? known[0]->text
+                                   : "[" + known[0]->module + "] " + known[0]->text;
   std::string name;
   for (const char c : entry.body.substr(0, entry.body.find('\n'))) {
     const bool is_digit = c >= '0' && c <= '9';
@@ -86,14 +94,14 @@ std::string NameOf(const Entry &entry, const Message *message) {
 void TakeEntry(Reader *reader, std::string_view text) {
   if (text.empty()) return;
   const Entry entry = EntryOf(text);
-  const Message *message = Messages_Find(reader->messages, entry.body);
-  if (!IsWanted(reader->request, entry, message)) return;
+  const Known known = Messages_Find(reader->messages, entry.body);
+  if (!IsWanted(reader->request, entry, known)) return;
   if (reader->request.count) {
-    ++reader->kinds.try_emplace(NameOf(entry, message), Kind{message, 0}).first->second.count;
+    ++reader->kinds.try_emplace(NameOf(entry, known), Kind{known, 0}).first->second.count;
     return;
   }
   Tool_Print(entry.header + entry.body);
-  if (reader->request.explain) Tool_Print(Explanation(message));
+  if (reader->request.explain) Tool_Print(Explanation(known));
 }
 
 // Takes the entries that are whole: another one begins behind them.
@@ -120,7 +128,7 @@ void PrintKinds(const Reader &reader) {
                    [](const auto &a, const auto &b) { return a.second.count > b.second.count; });
   for (const auto &[name, kind] : kinds) {
     Tool_Print(Tool_Format("%7d  ", kind.count) + name + "\n");
-    if (reader.request.explain) Tool_Print(Explanation(kind.message));
+    if (reader.request.explain) Tool_Print(Explanation(kind.known));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "tools/ctl/messages.h"
 
+#include <algorithm>
 #include <fstream>
 
 #include "debug/text.h"
@@ -101,16 +102,19 @@ std::string_view Messages_Text(std::string_view body) {
   return module == "-" ? body : body.substr(module.size() + 3);
 }
 
-const Message *Messages_Find(const std::vector<Message> &messages, std::string_view body) {
+std::vector<const Message *> Messages_Find(const std::vector<Message> &messages,
+                                           std::string_view body) {
   const std::string_view module = Messages_Module(body);
   const std::string_view text = Messages_Text(body);
-  const Message *best = nullptr;
+  std::vector<const Message *> best;
   for (const Message &message : messages) {
     if (message.module != module || !Matches(message.pieces, Compared(message, text))) continue;
-    // Of one that comes at several levels the highest.
-    if (best == nullptr || FixedBytes(message) > FixedBytes(*best) ||
-        (message.text == best->text && message.level > best->level))
-      best = &message;
+    const bool is_other = !best.empty() && message.text != best[0]->text;
+    if (is_other && FixedBytes(message) <= FixedBytes(*best[0])) continue;
+    if (is_other) best.clear();
+    best.push_back(&message);
   }
+  std::sort(best.begin(), best.end(),
+            [](const Message *a, const Message *b) { return a->level > b->level; });
   return best;
 }

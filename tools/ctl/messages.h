@@ -25,7 +25,9 @@ bool Messages_Read(const std::string &path, std::vector<Message> *messages);
 std::string_view Messages_Module(std::string_view body);
 std::string_view Messages_Text(std::string_view body);
 
-// The message of a body, that with the most fixed bytes, or null.
-const Message *Messages_Find(const std::vector<Message> &messages, std::string_view body);
+// The message of a body, that with the most fixed bytes: one for each level that its text comes at,
+// the highest first; or none.
+std::vector<const Message *> Messages_Find(const std::vector<Message> &messages,
+                                           std::string_view body);
 
 #endif
