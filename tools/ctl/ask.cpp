@@ -173,7 +173,10 @@ bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time
     if (left.count() <= 0) break;
     const std::vector<Asked> asked =
         Ask_Ping(targets, std::min<std::chrono::nanoseconds>(left, kAskAgain));
-    if (HaveAllAnswered(asked)) return Ask_Progress(nullptr), true;
+    if (HaveAllAnswered(asked)) {
+      Ask_Progress(nullptr);
+      return true;
+    }
     const std::size_t silent = static_cast<std::size_t>(
         std::find_if(asked.begin(), asked.end(),
                      [](const Asked &one) { return one.reply != Reply::kPong; }) -

@@ -126,8 +126,9 @@ void PrintKinds(const Reader &reader) {
   std::vector<std::pair<std::string, Kind>> kinds(reader.kinds.begin(), reader.kinds.end());
   std::stable_sort(kinds.begin(), kinds.end(),
                    [](const auto &a, const auto &b) { return a.second.count > b.second.count; });
-  for (const auto &[name, kind] : kinds) {
-    Tool_Print(Tool_Format("%7d  ", kind.count) + name + "\n");
+  for (const auto &named : kinds) {
+    const Kind &kind = named.second;
+    Tool_Print(Tool_Format("%7d  ", kind.count) + named.first + "\n");
     if (reader.request.explain) Tool_Print(Explanation(kind.known));
   }
 }

@@ -1,13 +1,13 @@
 #include "tools/ctl/process.h"
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -15,6 +15,8 @@
 #include "tools/common/tool.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr unsigned kListening = 10;  // states of /proc/net/tcp
 constexpr unsigned kEstablished = 1;
@@ -46,27 +48,23 @@ std::vector<NetSocket> SocketsAt(const char *path, const ConfLine &line, std::in
 
 bool HasSocket(const std::string &pid, unsigned long inode) {
   const std::string wanted = Tool_Format("socket:[%lu]", inode);
-  const std::string folder = "/proc/" + pid + "/fd/";
-  DIR *fds = opendir(folder.c_str());
-  if (fds == nullptr) return false;
-  bool has = false;
-  while (const dirent *entry = readdir(fds)) {
-    char name[64];
-    const ssize_t length = readlink((folder + entry->d_name).c_str(), name, sizeof name);
-    if (length > 0 && wanted == std::string_view(name, static_cast<std::size_t>(length)))
-      has = true;
+  std::error_code error;  // of another user, or gone: it has none
+  for (fs::directory_iterator fd("/proc/" + pid + "/fd", error), end; !error && fd != end;
+       fd.increment(error)) {
+    std::error_code closed;
+    if (fs::read_symlink(fd->path(), closed) == wanted) return true;
   }
-  closedir(fds);
-  return has;
+  return false;
 }
 
 std::vector<std::string> AllPids() {
   std::vector<std::string> pids;
-  DIR *all = opendir("/proc");
-  if (all == nullptr) return pids;
-  while (const dirent *entry = readdir(all))
-    if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9') pids.emplace_back(entry->d_name);
-  closedir(all);
+  std::error_code error;
+  for (fs::directory_iterator process("/proc", error), end; !error && process != end;
+       process.increment(error)) {
+    const std::string name = process->path().filename().string();
+    if (name[0] >= '1' && name[0] <= '9') pids.push_back(name);
+  }
   return pids;
 }
 

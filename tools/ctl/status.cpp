@@ -25,6 +25,7 @@ struct Status {
 std::vector<Status> LookAt(const std::vector<const ConfLine *> &lines,
                            std::chrono::nanoseconds time) {
   std::vector<Target> targets;
+  targets.reserve(lines.size());
   for (const ConfLine *line : lines) targets.push_back(Ask_Target(*line));
   const std::vector<Asked> asked = Ask_Ping(targets, time);
   std::vector<Status> all;
@@ -132,7 +133,7 @@ std::string Shown(const std::vector<Status> &all, Form form) {
 // Ending.
 
 // The only line that the id names, of a program of this machine; or the end of the process.
-const ConfLine &TakeHere(const Request &request, const Conf &conf) {
+const ConfLine *TakeHere(const Request &request, const Conf &conf) {
   const std::vector<const ConfLine *> lines = Request_Lines(request, conf);
   if (lines.size() > 1)
     Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", Request_Word(request, 0),
@@ -140,7 +141,7 @@ const ConfLine &TakeHere(const Request &request, const Conf &conf) {
   if (Process_Socket(*lines[0]) == 0)
     Tool_Fail(EX_UNAVAILABLE, "%s does not run on this machine",
               Ask_Target(*lines[0]).name.c_str());
-  return *lines[0];
+  return lines[0];
 }
 
 // Until no connection is in hand; how many are left when the time is over.
@@ -190,7 +191,7 @@ int Command_Status(Request *request) {
 
 int Command_Drain(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = TakeHere(*request, conf);
+  const ConfLine &line = *TakeHere(*request, conf);
   const int left = AwaitIdle(line, request->peer.left);
   if (left > 0)
     Tool_Fail(EX_TEMPFAIL, "%s has %d connections still; --timeout gives them more",
@@ -200,7 +201,7 @@ int Command_Drain(Request *request) {
 
 int Command_Stop(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = TakeHere(*request, conf);
+  const ConfLine &line = *TakeHere(*request, conf);
   // A manager keeps its connections to an engine for as long as both live.
   if (line.config.Type != 'E') AwaitIdle(line, request->peer.left);
   const Target target = Ask_Target(line);
@@ -210,7 +211,7 @@ int Command_Stop(Request *request) {
 
 int Command_Restart(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = TakeHere(*request, conf);
+  const ConfLine &line = *TakeHere(*request, conf);
   const std::string unit = UnitOf(Process_Main(line));
   if (unit.empty())
     Tool_Fail(EX_UNAVAILABLE,
@@ -222,7 +223,7 @@ int Command_Restart(Request *request) {
 
 int Command_Reap(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = TakeHere(*request, conf);
+  const ConfLine &line = *TakeHere(*request, conf);
   if (request->older.count() == 0)
     Tool_Fail(EX_USAGE, "reap needs --older, the age of a connection that may end");
   if (line.config.Type != 'C')
