@@ -73,6 +73,21 @@ TEST(Workers, WithoutANumber_AreFourAProcessor) {
   EXPECT_EQ(count, sysconf(_SC_NPROCESSORS_ONLN) * 4);
 }
 
+TEST(Workers, ANumberOfAnyDigits_IsTheirs) {
+  Service service(10);
+  EXPECT_EQ(service.Workers().size(), 10u);
+}
+
+TEST(Workers, OneThatDies_IsNotLoggedAbove104) {
+  Service service(2);
+  service.daemon.SetLevel("OFF");
+  const std::string before = service.daemon.Log();
+  const pid_t worker = service.Workers().front();
+  kill(worker, SIGKILL);
+  EXPECT_TRUE(Eventually([&] { return !Lives(worker) && service.Workers().size() == 2; }));
+  EXPECT_EQ(service.daemon.Log(), before);
+}
+
 TEST(Workers, ANumberThatIsNone_EndsStartUp) {
   for (const char *text : {"", "0", "1001", "-1", "4x", "x", "99999999999"}) {
     const Setting number("KORVO_WORKERS", text);
