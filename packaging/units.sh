@@ -1,9 +1,10 @@
 #!/bin/sh
-# units: starts the programs that korvo.conf gives this machine, and stops those that it no longer does
+# units.sh: starts the programs that korvo.conf gives this machine, and stops those that it no longer does
 #
 # A parent that restarts has its children restart too, which it then announces to itself.  They start before it, so that
 # they stop after it: what it has in hand still needs them.
 set -eu
+umask 022
 conf=/etc/korvo
 system=/run/systemd/system
 units=$(korvoctl units --dir "$conf")
