@@ -1,0 +1,239 @@
+#!/usr/bin/env bash
+# packaging/trial.sh PHASE   tries the packages in /packages on the Debian that it runs in; ../package.sh starts it there
+#
+# The phases are plain, for a Debian where no systemd runs, then prepare, booted and purged for one where it does; and
+# daemon, for one with the package korvo alone.
+set -eu -o pipefail
+export PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C
+units=$(dirname "$(find /lib/systemd/system /usr/lib/systemd/system -name 'korvo.target' 2>/dev/null | head -n1)")
+log=/trial.log
+
+fail() {
+  echo "trial: $*" >&2
+  tail -n 40 $log >&2 || true
+  exit 1
+}
+step() { echo "trial: $*"; }
+
+await() { # await COMMAND...: until it succeeds
+  local tries
+  for ((tries = 0; tries < 300; tries++)); do
+    ! "$@" >>$log 2>&1 || return 0
+    sleep 0.1
+  done
+  fail "never came: $*"
+}
+
+install() { apt-get install -y -qq --no-install-recommends "$@" >>$log 2>&1 </dev/null || fail "cannot install $*"; }
+
+# configure: the service of the examples over this machine's list of packages, as an operator would edit it.
+configure() {
+  sed -i 's/^#packages/packages/' /etc/korvo/korvo.conf /etc/korvo/korvo.db
+  echo 'second     S     127.0.0.1  8031        8032       web1' >>/etc/korvo/korvo.conf
+  echo 'second     packages  /var/lib/korvo/packages.db  /var/lib/korvo/packages.db' >>/etc/korvo/korvo.db
+  sed -i 's/^group .*/group packages results document Debian packages/' /etc/korvo/korvo-web.conf
+  korvo-index --schema /packages.schema /var/lib/korvo/packages.db /var/lib/dpkg/status >>$log 2>&1 || fail 'korvo-index fails'
+}
+
+# Three questions to the service.
+pings() { korvoctl ping --port "$1" --timeout 1 >>$log 2>&1; }
+finds() { # finds GROUP: a page of hits, by a macro that the daemon has in its own place
+  [[ $(korvo-query --port 8001 --group "$1" --macro package --max-hits 1 library 2>>$log) == *'libc6'* ]]
+}
+shows() { # shows: the same page in a browser
+  exec 3<>/dev/tcp/127.0.0.1/8080 || return 1
+  printf 'GET /search?q=library HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n' >&3
+  grep -q 'libc6' <&3
+} 2>/dev/null
+
+all_answer() { finds packages && finds second && shows; }
+
+# Without systemd: what its units say, carried out line by line.
+
+unit_file() { echo "$units/${1/@*./@.}"; }
+lines() { # lines UNIT WORD: the commands behind it
+  local id=${1#*@}
+  sed -n "s/^$2=-\?//p" "$(unit_file "$1")" | sed "s/%i/${id%.service}/g"
+}
+as_korvo() { setpriv --reuid korvo --regid korvo --clear-groups "$@"; }
+
+# view UNIT: shows files at the places of its BindReadOnlyPaths=.
+view() {
+  local pair
+  while read -r pair; do
+    mkdir -p "${pair#*:}"
+    mount --bind "${pair%:*}" "${pair#*:}"
+  done < <(sed -n 's/^BindReadOnlyPaths=//p' "$(unit_file "$1")" | tr ' ' '\n' | grep : || true)
+}
+
+declare -A pids=()
+export KORVO_PARENT=web1
+start() { # start UNIT
+  local command
+  view "$1"
+  while read -r command; do eval "as_korvo $command" >>$log 2>&1 </dev/null || fail "$1: $command"; done < <(lines "$1" ExecStartPre)
+  read -r command < <(lines "$1" ExecStart)
+  eval "as_korvo setsid $command" >>$log 2>&1 </dev/null &
+  pids[$1]=$!
+  while read -r command; do
+    eval "as_korvo $command" >>$log 2>&1 </dev/null || fail "$1: $command"
+  done < <(lines "$1" ExecStartPost)
+}
+stop() { # stop UNIT
+  local command MAINPID=${pids[$1]}
+  while read -r command; do eval "as_korvo $command" >>$log 2>&1 || fail "$1: $command"; done < <(lines "$1" ExecStop)
+  kill "$MAINPID" 2>/dev/null || true
+  wait "$MAINPID" || fail "$1 ends with status $?"
+  unset "pids[$1]"
+}
+
+# next PACKAGE: the same package as a later version, with another sample configuration.
+next() {
+  rm -rf /next && dpkg-deb -R /packages/"$1"_*.deb /next
+  sed -i 's/^Version: .*/&.1/; s/\(= [0-9.+~]*\))/\1.1)/' /next/DEBIAN/control
+  [ ! -e /next/DEBIAN/conffiles ] || while read -r conf; do echo '# New in this version.' >>"/next$conf"; done </next/DEBIAN/conffiles
+  dpkg-deb --root-owner-group -b /next "/next_$1.deb" >>$log
+}
+
+left() { # left: what the service has left on the machine
+  find / -xdev \( -path /proc -o -path /packages -o -path /sys \) -prune -o -iname '*korvo*' -print
+  getent passwd korvo || true
+  getent group korvo || true
+  grep -l '^korvo' /proc/[0-9]*/comm 2>/dev/null || true
+}
+check_left() {
+  local what
+  what=$(left | grep -v '^/next' || true)
+  [ -z "$what" ] || fail "purging leaves: $what"
+}
+
+plain() {
+  step 'installing the daemon alone'
+  apt-get update -qq >>$log 2>&1
+  install /packages/korvo_*.deb
+  start korvo-commmgr@web1.service
+  pings 8002 || fail 'the daemon does not answer'
+  stop korvo-commmgr@web1.service
+
+  step 'installing the rest, starting and asking'
+  install /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
+  configure
+  local unit
+  for unit in $(korvoctl units --dir /etc/korvo | sort -r) korvo-web; do start "${unit%.service}.service"; done
+  await all_answer
+  for unit in "${!pids[@]}"; do stop "$unit"; done
+
+  step 'upgrading'
+  for unit in korvo korvo-backends korvo-web; do next $unit; done
+  ! dpkg -i /next_korvo.deb /next_korvo-backends.deb /next_korvo-web.deb </dev/null >/asked.log 2>&1 || fail 'a changed configuration is not asked about'
+  grep -q "Configuration file '/etc/korvo/korvo.conf'" /asked.log || fail "nothing asks about korvo.conf: $(cat /asked.log)"
+  dpkg --configure -a --force-confold >>$log 2>&1 </dev/null || fail 'the upgrade fails'
+  grep -q '^second' /etc/korvo/korvo.conf || fail 'the upgrade changes korvo.conf'
+  [ -e /etc/korvo/korvo.conf.dpkg-dist ] || fail 'the new korvo.conf is nowhere'
+  [ "$(dpkg-query -W -f '${Version}' korvo-web)" = "$(dpkg-deb -f /next_korvo-web.deb Version)" ] || fail 'korvo-web is not upgraded'
+
+  step 'removing and purging'
+  dpkg --remove korvo korvo-backends korvo-web >>$log 2>&1 || fail 'cannot remove'
+  [ -e /etc/korvo/korvo.conf ] || fail 'removing takes the configuration away'
+  [ -e /var/lib/korvo/packages.db ] || fail 'removing takes the databases away'
+  umount -R /usr/local/korvo/lib && rmdir /usr/local/korvo/lib /usr/local/korvo
+  dpkg --purge korvo korvo-backends korvo-web >>$log 2>&1 || fail 'cannot purge'
+  check_left
+}
+
+# With systemd.
+
+prepare() {
+  step 'installing, to be found at the boot'
+  apt-get update -qq >>$log 2>&1
+  install /packages/korvo_*.deb /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
+  configure
+}
+
+# held UNIT PORT: a connection that is open while the unit restarts has its answer.
+held() {
+  exec 4<>"/dev/tcp/127.0.0.1/$2"
+  systemctl restart --no-block "$1"
+  await is_stopping "$1"
+  printf '\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@MACROFILE=package\t@MAXHITS=1\tlibrary\n' >&4
+  grep -qE 'libc6|COMMAND=HIT' <&4 || fail "$1 cuts a connection that it has in hand"
+  exec 4>&-
+  await is_running "$1"
+}
+is_stopping() { [ "$(systemctl show -P ActiveState "$1")" = deactivating ]; }
+is_running() { [ "$(systemctl show -P ActiveState "$1")" = active ]; }
+is_gone() { ! systemctl is-active --quiet "$1"; }
+is_refused() { systemctl is-failed --quiet "$1"; }
+
+booted() {
+  local unit
+  step 'everything runs after the boot'
+  await all_answer
+  for unit in korvo-commmgr@web1 korvo-searchmgr@packages korvo-searchmgr@second korvo-docmgr@packages korvo-web; do is_running $unit || fail "$unit does not run"; done
+
+  step 'what is killed comes back, and all of it is whole again'
+  for unit in korvo-commmgr@web1 korvo-searchmgr@packages korvo-searchmgr@second korvo-docmgr@packages korvo-web; do
+    systemctl kill --signal KILL "$unit"
+    await is_gone_or_new "$unit"
+    await all_answer
+  done
+
+  step 'connections in hand have their answer'
+  await idle
+  held korvo-commmgr@web1.service 8001
+  await all_answer
+  await idle
+  held korvo-searchmgr@packages.service 8011
+  await all_answer
+
+  step 'a line that comes, and goes'
+  echo 'third S 127.0.0.1 8041 8042 web1' >>/etc/korvo/korvo.conf
+  echo 'third packages /var/lib/korvo/packages.db /var/lib/korvo/packages.db' >>/etc/korvo/korvo.db
+  systemctl restart korvo.target
+  await finds third
+  sed -i '/^third/d' /etc/korvo/korvo.conf
+  systemctl restart korvo.target
+  await is_gone korvo-searchmgr@third.service
+  await all_answer
+
+  step 'a wrong configuration is refused with its reason'
+  cp /etc/korvo/korvo.conf /etc/korvo/korvo.conf.right
+  sed -i 's/^web1.*/web1 C 127.0.0.1 8001 99999 -/' /etc/korvo/korvo.conf
+  systemctl restart korvo-commmgr@web1.service || true
+  await is_refused korvo-commmgr@web1.service
+  journalctl -u korvo-commmgr@web1.service | grep -q 'korvo.conf:[0-9]' || fail 'the journal names no line of korvo.conf'
+  mv /etc/korvo/korvo.conf.right /etc/korvo/korvo.conf
+  systemctl reset-failed
+  systemctl restart korvo.target
+  await all_answer
+
+  step 'the backends go while the daemon runs, and then all of it'
+  dpkg --remove korvo-backends >>$log 2>&1
+  is_gone korvo-searchmgr@packages.service || fail 'a manager without a package runs on'
+  pings 8002 || fail 'the daemon went with the managers'
+  dpkg --purge korvo-web korvo-backends korvo >>$log 2>&1 || fail 'cannot purge'
+  check_left
+}
+# A start limit would end a test that kills more often than an accident.
+is_gone_or_new() {
+  systemctl reset-failed 2>/dev/null || true
+  [ "$(systemctl show -P NRestarts "$1")" -gt 0 ] || is_gone "$1"
+}
+idle() { systemctl reset-failed && [ -z "$(systemctl list-jobs --no-legend)" ]; }
+
+daemon() {
+  step 'installing the daemon alone, and asking it'
+  apt-get update -qq >>$log 2>&1
+  install /packages/korvo_*.deb
+  file=$(dpkg --print-architecture)
+  start korvo-commmgr@web1.service
+  pings 8002 || fail 'the daemon does not answer'
+  stop korvo-commmgr@web1.service
+  umount -R /usr/local/korvo/lib && rmdir /usr/local/korvo/lib /usr/local/korvo
+  dpkg --purge korvo >>$log 2>&1
+  check_left
+  step "the daemon of $file answers"
+}
+
+: >>$log
+"$1"
