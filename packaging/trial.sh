@@ -5,7 +5,6 @@
 # daemon, for one with the package korvo alone.
 set -eu -o pipefail
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C
-units=$(dirname "$(find /lib/systemd/system /usr/lib/systemd/system -name 'korvo.target' 2>/dev/null | head -n1)")
 log=/trial.log
 
 fail() {
@@ -50,12 +49,14 @@ all_answer() { finds packages && finds second && shows; }
 
 # Without systemd: what its units say, carried out line by line.
 
-unit_file() { echo "$units/${1/@*./@.}"; }
+unit_file() { # unit_file UNIT: where it, or its template, is installed
+  ls "/lib/systemd/system/${1/@*./@.}"
+}
 lines() { # lines UNIT WORD: the commands behind it
   local id=${1#*@}
   sed -n "s/^$2=-\?//p" "$(unit_file "$1")" | sed "s/%i/${id%.service}/g"
 }
-as_korvo() { setpriv --reuid korvo --regid korvo --clear-groups "$@"; }
+as_korvo='setpriv --reuid korvo --regid korvo --clear-groups'
 
 # view UNIT: shows files at the places of its BindReadOnlyPaths=.
 view() {
@@ -68,23 +69,30 @@ view() {
 
 declare -A pids=()
 export KORVO_PARENT=web1
-start() { # start UNIT
+run() { # run UNIT WORD: what stands behind it
   local command
-  view "$1"
-  while read -r command; do eval "as_korvo $command" >>$log 2>&1 </dev/null || fail "$1: $command"; done < <(lines "$1" ExecStartPre)
-  read -r command < <(lines "$1" ExecStart)
-  eval "as_korvo setsid $command" >>$log 2>&1 </dev/null &
-  pids[$1]=$!
-  while read -r command; do
-    eval "as_korvo $command" >>$log 2>&1 </dev/null || fail "$1: $command"
-  done < <(lines "$1" ExecStartPost)
+  while read -r command; do eval "$as_korvo $command" >>$log 2>&1 </dev/null || fail "$1: $command"; done < <(lines "$1" "$2")
 }
-stop() { # stop UNIT
-  local command MAINPID=${pids[$1]}
-  while read -r command; do eval "as_korvo $command" >>$log 2>&1 || fail "$1: $command"; done < <(lines "$1" ExecStop)
-  kill "$MAINPID" 2>/dev/null || true
-  wait "$MAINPID" || fail "$1 ends with status $?"
-  unset "pids[$1]"
+start() { # start UNIT...: at the same time, as systemd does it
+  local unit command
+  for unit; do
+    view "$unit"
+    run "$unit" ExecStartPre
+    read -r command < <(lines "$unit" ExecStart)
+    (eval "exec $as_korvo setsid $command" >>$log 2>&1 </dev/null) &
+    pids[$unit]=$!
+  done
+  for unit; do run "$unit" ExecStartPost; done
+}
+stop() { # stop UNIT...: one behind the other
+  local unit MAINPID
+  for unit; do
+    MAINPID=${pids[$unit]}
+    run "$unit" ExecStop
+    kill "$MAINPID" 2>/dev/null || true
+    wait "$MAINPID" || fail "$unit ends with status $?"
+    unset "pids[$unit]"
+  done
 }
 
 # next PACKAGE: the same package as a later version, with another sample configuration.
@@ -118,10 +126,12 @@ plain() {
   step 'installing the rest, starting and asking'
   install /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
   configure
-  local unit
-  for unit in $(korvoctl units --dir /etc/korvo | sort -r) korvo-web; do start "${unit%.service}.service"; done
+  local unit all
+  mapfile -t all < <(korvoctl units --dir /etc/korvo | sed 's/\(\.service\)\?$/.service/')
+  [ ${#all[@]} -eq 4 ] || fail "korvoctl gives other units than four: ${all[*]}"
+  start "${all[@]}" korvo-web.service
   await all_answer
-  for unit in "${!pids[@]}"; do stop "$unit"; done
+  stop "${all[@]}" korvo-web.service
 
   step 'upgrading'
   for unit in korvo korvo-backends korvo-web; do next $unit; done
