@@ -124,6 +124,9 @@ boot() {
         touch "dev/$device"
         mount --bind "/dev/$device" "dev/$device"
       done
+      mkdir dev/pts dev/shm
+      mount -t devpts -o newinstance,ptmxmode=666 devpts dev/pts
+      ln -s pts/ptmx dev/ptmx
       mkdir run/old
       pivot_root . run/old
       umount -l /run/old

@@ -25,11 +25,16 @@ await() { # await COMMAND...: until it succeeds
 
 install() { apt-get install -y -qq --no-install-recommends "$@" >>$log 2>&1 </dev/null || fail "cannot install $*"; }
 
+# group ID PORT PORT: a Search Manager and a Document Manager more.
+group() {
+  printf '%s %s 127.0.0.1 %s %s web1\n' "$1" S "$2" $(($2 + 1)) "$1" D "$3" $(($3 + 1)) >>/etc/korvo/korvo.conf
+  echo "$1 packages /var/lib/korvo/packages.db /var/lib/korvo/packages.db" >>/etc/korvo/korvo.db
+}
+
 # configure: the service of the examples over this machine's list of packages, as an operator would edit it.
 configure() {
   sed -i 's/^#packages/packages/' /etc/korvo/korvo.conf /etc/korvo/korvo.db
-  echo 'second     S     127.0.0.1  8031        8032       web1' >>/etc/korvo/korvo.conf
-  echo 'second     packages  /var/lib/korvo/packages.db  /var/lib/korvo/packages.db' >>/etc/korvo/korvo.db
+  group second 8031 8041
   sed -i 's/^group .*/group packages results document Debian packages/' /etc/korvo/korvo-web.conf
   korvo-index --schema /packages.schema /var/lib/korvo/packages.db /var/lib/dpkg/status >>$log 2>&1 || fail 'korvo-index fails'
 }
@@ -63,7 +68,7 @@ view() {
   local pair
   while read -r pair; do
     mkdir -p "${pair#*:}"
-    mount --bind "${pair%:*}" "${pair#*:}"
+    mountpoint -q "${pair#*:}" || mount --bind "${pair%:*}" "${pair#*:}"
   done < <(sed -n 's/^BindReadOnlyPaths=//p' "$(unit_file "$1")" | tr ' ' '\n' | grep : || true)
 }
 
@@ -128,7 +133,7 @@ plain() {
   configure
   local unit all
   mapfile -t all < <(korvoctl units --dir /etc/korvo | sed 's/\(\.service\)\?$/.service/')
-  [ ${#all[@]} -eq 4 ] || fail "korvoctl gives other units than four: ${all[*]}"
+  [ ${#all[@]} -eq 5 ] || fail "korvoctl gives other units than five: ${all[*]}"
   start "${all[@]}" korvo-web.service
   await all_answer
   stop "${all[@]}" korvo-web.service
@@ -197,8 +202,7 @@ booted() {
   await all_answer
 
   step 'a line that comes, and goes'
-  echo 'third S 127.0.0.1 8041 8042 web1' >>/etc/korvo/korvo.conf
-  echo 'third packages /var/lib/korvo/packages.db /var/lib/korvo/packages.db' >>/etc/korvo/korvo.db
+  group third 8051 8061
   systemctl restart korvo.target
   await finds third
   sed -i '/^third/d' /etc/korvo/korvo.conf
