@@ -213,7 +213,7 @@ booted() {
   step 'a wrong configuration is refused with its reason'
   cp /etc/korvo/korvo.conf /etc/korvo/korvo.conf.right
   sed -i 's/^web1.*/web1 C 127.0.0.1 8001 99999 -/' /etc/korvo/korvo.conf
-  systemctl restart korvo-commmgr@web1.service || true
+  systemctl restart korvo-commmgr@web1.service 2>>$log || true
   await is_refused korvo-commmgr@web1.service
   grep -q 'korvo.conf:[0-9]*: ADMINPORT 99999' < <(journalctl -u korvo-commmgr@web1.service) || fail 'the journal names no line of korvo.conf'
   mv /etc/korvo/korvo.conf.right /etc/korvo/korvo.conf
