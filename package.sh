@@ -91,13 +91,12 @@ judge() {
     su judge -c "lintian --fail-on error,warning /korvo_*.changes"'
 }
 
-# try ARCH NAME: a Debian with the packages and the trial in it.
+# lay_out ARCH NAME: a Debian with the packages and the trial in it.
 lay_out() {
   debian "$2" "$1"
   mkdir "$folder/$2/packages"
   cp "$packages"/korvo*_"$1".deb "$folder/$2/packages"
   cp packaging/trial.sh "$folder/$2"
-  cp demo/packages.schema "$folder/$2/packages.schema"
 }
 
 # A control group for the systemd of the trial, which takes the one that it finds itself in for the machine's.

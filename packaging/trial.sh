@@ -36,7 +36,7 @@ configure() {
   sed -i 's/^#packages/packages/' /etc/korvo/korvo.conf /etc/korvo/korvo.db
   group second 8031 8041
   sed -i 's/^group .*/group packages results document Debian packages/' /etc/korvo/korvo-web.conf
-  korvo-index --schema /packages.schema /var/lib/korvo/packages.db /var/lib/dpkg/status >>$log 2>&1 || fail 'korvo-index fails'
+  korvo-index --schema /usr/share/doc/korvo/examples/packages.schema /var/lib/korvo/packages.db /var/lib/dpkg/status >>$log 2>&1 || fail 'korvo-index fails'
 }
 
 # Three questions to the service.
