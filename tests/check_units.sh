@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# check_units.sh [ROOT]   fails when systemd finds a fault in a unit, or one that a stranger could do more with than has to be
-#
-# The units are those of packaging/systemd, or those that are installed below ROOT.
+# check_units.sh   fails when systemd finds a fault in a unit of packaging/systemd, or one that a stranger could do more with
+#                  than has to be
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
 command -v systemd-analyze >/dev/null || {
@@ -14,32 +13,22 @@ status=0
 worst=15  # exposure, in tenths
 
 # A root with the units, the programs that they name and the units that belong to every machine.
-lay_out() {
-  mkdir -p "$scratch/usr/lib/systemd/system"
-  cp packaging/systemd/* "$scratch/usr/lib/systemd/system"
-  local name
-  for name in basic sysinit shutdown multi-user network-online network; do
-    printf '[Unit]\nDescription=%s\nDefaultDependencies=no\n' $name >"$scratch/usr/lib/systemd/system/$name.target"
-  done
-  grep -hoE '^(Exec[A-Za-z]+=-?)/[^ ]+' packaging/systemd/*.service | sed 's/.*=-\?//' | sort -u | while read -r name; do
-    install -D /dev/null "$scratch$name"
-    chmod 755 "$scratch$name"
-  done
-}
+mkdir -p "$scratch/usr/lib/systemd/system"
+cp packaging/systemd/* "$scratch/usr/lib/systemd/system"
+for name in basic sysinit shutdown multi-user network-online network; do
+  printf '[Unit]\nDescription=%s\nDefaultDependencies=no\n' $name >"$scratch/usr/lib/systemd/system/$name.target"
+done
+sed -n 's/^Exec[A-Za-z]*=-\?\(\/[^ ]*\).*/\1/p' packaging/systemd/*.service | sort -u | while read -r name; do
+  install -D -m 755 /dev/null "$scratch$name"
+done
 
-if [ $# -gt 0 ]; then
-  root=$1
-else
-  root=$scratch
-  lay_out
-fi
 for unit in packaging/systemd/*; do
   name=$(basename "$unit")
   name=${name/@./@any.}  # one of a template
-  systemd-analyze verify --root="$root" --man=no --recursive-errors=one "$name" >"$scratch/log" 2>&1 || status=1
+  systemd-analyze verify --root="$scratch" --man=no --recursive-errors=one "$name" >"$scratch/log" 2>&1 || status=1
   [ ! -s "$scratch/log" ] || { status=1; sed "s/^/units: $name: /" "$scratch/log" >&2; }
   [[ $name == *.service ]] || continue
-  systemd-analyze security --offline=true --root="$root" --threshold=$worst --no-pager "$name" >"$scratch/log" 2>&1 || {
+  systemd-analyze security --offline=true --root="$scratch" --threshold=$worst --no-pager "$name" >"$scratch/log" 2>&1 || {
     status=1
     cat "$scratch/log" >&2
   }
