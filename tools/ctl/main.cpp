@@ -156,10 +156,10 @@ void TakeOption(Request *request, int letter) {
   }
 }
 
-const Command &FindCommand(const std::string &name) {
+const Command &FindCommand(const char *name) {
   for (const Command &command : kCommands)
-    if (name == command.name) return command;
-  Tool_Fail(EX_USAGE, "there is no command %s; --help shows all", name.c_str());
+    if (std::strcmp(name, command.name) == 0) return command;
+  Tool_Fail(EX_USAGE, "there is no command %s; --help shows all", name);
 }
 
 void CheckOptions(const Command &command, const std::string &letters) {
