@@ -26,7 +26,6 @@ constexpr milliseconds kConnectLimit(1000);
 constexpr milliseconds kRetryAfter(1000);
 constexpr milliseconds kRetryWait(20);  // for an engine that is tried again
 constexpr milliseconds kLeastPatience(50), kMostPatience(10000);
-constexpr int kMostOwed = 8;          // answers of one connection to the questions of a search
 constexpr int kSpareDescriptors = 8;  // for the files of a database, which are opened as needed
 
 milliseconds Left(ShardClock::time_point end) {

@@ -83,11 +83,11 @@ class Relay {
 
  private:
   void Serve() {
-    while (!stop_) {
+    for (;;) {
       Socket client = front_.Accept();
-      if (!stop_)
-        connections_.emplace_back(
-            [this, held = std::move(client)]() mutable { Pass(std::move(held)); });
+      if (stop_) return;
+      connections_.emplace_back(
+          [this, held = std::move(client)]() mutable { Pass(std::move(held)); });
     }
   }
 
