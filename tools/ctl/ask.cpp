@@ -68,7 +68,7 @@ bool IsFrom(const Target &target, const sockaddr_in &address) {
 }
 
 std::int32_t NumberOf(const Round &round, std::size_t i) {
-  return static_cast<std::int32_t>((static_cast<std::int64_t>(round.number) + i) & INT32_MAX);
+  return static_cast<std::int32_t>((static_cast<std::size_t>(round.number) + i) & INT32_MAX);
 }
 
 void SendPing(Round *round, int sock, std::size_t i) {
