@@ -110,13 +110,13 @@ std::string_view WithoutHost(std::string_view target) {
 
 }  // namespace
 
-Asked Asked_Read(std::string_view whole) {
+Asked Asked_Read(std::string_view target) {
   Asked asked;
-  const std::string_view target = WithoutHost(whole);
-  const std::size_t query = std::min(target.find('?'), target.size());
-  TakeParameters(target.substr(std::min(query + 1, target.size())), &asked);
-  const bool bare = query == 0 && !whole.empty() && whole[0] != '?';  // a host alone
-  TakePath(bare ? "/" : target.substr(0, query), &asked);  // its group, not that of a parameter
+  const std::string_view local = WithoutHost(target);
+  const std::size_t query = std::min(local.find('?'), local.size());
+  TakeParameters(local.substr(std::min(query + 1, local.size())), &asked);
+  const bool bare = query == 0 && !target.empty() && target[0] != '?';  // a host alone
+  TakePath(bare ? "/" : local.substr(0, query), &asked);  // its group, not that of a parameter
   return asked;
 }
 
