@@ -10,6 +10,7 @@
 
 namespace {
 
+// A connection that has been reset has no peer.
 bool IsConnectedTo(int fd, const sockaddr_in &address) {
   sockaddr_in peer = {};
   socklen_t size = sizeof peer;
@@ -25,7 +26,7 @@ bool IsAtItsEnd(int fd) {
 
 }  // namespace
 
-bool Peer_HasEnded(const char *host, unsigned port) {
+bool Peer_IsUp(const char *host, unsigned port) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -36,7 +37,7 @@ bool Peer_HasEnded(const char *host, unsigned port) {
     const std::string name = entry->path().filename();
     int fd = -1;
     std::from_chars(name.data(), name.data() + name.size(), fd);
-    if (IsConnectedTo(fd, address) && IsAtItsEnd(fd)) return true;
+    if (IsConnectedTo(fd, address) && !IsAtItsEnd(fd)) return true;
   }
   return false;
 }

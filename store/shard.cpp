@@ -265,7 +265,7 @@ bool IsTimeout(const Xapian::Error &error) { return Is(error, "NetworkTimeoutErr
 // An end in the middle of an answer does not say whose it is.
 Shard *Ended(std::span<Shard *const> shards) {
   for (Shard *shard : shards)
-    if (IsRemote(*shard) && shard->database && Peer_HasEnded(shard->host.c_str(), shard->port))
+    if (IsRemote(*shard) && shard->database && !Peer_IsUp(shard->host.c_str(), shard->port))
       return shard;
   return nullptr;
 }
