@@ -81,7 +81,7 @@ case "${1-all}" in
     tests/browser/run.sh build/release "${@:2}"
     ;;
   operation)
-    need curl openssl "${build_packages[@]}"
+    need openssl "${build_packages[@]}"
     build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-web korvoctl
     /usr/bin/python3 tests/operation/operation_test.py build/release "${@:2}"
     ;;

@@ -29,7 +29,7 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-need curl "${build_packages[@]}"
+need "${build_packages[@]}"
 build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-query korvo-web korvoctl
 bin=$PWD/build/release/bin
 folder=$(mktemp -d /tmp/korvo-demo.XXXXXX)  # a short name: macros go by at most 127 characters

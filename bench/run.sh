@@ -10,6 +10,7 @@
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
+. bench/group.sh
 
 rows=(unknown getdoc-2048 query-1 query-10 query-100 ordered-8 reverse-8 whole-38912)
 bin=$PWD/build/bench/bin
@@ -27,24 +28,6 @@ build_bench() {
     echo "$0: the build failed" >&2
     exit 70
   }
-}
-
-# make_group NAME: a control group that keeps the processor time of a server and its children; its
-# folder goes to $folder/NAME.group.  Nothing where this user may not make one.
-make_group() {
-  local type path mount group
-  for type in cgroup2 cpuacct; do
-    mount=$(awk -v type=$type '$3 == type || ($3 == "cgroup" && $4 ~ type) { print $2; exit }' /proc/mounts)
-    path=$(awk -F: -v type=$type '(type == "cgroup2" && $1 == 0) || $2 ~ type { print $3; exit }' /proc/self/cgroup)
-    group=$mount${path%/}/korvo-bench.$$.$1
-    [ -n "$mount" ] || continue
-    mkdir "$group" 2>/dev/null || continue
-    groups+=("$group")
-    if (echo "$BASHPID" >"$group/cgroup.procs") 2>/dev/null; then
-      echo "$group" >"$folder/$1.group"
-      return
-    fi
-  done
 }
 
 # start NAME GROUP COMMAND...: a server that ends by itself in the end; its process id goes to

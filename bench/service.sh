@@ -13,6 +13,7 @@
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
+. bench/group.sh
 
 bin=$PWD/build/service/bin
 rounds=${ROUNDS-35}
@@ -61,33 +62,14 @@ stop_all() {
 trap 'trap "" INT TERM; stop_all' EXIT
 trap 'exit 130' INT TERM
 
-# make_group NAME: a control group that keeps the processor time of programs and all their children; its folder goes to
-# $folder/NAME.group, or "-" where this user may not make one.
-make_group() {
-  local type path mount group
-  echo - >"$folder/$1.group"
-  for type in cgroup2 cpuacct; do
-    mount=$(awk -v type=$type '$3 == type || ($3 == "cgroup" && $4 ~ type) { print $2; exit }' /proc/mounts)
-    path=$(awk -F: -v type=$type '(type == "cgroup2" && $1 == 0) || $2 ~ type { print $3; exit }' /proc/self/cgroup)
-    group=$mount${path%/}/korvo-service.$$.$1
-    [ -n "$mount" ] || continue
-    mkdir "$group" 2>/dev/null || continue
-    groups+=("$group")
-    if (echo "$BASHPID" >"$group/cgroup.procs") 2>/dev/null; then
-      echo "$group" >"$folder/$1.group"
-      return
-    fi
-  done
-}
-
 # start GROUP COMMAND...: a program of that group, which ends by itself in the end.
 start() {
-  local group
-  group=$(cat "$folder/$1.group")
+  local group=
+  [ ! -e "$folder/$1.group" ] || group=$(cat "$folder/$1.group")
   shift
   # shellcheck disable=SC2016  # the inner shell's
   timeout "$longest" sh -c '
-    [ "$1" = - ] || echo $$ >"$1/cgroup.procs"
+    [ -z "$1" ] || echo $$ >"$1/cgroup.procs"
     shift
     exec "$@"' sh "$group" "$@" >/dev/null 2>>"$folder/log" &
   programs+=($!)
@@ -158,7 +140,7 @@ load() {
 }
 
 # side NAME KIND TARGET REQUESTS TREE
-side() { echo "$1,$2,$3,$folder/$4.requests,$(cat "$folder/$5.group")"; }
+side() { echo "$1,$2,$3,$folder/$4.requests,$(cat "$folder/$5.group" 2>/dev/null || echo -)"; }
 
 # drops PORT...: the connections that the full queue of each listener turned away.
 drops() {

@@ -20,7 +20,7 @@ need() {
 }
 
 # shellcheck disable=SC2034  # for those who source this
-build_packages=(cmake g++ googletest libcsv-dev liblzma-dev libmicrohttpd-dev libxapian-dev ninja-build nlohmann-json3-dev pkg-config python3 xapian-omega xapian-tools zlib1g-dev)
+build_packages=(cmake curl g++ googletest libcsv-dev liblzma-dev libmicrohttpd-dev libxapian-dev ninja-build nlohmann-json3-dev pkg-config python3 xapian-omega xapian-tools zlib1g-dev)
 
 # build PRESET [TARGET...]: configures and builds; shows the output only when it fails.
 build() {

@@ -11,7 +11,6 @@ constexpr std::size_t kPlaceholderSize = 64;  // at most
 constexpr std::size_t kListSize = 4096;       // of what becomes links
 constexpr std::size_t kErrorSize = 128;       // of an error line that tells which one it is
 constexpr std::size_t kRecordSize = 4096;     // of a status or a reason
-constexpr std::size_t kTailSize = 10238;      // of a frame, as the daemon sends it
 constexpr std::size_t kFrameSize = 16384;     // that is held back; the daemon sends no longer one
 
 struct Name {
@@ -221,8 +220,8 @@ void Run(Filter *filter, std::string *out) {
 }
 
 void Remember(std::string *last, std::string_view bytes) {
-  last->append(bytes.substr(bytes.size() - std::min(bytes.size(), kTailSize)));
-  last->erase(0, last->size() - std::min(last->size(), kTailSize));
+  last->append(bytes.substr(bytes.size() - std::min(bytes.size(), kTailFrameSize)));
+  last->erase(0, last->size() - std::min(last->size(), kTailFrameSize));
 }
 
 // Ends a page that has broken off as the daemon would have.

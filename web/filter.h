@@ -19,6 +19,8 @@
 #include "web/status.h"
 #include "web/trouble.h"
 
+inline constexpr std::size_t kTailFrameSize = 10238;  // bytes that the daemon sends of one
+
 enum class Placeholder {
   kQuery,
   kStatus,

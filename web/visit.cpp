@@ -80,8 +80,7 @@ bool GiveText(Visit *visit, int status, const char *type, const std::string &tex
 
 // The frame behind what is shown, as the daemon sends it.
 std::string TailFrame(const std::string &macro) {
-  constexpr std::size_t kTailSize = 10238;
-  std::string text(kTailSize, '\0');
+  std::string text(kTailFrameSize, '\0');
   const FdGuard file(open((macro + ".tail").c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   const ssize_t got = file.Get() < 0 ? 0 : read(file.Get(), text.data(), text.size());
   text.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
