@@ -29,6 +29,6 @@ if [ -s "$build/counters.log" ]; then
 fi
 
 # The compiler lays no branch for what is thrown (coverage.cmake), so gcovr has none to leave out.
-gcovr --root . "$build" --filter '(commmgr|config|core|debug|macro|net|protocol)/' \
+gcovr --root . "$build" --filter '(commmgr|config|core|debug|macro|net|protocol|web)/' \
   --json "$build/report.json" --txt "$build/report.txt"
 tests/coverage/check.py "$build/report.json" tests/coverage/uncovered.txt
