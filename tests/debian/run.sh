@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# tests/debian/run.sh RELEASE [USER]   runs ./check.sh and ./demo.sh on a Debian of that release with nothing installed
+# tests/debian/run.sh RELEASE [USER [COMMAND]]   runs ./check.sh and ./demo.sh, or COMMAND, on a Debian with nothing installed
 #
 # As root, e.g. tests/debian/run.sh trixie.  debootstrap makes the release in a folder, from the mirror that this machine's apt
 # uses.  There what is committed here stands in a path with a blank, and USER, an ordinary one with sudo where none is given,
-# runs both with no more rights and open files than a login shell may leave him.  USER may be root.
+# runs them with no more rights and open files than a login shell may leave him.  USER may be root.
 set -eu -o pipefail
 cd "$(dirname "$0")/../.."
 . scripts/need.sh
-release=${1:?usage: tests/debian/run.sh RELEASE [USER]}
+release=${1:?usage: tests/debian/run.sh RELEASE [USER [COMMAND]]}
 user=${2-dweller}
+command=${3-./check.sh && ./demo.sh}
 need debootstrap
 # shellcheck disable=SC2016  # the words of apt-get
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' 'Label: Debian' | head -n1)
@@ -38,5 +39,5 @@ unshare --mount --pid --fork --kill-child --propagation private bash -eu -o pipe
   mount -t proc proc "$1/proc"
   mount --rbind /dev "$1/dev"
   mount -t devpts -o newinstance,ptmxmode=666 devpts "$1/dev/pts"
-  exec chroot "$1" su - "$2" -c "umask 077; ulimit -n 1024; cd \"a checkout\"; ./check.sh && ./demo.sh"
-' bash "$root" "$user"
+  exec chroot "$1" su - "$2" -c "umask 077; ulimit -n 1024; cd \"a checkout\"; $3"
+' bash "$root" "$user" "$command"
