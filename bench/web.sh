@@ -3,7 +3,7 @@
 #   memory  what korvo-web holds with 1000 idle browsers, and with 200 that are answered
 #   added   what korvo-web adds to a QUERY that is asked directly: one client, time to the first byte
 #   rate    pages a second with 1, 16 and 200 clients, against Omega's CGI program behind lighttpd
-#   burst   200 browsers at once, against the same
+#   burst   200 browsers at once, against the same and against the daemon asked directly
 #
 # All package records that apt knows are searched, for the lines of bench/queries.txt; a hit shows name, section, version
 # and description.  What is compared takes turns.  ROUNDS=N in the environment changes the 15 rounds, SECONDS_EACH=N the 3
@@ -145,7 +145,7 @@ row_rate() {
 }
 row_burst() {
   start_omega
-  load burst "$rounds" "${sides[@]}"
+  load burst "$rounds" 14420 "$folder/pages/results" "${sides[@]}"
 }
 row_memory() { load memory "$web" 14426; }
 

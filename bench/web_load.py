@@ -3,7 +3,7 @@
 
   added ROUNDS DAEMON WEB MACRO   time to the first byte, one client: the daemon asked directly, and korvo-web
   rate ROUNDS SECONDS SIDE...     pages a second with 1, 16 and 200 clients
-  burst ROUNDS SIDE...            200 browsers at once, ROUNDS times
+  burst ROUNDS DAEMON MACRO SIDE...   200 at once, ROUNDS times; the daemon asked directly too
   memory PID PORT                 what the process holds with 1000 idle browsers, and with 200 that are answered
 
 A SIDE is NAME,PORT,TARGET; the words of a search go behind TARGET.  Sides take turns.  Each request has a connection of
@@ -50,6 +50,25 @@ class Side:
         if b"\r\nTransfer-Encoding: chunked" in head:
             body = joined(body)
         if not head.startswith(b"HTTP/1.1 200 ") or not body or self.first.setdefault(words, body) != body:
+            self.wrong += 1
+
+
+class Daemon(Side):
+    """The daemon asked as korvo-web asks it."""
+
+    def __init__(self, port, macro):
+        super().__init__(f"the daemon,{port},{macro}")
+
+    def line(self, words):
+        return (f"\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@MACROFILE={self.target}\t@SCRIPT=html place all snippet\t@MAXHITS=10"
+                f"\t@FIRSTHIT=0\t@DEADLINE=8000\t@STATUS=1\t{words}\n").encode()
+
+    def request(self):
+        words, _ = super().request()
+        return words, self.line(words)
+
+    def check(self, words, answer):
+        if not answer or self.first.setdefault(words, answer) != answer:
             self.wrong += 1
 
 
@@ -137,12 +156,11 @@ def quartiles(values):
 
 def added(rounds, daemon, web, macro):
     differences, directly, through = [], [], []
+    side = Daemon(daemon, macro)
     for _ in range(int(rounds)):
         for words in QUERIES[:110]:
-            line = (f"\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@MACROFILE={macro}\t@SCRIPT=html place all snippet\t@MAXHITS=10"
-                    f"\t@FIRSTHIT=0\t@DEADLINE=8000\t@STATUS=1\t{words}\n")
             page = f"GET /search?q={quote_plus(words)} HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n"
-            one = first_byte(("127.0.0.1", int(daemon)), line.encode()) * 1000
+            one = first_byte(side.address, side.line(words)) * 1000
             other = first_byte(("127.0.0.1", int(web)), page.encode()) * 1000
             directly.append(one)
             through.append(other)
@@ -168,9 +186,9 @@ def rate(rounds, seconds, *texts):
                   f"| {percentile(took[side], 99) * 1000:.1f} | {side.wrong} |")
 
 
-def burst(rounds, *texts):
+def burst(rounds, daemon, macro, *texts):
     print("| side | p50 ms | p99 ms | longest ms | wrong |\n|---|---:|---:|---:|---:|")
-    sides = [Side(text) for text in texts]
+    sides = [Daemon(daemon, macro), *(Side(text) for text in texts)]
     took = {side: [] for side in sides}
     for _ in range(int(rounds)):
         for side in sides:
