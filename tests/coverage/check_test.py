@@ -61,7 +61,7 @@ class Check(unittest.TestCase):
     def test_everything_runs(self):
         status, output, faults = self.check(self.report(line=3, branches=[1, 2]), '# nothing\n')
         self.assertEqual((status, faults), (0, []))
-        self.assertEqual(output, ['14 of 14 lines, 122 of 122 branches: 100.00 of 100'])
+        self.assertEqual(output, ['16 of 16 lines, 142 of 142 branches: 100.00 of 100'])
 
     def test_idle_branch(self):
         report = self.report(line=3, branches=[3, 0])
@@ -92,12 +92,12 @@ class Check(unittest.TestCase):
     def test_idle_line(self):
         status, output, faults = self.check(self.report(line=0, branches=[]))
         self.assertEqual((status, faults), (1, ['net/a.cpp:2: this line never runs: return a < 0 ? -1 :']))
-        self.assertEqual(output, ['13 of 14 lines, 120 of 120 branches: 100.00 of 100'])
+        self.assertEqual(output, ['15 of 16 lines, 140 of 140 branches: 100.00 of 100'])
 
     def test_too_few_branches(self):
-        explained = ''.join('net/a.cpp: Sign: %d of 4: return a < 0 ? -1 :\n' % each for each in (1, 2, 3, 4))
-        status, output, faults = self.check(self.report(line=3, branches=[0] * 4), explained + '  a reason\n')
-        self.assertEqual(output[-1], '14 of 14 lines, 120 of 124 branches: 96.77 of 100')
+        explained = ''.join('net/a.cpp: Sign: %d of 5: return a < 0 ? -1 :\n' % each for each in (1, 2, 3, 4, 5))
+        status, output, faults = self.check(self.report(line=3, branches=[0] * 5), explained + '  a reason\n')
+        self.assertEqual(output[-1], '16 of 16 lines, 140 of 145 branches: 96.55 of 100')
         self.assertEqual((status, faults), (1, ['report: less than 97 of 100 branches run']))
 
     def test_malformed_list(self):
