@@ -23,6 +23,7 @@ Outcome RunWeb(const std::vector<std::string> &arguments) {
 }
 
 const std::string kTexts = "texts " KORVO_PAGES "/texts.en\n";
+const std::string kServed = kTexts + "clients 10\n";  // no more than any shell has descriptors for
 
 }  // namespace
 
@@ -99,7 +100,8 @@ TEST(Main, PortThatIsTaken_Is69) {
   const Manager other;
   const Folder folder;
   const std::string port = std::to_string(other.Port());
-  const Outcome outcome = RunWeb({folder.Write("web.conf", kTexts + "listen-port " + port + "\n")});
+  const Outcome outcome =
+      RunWeb({folder.Write("web.conf", kServed + "listen-port " + port + "\n")});
   EXPECT_EQ(outcome.status, 69);
   EXPECT_EQ(outcome.errors,
             "korvo-web: cannot listen on 127.0.0.1 port " + port + ": Address already in use\n");
@@ -109,7 +111,7 @@ TEST(Main, SecondOneOnAPort_Is69) {
   const Site site(9, 9);
   const Folder folder;
   const std::string port = std::to_string(site.Port());
-  const std::string conf = folder.Write("web.conf", kTexts + "listen-port " + port + "\n");
+  const std::string conf = folder.Write("web.conf", kServed + "listen-port " + port + "\n");
   Process second({KORVO_WEB, conf}, folder.Path());
   ASSERT_TRUE(Eventually([&] { return second.Ended(); }, 5000));
   EXPECT_EQ(ExitStatus(second.Wait()), 69);
@@ -130,7 +132,7 @@ TEST(Main, PortThatWasJustServed_IsListenedOnAgain) {
 
 TEST(Main, LogThatCannotBeOpened_Is73) {
   const Folder folder;
-  const Outcome outcome = RunWeb({folder.Write("web.conf", kTexts + "log /nowhere/log\n")});
+  const Outcome outcome = RunWeb({folder.Write("web.conf", kServed + "log /nowhere/log\n")});
   EXPECT_EQ(outcome.status, 73);
   EXPECT_EQ(outcome.errors,
             "korvo-web: /nowhere/log: cannot be opened: No such file or directory\n");
