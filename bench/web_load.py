@@ -9,6 +9,7 @@
 A SIDE is NAME,PORT,TARGET; the words of a search go behind TARGET.  Sides take turns.  Each request has a connection of
 its own.  The first answer to a search is what every later one has to be; other ones are counted as wrong.
 """
+import math
 import selectors
 import socket
 import statistics
@@ -92,14 +93,18 @@ class Visit:
             part = b""
         if part:
             self.answer.append(part)
-            return False
+        return not part
+
+    def end(self):
         self.socket.close()
         self.side.check(self.words, b"".join(self.answer))
-        return True
 
 
 def drive(side, clients, seconds):
-    """So many clients for so long, or one request each; the seconds that each answer took, and those of all."""
+    """So many clients for so long, or one request each; the seconds that each answer took, and those of all.
+
+    Who has one request and no answer when nobody else gets one any more took for ever.
+    """
     took, selector = [], selectors.DefaultSelector()
     begun = time.perf_counter()
     last = begun + seconds
@@ -112,20 +117,19 @@ def drive(side, clients, seconds):
         begin()
     while selector.get_map():
         ready = selector.select(PATIENCE)
-        if not ready:
+        if not ready and seconds > 0:
             sys.exit(f"{side.name}: no answer within {PATIENCE} seconds")
+        if not ready:
+            took += [math.inf] * len(selector.get_map())
+            break
         for key, events in ready:
             visit = key.data
-            fd = visit.socket
-            if events & selectors.EVENT_WRITE:
-                visit.step(events)
-                if not visit.unsent:
-                    selector.modify(fd, selectors.EVENT_READ, visit)
-                continue
-            selector.unregister(fd)
             if not visit.step(events):
-                selector.register(fd, selectors.EVENT_READ, visit)
+                if events & selectors.EVENT_WRITE and not visit.unsent:
+                    selector.modify(visit.socket, selectors.EVENT_READ, visit)
                 continue
+            selector.unregister(visit.socket)
+            visit.end()
             took.append(time.perf_counter() - visit.begun)
             if time.perf_counter() < last:
                 begin()
@@ -223,6 +227,7 @@ def memory(pid, port):
         most = max(most, resident(pid))
         while not visit.step(selectors.EVENT_READ):
             pass
+        visit.end()
     print(f"| 200 answered | {most} |")
     print(f"| wrong answers | {side.wrong} |")
 
