@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "core/loop.h"
 #include "core/program.h"
@@ -30,7 +29,6 @@ bool LeadGroup() { return setpgid(0, 0) == 0 || (errno == EPERM && getpgrp() == 
 
 int main(int argc, char **argv) {
   OpenStandardDescriptors();
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   if (!LeadGroup()) {
     DPRINTF(nullptr, kFatal, "[MainCore: main] Can't setsid \n");
     MainCore_Exit(0);

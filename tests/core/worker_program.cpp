@@ -34,6 +34,7 @@ void Client(int, int sock, const char *text) {
   if (word == "leave") _exit(3);
   if (word == "kill") kill(getpid(), SIGKILL);
   if (word == "much") SendMuch(sock);
+  if (word == "last") MainCore_EndAfter(60000, "a last word");
   if (word == "hang") {
     Say(sock, std::to_string(getpid()));
     for (;;) pause();

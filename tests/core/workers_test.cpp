@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 #include <cstdio>
 #include <set>
 #include <sstream>
+#include <vector>
 
 #include "tests/core/running.h"
 #include "tests/support/log_capture.h"
@@ -247,6 +250,14 @@ TEST(Workers, WaitFiveSecondsAlsoWhereTheAlarmWasHeldBack) {
   EXPECT_EQ(daemon.Exchange("tree\n"), "0");
 }
 
+TEST(Workers, TheLastWordOfARequestIsOfThatOneAlone) {
+  Service service(1);
+  EXPECT_EQ(service.Ask("last"), "");
+  const Socket silent = service.daemon.Client();
+  EXPECT_EQ(silent.ReadAll(), "");
+  EXPECT_TRUE(service.Logs("[MainCore: Worker] No command came within 5 seconds: socket 6\n"));
+}
+
 TEST(Workers, WaitFiveSecondsForAReader) {
   Service service(1);
   const Socket idle = service.Begin("much\n");
@@ -314,7 +325,31 @@ TEST(Workers, AConnectionIsLoggedAndTakenWithoutWaiting) {
   ASSERT_EQ(std::sscanf(info.c_str() + info.find("flags:"), "flags: %o",
                         reinterpret_cast<unsigned *>(&flags)),
             1);
-  EXPECT_NE(flags & O_NONBLOCK, 0) << info;
+  EXPECT_EQ(flags & (O_APPEND | O_ASYNC | O_NONBLOCK), O_NONBLOCK) << info;
+}
+
+// Of a socket that listens the kernel says there how many connections may wait.
+TEST(Workers, ConnectionsWaitInAQueueOf128) {
+  Service service(1);
+  EXPECT_EQ(service.Ask("tree"), "0");
+  const int program = static_cast<int>(syscall(SYS_pidfd_open, service.daemon.Program().Pid(), 0));
+  ASSERT_GE(program, 0);
+  std::vector<unsigned> queues;
+  for (int fd = 0; fd < 16; ++fd) {
+    const int listener = static_cast<int>(syscall(SYS_pidfd_getfd, program, fd, 0));
+    if (listener < 0 && errno == EPERM)
+      GTEST_SKIP() << "the descriptors of a child are not given here";
+    int listens = 0;
+    socklen_t size = sizeof listens;
+    tcp_info info = {};
+    socklen_t length = sizeof info;
+    if (getsockopt(listener, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) == 0 && listens == 1 &&
+        getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &length) == 0)
+      queues.push_back(info.tcpi_sacked);
+    close(listener);
+  }
+  close(program);
+  EXPECT_EQ(queues, std::vector<unsigned>({128}));
 }
 
 TEST(Workers, AHangUpEndsTheMainProcessAndWithItAll) {
