@@ -1,6 +1,7 @@
 // Both configuration files, each held against a plain reader of its lines.
 //
 // Parts: the file; an ID; a type letter.
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <vector>
