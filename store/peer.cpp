@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <charconv>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 

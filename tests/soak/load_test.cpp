@@ -1,6 +1,7 @@
 // Load: 64 clients at once, every kind of request, while managers fail, die and come back.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "tests/soak/draft.h"

@@ -1,5 +1,7 @@
 // The product's own interpreter, compiled in here: its registers outlive a run, and each input is
 // to begin with clear ones.
+#include <algorithm>
+
 #include "macro/exec.cpp"
 #include "tests/fuzz/support/macros.h"
 
