@@ -80,7 +80,7 @@ start() {
 }
 
 start_service() {
-  "$bin/korvo-index" --schema "$folder/schema" "$folder/packages.db" "$folder/packages" >/dev/null 2>&1
+  chrt --other 0 "$bin/korvo-index" --schema "$folder/schema" "$folder/packages.db" "$folder/packages" >/dev/null 2>&1
   cat >"$folder/korvo.conf" <<'CONF'
 web       C  127.0.0.1  14420  14421  -
 packages  S  127.0.0.1  14422  14423  web
@@ -121,7 +121,7 @@ start_omega() {
   cp bench/omega.template "$folder/templates/package"
   cp "$fronts/usr/lib/cgi-bin/omega/omega" "$folder/cgi/omega.cgi"
   printf 'database_dir %s\ntemplate_dir %s/templates\nlog_dir /nonexistent\ncdb_dir /nonexistent\n' "$folder" "$folder" >"$folder/omega.conf"
-  LD_LIBRARY_PATH=$libraries "$fronts/usr/bin/scriptindex" "$folder/omega" "$folder/script" "$folder/records" >/dev/null
+  LD_LIBRARY_PATH=$libraries chrt --other 0 "$fronts/usr/bin/scriptindex" "$folder/omega" "$folder/script" "$folder/records" >/dev/null
   cat >"$folder/lighttpd.conf" <<CONF
 server.modules = ("mod_setenv", "mod_cgi")
 server.document-root = "$folder/cgi"
