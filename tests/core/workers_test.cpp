@@ -250,6 +250,19 @@ TEST(Workers, WaitFiveSecondsAlsoWhereTheAlarmWasHeldBack) {
   EXPECT_EQ(daemon.Exchange("tree\n"), "0");
 }
 
+TEST(Workers, SignalsThatWereHeldBackStaySoButThoseThatAreNeeded) {
+  const Setting number("KORVO_WORKERS", "1");
+  Daemon daemon(WORKER_PROGRAM, [] {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+  });
+  const std::string first = daemon.Exchange("pid\n");
+  daemon.Program().Signal(SIGUSR2);  // whose action is the end of the process
+  EXPECT_EQ(daemon.Exchange("kill\n"), "");
+  EXPECT_NE(daemon.Exchange("pid\n"), first);
+}
+
 TEST(Workers, TheLastWordOfARequestIsOfThatOneAlone) {
   Service service(1);
   EXPECT_EQ(service.Ask("last"), "");
