@@ -1,0 +1,234 @@
+#include "tools/wire/pattern.h"
+
+#include <algorithm>
+
+#include "tools/common/tool.h"
+
+namespace {
+
+constexpr std::size_t kShown = 400;  // bytes of a text that are shown
+
+void AddItem(const Item &item, const Scene &scene, int ordinal, std::string *bytes);
+
+std::string Inside(const Item &item, const Scene &scene, int ordinal) {
+  std::string bytes;
+  for (const Item &inside : item.inside) AddItem(inside, scene, ordinal, &bytes);
+  return bytes;
+}
+
+template <typename Map>
+std::string ValueOf(const Map &map, const std::string &name) {
+  const auto found = map.find(name);
+  if (found == map.end()) return {};
+  if constexpr (std::is_same_v<typename Map::mapped_type, int>)
+    return std::to_string(found->second);
+  else
+    return found->second;
+}
+
+void AddItem(const Item &item, const Scene &scene, int ordinal, std::string *bytes) {
+  switch (item.kind) {
+    case ItemKind::kLiteral: *bytes += item.text; return;
+    case ItemKind::kDir: *bytes += scene.dir; return;
+    case ItemKind::kPort: *bytes += ValueOf(scene.ports, item.text); return;
+    case ItemKind::kKept: *bytes += ValueOf(scene.kept, item.text); return;
+    case ItemKind::kOrdinal: *bytes += std::to_string(ordinal); return;
+    case ItemKind::kTimes:
+      for (int i = 1; i <= item.count; ++i) *bytes += Inside(item, scene, i);
+      return;
+    case ItemKind::kN8:
+    case ItemKind::kN32: {
+      const std::string inside = Inside(item, scene, ordinal);
+      const int length = item.kind == ItemKind::kN8 ? 1 : 4;
+      for (int i = 0; i < length; ++i) *bytes += static_cast<char>(inside.size() >> (8 * i));
+      *bytes += inside;
+      return;
+    }
+    default: *bytes += Inside(item, scene, ordinal); return;
+  }
+}
+
+// How a match stands: what is left of the bytes, and whether more can come.
+struct Rest {
+  std::string_view bytes;
+  bool ended;
+  Scene *scene;
+};
+
+Fit MatchItem(const Item &item, Rest *rest);
+
+Fit MatchBytes(std::string_view wanted, Rest *rest) {
+  const std::size_t common = std::min(wanted.size(), rest->bytes.size());
+  if (rest->bytes.substr(0, common) != wanted.substr(0, common)) return Fit::kNo;
+  if (common < wanted.size()) return rest->ended ? Fit::kNo : Fit::kMore;
+  rest->bytes.remove_prefix(common);
+  return Fit::kYes;
+}
+
+Fit MatchClass(ItemKind kind, Rest *rest) {
+  const auto fits = [kind](char c) {
+    if (kind == ItemKind::kDigits) return c >= '0' && c <= '9';
+    return c != '\n' && (kind == ItemKind::kLine || c != '\t');
+  };
+  const auto end = std::find_if_not(rest->bytes.begin(), rest->bytes.end(), fits);
+  const auto count = static_cast<std::size_t>(end - rest->bytes.begin());
+  if (end == rest->bytes.end() && !rest->ended) return Fit::kMore;
+  if (kind == ItemKind::kDigits && count == 0) return Fit::kNo;
+  rest->bytes.remove_prefix(count);
+  return Fit::kYes;
+}
+
+Fit MatchAll(const std::vector<Item> &items, Rest *rest) {
+  for (const Item &item : items) {
+    const Fit fit = MatchItem(item, rest);
+    if (fit != Fit::kYes) return fit;
+  }
+  return Fit::kYes;
+}
+
+Fit MatchEither(const Item &item, Rest *rest) {
+  Fit best = Fit::kNo;
+  for (const Item &inside : item.inside) {
+    Rest tried = *rest;
+    const Fit fit = MatchItem(inside, &tried);
+    if (fit == Fit::kYes) {
+      *rest = tried;
+      return fit;
+    }
+    if (fit == Fit::kMore) best = fit;
+  }
+  return best;
+}
+
+// The value of a field of the header of a line; null is none.
+bool FieldOf(std::string_view line, std::string_view name, std::string_view *value) {
+  bool found = false;
+  while (line.starts_with("\t@")) {
+    const std::string_view token = line.substr(2, line.find_first_of("\t\r\n", 2) - 2);
+    const std::size_t equals = token.find('=');
+    if (token.substr(0, equals) == name && equals != std::string_view::npos) {
+      *value = token.substr(equals + 1);
+      found = true;
+    }
+    line.remove_prefix(std::min(line.size(), token.size() + 2));
+  }
+  return found;
+}
+
+Fit MatchRecord(const Item &item, Rest *rest) {
+  const std::size_t end = rest->bytes.find('\n');
+  if (end == std::string_view::npos) return rest->ended ? Fit::kNo : Fit::kMore;
+  const std::string_view line = rest->bytes.substr(0, end + 1);
+  std::string_view value;
+  if (!FieldOf(line, "COMMAND", &value) || value != item.text) return Fit::kNo;
+  for (const Item &field : item.inside) {
+    if (!FieldOf(line, field.text, &value)) return Fit::kNo;
+    Rest inside = {value, true, rest->scene};
+    if (MatchAll(field.inside, &inside) != Fit::kYes || !inside.bytes.empty()) return Fit::kNo;
+  }
+  rest->bytes.remove_prefix(end + 1);
+  return Fit::kYes;
+}
+
+Fit MatchItem(const Item &item, Rest *rest) {
+  switch (item.kind) {
+    case ItemKind::kDigits:
+    case ItemKind::kText:
+    case ItemKind::kLine: return MatchClass(item.kind, rest);
+    case ItemKind::kEither: return MatchEither(item, rest);
+    case ItemKind::kRecord: return MatchRecord(item, rest);
+    case ItemKind::kGroup: return MatchAll(item.inside, rest);
+    case ItemKind::kBytes:
+      if (rest->bytes.size() < static_cast<std::size_t>(item.count))
+        return rest->ended ? Fit::kNo : Fit::kMore;
+      rest->bytes.remove_prefix(static_cast<std::size_t>(item.count));
+      return Fit::kYes;
+    case ItemKind::kKeep: {
+      const std::string_view before = rest->bytes;
+      const Fit fit = MatchAll(item.inside, rest);
+      if (fit == Fit::kYes)
+        rest->scene->kept[item.text] = before.substr(0, before.size() - rest->bytes.size());
+      return fit;
+    }
+    default: {
+      std::string wanted;
+      AddItem(item, *rest->scene, 0, &wanted);
+      return MatchBytes(wanted, rest);
+    }
+  }
+}
+
+bool HasPattern(const Item &item) {
+  if (item.kind >= ItemKind::kDigits) return true;
+  return std::any_of(item.inside.begin(), item.inside.end(), HasPattern);
+}
+
+std::string Short(const std::string &bytes) {
+  if (bytes.size() <= kShown) return Transcript_Quote(bytes);
+  return Transcript_Quote(bytes.substr(0, kShown)) + " and " +
+         std::to_string(bytes.size() - kShown) + " bytes more";
+}
+
+std::string ShowItem(const Item &item, const Scene &scene) {
+  switch (item.kind) {
+    case ItemKind::kDigits: return "digits";
+    case ItemKind::kText: return "text";
+    case ItemKind::kLine: return "line";
+    case ItemKind::kBytes: return Tool_Format("bytes %d", item.count);
+    case ItemKind::kKeep:
+      return std::string("keep ").append(item.text).append(" ") + ShowItem(item.inside[0], scene);
+    case ItemKind::kEither: {
+      std::string shown = std::string("either ") + ShowItem(item.inside[0], scene);
+      for (std::size_t i = 1; i < item.inside.size(); ++i)
+        shown += " or " + ShowItem(item.inside[i], scene);
+      return shown;
+    }
+    case ItemKind::kRecord: {
+      std::string shown = std::string("record ") + item.text;
+      for (const Item &field : item.inside)
+        shown += " " + field.text + "=" + ShowItem(field.inside[0], scene);
+      return shown;
+    }
+    default: break;
+  }
+  if (HasPattern(item))
+    return std::string("(").append(Pattern_Show(item.inside, scene)).append(")");
+  std::string bytes;
+  AddItem(item, scene, 0, &bytes);
+  return Short(bytes);
+}
+
+}  // namespace
+
+std::string Pattern_Bytes(const std::vector<Item> &items, const Scene &scene) {
+  std::string bytes;
+  for (const Item &item : items) AddItem(item, scene, 0, &bytes);
+  return bytes;
+}
+
+Fit Pattern_Match(const std::vector<Item> &items, std::string_view bytes, bool ended, Scene *scene,
+                  std::size_t *length) {
+  Rest rest = {bytes, ended, scene};
+  const Fit fit = MatchAll(items, &rest);
+  *length = bytes.size() - rest.bytes.size();
+  return fit;
+}
+
+std::string Pattern_Show(const std::vector<Item> &items, const Scene &scene) {
+  std::string shown, bytes;
+  const auto add = [&shown](const std::string &text) {
+    if (!shown.empty()) shown += ' ';
+    shown += text;
+  };
+  for (const Item &item : items) {
+    if (!HasPattern(item)) {
+      AddItem(item, scene, 0, &bytes);
+      continue;
+    }
+    if (!bytes.empty()) add(Short(bytes));
+    bytes.clear();
+    add(ShowItem(item, scene));
+  }
+  if (!bytes.empty()) add(Short(bytes));
+  return shown;
+}

@@ -1,0 +1,41 @@
+// tools/wire/run.h: carries out the steps of a case.
+#ifndef TOOLS_WIRE_RUN_H
+#define TOOLS_WIRE_RUN_H
+
+#include <string>
+
+#include "tools/wire/program.h"
+#include "tools/wire/stage.h"
+#include "tools/wire/transcript.h"
+
+// What a case is held against.
+struct Subject {
+  Role role = Role::kDaemon;
+  std::string command;           // that starts it; empty for one that runs already
+  sockaddr_in client_port = {};  // of one that runs already
+  sockaddr_in admin_port = {};   // port 0: not known, and cases with datagrams are left out
+  int patience = 0;              // milliseconds for everything that has to come
+};
+
+enum class Result { kPassed, kFailed, kSkipped };
+
+struct Outcome {
+  Result result = Result::kPassed;
+  int line = 0;     // of the step that failed
+  std::string why;  // what was expected and what came, or why the case is left out
+};
+
+// One case, from an empty folder to the end of all that was started.
+Outcome Run_Case(const Case &which, const Subject &subject);
+
+// A case while it runs.
+struct Running {
+  Stage stage;
+  Program program;
+  std::string command;
+};
+
+// One step; false with the reason.
+bool Run_Step(Running *running, const Step &step, std::string *why);
+
+#endif

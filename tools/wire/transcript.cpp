@@ -1,0 +1,535 @@
+#include "tools/wire/transcript.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+#include "tools/common/tool.h"
+
+namespace {
+
+enum class TokenKind { kWord, kText, kSign, kEnd };
+
+struct Token {
+  TokenKind kind = TokenKind::kEnd;
+  std::string text;
+  int line = 0;
+};
+
+struct Reader {
+  std::string file;
+  Transcript *transcript;
+  std::string *wrong;
+  std::map<std::string, std::vector<Item>> names;  // of let
+  std::vector<Step> common;                        // steps in front of the first case
+  std::vector<Token> tokens;                       // of one statement
+  std::size_t at = 0;
+};
+
+bool Wrong(const Reader &reader, int line, const std::string &why) {
+  *reader.wrong = reader.file + ":" + std::to_string(line) + ": " + why;
+  return false;
+}
+
+const Token &Here(const Reader &reader) { return reader.tokens[reader.at]; }
+
+bool WrongHere(const Reader &reader, const std::string &why) {
+  const Token &token = Here(reader);
+  const std::string found =
+      token.kind == TokenKind::kEnd ? "the end of the line" : "'" + token.text + "'";
+  return Wrong(reader, token.line, why + ", not " + found);
+}
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+bool IsWordByte(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
+         c == '_' || c == '.' || c == '/';
+}
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// Takes an escape, whose backslash has been taken, off *rest.
+bool TakeEscape(std::string_view *rest, std::string *text) {
+  const char c = rest->empty() ? '\0' : (*rest)[0];
+  if (c == 'x' && rest->size() >= 3 && HexDigit((*rest)[1]) >= 0 && HexDigit((*rest)[2]) >= 0) {
+    *text += static_cast<char>(HexDigit((*rest)[1]) * 16 + HexDigit((*rest)[2]));
+    rest->remove_prefix(3);
+    return true;
+  }
+  switch (c) {
+    case 't': *text += '\t'; break;
+    case 'n': *text += '\n'; break;
+    case 'r': *text += '\r'; break;
+    case '"':
+    case '\\': *text += c; break;
+    default: return false;
+  }
+  rest->remove_prefix(1);
+  return true;
+}
+
+bool TakeLiteral(const Reader &reader, int line, std::string_view *rest, std::string *text) {
+  rest->remove_prefix(1);
+  while (!rest->empty() && (*rest)[0] != '"') {
+    const char c = (*rest)[0];
+    rest->remove_prefix(1);
+    if (c != '\\')
+      *text += c;
+    else if (!TakeEscape(rest, text))
+      return Wrong(reader, line,
+                   "an escape is \\t, \\n, \\r, \\\", \\\\ or \\x and two hexadecimal digits");
+  }
+  if (rest->empty()) return Wrong(reader, line, "a text has no second quote on its line");
+  rest->remove_prefix(1);
+  return true;
+}
+
+// The tokens of one line of the file go behind those that are there.
+bool TakeTokens(Reader *reader, int line, std::string_view rest) {
+  while (!rest.empty()) {
+    Token token = {TokenKind::kWord, "", line};
+    if (IsBlank(rest[0])) {
+      rest.remove_prefix(1);
+      continue;
+    }
+    if (rest[0] == '#') return true;
+    if (rest[0] == '"') {
+      token.kind = TokenKind::kText;
+      if (!TakeLiteral(*reader, line, &rest, &token.text)) return false;
+    } else if (IsWordByte(rest[0])) {
+      for (; !rest.empty() && IsWordByte(rest[0]); rest.remove_prefix(1)) token.text += rest[0];
+    } else {
+      token.kind = TokenKind::kSign;
+      token.text = rest[0];
+      rest.remove_prefix(1);
+    }
+    reader->tokens.push_back(token);
+  }
+  return true;
+}
+
+bool Is(const Reader &reader, const char *word) {
+  return Here(reader).kind == TokenKind::kWord && Here(reader).text == word;
+}
+
+bool IsSign(const Reader &reader, const char *sign) {
+  return Here(reader).kind == TokenKind::kSign && Here(reader).text == sign;
+}
+
+bool TakeIf(Reader *reader, const char *word) {
+  if (!Is(*reader, word)) return false;
+  ++reader->at;
+  return true;
+}
+
+bool TakeSign(Reader *reader, const char *sign) {
+  if (!IsSign(*reader, sign)) return false;
+  ++reader->at;
+  return true;
+}
+
+bool TakeWord(Reader *reader, std::string *word, const char *what) {
+  if (Here(*reader).kind != TokenKind::kWord) return WrongHere(*reader, what);
+  *word = Here(*reader).text;
+  ++reader->at;
+  return true;
+}
+
+bool TakeNumber(Reader *reader, int most, int *number) {
+  const std::string &text = Here(*reader).text;
+  const char *end = text.data() + text.size();
+  const auto [stop, code] = std::from_chars(text.data(), end, *number);
+  if (Here(*reader).kind != TokenKind::kWord || code != std::errc{} || stop != end || *number < 0 ||
+      *number > most)
+    return WrongHere(*reader, "here stands a number from 0 to " + std::to_string(most));
+  ++reader->at;
+  return true;
+}
+
+bool TakeMs(Reader *reader, int *number) {
+  if (!TakeNumber(reader, kTranscriptMs, number)) return false;
+  return TakeIf(reader, "ms") || WrongHere(*reader, "behind a time stands ms");
+}
+
+bool TakeItem(Reader *reader, int depth, Item *item);
+
+// Items up to one of the words that end them, a closing bracket or the end of the statement.
+bool TakeItems(Reader *reader, int depth, std::vector<Item> *items) {
+  while (Here(*reader).kind != TokenKind::kEnd && !IsSign(*reader, ")")) {
+    for (const char *word : {"in", "before", "not", "or"})
+      if (Is(*reader, word)) return true;
+    if (!TakeItem(reader, depth, &items->emplace_back())) return false;
+  }
+  return true;
+}
+
+bool TakeInside(Reader *reader, int depth, ItemKind kind, Item *item) {
+  item->kind = kind;
+  return TakeItem(reader, depth + 1, &item->inside.emplace_back());
+}
+
+bool TakeGroup(Reader *reader, int depth, Item *item) {
+  item->kind = ItemKind::kGroup;
+  if (!TakeItems(reader, depth + 1, &item->inside)) return false;
+  return TakeSign(reader, ")") || WrongHere(*reader, "a bracket has no second");
+}
+
+bool TakeEither(Reader *reader, int depth, Item *item) {
+  item->kind = ItemKind::kEither;
+  do
+    if (!TakeItem(reader, depth + 1, &item->inside.emplace_back())) return false;
+  while (TakeIf(reader, "or"));
+  return true;
+}
+
+// record COMMAND NAME=ITEM...
+bool TakeRecord(Reader *reader, int depth, Item *item) {
+  item->kind = ItemKind::kRecord;
+  if (!TakeWord(reader, &item->text, "behind record stands the word of its command")) return false;
+  while (reader->tokens[reader->at].kind == TokenKind::kWord &&
+         reader->tokens[reader->at + 1].text == "=") {
+    Item &field = item->inside.emplace_back();
+    field.kind = ItemKind::kField;
+    field.text = Here(*reader).text;
+    reader->at += 2;
+    if (!TakeItem(reader, depth + 1, &field.inside.emplace_back())) return false;
+  }
+  return true;
+}
+
+struct PlainItem {
+  const char *word;
+  ItemKind kind;
+};
+
+constexpr PlainItem kPlainItems[] = {{"dir", ItemKind::kDir},
+                                     {"digits", ItemKind::kDigits},
+                                     {"text", ItemKind::kText},
+                                     {"line", ItemKind::kLine},
+                                     {"ordinal", ItemKind::kOrdinal}};
+
+bool TakeNamed(Reader *reader, Item *item) {
+  const auto found = reader->names.find(Here(*reader).text);
+  if (Here(*reader).kind != TokenKind::kWord || found == reader->names.end())
+    return WrongHere(*reader, "here stands a text in quotes, an item or a name of let");
+  item->kind = ItemKind::kGroup;
+  item->inside = found->second;
+  ++reader->at;
+  return true;
+}
+
+bool TakeItem(Reader *reader, int depth, Item *item) {
+  if (depth > kTranscriptDepth)
+    return Wrong(*reader, Here(*reader).line, "items stand too deep within each other");
+  if (Here(*reader).kind == TokenKind::kText) {
+    item->text = reader->tokens[reader->at++].text;
+    return true;
+  }
+  if (TakeSign(reader, "(")) return TakeGroup(reader, depth, item);
+  for (const PlainItem &plain : kPlainItems) {
+    item->kind = plain.kind;
+    if (TakeIf(reader, plain.word)) return true;
+  }
+  if (TakeIf(reader, "n8")) return TakeInside(reader, depth, ItemKind::kN8, item);
+  if (TakeIf(reader, "n32")) return TakeInside(reader, depth, ItemKind::kN32, item);
+  if (TakeIf(reader, "either")) return TakeEither(reader, depth, item);
+  if (TakeIf(reader, "record")) return TakeRecord(reader, depth, item);
+  if (TakeIf(reader, "times"))
+    return TakeNumber(reader, kTranscriptTimes, &item->count) &&
+           TakeInside(reader, depth, ItemKind::kTimes, item);
+  if (TakeIf(reader, "bytes")) {
+    item->kind = ItemKind::kBytes;
+    return TakeNumber(reader, kTranscriptTimes, &item->count);
+  }
+  if (TakeIf(reader, "port")) {
+    item->kind = ItemKind::kPort;
+    return TakeWord(reader, &item->text, "behind port stands an actor");
+  }
+  if (TakeIf(reader, "kept")) {
+    item->kind = ItemKind::kKept;
+    return TakeWord(reader, &item->text, "behind kept stands a name");
+  }
+  if (TakeIf(reader, "keep"))
+    return TakeWord(reader, &item->text, "behind keep stands a name") &&
+           TakeInside(reader, depth, ItemKind::kKeep, item);
+  return TakeNamed(reader, item);
+}
+
+bool IsExpected(const Item &item) {
+  bool expected = item.kind >= ItemKind::kDigits;
+  for (const Item &inside : item.inside) expected = expected || IsExpected(inside);
+  return expected;
+}
+
+// What is sent has to be known.
+bool TakeKnown(Reader *reader, std::vector<Item> *items) {
+  const int line = Here(*reader).line;
+  if (!TakeItems(reader, 0, items)) return false;
+  if (items->empty()) return WrongHere(*reader, "here stands at least one item");
+  for (const Item &item : *items)
+    if (IsExpected(item)) return Wrong(*reader, line, "what is sent or written has no patterns");
+  return true;
+}
+
+bool TakeSend(Reader *reader, Step *step) {
+  step->verb = Verb::kSend;
+  if (!TakeKnown(reader, &step->items)) return false;
+  if (!TakeIf(reader, "in")) return true;
+  if (!TakeIf(reader, "pieces") || !TakeIf(reader, "of"))
+    return WrongHere(*reader, "here stands in pieces of NUMBER");
+  if (!TakeNumber(reader, kTranscriptTimes, &step->piece)) return false;
+  return !TakeIf(reader, "every") || TakeMs(reader, &step->every);
+}
+
+bool TakeExpectation(Reader *reader, Step *step) {
+  step->verb = Verb::kExpect;
+  if (TakeIf(reader, "end"))
+    step->verb = Verb::kExpectEnd;
+  else if (TakeIf(reader, "reset"))
+    step->verb = Verb::kExpectReset;
+  else if (TakeIf(reader, "nothing")) {
+    step->verb = Verb::kExpectNothing;
+    if (!TakeIf(reader, "for")) return WrongHere(*reader, "behind nothing stands for NUMBER ms");
+    return TakeMs(reader, &step->count);
+  } else if (!TakeItems(reader, 0, &step->items)) {
+    return false;
+  } else if (step->items.empty()) {
+    return WrongHere(*reader, "here stands at least one item");
+  }
+  if (TakeIf(reader, "not")) {
+    if (!Is(*reader, "before")) return WrongHere(*reader, "behind not stands before NUMBER ms");
+    ++reader->at;
+    if (!TakeMs(reader, &step->not_before)) return false;
+  }
+  return !TakeIf(reader, "before") || TakeMs(reader, &step->before);
+}
+
+struct ActorVerb {
+  const char *word;
+  Verb verb;
+};
+
+constexpr ActorVerb kActorVerbs[] = {{"connects", Verb::kConnect},
+                                     {"closes", Verb::kClose},
+                                     {"resets", Verb::kReset},
+                                     {"half-closes", Verb::kHalfClose},
+                                     {"leaves", Verb::kLeave}};
+
+bool IsActor(const std::string &name) {
+  const std::string role = name.substr(0, name.find('-'));
+  for (const char *known : {"client", "searchmgr", "docmgr", "daemon", "admin"})
+    if (role == known) return true;
+  return false;
+}
+
+bool TakeActorStep(Reader *reader, Step *step) {
+  if (!IsActor(step->actor)) {
+    --reader->at;
+    return WrongHere(*reader,
+                     "a line begins with case, says, let, file, start, wait, log, output, status "
+                     "or an actor: client, searchmgr, docmgr, daemon or admin, as in client-b");
+  }
+  if (TakeSign(reader, ">")) return TakeSend(reader, step);
+  if (TakeSign(reader, "<")) return TakeExpectation(reader, step);
+  for (const ActorVerb &verb : kActorVerbs) {
+    step->verb = verb.verb;
+    if (TakeIf(reader, verb.word)) return true;
+  }
+  step->verb = Verb::kNotCalled;
+  if (TakeIf(reader, "is") && TakeIf(reader, "not") && TakeIf(reader, "called")) return true;
+  return WrongHere(*reader,
+                   "behind an actor stands >, <, connects, closes, resets, half-closes, leaves or "
+                   "is not called");
+}
+
+bool TakeLog(Reader *reader, Step *step) {
+  step->verb = TakeIf(reader, "lacks") ? Verb::kLogLacks : Verb::kLogHas;
+  if (step->verb == Verb::kLogHas && !TakeIf(reader, "has"))
+    return WrongHere(*reader, "behind log stands has or lacks");
+  return TakeKnown(reader, &step->items);
+}
+
+bool TakeStep(Reader *reader, Step *step) {
+  std::string word;
+  if (!TakeWord(reader, &word, "a line begins with a word")) return false;
+  if (word == "wait") {
+    step->verb = Verb::kWait;
+    return TakeMs(reader, &step->count);
+  }
+  if (word == "log") return TakeLog(reader, step);
+  if (word == "file") {
+    step->verb = Verb::kFile;
+    if (!TakeWord(reader, &step->actor, "behind file stands a name")) return false;
+    if (step->actor[0] == '/' || step->actor.find("..") != std::string::npos)
+      return Wrong(*reader, step->line, "a file stands in the folder of its case");
+    return TakeKnown(reader, &step->items);
+  }
+  if (word == "start") {
+    step->verb = Verb::kStart;
+    return TakeKnown(reader, &step->items);
+  }
+  if (word == "output") {
+    step->verb = Verb::kOutput;
+    return TakeItems(reader, 0, &step->items);
+  }
+  if (word == "status") {
+    step->verb = TakeIf(reader, "not") ? Verb::kStatusNot : Verb::kStatus;
+    return TakeNumber(reader, 255, &step->count);
+  }
+  step->actor = word;
+  return TakeActorStep(reader, step);
+}
+
+bool IsItemWord(const std::string &name) {
+  for (const PlainItem &plain : kPlainItems)
+    if (name == plain.word) return true;
+  for (const char *word : {"n8", "n32", "either", "record", "times", "bytes", "port", "kept",
+                           "keep", "in", "or", "not", "before", "end", "reset", "nothing"})
+    if (name == word) return true;
+  return false;
+}
+
+bool TakeLet(Reader *reader) {
+  std::string name;
+  if (!TakeWord(reader, &name, "behind let stands a name")) return false;
+  if (IsItemWord(name))
+    return Wrong(*reader, Here(*reader).line, name + " is an item, and no name of let");
+  std::vector<Item> items;
+  if (!TakeItems(reader, 0, &items)) return false;
+  reader->names[name] = items;
+  return true;
+}
+
+bool TakeCase(Reader *reader) {
+  Case begun = {"", "", reader->file, Here(*reader).line, reader->common};
+  if (!TakeWord(reader, &begun.name, "behind case stands a name")) return false;
+  for (const Case &other : reader->transcript->cases)
+    if (other.name == begun.name)
+      return Wrong(*reader, begun.line, "there is a case " + begun.name + " before");
+  reader->transcript->cases.push_back(begun);
+  return true;
+}
+
+// One statement, whose tokens are there.
+bool TakeStatement(Reader *reader) {
+  const int line = reader->tokens.front().line;
+  reader->tokens.push_back({TokenKind::kEnd, "", reader->tokens.back().line});
+  reader->at = 0;
+  Step step;
+  step.line = line;
+  bool good = false;
+  std::vector<Case> &cases = reader->transcript->cases;
+  if (TakeIf(reader, "case")) {
+    good = TakeCase(reader);
+  } else if (TakeIf(reader, "let")) {
+    good = TakeLet(reader);
+  } else {
+    good = TakeStep(reader, &step);
+    if (good) (cases.empty() ? reader->common : cases.back().steps).push_back(step);
+  }
+  if (good && Here(*reader).kind != TokenKind::kEnd)
+    good = WrongHere(*reader, "here ends the line");
+  reader->tokens.clear();
+  return good;
+}
+
+// A line says DOCUMENT: SENTENCE, with the lines that go on with it, is no row of tokens.
+bool TakeSays(const Reader &reader, int line, std::string_view text) {
+  if (reader.transcript->cases.empty()) return Wrong(reader, line, "says stands in a case");
+  std::string &says = reader.transcript->cases.back().says;
+  if (!says.empty()) return Wrong(reader, line, "a case says one sentence");
+  says = text;
+  return true;
+}
+
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::string_view TakeLine(std::string_view *rest) {
+  const std::size_t end = std::min(rest->find('\n'), rest->size());
+  const std::string_view line = rest->substr(0, end);
+  rest->remove_prefix(std::min(end + 1, rest->size()));
+  return line;
+}
+
+bool GoesOn(std::string_view rest) { return !rest.empty() && (rest[0] == ' ' || rest[0] == '\t'); }
+
+bool ReadLines(Reader *reader, std::string_view rest) {
+  constexpr std::string_view kSays = "says ";
+  for (int number = 1; !rest.empty(); ++number) {
+    const std::string_view line = TakeLine(&rest);
+    if (line.starts_with(kSays)) {
+      const int begin = number;
+      std::string text(Trim(line.substr(kSays.size())));
+      for (; GoesOn(rest); ++number) text.append(" ").append(Trim(TakeLine(&rest)));
+      if (!TakeSays(*reader, begin, text)) return false;
+      continue;
+    }
+    if (!TakeTokens(reader, number, line)) return false;
+    if (GoesOn(rest) || reader->tokens.empty()) continue;
+    if (!TakeStatement(reader)) return false;
+  }
+  return reader->tokens.empty() || TakeStatement(reader);
+}
+
+}  // namespace
+
+bool Transcript_Parse(std::string_view text, const std::string &file, Transcript *transcript,
+                      std::string *wrong) {
+  Reader reader = {file, transcript, wrong, {}, {}, {}, 0};
+  if (!ReadLines(&reader, text)) return false;
+  if (!transcript->cases.empty()) return true;
+  // A recording or something to play needs no name.
+  if (reader.common.empty()) return Wrong(reader, 1, "there is no step in it");
+  transcript->cases.push_back({"all", "", file, 1, reader.common});
+  return true;
+}
+
+bool Transcript_Read(const std::string &path, Transcript *transcript, std::string *wrong) {
+  std::FILE *file = std::fopen(path.c_str(), "re");
+  std::string text;
+  int err = file == nullptr ? errno : 0;
+  char buffer[65536];
+  for (std::size_t got = 1; err == 0 && got > 0 && text.size() <= kTranscriptSize;) {
+    got = std::fread(buffer, 1, sizeof buffer, file);
+    if (got == 0 && std::ferror(file) != 0) err = errno;
+    text.append(buffer, got);
+  }
+  if (file != nullptr) std::fclose(file);
+  if (err != 0) *wrong = "cannot read " + path + ": " + std::strerror(err);
+  if (err == 0 && text.size() > kTranscriptSize) {
+    *wrong = path + " has more than " + std::to_string(kTranscriptSize) + " bytes";
+    return false;
+  }
+  return err == 0 && Transcript_Parse(text, path, transcript, wrong);
+}
+
+std::string Transcript_Quote(std::string_view bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text = "\"";
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\t')
+      text += "\\t";
+    else if (c == '\n')
+      text += "\\n";
+    else if (c == '"' || c == '\\')
+      text.append("\\").append(1, c);
+    else if (byte < 0x20 || byte >= 0x7f)
+      text.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
+    else
+      text += c;
+  }
+  return text + "\"";
+}
