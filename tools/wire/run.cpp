@@ -91,8 +91,8 @@ bool ExpectEnd(Running *running, const Step &step, std::string *why) {
 bool ExpectNothing(Running *running, const Step &step, std::string *why) {
   Actor *actor = ActorOf(running, step);
   if (!Stage_Connect(&running->stage, actor, why)) return false;
-  const bool came = !actor->came.empty() || Stage_Receive(actor, step.count);
-  return !came || Expected("nothing", *actor, why);
+  Stage_Receive(actor, step.count);
+  return (actor->came.empty() && !actor->ended) || Expected("nothing", *actor, why);
 }
 
 bool NotCalled(Running *running, const Step &step, std::string *why) {
@@ -232,7 +232,6 @@ bool AwaitDaemon(Running *running, Actor *admin, std::string *why) {
   while (!Program_Wait(&running->program, 0) && MsSince(begin) < running->stage.patience) {
     if (!Stage_Send(&running->stage, admin, "\t@COMMAND=PING\t@SEQNUM=1\n", why)) return false;
     if (Stage_Receive(admin, 10) && !admin->came.empty()) return true;
-    admin->ended = false;
   }
   *why = "the program does not answer a PING; its log is " +
          Transcript_Quote(Program_Errors(running->program));

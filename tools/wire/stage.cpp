@@ -51,6 +51,10 @@ bool Listens(Role subject, const std::string &name) {
   return subject == Role::kDaemon && (IsRole(name, "searchmgr") || IsRole(name, "docmgr"));
 }
 
+bool IsSame(const sockaddr_in &a, const sockaddr_in &b) {
+  return a.sin_port == b.sin_port && a.sin_addr.s_addr == b.sin_addr.s_addr;
+}
+
 bool Wait(int sock, short events, int wait_ms) {
   pollfd ready = {sock, events, 0};
   return poll(&ready, 1, wait_ms) > 0;
@@ -114,7 +118,7 @@ bool Stage_Enter(Stage *stage, const std::string &name) {
 bool Stage_Connect(Stage *stage, Actor *actor, std::string *why) {
   if (actor->sock >= 0) return true;
   actor->came.clear();
-  actor->ended = actor->reset = false;
+  actor->ended = actor->reset = actor->heard = false;
   if (!actor->listens) {
     actor->sock = Socket(SOCK_STREAM);
     if (connect(actor->sock, reinterpret_cast<const sockaddr *>(&stage->client_port),
@@ -138,8 +142,12 @@ bool Stage_Send(Stage *stage, Actor *actor, const std::string &bytes, std::strin
     const ssize_t sent =
         sendto(actor->sock, bytes.data(), bytes.size(), 0,
                reinterpret_cast<const sockaddr *>(&stage->admin_port), sizeof stage->admin_port);
-    if (sent < 0) *why = Error("cannot send");
-    return sent >= 0;
+    actor->peer = stage->admin_port;
+    // A port that nobody has any more is found out by the answer that does not come.
+    if (sent < 0 && errno != ECONNREFUSED) *why = Error("cannot send");
+    return sent >= 0 || errno == ECONNREFUSED;
+  }
+  while (actor->listens && !actor->heard && Stage_Receive(actor, stage->patience)) {
   }
   std::size_t done = 0;
   while (done < bytes.size()) {
@@ -162,12 +170,18 @@ bool Stage_Receive(Actor *actor, int wait_ms) {
   if (actor->ended) return true;
   if (!Wait(actor->sock, POLLIN, wait_ms)) return false;
   char buffer[65536];
-  const ssize_t got = recv(actor->sock, buffer, sizeof buffer, 0);
+  sockaddr_in sender = {};
+  socklen_t size = sizeof sender;
+  const ssize_t got = recvfrom(actor->sock, buffer, sizeof buffer, 0,
+                               reinterpret_cast<sockaddr *>(&sender), &size);
+  if (actor->datagrams && (got <= 0 || !IsSame(sender, actor->peer))) return true;
   if (got > 0) {
-    actor->came.append(buffer, static_cast<std::size_t>(got));
+    const std::string_view bytes(buffer, static_cast<std::size_t>(got));
+    actor->came.append(bytes);
+    actor->heard = actor->heard || bytes.find('\n') != std::string_view::npos;
     return true;
   }
-  actor->ended = got == 0 || errno != EINTR;
+  actor->ended = actor->heard = got == 0 || errno != EINTR;
   actor->reset = got < 0 && errno == ECONNRESET;
   return true;
 }

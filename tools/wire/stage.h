@@ -21,9 +21,11 @@ struct Actor {
   bool datagrams = false;
   int listener = -1;
   int sock = -1;
+  sockaddr_in peer = {};  // whose datagrams count
   std::string came;    // and is not consumed
   bool ended = false;  // nothing more comes on sock
   bool reset = false;
+  bool heard = false;  // a line, or the end
 };
 
 struct Stage {
@@ -51,6 +53,8 @@ bool Stage_Enter(Stage *stage, const std::string &name);
 // Sees to it that the actor has a connection; false with the reason.
 bool Stage_Connect(Stage *stage, Actor *actor, std::string *why);
 
+// One who listens hears a line before it answers: a connection that is closed with bytes unread is
+// reset, and the answer can be lost.
 bool Stage_Send(Stage *stage, Actor *actor, const std::string &bytes, std::string *why);
 
 // Waits for bytes, the end or a reset for at most that time; false when nothing came.
