@@ -145,6 +145,9 @@ TEST(Transcript, Patterns_TakeWhatTheyCan) {
   ExpectFit("either \"a\" or \"b\" or (\"c\" digits \";\")", "c3;");
   ExpectFit("record HIT DOCNUM=digits SEARCHGROUP=\"g\"",
             "\t@COMMAND=HIT\t@SEARCHGROUP=g\t@OTHER=\t@DOCNUM=9\tmore\n");
+  ExpectFit("header \"\\tmail\\n\"", "\t@COMMAND=QUERY\t@X=\tmail\n");
+  ExpectFit("header \"\\t@OPER=OR\"", "\t@COMMAND=QUERY\t@OPER=OR");
+  ExpectNoFit("header", "\t@COMMAND=QUERY\t@mail\n");
   ExpectNoFit("\"abc\"", "abd");
   ExpectNoFit("digits", "x");
   ExpectNoFit("record HIT DOCNUM=digits", "\t@COMMAND=HIT\t@DOCNUM=9x\n");
@@ -154,9 +157,13 @@ TEST(Transcript, Patterns_TakeWhatTheyCan) {
 }
 
 TEST(Transcript, Patterns_WaitForWhatFollows) {
-  for (const char *items : {"\"abc\"", "digits", "text", "line", "bytes 9", "record HIT",
+  for (const char *items : {"\"abc\"", "digits", "text", "line", "bytes 9", "record HIT", "header",
                             "either \"x\" or \"12345\"", "keep n digits"})
-    EXPECT_EQ(Fit::kMore, Match(items, items[0] == '"' ? "ab" : "12").fit) << items;
+    EXPECT_EQ(Fit::kMore, Match(items, items[0] == '"'   ? "ab"
+                                       : items[0] == 'h' ? "\t@A=1"
+                                                         : "12")
+                              .fit)
+        << items;
   EXPECT_EQ(Fit::kYes, Match("digits", "12", true).fit);
   EXPECT_EQ(Fit::kNo, Match("bytes 9", "12", true).fit);
   EXPECT_EQ(Fit::kNo, Match("record HIT", "12", true).fit);
@@ -174,7 +181,8 @@ TEST(Transcript, Keep_RemembersWhatCame) {
 }
 
 TEST(Transcript, Show_IsWhatAPersonWrites) {
-  EXPECT_EQ("\"a\\tb\" digits text line bytes 3", Shown("\"a\\t\" \"b\" digits text line bytes 3"));
+  EXPECT_EQ("\"a\\tb\" digits text line header bytes 3",
+            Shown("\"a\\t\" \"b\" digits text line header bytes 3"));
   EXPECT_EQ("keep n digits either \"a\" or \"b\"", Shown("keep n digits either \"a\" or \"b\""));
   EXPECT_EQ("record HIT DOCNUM=digits", Shown("record HIT DOCNUM=digits"));
   EXPECT_EQ("(\"a\" digits)", Shown("(\"a\" digits)"));

@@ -86,18 +86,15 @@ Fit MatchAll(const std::vector<Item> &items, Rest *rest) {
   return Fit::kYes;
 }
 
+// The first that fits; one that may fit yet is waited for before the next is looked at.
 Fit MatchEither(const Item &item, Rest *rest) {
-  Fit best = Fit::kNo;
   for (const Item &inside : item.inside) {
     Rest tried = *rest;
     const Fit fit = MatchItem(inside, &tried);
-    if (fit == Fit::kYes) {
-      *rest = tried;
-      return fit;
-    }
-    if (fit == Fit::kMore) best = fit;
+    if (fit == Fit::kYes) *rest = tried;
+    if (fit != Fit::kNo) return fit;
   }
-  return best;
+  return Fit::kNo;
 }
 
 // The value of a field of the header of a line; null is none.
@@ -113,6 +110,19 @@ bool FieldOf(std::string_view line, std::string_view name, std::string_view *val
     line.remove_prefix(std::min(line.size(), token.size() + 2));
   }
   return found;
+}
+
+// A field counts when what ends it has come; a token without "=" is a fault of the header.
+Fit MatchHeader(Rest *rest) {
+  while (std::string_view("\t@").starts_with(rest->bytes.substr(0, 2))) {
+    const std::size_t end = rest->bytes.find_first_of("\t\r\n", 1);
+    if (end == std::string_view::npos) return rest->ended ? Fit::kNo : Fit::kMore;
+    const std::string_view token = rest->bytes.substr(0, end);
+    if (!token.starts_with("\t@") || token.starts_with("\t@OPER=")) break;
+    if (token.find('=') == std::string_view::npos) return Fit::kNo;
+    rest->bytes.remove_prefix(end);
+  }
+  return rest->bytes.empty() && !rest->ended ? Fit::kMore : Fit::kYes;
 }
 
 Fit MatchRecord(const Item &item, Rest *rest) {
@@ -137,6 +147,7 @@ Fit MatchItem(const Item &item, Rest *rest) {
     case ItemKind::kLine: return MatchClass(item.kind, rest);
     case ItemKind::kEither: return MatchEither(item, rest);
     case ItemKind::kRecord: return MatchRecord(item, rest);
+    case ItemKind::kHeader: return MatchHeader(rest);
     case ItemKind::kGroup: return MatchAll(item.inside, rest);
     case ItemKind::kBytes:
       if (rest->bytes.size() < static_cast<std::size_t>(item.count))
@@ -174,6 +185,7 @@ std::string ShowItem(const Item &item, const Scene &scene) {
     case ItemKind::kDigits: return "digits";
     case ItemKind::kText: return "text";
     case ItemKind::kLine: return "line";
+    case ItemKind::kHeader: return "header";
     case ItemKind::kBytes: return Tool_Format("bytes %d", item.count);
     case ItemKind::kKeep:
       return std::string("keep ").append(item.text).append(" ") + ShowItem(item.inside[0], scene);

@@ -172,8 +172,8 @@ bool Stage_Receive(Actor *actor, int wait_ms) {
   char buffer[65536];
   sockaddr_in sender = {};
   socklen_t size = sizeof sender;
-  const ssize_t got = recvfrom(actor->sock, buffer, sizeof buffer, 0,
-                               reinterpret_cast<sockaddr *>(&sender), &size);
+  const ssize_t got =
+      recvfrom(actor->sock, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr *>(&sender), &size);
   if (actor->datagrams && (got <= 0 || !IsSame(sender, actor->peer))) return true;
   if (got > 0) {
     const std::string_view bytes(buffer, static_cast<std::size_t>(got));

@@ -22,8 +22,8 @@ struct Actor {
   int listener = -1;
   int sock = -1;
   sockaddr_in peer = {};  // whose datagrams count
-  std::string came;    // and is not consumed
-  bool ended = false;  // nothing more comes on sock
+  std::string came;       // and is not consumed
+  bool ended = false;     // nothing more comes on sock
   bool reset = false;
   bool heard = false;  // a line, or the end
 };

@@ -210,11 +210,9 @@ struct PlainItem {
   ItemKind kind;
 };
 
-constexpr PlainItem kPlainItems[] = {{"dir", ItemKind::kDir},
-                                     {"digits", ItemKind::kDigits},
-                                     {"text", ItemKind::kText},
-                                     {"line", ItemKind::kLine},
-                                     {"ordinal", ItemKind::kOrdinal}};
+constexpr PlainItem kPlainItems[] = {
+    {"dir", ItemKind::kDir},   {"digits", ItemKind::kDigits}, {"text", ItemKind::kText},
+    {"line", ItemKind::kLine}, {"header", ItemKind::kHeader}, {"ordinal", ItemKind::kOrdinal}};
 
 bool TakeNamed(Reader *reader, Item *item) {
   const auto found = reader->names.find(Here(*reader).text);

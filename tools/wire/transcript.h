@@ -29,6 +29,7 @@ enum class ItemKind {
   kDigits,  // one or more
   kText,    // bytes other than tab and newline, or none
   kLine,    // bytes other than newline, or none
+  kHeader,  // fields of a header, up to the predicate
   kBytes,   // count bytes of any kind
   kKeep,    // inside, and remembers it under the name in text
   kEither,  // one of inside
