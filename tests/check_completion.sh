@@ -52,7 +52,7 @@ half1 E     127.0.0.1  8031        8032       notes
 CONF
 
 tools=0
-for name in korvo-index korvo-macro korvo-query korvo-web korvoctl; do
+for name in korvo-index korvo-macro korvo-query korvo-web korvo-wire korvoctl; do
   [ -x "$bin/$name" ] || continue
   tools=$((tools + 1))
   all=$(options "$name")
@@ -88,6 +88,11 @@ if [ -x "$bin/korvo-index" ]; then
   expect '' korvo-index 'korvo-index --id '
 fi
 [ ! -x "$bin/korvo-web" ] || expect 'page.hdr page.mo page.ms' korvo-web 'korvo-web --check p'
+
+expect 'check play replay tap' korvo-wire 'korvo-wire '
+expect 'client daemon docmgr searchmgr' korvo-wire 'korvo-wire check '
+expect 'junit' korvo-wire 'korvo-wire check --format j'
+expect 'page.hdr page.mo page.ms' korvo-wire 'korvo-wire play p'
 
 expect 'ping' korvoctl 'korvoctl pi'
 expect 'shutdown' korvoctl 'korvoctl sh'

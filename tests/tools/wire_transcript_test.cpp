@@ -146,7 +146,7 @@ TEST(Transcript, Patterns_TakeWhatTheyCan) {
   ExpectFit("record HIT DOCNUM=digits SEARCHGROUP=\"g\"",
             "\t@COMMAND=HIT\t@SEARCHGROUP=g\t@OTHER=\t@DOCNUM=9\tmore\n");
   ExpectFit("header \"\\tmail\\n\"", "\t@COMMAND=QUERY\t@X=\tmail\n");
-  ExpectFit("header \"\\t@OPER=OR\"", "\t@COMMAND=QUERY\t@OPER=OR");
+  ExpectFit("header \"\\t@OPER=OR\\n\"", "\t@COMMAND=QUERY\t@OPER=OR\n");
   ExpectNoFit("header", "\t@COMMAND=QUERY\t@mail\n");
   ExpectNoFit("\"abc\"", "abd");
   ExpectNoFit("digits", "x");

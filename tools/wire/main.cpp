@@ -14,13 +14,27 @@ namespace {
 constexpr const char *kHelp =
     "usage: korvo-wire check [OPTION]... daemon|client COMMAND\n"
     "       korvo-wire check [OPTION]... searchmgr|docmgr HOST:PORT\n"
+    "       korvo-wire play [OPTION]... --to HOST:PORT|--port PORT FILE\n"
+    "       korvo-wire tap [OPTION]... LISTEN FORWARD\n"
+    "       korvo-wire replay [OPTION]... --to HOST:PORT FOLDER\n"
     "\n"
     "  --cases PATH       folder with the cases, or one file of them; those that are installed\n"
-    "  --case NAME        this case alone; once or more\n"
-    "  --format FORMAT    text, tap or junit\n"
+    "  --case NAME        this case alone; with check once or more\n"
+    "  --format FORMAT    of check: text, tap or junit\n"
     "  --jobs NUMBER      cases at the same time; twice the number of processors\n"
-    "  --patience MS      what has to come comes in that time; 10000\n"
+    "  --patience MS      what has to come comes in that time; 10000 with check, else 60000\n"
     "  --admin HOST:PORT  the admin port of a manager, for the cases with datagrams\n"
+    "  --as ACTOR         who is played; the first of the file\n"
+    "  --to HOST:PORT     connects to it; replay takes two, and compares them with each other\n"
+    "  --port PORT        listens there, for one connection behind the other\n"
+    "  --announce HOST:PORT\n"
+    "                     says so to the admin port of a daemon\n"
+    "  --misbehave HOW    drips, hangs, resets, half-closes, 40960-bytes, 40961-bytes,\n"
+    "                     no-newline, nuls, 10000-hits or unknown-words\n"
+    "  --times NUMBER     ends behind so many connections\n"
+    "  --record FOLDER    writes each exchange there, as a transcript\n"
+    "  --redact           without what users typed, and without the answers\n"
+    "  --speed NUMBER     so many times as fast as it was recorded; 1\n"
     "  --help, --version  show this; show the version\n";
 
 struct Command {
@@ -28,7 +42,8 @@ struct Command {
   int (*run)(int argc, char **argv);
 };
 
-constexpr Command kCommands[] = {{"check", Wire_Check}};
+constexpr Command kCommands[] = {
+    {"check", Wire_Check}, {"play", Wire_Play}, {"tap", Wire_Tap}, {"replay", Wire_Replay}};
 
 }  // namespace
 

@@ -220,12 +220,6 @@ std::string IdOf(const std::string &name) {
   return dash == std::string::npos ? kId : name.substr(dash + 1);
 }
 
-std::string Announcement(const std::string &name, int port) {
-  return std::string("\t@COMMAND=STARTUPANNOUNCEMENT\tID=") + IdOf(name) +
-         "\tTYPE=" + (name[0] == 's' ? "S" : "D") +
-         "\tIP=127.0.0.1\tCLIENTPORT=" + std::to_string(port) + "\tADMINPORT=9\n";
-}
-
 // Pings until the answer is there.  What comes too early is lost.
 bool AwaitDaemon(Running *running, Actor *admin, std::string *why) {
   const auto begin = Clock::now();
@@ -244,7 +238,7 @@ bool Announce(Running *running, const std::vector<std::string> &names, std::stri
   if (!AwaitDaemon(running, admin, why)) return false;
   for (const std::string &name : names) {
     if (!running->stage.actors[name].listens) continue;
-    const std::string text = Announcement(name, running->stage.scene.ports[name]);
+    const std::string text = Run_Announcement(name, running->stage.scene.ports[name]);
     if (!Stage_Send(&running->stage, admin, text, why)) return false;
   }
   if (!Stage_Send(&running->stage, admin, "\t@COMMAND=PING\t@SEQNUM=2\n", why)) return false;
@@ -299,6 +293,12 @@ std::string SkipReason(const Case &which, const Subject &subject) {
 }
 
 }  // namespace
+
+std::string Run_Announcement(const std::string &actor, int port) {
+  return std::string("\t@COMMAND=STARTUPANNOUNCEMENT\tID=") + IdOf(actor) +
+         "\tTYPE=" + (actor[0] == 's' ? "S" : "D") +
+         "\tIP=127.0.0.1\tCLIENTPORT=" + std::to_string(port) + "\tADMINPORT=9\n";
+}
 
 bool Run_Step(Running *running, const Step &step, std::string *why) {
   const auto begin = Clock::now();

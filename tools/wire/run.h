@@ -28,6 +28,10 @@ struct Outcome {
 // One case, from an empty folder to the end of all that was started.
 Outcome Run_Case(const Case &which, const Subject &subject);
 
+// What the actor of a manager sends to the admin port of a daemon.  Its id is what stands behind
+// the dash of its name, or packages.
+std::string Run_Announcement(const std::string &actor, int port);
+
 // A case while it runs.
 struct Running {
   Stage stage;

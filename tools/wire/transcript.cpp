@@ -245,7 +245,7 @@ bool TakeItem(Reader *reader, int depth, Item *item) {
            TakeInside(reader, depth, ItemKind::kTimes, item);
   if (TakeIf(reader, "bytes")) {
     item->kind = ItemKind::kBytes;
-    return TakeNumber(reader, kTranscriptTimes, &item->count);
+    return TakeNumber(reader, kTranscriptSize, &item->count);
   }
   if (TakeIf(reader, "port")) {
     item->kind = ItemKind::kPort;
@@ -499,14 +499,14 @@ bool Transcript_Read(const std::string &path, Transcript *transcript, std::strin
   std::string text;
   int err = file == nullptr ? errno : 0;
   char buffer[65536];
-  for (std::size_t got = 1; err == 0 && got > 0 && text.size() <= kTranscriptSize;) {
+  for (std::size_t got = 1; err == 0 && got > 0 && text.size() <= std::size_t{kTranscriptSize};) {
     got = std::fread(buffer, 1, sizeof buffer, file);
     if (got == 0 && std::ferror(file) != 0) err = errno;
     text.append(buffer, got);
   }
   if (file != nullptr) std::fclose(file);
   if (err != 0) *wrong = "cannot read " + path + ": " + std::strerror(err);
-  if (err == 0 && text.size() > kTranscriptSize) {
+  if (err == 0 && text.size() > std::size_t{kTranscriptSize}) {
     *wrong = path + " has more than " + std::to_string(kTranscriptSize) + " bytes";
     return false;
   }

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-inline constexpr std::size_t kTranscriptSize = 64 << 20;  // bytes of a file
-inline constexpr int kTranscriptTimes = 100000;           // that an item is repeated
-inline constexpr int kTranscriptDepth = 16;               // items within each other
-inline constexpr int kTranscriptMs = 3600000;             // of any time
+inline constexpr int kTranscriptSize = 64 << 20;  // bytes of a file
+inline constexpr int kTranscriptTimes = 100000;   // that an item is repeated
+inline constexpr int kTranscriptDepth = 16;       // items within each other
+inline constexpr int kTranscriptMs = 3600000;     // of any time
 
 enum class ItemKind {
   kLiteral,  // text

@@ -1,0 +1,344 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+
+#include "tests/tools/run.h"
+
+namespace {
+
+constexpr const char *kAnswer =
+    "searchmgr < record QUERY\n"
+    "searchmgr > \"\\t@COMMAND=HIT\\t@DOCNUM=1\\n\\t@COMMAND=SEARCHCOMPLETE\\n\"\n"
+    "searchmgr closes\n";
+constexpr const char *kQuery = "\t@COMMAND=QUERY\tx\n";
+constexpr const char *kHit = "\t@COMMAND=HIT\t@DOCNUM=1\n";
+constexpr const char *kComplete = "\t@COMMAND=SEARCHCOMPLETE\n";
+
+std::string At(int port) { return "127.0.0.1:" + std::to_string(port); }
+
+bool Listens(int port) {
+  const Socket sock(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in addr = {};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<std::uint16_t>(port));
+  return connect(sock.Fd(), reinterpret_cast<const sockaddr *>(&addr), sizeof addr) == 0;
+}
+
+// What a client gets from a Search Manager that is played with those options.
+std::string AnswerOf(const Arguments &options, int *status = nullptr) {
+  const Folder folder;
+  const int port = ReservePort();
+  Arguments argv = {KORVO_WIRE, "play", "--times", "2", "--port", std::to_string(port)};
+  argv.insert(argv.end(), options.begin(), options.end());
+  argv.push_back(folder.Write("a.transcript", kAnswer));
+  Tool tool(argv);
+  EXPECT_TRUE(Eventually([&] { return Listens(port); }));  // the first of two connections
+  const Socket client = ConnectTo(port);
+  client.Send(kQuery);
+  std::string answer;
+  if (std::find(options.begin(), options.end(), "hangs") != options.end()) {
+    answer = std::string(kHit).substr(0, 25);
+    for (const char byte : answer) {
+      char got = 0;
+      EXPECT_EQ(1, recv(client.Fd(), &got, 1, 0));
+      EXPECT_EQ(byte, got);
+    }
+    EXPECT_FALSE(client.Readable(50));
+    shutdown(client.Fd(), SHUT_WR);
+  } else {
+    answer = client.ReadAll();
+    shutdown(client.Fd(), SHUT_WR);
+  }
+  const int ended = tool.Status();
+  if (status != nullptr) *status = ended;
+  ReleasePort(port);
+  return answer;
+}
+
+TEST(WirePlay, ASearchManager_AnswersAsWritten) {
+  EXPECT_EQ(std::string(kHit) + kComplete, AnswerOf({}));
+  EXPECT_EQ(std::string(kHit) + kComplete, AnswerOf({"--misbehave", "drips"}));
+}
+
+TEST(WirePlay, Misbehaviours_AreWhatTheySay) {
+  const std::string all = std::string(kHit) + kComplete;
+  AnswerOf({"--misbehave", "hangs"});
+  EXPECT_EQ(all, AnswerOf({"--misbehave", "half-closes"}));
+  // A reset may take what was not read yet.
+  EXPECT_EQ(0u, all.substr(0, all.size() / 2).find(AnswerOf({"--misbehave", "resets"})));
+  EXPECT_EQ("\t@COMMAND=HIT\t@DOCNUM=1", AnswerOf({"--misbehave", "no-newline"}));
+  EXPECT_EQ("\t@COMMAND=UNKNOWN\tx\n" + all, AnswerOf({"--misbehave", "unknown-words"}));
+  std::string nul = all;
+  nul.insert(nul.find('\n'), 1, '\0');
+  EXPECT_EQ(nul, AnswerOf({"--misbehave", "nuls"}));
+  EXPECT_EQ(40960u, AnswerOf({"--misbehave", "40960-bytes"}).find('\n') + 1);
+  EXPECT_EQ(40961u, AnswerOf({"--misbehave", "40961-bytes"}).find('\n') + 1);
+  std::string many;
+  for (int i = 0; i < 10000; ++i) many += kHit;
+  EXPECT_EQ(many + kComplete, AnswerOf({"--misbehave", "10000-hits"}));
+}
+
+TEST(WirePlay, AClient_SaysWhatDiffers) {
+  const Folder folder;
+  const std::string file =
+      folder.Write("a.transcript", "case a\nclient > \"x\\n\"\nclient < \"y\\n\"\nclient < end\n");
+  for (const bool same : {true, false}) {
+    const Manager manager;
+    Tool tool({KORVO_WIRE, "play", "--case", "a", "--as", "client", "--patience", "5000", "--to",
+               At(manager.Port()), file});
+    {
+      const Socket sock = manager.Accept();
+      EXPECT_EQ("x\n", sock.ReadLine());
+      sock.Send(same ? "y\n" : "z\n");
+    }
+    EXPECT_EQ(same ? 0 : 1, tool.Status());
+    EXPECT_EQ(same ? "" : "korvo-wire: " + file + ":3: expected \"y\\n\"; came \"z\\n\"\n",
+              tool.Errors());
+  }
+}
+
+TEST(WirePlay, AManager_AnnouncesItself) {
+  const Folder folder;
+  Daemon daemon;
+  daemon.SetLevel("INFO");
+  const int port = ReservePort();
+  Tool tool({KORVO_WIRE, "play", "--port", std::to_string(port), "--announce",
+             At(daemon.AdminPort()), folder.Write("a.transcript", kAnswer)});
+  EXPECT_TRUE(daemon.Program().WaitForLog("[Init: RecvAnn] Child ID       = packages\n"));
+  tool.Signal(SIGTERM);
+  tool.Wait();
+  ReleasePort(port);
+}
+
+// A tap before a manager; what a client gets, and what the tap says with 0 for every time.
+struct Tapped {
+  std::string answer, line;
+};
+
+Tapped Through(const Arguments &options, const Manager &manager, bool answers = true) {
+  const int port = ReservePort();
+  Arguments argv = {KORVO_WIRE, "tap"};
+  argv.insert(argv.end(), options.begin(), options.end());
+  argv.insert(argv.end(), {At(port), At(answers ? manager.Port() : ReservePort())});
+  Tool tap(argv);
+  EXPECT_TRUE(Eventually([&] { return Listens(port); }));
+  if (answers) {
+    // The connection that has found the tap ready.
+    const Socket probe = manager.Accept();
+  }
+  EXPECT_TRUE(Eventually([&] { return tap.Output().find('\n') != std::string::npos; }));
+  const std::size_t before = tap.Output().size();
+  const Socket client = ConnectTo(port);
+  client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@SCRIPT=html mark:x\tsecret words\n");
+  shutdown(client.Fd(), SHUT_WR);
+  if (answers) {
+    const Socket server = manager.Accept();
+    EXPECT_EQ("\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@SCRIPT=html mark:x\tsecret words\n",
+              server.ReadLine());
+    EXPECT_EQ("", server.ReadAll());
+    server.Send(std::string(kHit) + "\t@COMMAND=ERROR\tno\n");
+  }
+  Tapped tapped = {client.ReadAll(), ""};
+  EXPECT_TRUE(Eventually([&] {
+    tapped.line = tap.Output().substr(before);
+    return tapped.line.ends_with("\n");
+  }));
+  tapped.line =
+      std::regex_replace(tapped.line, std::regex("\"time\":\"[^\"]*\""), "\"time\":\"T\"");
+  tapped.line = std::regex_replace(tapped.line, std::regex("\"number\":\\d+"), "\"number\":0");
+  tapped.line = std::regex_replace(tapped.line, std::regex("_ms\":[0-9.]+"), "_ms\":0");
+  tap.Signal(SIGTERM);
+  tap.Wait();
+  ReleasePort(port);
+  return tapped;
+}
+
+// The transcript of the last exchange, from its second line on.
+std::string LastRecord(const Folder &folder) {
+  std::string last;
+  for (const auto &entry : std::filesystem::directory_iterator(folder.Path() + "/r"))
+    last = std::max(last, entry.path().string());
+  EXPECT_EQ(folder.Path() + "/r" + "/000002.transcript", last);
+  const std::string text = ReadFile(last);
+  EXPECT_TRUE(std::regex_search(text, std::regex("^wait \\d+ ms\n")));
+  return text.substr(text.find('\n') + 1);
+}
+
+TEST(WireTap, AnExchange_IsALineAndATranscript) {
+  const Folder folder;
+  const Manager manager;
+  const Tapped tapped = Through({"--record", folder.Path() + "/r"}, manager);
+  EXPECT_EQ(std::string(kHit) + "\t@COMMAND=ERROR\tno\n", tapped.answer);
+  EXPECT_EQ(
+      "{\"time\":\"T\",\"number\":0,\"command\":\"QUERY\",\"group\":\"packages\",\"request\":\"\\t@COMMAND=QUERY\\t@SEARCHGROUP=packages\\t@SCRIPT=html mark:x\\tsecret words\\n\",\"request_bytes\":71,\"answer_bytes\":43,\"hits\":1,\"errors\":1,\"connected_ms\":0,\"request_ms\":0,\"first_ms\":0,\"end_ms\":0,\"end\":\"closed\"}\n",
+      tapped.line);
+  EXPECT_EQ(
+      "client > \"\\t@COMMAND=QUERY\\t@SEARCHGROUP=packages\\t@SCRIPT=html mark:x\\tsecret words\\n\"\n"
+      "client half-closes\n"
+      "client < \"\\t@COMMAND=HIT\\t@DOCNUM=1\\n\\t@COMMAND=ERROR\\tno\\n\"\n"
+      "client < end\n",
+      LastRecord(folder));
+}
+
+TEST(WireTap, Redacted_NothingOfTheUserIsLeft) {
+  const Folder folder;
+  const Manager manager;
+  const Tapped tapped = Through({"--redact", "--record", folder.Path() + "/r"}, manager);
+  EXPECT_EQ(std::string::npos, tapped.line.find("secret"));
+  EXPECT_NE(std::string::npos, tapped.line.find("\\t@SCRIPT=xxxxxxxxxxx\\txxxxxxxxxxxx\\n"));
+  EXPECT_EQ(
+      "client > \"\\t@COMMAND=QUERY\\t@SEARCHGROUP=packages\\t@SCRIPT=xxxxxxxxxxx\\txxxxxxxxxxxx\\n\"\n"
+      "client half-closes\n"
+      "client < bytes 43\n"
+      "client < end\n",
+      LastRecord(folder));
+}
+
+TEST(WireTap, ATargetThatIsGone_IsRefused) {
+  const Manager manager;
+  const Tapped tapped = Through({}, manager, false);
+  EXPECT_NE(std::string::npos, tapped.line.find("\"end\":\"refused\"}\n")) << tapped.line;
+}
+
+// A manager that answers each of so many connections with that.
+void Answer(const Manager &manager, int connections, const std::string &bytes) {
+  for (int i = 0; i < connections; ++i) {
+    const Socket sock = manager.Accept();
+    sock.ReadLine();
+    sock.Send(bytes);
+  }
+}
+
+TEST(WireReplay, Answers_AreComparedWithTheRecording) {
+  const Folder folder;
+  const std::string file = folder.Write(
+      "000001.transcript", "wait 5 ms\nclient > \"x\\n\"\nclient < \"abc\"\nclient < end\n");
+  for (const char *answer : {"abc", "abd"}) {
+    const Manager manager;
+    Tool tool({KORVO_WIRE, "replay", "--speed", "10", "--to", At(manager.Port()), folder.Path()});
+    Answer(manager, 1, answer);
+    const bool same = std::string(answer) == "abc";
+    EXPECT_EQ(same ? 0 : 1, tool.Status());
+    EXPECT_EQ(same ? "1 exchanges: 1 the same, 0 differ\n"
+                   : "differs: " + file +
+                         ": byte 3 was \"c\" and is \"d\"\n1 exchanges: 0 the same, 1 differ\n",
+              tool.Output());
+  }
+}
+
+TEST(WireReplay, ARedactedAnswer_IsComparedByItsLength) {
+  const Folder folder;
+  const std::string file =
+      folder.Write("000001.transcript", "client > \"x\\n\"\nclient < bytes 3\n");
+  const Manager manager;
+  Tool tool({KORVO_WIRE, "replay", "--to", At(manager.Port()), folder.Path()});
+  Answer(manager, 1, "abcd");
+  EXPECT_EQ(1, tool.Status());
+  EXPECT_EQ("differs: " + file + ": it has 4 bytes now\n1 exchanges: 0 the same, 1 differ\n",
+            tool.Output());
+}
+
+TEST(WireReplay, TwoDaemons_AreComparedWithEachOther) {
+  const Folder folder;
+  const std::string file =
+      folder.Write("000001.transcript", "client > \"x\\n\"\nclient < \"abc\"\n");
+  const Manager one, other;
+  Tool tool(
+      {KORVO_WIRE, "replay", "--to", At(one.Port()), "--to", At(other.Port()), folder.Path()});
+  Answer(one, 1, "new");
+  Answer(other, 1, "newer");
+  EXPECT_EQ(1, tool.Status());
+  EXPECT_EQ(
+      "differs: " + file + ": byte 4 was \"\" and is \"er\"\n1 exchanges: 0 the same, 1 differ\n",
+      tool.Output());
+}
+
+TEST(WireReplay, AnAnswerWithoutAnEnd_IsOne) {
+  const Folder folder;
+  const std::string file =
+      folder.Write("000001.transcript", "client > \"x\\n\"\nclient < \"abc\"\n");
+  const Manager manager;
+  Tool tool({KORVO_WIRE, "replay", "--patience", "50", "--to", At(manager.Port()), folder.Path()});
+  const Socket sock = manager.Accept();
+  EXPECT_EQ(1, tool.Status());
+  EXPECT_EQ("differs: " + file + ": the answer does not end\n1 exchanges: 0 the same, 1 differ\n",
+            tool.Output());
+}
+
+TEST(WireVerbs, WrongUse_IsRefused) {
+  const Folder folder;
+  const std::string nothing = folder.Write("n.transcript", "case a\nstatus 0\n");
+  ExpectRefused({KORVO_WIRE, "play", nothing}, 64,
+                "play takes a file, and --to HOST:PORT or --port PORT");
+  ExpectRefused({KORVO_WIRE, "play", "--to", "9", nothing}, 65,
+                nothing + " has nothing that is to be played");
+  ExpectRefused(
+      {KORVO_WIRE, "play", "--to", "9", "--misbehave", "sings", nothing}, 64,
+      "--misbehave takes drips, hangs, resets, half-closes, 40960-bytes, 40961-bytes, no-newline, nuls, 10000-hits or unknown-words, not 'sings'");
+  ExpectRefused({KORVO_WIRE, "play", "--to", "x", nothing}, 64,
+                "--to takes a number from 1 to 32767, not 'x'");
+  ExpectRefused({KORVO_WIRE, "play", "--announce", "x", nothing}, 64,
+                "--announce takes a number from 1 to 32767, not 'x'");
+  ExpectRefused({KORVO_WIRE, "play", "--port", "x", nothing}, 64,
+                "--port takes a number from 1 to 32767, not 'x'");
+  ExpectRefused({KORVO_WIRE, "play", "--times", "x", nothing}, 64,
+                "--times takes a number from 1 to 100000, not 'x'");
+  ExpectRefused({KORVO_WIRE, "play", "--patience", "x", nothing}, 64,
+                "--patience takes a number from 1 to 3600000, not 'x'");
+  ExpectRefused({KORVO_WIRE, "tap", "9"}, 64,
+                "tap takes where to listen and where to forward to, both HOST:PORT");
+  ExpectRefused({KORVO_WIRE, "tap", "x", "9"}, 64,
+                "LISTEN takes a number from 1 to 32767, not 'x'");
+  ExpectRefused({KORVO_WIRE, "tap", "9", "x"}, 64,
+                "FORWARD takes a number from 1 to 32767, not 'x'");
+  ExpectRefused({KORVO_WIRE, "replay", folder.Path()}, 64,
+                "replay takes a folder, and --to HOST:PORT once or twice");
+  ExpectRefused({KORVO_WIRE, "replay", "--speed", "0", "--to", "9", folder.Path()}, 64,
+                "--speed takes a number from 1 to 1000000, not '0'");
+  ExpectRefused({KORVO_WIRE, "replay", "--to", "9", "/no/such"}, 66,
+                "there is no transcript in /no/such");
+  const Manager taken;
+  ExpectRefused(
+      {KORVO_WIRE, "tap", At(taken.Port()), "9"}, 69,
+      "cannot listen on port " + std::to_string(taken.Port()) + ": Address already in use");
+  ExpectRefused({KORVO_WIRE, "tap", "--record", "/proc/no/such", At(ReservePort()), "9"}, 73,
+                "cannot make /proc/no/such: No such file or directory");
+}
+
+TEST(WireVerbs, HelpAndVersion) {
+  ExpectVersion(KORVO_WIRE);
+  ExpectHelp(
+      KORVO_WIRE,
+      "usage: korvo-wire check [OPTION]... daemon|client COMMAND\n"
+      "       korvo-wire check [OPTION]... searchmgr|docmgr HOST:PORT\n"
+      "       korvo-wire play [OPTION]... --to HOST:PORT|--port PORT FILE\n"
+      "       korvo-wire tap [OPTION]... LISTEN FORWARD\n"
+      "       korvo-wire replay [OPTION]... --to HOST:PORT FOLDER\n"
+      "\n"
+      "  --cases PATH       folder with the cases, or one file of them; those that are installed\n"
+      "  --case NAME        this case alone; with check once or more\n"
+      "  --format FORMAT    of check: text, tap or junit\n"
+      "  --jobs NUMBER      cases at the same time; twice the number of processors\n"
+      "  --patience MS      what has to come comes in that time; 10000 with check, else 60000\n"
+      "  --admin HOST:PORT  the admin port of a manager, for the cases with datagrams\n"
+      "  --as ACTOR         who is played; the first of the file\n"
+      "  --to HOST:PORT     connects to it; replay takes two, and compares them with each other\n"
+      "  --port PORT        listens there, for one connection behind the other\n"
+      "  --announce HOST:PORT\n"
+      "                     says so to the admin port of a daemon\n"
+      "  --misbehave HOW    drips, hangs, resets, half-closes, 40960-bytes, 40961-bytes,\n"
+      "                     no-newline, nuls, 10000-hits or unknown-words\n"
+      "  --times NUMBER     ends behind so many connections\n"
+      "  --record FOLDER    writes each exchange there, as a transcript\n"
+      "  --redact           without what users typed, and without the answers\n"
+      "  --speed NUMBER     so many times as fast as it was recorded; 1\n"
+      "  --help, --version  show this; show the version\n");
+}
+
+}  // namespace
