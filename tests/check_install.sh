@@ -30,6 +30,9 @@ has_all() { # has_all FOLDER: documents, manual pages, examples and the two fold
     [ -s "$folder/share/doc/korvo/$name" ] || fault "$name is missing"
   done
   [ -s "$folder/share/korvo/messages" ] || fault "messages is missing"
+  for name in conformance/documents conformance/daemon/query.transcript wireshark/korvo.lua; do
+    [ -s "$folder/share/korvo/$name" ] || fault "$name is missing"
+  done
   for name in "$folder"/bin/*; do
     name=$(basename "$name")
     [ -s "$folder/share/bash-completion/completions/$name" ] || fault "the completion of $name is missing"
