@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -105,7 +106,7 @@ void TakeSubject(Check *check, const RoleName &role, const char *what) {
 Check ReadCommand(int argc, char **argv) {
   Check check;
   check.subject.patience = kPatienceMs;
-  check.jobs = static_cast<int>(std::max(2u, 2 * std::thread::hardware_concurrency()));
+  check.jobs = static_cast<int>(std::max(2U, 2 * std::thread::hardware_concurrency()));
   check.cases = UsualCases();
   for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;)
     TakeOption(&check, letter);
@@ -185,21 +186,25 @@ bool Collect(Worker *worker) {
 Outcome OutcomeOf(const Worker &worker) {
   close(worker.pipe);
   waitpid(worker.pid, nullptr, 0);
-  int result = 0, line = 0, length = 0;
-  if (std::sscanf(worker.said.c_str(), "%d %d %n", &result, &line, &length) != 2)
-    return {Result::kFailed, 0, "the process of the case ended without a word"};
-  return {static_cast<Result>(result), line, worker.said.substr(static_cast<std::size_t>(length))};
+  const char *at = worker.said.data(), *end = at + worker.said.size();
+  int result = 0, line = 0;
+  at = std::from_chars(at, end, result).ptr;
+  if (at != end) at = std::from_chars(at + 1, end, line).ptr;
+  if (at == end) return {Result::kFailed, 0, "the process of the case ended without a word"};
+  return {static_cast<Result>(result), line, std::string(at + 1, end)};
 }
 
 // Cases are independent of each other: as many at once as there are jobs.
 std::vector<Ran> RunAll(const Check &check, const std::vector<Case> &cases) {
   std::vector<Ran> all;
+  all.reserve(cases.size());
   for (const Case &which : cases) all.push_back({&which, {}});
   std::vector<Worker> workers;
   for (std::size_t next = 0; next < cases.size() || !workers.empty();) {
     for (; next < cases.size() && workers.size() < static_cast<std::size_t>(check.jobs); ++next)
       workers.push_back(Begin(cases[next], check.subject, next));
     std::vector<pollfd> ready;
+    ready.reserve(workers.size());
     for (const Worker &worker : workers) ready.push_back({worker.pipe, POLLIN, 0});
     poll(ready.data(), ready.size(), -1);
     for (std::size_t i = workers.size(); i-- > 0;) {

@@ -70,7 +70,7 @@ Fit MatchClass(ItemKind kind, Rest *rest) {
     if (kind == ItemKind::kDigits) return c >= '0' && c <= '9';
     return c != '\n' && (kind == ItemKind::kLine || c != '\t');
   };
-  const auto end = std::find_if_not(rest->bytes.begin(), rest->bytes.end(), fits);
+  const auto *const end = std::find_if_not(rest->bytes.begin(), rest->bytes.end(), fits);
   const auto count = static_cast<std::size_t>(end - rest->bytes.begin());
   if (end == rest->bytes.end() && !rest->ended) return Fit::kMore;
   if (kind == ItemKind::kDigits && count == 0) return Fit::kNo;

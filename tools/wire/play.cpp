@@ -267,9 +267,11 @@ int PlayIn(const Play &play) {
       PlayConnection(play, sock, connections[number % connections.size()]);
     }
     close(sock);
-    while (waitpid(-1, &status, WNOHANG) > 0) failed += status != 0;
+    while (waitpid(-1, &status, WNOHANG) > 0)
+      if (status != 0) ++failed;
   }
-  while (waitpid(-1, &status, 0) > 0) failed += status != 0;
+  while (waitpid(-1, &status, 0) > 0)
+    if (status != 0) ++failed;
   return failed > 0 ? kWireDiffers : EX_OK;
 }
 

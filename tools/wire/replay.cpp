@@ -158,11 +158,13 @@ int Wire_Replay(int argc, char **argv) {
     const int offset = recorded.offset - all.front().offset;
     std::this_thread::sleep_until(begin +
                                   std::chrono::microseconds(1000LL * offset / replay.speed));
-    for (; running >= kMaxAtOnce; --running) same += WaitForOne();
+    for (; running >= kMaxAtOnce; --running)
+      if (WaitForOne()) ++same;
     if (fork() == 0) Again(replay, recorded);
     ++running;
   }
-  for (; running > 0; --running) same += WaitForOne();
+  for (; running > 0; --running)
+    if (WaitForOne()) ++same;
   Tool_Print(Tool_Format("%zu exchanges: %zu the same, %zu differ\n", all.size(), same,
                          all.size() - same));
   return same == all.size() ? EX_OK : kWireDiffers;

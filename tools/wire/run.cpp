@@ -172,7 +172,7 @@ bool Status(Running *running, const Step &step, std::string *why) {
 }
 
 bool Act(Running *running, const Step &step, std::string *why) {
-  Actor *actor = step.actor.empty() ? nullptr : ActorOf(running, step);
+  Actor *actor = ActorOf(running, step);
   switch (step.verb) {
     case Verb::kSend: return Send(running, step, why);
     case Verb::kExpect: return Expect(running, step, why);

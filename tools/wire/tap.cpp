@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -20,6 +19,7 @@
 
 #include "tools/common/tool.h"
 #include "tools/wire/commands.h"
+#include "tools/wire/program.h"
 #include "tools/wire/transcript.h"
 
 namespace {
@@ -137,12 +137,8 @@ void PrintLine(const Tap &tap, const Exchange &exchange) {
 void Record(const Tap &tap, const Exchange &exchange) {
   if (tap.folder.empty()) return;
   const std::string path = tap.folder + Tool_Format("/%06d.transcript", exchange.number);
-  std::FILE *file = std::fopen(path.c_str(), "we");
-  if (file == nullptr)
-    Tool_Fail(EX_CANTCREAT, "cannot write %s: %s", path.c_str(), std::strerror(errno));
-  std::fwrite(exchange.record.data(), 1, exchange.record.size(), file);
-  if (std::fclose(file) != 0)
-    Tool_Fail(EX_IOERR, "cannot write %s: %s", path.c_str(), std::strerror(errno));
+  if (!Program_WriteFile(path, exchange.record))
+    Tool_Fail(EX_CANTCREAT, "cannot write %s", path.c_str());
 }
 
 void Note(const Tap &tap, Exchange *exchange, const std::string &line) {
@@ -288,10 +284,11 @@ void Serve(const Tap &tap, Exchange *exchange, short client, short server) {
   if ((client & POLLOUT) != 0 && !Flush(&exchange->client)) return Break(tap, exchange, "reset");
   if (exchange->connected && (server & POLLOUT) != 0 && !Flush(&exchange->server))
     return Break(tap, exchange, "reset");
-  if (client & (POLLIN | POLLHUP | POLLERR) && !exchange->client.ended)
+  if ((client & (POLLIN | POLLHUP | POLLERR)) != 0 && !exchange->client.ended)
     Pass(tap, exchange, &exchange->client, &exchange->server);
   if (exchange->over) return;
-  if (exchange->connected && server & (POLLIN | POLLHUP | POLLERR) && !exchange->server.ended)
+  if (exchange->connected && (server & (POLLIN | POLLHUP | POLLERR)) != 0 &&
+      !exchange->server.ended)
     Pass(tap, exchange, &exchange->server, &exchange->client);
   if (!exchange->over) ShutWhatEnded(tap, exchange);
 }

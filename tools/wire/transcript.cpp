@@ -424,14 +424,16 @@ bool TakeStatement(Reader *reader) {
   Step step;
   step.line = line;
   bool good = false;
-  std::vector<Case> &cases = reader->transcript->cases;
   if (TakeIf(reader, "case")) {
     good = TakeCase(reader);
   } else if (TakeIf(reader, "let")) {
     good = TakeLet(reader);
   } else {
     good = TakeStep(reader, &step);
-    if (good) (cases.empty() ? reader->common : cases.back().steps).push_back(step);
+    if (good && reader->transcript->cases.empty())
+      reader->common.push_back(step);
+    else if (good)
+      reader->transcript->cases.back().steps.push_back(step);
   }
   if (good && Here(*reader).kind != TokenKind::kEnd)
     good = WrongHere(*reader, "here ends the line");
