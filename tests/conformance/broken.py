@@ -186,28 +186,31 @@ def daemon_relays(folder):
             listener, lambda sock: join(sock, connect(port), change(TO_MANAGER), change(FROM_MANAGER)))).start()
         return listener.getsockname()[1]
 
-    def datagrams():
-        outer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    def changed(data):
+        if b'STARTUPANNOUNCEMENT' not in data:
+            return data
+        name_of_it = data.split(b'\t')[2]
+        if FAULT == 'announcement-does-not-replace' and name_of_it in announced:
+            return b'\t@COMMAND=PONG\n'
+        announced.add(name_of_it)
+        return re.sub(rb'CLIENTPORT=(\d+)', lambda m: b'CLIENTPORT=%d' % manager_side(int(m[1])), data)
+
+    def answers(own, outer, sender):
+        while True:
+            answer = own.recv(65536)
+            if FAULT == 'pong-without-its-number':
+                answer = answer.replace(b'@SEQNUM=42', b'@SEQNUM=0')
+            outer.sendto(answer, sender)
+
+    def datagrams():  # in their order
+        outer, senders = socket.socket(socket.AF_INET, socket.SOCK_DGRAM), {}
         outer.bind((ip, int(admin)))
         while True:
             data, sender = outer.recvfrom(65536)
-            threading.Thread(target=datagram, args=(outer, data, sender), daemon=True).start()
-            time.sleep(0.002)  # one behind the other
-
-    def datagram(outer, data, sender):
-        if b'STARTUPANNOUNCEMENT' in data:
-            if FAULT == 'announcement-does-not-replace' and data.split(b'\t')[2] in announced:
-                return
-            announced.add(data.split(b'\t')[2])
-            data = re.sub(rb'CLIENTPORT=(\d+)', lambda m: b'CLIENTPORT=%d' % manager_side(int(m[1])), data)
-        own = bound(socket.SOCK_DGRAM)
-        own.sendto(data, (ip, own_admin))
-        own.settimeout(2)
-        try:
-            answer = own.recv(65536)
-        except OSError:
-            return
-        outer.sendto(answer.replace(b'@SEQNUM=42', b'@SEQNUM=0') if FAULT == 'pong-without-its-number' else answer, sender)
+            if sender not in senders:
+                senders[sender] = bound(socket.SOCK_DGRAM)
+                threading.Thread(target=answers, args=(senders[sender], outer, sender), daemon=True).start()
+            senders[sender].sendto(changed(data), (ip, own_admin))
 
     announced = set()
     threading.Thread(target=serve, args=(listen(int(client)), client_side), daemon=True).start()

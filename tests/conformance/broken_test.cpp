@@ -2,6 +2,8 @@
 // nothing is broken.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/tools/run.h"
 
 namespace {
@@ -49,6 +51,12 @@ constexpr Fault kFaults[] = {
     {"client", KORVO_QUERY, "errors-are-success", "lost-hit-inside-the-page"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Faults, Broken, ::testing::ValuesIn(kFaults));
+std::string NameOf(const ::testing::TestParamInfo<Fault> &info) {
+  std::string name = info.param.fault;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, Broken, ::testing::ValuesIn(kFaults), NameOf);
 
 }  // namespace
