@@ -79,7 +79,7 @@ void ExpectFailures(const std::vector<Failure> &failures, const std::string &rol
     cases += "case c" + std::to_string(i) + "\n" + failures[i].steps;
   const std::string file = folder.Write("c.transcript", cases);
   const Outcome outcome = RunTool(
-      {KORVO_WIRE, "check", "--cases", file, "--patience", "1500", "--jobs", "64", role, program});
+      {KORVO_WIRE, "check", "--cases", file, "--patience", "4000", "--jobs", "64", role, program});
   EXPECT_EQ(1, outcome.status);
   std::size_t at = 0;
   for (const Failure &failure : failures) {

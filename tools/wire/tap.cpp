@@ -179,8 +179,8 @@ void Finish(const Tap &tap, Exchange *exchange, const char *end) {
   exchange->over = true;
   exchange->end = end;
   exchange->last = Clock::now();
-  PrintLine(tap, *exchange);
   Record(tap, *exchange);
+  PrintLine(tap, *exchange);  // who reads it finds the recording
 }
 
 void Reset(int sock) {
