@@ -8,6 +8,8 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -262,7 +264,9 @@ int PlayIn(const Play &play) {
        ++number) {
     const int sock = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (sock < 0) continue;
-    if (fork() == 0) {
+    const pid_t pid = fork();
+    if (pid < 0) Tool_Fail(EX_OSERR, "cannot start a process: %s", std::strerror(errno));
+    if (pid == 0) {
       close(listener);
       PlayConnection(play, sock, connections[number % connections.size()]);
     }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -143,8 +144,7 @@ bool IsAsRecorded(const Recorded &recorded, const std::string &answer, std::stri
 
 bool WaitForOne() {
   int status = 0;
-  waitpid(-1, &status, 0);
-  return status == 0;
+  return waitpid(-1, &status, 0) > 0 && status == 0;
 }
 
 }  // namespace
@@ -160,7 +160,9 @@ int Wire_Replay(int argc, char **argv) {
                                   std::chrono::microseconds(1000LL * offset / replay.speed));
     for (; running >= kMaxAtOnce; --running)
       if (WaitForOne()) ++same;
-    if (fork() == 0) Again(replay, recorded);
+    const pid_t pid = fork();
+    if (pid == 0) Again(replay, recorded);
+    if (pid < 0) Tool_Fail(EX_OSERR, "cannot start a process: %s", std::strerror(errno));
     ++running;
   }
   for (; running > 0; --running)

@@ -27,6 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kHeld = 1 << 20;  // bytes for a reader that is slow; its writer waits
+constexpr std::size_t kLine = 65536;    // bytes of a request that are looked at
 constexpr std::string_view kHit = "\t@COMMAND=HIT\t";
 constexpr std::string_view kError = "\t@COMMAND=ERROR\t";
 
@@ -154,7 +155,8 @@ std::size_t Count(std::string_view text, std::string_view word) {
 void NoteRequest(const Tap &tap, Exchange *exchange, const std::string &bytes) {
   exchange->request_bytes += bytes.size();
   const bool before = AskedFor(*exchange);
-  if (!before) exchange->line += bytes;
+  // A line of the service is far shorter; what never ends is not kept.
+  if (!before && exchange->line.size() < kLine) exchange->line += bytes;
   if (!before && AskedFor(*exchange)) exchange->asked = Clock::now();
   if (!tap.redact)
     Note(tap, exchange, "client > " + Transcript_Quote(bytes));
