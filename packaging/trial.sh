@@ -132,10 +132,13 @@ plain() {
   install /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
   configure
   local unit all
-  mapfile -t all < <(korvoctl units --dir /etc/korvo | sed 's/\(\.service\)\?$/.service/')
+  mapfile -t all < <(korvoctl units | sed 's/\(\.service\)\?$/.service/')
   [ ${#all[@]} -eq 5 ] || fail "korvoctl gives other units than five: ${all[*]}"
   start "${all[@]}" korvo-web.service
   await all_answer
+  korvoctl list >/list.log
+  grep -q '^web1 C 127.0.0.1 8001 8002: PONG' /list.log || fail "korvoctl list shows: $(cat /list.log)"
+  korvoctl log --explain </dev/null || fail 'korvoctl has no messages'
   stop "${all[@]}" korvo-web.service
 
   step 'upgrading'

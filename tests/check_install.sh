@@ -94,7 +94,22 @@ grep -rlF /usr/local/korvo "$home" >"$log" && fault "the usual folder is named i
 cp "$home/share/doc/korvo/examples/korvo.conf" "$home/etc"
 "$home/bin/korvo-commmgr" nobody >/dev/null 2>"$log"
 grep -qF "Could not locate id = 'nobody' in file '$home/etc/korvo.conf'" "$log" || fault "the configuration is not looked for in etc/: $(cat "$log")"
+"$home/bin/korvoctl" list >"$log" 2>&1 || fault "korvoctl does not look for korvo.conf in etc/: $(cat "$log")"
+"$home/bin/korvoctl" log --explain </dev/null >"$log" 2>&1 || fault "korvoctl does not look for messages in share/korvo/: $(cat "$log")"
 grep -qF "$home/lib" "$home/bin/korvo-commmgr" || fault 'macros are not looked for in lib/'
+
+echo "tools that look in the system's own folders"
+run cmake -S "$sources" -B "$scratch/build" -DKORVO_CONF="$scratch/conf" -DKORVO_SHARE="$scratch/share"
+run cmake --build "$scratch/build" -j2
+mkdir "$scratch/conf" "$scratch/share"
+cp "$home/etc/korvo.conf" "$scratch/conf"
+cp "$home/share/korvo/messages" "$scratch/share"
+rm "$home/etc/korvo.conf"
+"$scratch/build/bin/korvoctl" list >"$log" 2>&1 || fault "korvoctl does not look for korvo.conf in KORVO_CONF: $(cat "$log")"
+rm "$home/share/korvo/messages"
+"$scratch/build/bin/korvoctl" log --explain </dev/null >"$log" 2>&1 || fault "korvoctl does not look for messages in KORVO_SHARE: $(cat "$log")"
+"$scratch/build/bin/korvo-commmgr" nobody >/dev/null 2>"$log"
+grep -qF "'$home/etc/korvo.conf'" "$log" || fault "the daemon looks elsewhere: $(cat "$log")"
 
 echo 'a folder that moves, and one that is none'
 run cmake -S "$sources" -B "$scratch/build" -DKORVO_HOME="$scratch/moved"

@@ -282,6 +282,11 @@ TEST(Startup, ClosedDescriptors_LeadToTheNullDevice) {
   EXPECT_EQ("", client.ReadAll()) << "the log came down the connection";
 }
 
+// korvoctl status reads it there; the program prints it nowhere.
+TEST(Startup, File_HoldsItsVersion) {
+  EXPECT_NE(std::string::npos, ReadFile(KORVO_COMMMGR).find("@(#)korvo 1.0.0\n"));
+}
+
 TEST(Startup, Banner_AppearsAtOnceAndOnce) {
   Daemon daemon;
   EXPECT_EQ(0u, daemon.Program().Output().find(kBanner));

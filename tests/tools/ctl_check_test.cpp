@@ -53,6 +53,17 @@ TEST(CtlCheck, GoodFiles_SayNothing) {
              1);
 }
 
+TEST(CtlCheck, Json_SaysWhichFindingsKeepAProgramFromStarting) {
+  ExpectFound(
+      Away(kWeb) + Away(kSearch) + "web1 C 192.0.2.77 99999 8032 web2\n", "",
+      R"([{"file": "korvo.conf", "line": 3, "fatal": false, "text": "line 1 has this id and type, and only korvoctl announce takes a second one, as a standby; delete it unless it is one"},
+ {"file": "korvo.conf", "line": 3, "fatal": true, "text": "CLIENTPORT 99999 cannot be used; take a number from 1 to 32767"},
+ {"file": "korvo.conf", "line": 3, "fatal": false, "text": "a Communications Manager has no parent; put - for web2"}]
+)",
+      78, {"--json"});
+  ExpectFound(Away(kWeb), "", "[]\n", 0, {"--json"});
+}
+
 TEST(CtlCheck, Words_AreSixAndTheirTypeIsKnown) {
   ExpectConf("web1 C 127.0.0.1 8001\nweb2\nweb3 c 127.0.0.1 8001 8002 -\nweb4 CC 1 2 3 4\n",
              "korvo.conf:1: has 4 of the 6 words ID TYPE IP CLIENTPORT ADMINPORT PARENTID; add the "

@@ -2,6 +2,8 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <functional>
 
 #include "tests/tools/ctl.h"
 
@@ -40,13 +42,14 @@ TEST(CtlProcess, Status_CountsWhatTheProgramHasInHand) {
   EXPECT_EQ(busy.site.Place(busy.web) + ": PONG in <n> ms\n" +
                 "  connections: 1 in hand, 0 not accepted yet\n" + "  process " +
                 std::to_string(busy.site.Program(busy.web).Pid()) +
-                ": up <n> s, 2 in its group, <n> KiB resident\n",
+                ", korvo-commmgr 1.0.0: up <n> s, 2 in its group, <n> KiB resident\n",
             WithMarks(plain.output, {"PONG in ", "up ", "group, "}));
   EXPECT_EQ(0, plain.status);
   EXPECT_EQ(
       "[{\"id\": \"web1\", \"type\": \"C\", \"answer\": \"PONG\", \"ms\": <n>, "
       "\"connections\": 1, \"waiting\": 0, \"pid\": <n>, \"uptime\": <n>, \"processes\": 2, "
-      "\"memory\": <n>}]\n",
+      "\"memory\": <n>, \"program\": \"korvo-commmgr\", \"version\": \"1.0.0\", \"replaced\": "
+      "false, \"told\": [], \"findings\": [], \"log\": []}]\n",
       WithMarks(busy.site.Run({"status", "web1", "--json"}).output,
                 {"\"ms\": ", "\"pid\": ", "\"uptime\": ", "\"memory\": "}));
   busy.client.Close();
@@ -79,12 +82,177 @@ TEST(CtlProcess, Status_IsForMonitors) {
       "# TYPE korvo_connections gauge\n"
       "korvo_connections{id=\"web1\",type=\"C\"} 1\n"
       "# TYPE korvo_processes gauge\n"
-      "korvo_processes{id=\"web1\",type=\"C\"} 2\n",
-      WithMarks(figures.output, {"korvo_ping_seconds{id=\"web1\",type=\"C\"} "}));
+      "korvo_processes{id=\"web1\",type=\"C\"} 2\n"
+      "# TYPE korvo_memory_bytes gauge\n"
+      "korvo_memory_bytes{id=\"web1\",type=\"C\"} <n>\n"
+      "# TYPE korvo_uptime_seconds gauge\n"
+      "korvo_uptime_seconds{id=\"web1\",type=\"C\"} <n>\n",
+      WithMarks(figures.output, {"korvo_ping_seconds{id=\"web1\",type=\"C\"} ",
+                                 "korvo_memory_bytes{id=\"web1\",type=\"C\"} ",
+                                 "korvo_uptime_seconds{id=\"web1\",type=\"C\"} "}));
   EXPECT_EQ(0, figures.status);
   const Outcome refused = busy.site.Run({"status", "web1:S"});
-  EXPECT_EQ(busy.site.Place(search) + ": Connection refused\n", refused.output);
+  EXPECT_EQ(busy.site.Place(search) + ": Connection refused\n  check: " + busy.site.Path() +
+                "/korvo.db:1: no line has the id of web1:S, which has no database then; add ID "
+                "DBNAME SEARCHLOC DOCLOC\n",
+            refused.output);
   EXPECT_EQ(69, refused.status);
+}
+
+// Programs of that name are found before the system's own.
+struct Instead {
+  Folder folder;
+
+  void Add(const std::string &name, const std::string &script) const {
+    folder.Write(name, "#!/bin/sh\n" + script);
+    std::filesystem::permissions(folder.Path() + "/" + name, std::filesystem::perms(0755));
+  }
+  std::function<void()> Prepare() const {
+    return [this] { setenv("PATH", (folder.Path() + ":/usr/bin:/bin").c_str(), 1); };
+  }
+};
+
+constexpr const char *kMessages =
+    "Init: DisplayCfg\t104\tID         = %s\tc\te\tr\n"
+    "Init: ReadConf\t104\tUnable to open '%s': errno = %d\tc\te\tPut it there.\n"
+    "MainCore: Loop\t103\tA client went\tc\te\tr\n";
+
+std::string LogEntry(const std::string &body) {
+  return std::string(63, '-') + "\nPID: 5, TIME: Sun Nov 22 01:02:03 2026\n" + body + "\n";
+}
+
+TEST(CtlProcess, Status_OfOneThatIsDownSaysWhatIsKnown) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Instead instead;
+  const std::string log = instead.folder.Write(
+      "log", LogEntry("[Init: ReadConf] Unable to open 'a': errno = 1") +
+                 LogEntry("[Init: ReadConf] Unable to open 'b': errno = 2") +
+                 LogEntry("[Init: ReadConf] Unable to open 'c': errno = 3") +
+                 LogEntry("[MainCore: Loop] A client went") +
+                 LogEntry("[Init: DisplayCfg] ID         = web1") + LogEntry("[Other: Text] any") +
+                 LogEntry("[Init: ReadConf] Unable to open 'd': errno = 4"));
+  instead.Add(
+      "systemctl",
+      "[ \"$*\" = 'show "
+      "--property=LoadState,ActiveState,SubState,Result,NRestarts "
+      "korvo-commmgr@web1.service' ] && printf "
+      "'Result=exit-code\\nNRestarts=5\\n'; echo LoadState=loaded; printf 'ActiveState=failed\\n'\n");
+  instead.Add(
+      "journalctl",
+      "[ \"$*\" = '--quiet --output=cat --lines=2000 --unit=korvo-commmgr@web1.service' ] && "
+      "cat " +
+          log + "\n");
+  const std::string messages = instead.folder.Write("messages", kMessages);
+  Tool status(site.Ctl({"status", "web1", "--messages", messages}), instead.Prepare());
+  EXPECT_EQ(69, status.Status());
+  EXPECT_EQ(site.Place(web) +
+                ": Connection refused\n"
+                "  unit korvo-commmgr@web1.service: Result=exit-code NRestarts=5 "
+                "ActiveState=failed\n"
+                "  log: [Init: ReadConf] Unable to open 'b': errno = 2\n"
+                "    remedy: Put it there.\n"
+                "  log: [Init: ReadConf] Unable to open 'c': errno = 3\n"
+                "    remedy: Put it there.\n"
+                "  log: [Init: ReadConf] Unable to open 'd': errno = 4\n"
+                "    remedy: Put it there.\n",
+            status.Output());
+  Tool json(site.Ctl({"status", "web1", "--json", "--messages", messages}), instead.Prepare());
+  EXPECT_EQ(69, json.Status());
+  EXPECT_EQ(
+      "[{\"id\": \"web1\", \"type\": \"C\", \"answer\": \"Connection refused\", \"ms\": null, "
+      "\"unit\": \"korvo-commmgr@web1.service\", \"unitstate\": \"Result=exit-code NRestarts=5 "
+      "ActiveState=failed\", \"told\": [], \"findings\": [], \"log\": [\"[Init: ReadConf] Unable to "
+      "open 'b': errno = 2\", \"[Init: ReadConf] Unable to open 'c': errno = 3\", \"[Init: "
+      "ReadConf] Unable to open 'd': errno = 4\"]}]\n",
+      json.Output());
+}
+
+// The unit is none of systemd's, and the journal is not asked.
+TEST(CtlProcess, Status_OfOneWithoutAUnitLeavesTheJournalAlone) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Instead instead;
+  instead.Add("systemctl", "echo LoadState=not-found\n");
+  instead.Add(
+      "journalctl",
+      "cat " +
+          instead.folder.Write("log", LogEntry("[Init: ReadConf] Unable to open 'a': errno = 1")) +
+          "\n");
+  Tool status(
+      site.Ctl({"status", "web1", "--messages", instead.folder.Write("messages", kMessages)}),
+      instead.Prepare());
+  EXPECT_EQ(69, status.Status());
+  EXPECT_EQ(site.Place(web) + ": Connection refused\n", status.Output());
+}
+
+// The log of one that runs is the file at its standard error.
+TEST(CtlProcess, Status_ShowsTheLogAndAReplacedFile) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Folder folder;
+  const std::string program = folder.Path() + "/korvo-commmgr";
+  std::filesystem::copy_file(KORVO_COMMMGR, program);
+  Process process({program, "web1", site.Path()}, folder.Path());
+  EXPECT_TRUE(Eventually([&] { return site.Run({"ping", "web1"}).status == 0; }));
+  {
+    const Socket client = ConnectTo(site.ClientPort(web));
+    client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=a\t@MACROFILE=/none\t@MAXHITS=1\tx\n");
+    EXPECT_EQ("", client.ReadAll());
+  }
+  std::filesystem::remove(program);
+  const std::string messages = folder.Write(
+      "messages", std::string(kMessages) +
+                      "DEBUG: SetLevel\t104\tGlobal Debug Level Set to %d\tc\te\tr\n"
+                      "CommMgr: ClientCmd\t104\tUnable to open Macro %s\tc\te\tName it.\n");
+  EXPECT_EQ(site.Place(web) +
+                ": PONG in <n> ms\n  connections: 0 in hand, 0 not accepted yet\n  process " +
+                std::to_string(process.Pid()) +
+                ", korvo-commmgr 1.0.0: up <n> s, 1 in its group, <n> KiB resident\n"
+                "  its file was replaced since it started: a restart takes the new one\n"
+                "  log: [CommMgr: ClientCmd] Unable to open Macro /none\n"
+                "    remedy: Name it.\n",
+            WithMarks(site.Run({"status", "web1", "--messages", messages}).output,
+                      {"PONG in ", "up ", "group, "}));
+  EXPECT_NE(std::string::npos,
+            site.Run({"status", "web1", "--json"}).output.find("\"replaced\": true"));
+}
+
+TEST(CtlProcess, Status_KnowsWhomItHasAnnounced) {
+  Busy busy;
+  const int one = busy.site.Line("one", 'S', "web1");
+  const int two = busy.site.Line("two", 'D', "web1");
+  busy.site.Start(one);
+  busy.site.Start(two);
+  const Folder state;
+  const Arguments status = {"status", "web1", "--state", state.Path()};
+  const std::string told = "  told by korvoctl of two:D, one:S\n";
+  EXPECT_EQ(std::string::npos, busy.site.Run(status).output.find("told by"));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(0, busy.site.Run({"announce", "web1", "--state", state.Path()}).status);
+    EXPECT_NE(std::string::npos, busy.site.Run(status).output.find(told))
+        << busy.site.Run(status).output;
+  }
+  Arguments json = status;
+  json.emplace_back("--json");
+  EXPECT_NE(std::string::npos, busy.site.Run(json).output.find("\"told\": [\"two:D\", \"one:S\"]"));
+  busy.site.End(busy.web);
+  busy.site.Start(busy.web);  // it has forgotten all
+  EXPECT_EQ(std::string::npos, busy.site.Run(status).output.find("told by"));
+  busy.site.End(two);
+  EXPECT_EQ(0, busy.site.Run({"announce", "web1", "--state", state.Path()}).status);
+  EXPECT_NE(std::string::npos, busy.site.Run(status).output.find("  told by korvoctl of one:S\n"));
+}
+
+// Whoever has the port shows under its own name.
+TEST(CtlProcess, Status_NamesAStrangerAtThePort) {
+  const Admin silent;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(silent.Port()) + " -");
+  const std::string output = site.Run({"status", "web1", "--timeout", "1"}).output;
+  EXPECT_NE(std::string::npos,
+            output.find("  process " + std::to_string(getpid()) + ", tools_test: up "))
+      << output;
 }
 
 TEST(CtlProcess, Status_OfTheSilentHasNoTime) {
@@ -155,6 +323,32 @@ TEST(CtlProcess, Ending_IsForOneProgramOfThisMachine) {
                   site.Place(web) + " does not run on this machine");
     ExpectRefused(site.Ctl({command}), 64, command + " needs the id of a program in korvo.conf");
   }
+}
+
+// A unit is known by the control group of its processes.
+TEST(CtlProcess, Restart_HasSystemdDoIt) {
+  namespace fs = std::filesystem;
+  fs::path groups = "/sys/fs/cgroup";
+  if (fs::exists(groups / "unified")) groups /= "unified";
+  const fs::path group = groups / ("korvo-test" + std::to_string(getpid()) + ".service");
+  std::error_code error;
+  if (!fs::create_directory(group, error)) GTEST_SKIP() << "needs a control group";
+  {
+    Busy busy;
+    std::ofstream(group / "cgroup.procs") << busy.site.Program(busy.web).Pid();
+    const Instead instead;
+    const std::string unit = group.filename();
+    instead.Add("systemctl", "echo \"systemctl $*\"\n");
+    Tool restart(busy.site.Ctl({"restart", "web1"}), instead.Prepare());
+    EXPECT_EQ(0, restart.Status());
+    EXPECT_EQ("systemctl restart " + unit + "\n", restart.Output());
+    instead.Add("systemctl", "exit 1\n");
+    ExpectRefused(busy.site.Ctl({"restart", "web1"}), 69,
+                  "systemctl restart " + unit + " failed; korvoctl status web1:C shows why",
+                  instead.Prepare());
+    std::ofstream(groups / "cgroup.procs") << busy.site.Program(busy.web).Pid();
+  }
+  EXPECT_TRUE(Eventually([&] { return fs::remove(group, error); }));
 }
 
 TEST(CtlProcess, Restart_IsForUnits) {

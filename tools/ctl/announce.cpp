@@ -14,6 +14,7 @@
 #include "tools/common/tool.h"
 #include "tools/ctl/commands.h"
 #include "tools/ctl/process.h"
+#include "tools/ctl/told.h"
 
 namespace {
 
@@ -79,17 +80,17 @@ bool IsChanged(const Round &round, const ConfLine *program) {
   return before == round.before.end() || before->second != round.now.at(program);
 }
 
-void Announce(const ConfLine &parent, const ConfLine &child) {
+void Announce(const Round &round, const ConfLine &parent, const ConfLine &child) {
   SockAddr address = {};
   (void)Text_Copy(address.IP, parent.config.IP);
   address.Port = parent.config.AdminPort;
   const std::string to = Ask_Target(parent).name;
   const std::string name = Ask_Target(child).name;
   // Its fields are the engine's own to tell; nobody above it needs them.
-  if (Init_Announce(&address, &child.config, nullptr) == 1)
-    Tool_Print(Tool_Format("announced %s to %s\n", name.c_str(), to.c_str()));
-  else
-    Tool_Warn("cannot announce %s to %s", name.c_str(), to.c_str());
+  if (Init_Announce(&address, &child.config, nullptr) != 1)
+    return Tool_Warn("cannot announce %s to %s", name.c_str(), to.c_str());
+  Told_Keep(round.request.state, parent, child);
+  Tool_Print(Tool_Format("announced %s to %s\n", name.c_str(), to.c_str()));
 }
 
 // Asking a Communications Manager whom it knows.
@@ -141,9 +142,10 @@ void AnnounceUnknown(const Round &round, const ConfLine &parent,
   for (const ConfLine *manager : managers)
     if (const auto before = round.before.find(manager);
         before != round.before.end() && before->second.serving != round.now.at(manager).serving)
-      Announce(parent, *round.now.at(manager).serving);
+      Announce(round, parent, *round.now.at(manager).serving);
   for (const ConfLine *manager : managers)
-    if (!Knows(round, parent, manager->words[0])) Announce(parent, *round.now.at(manager).serving);
+    if (!Knows(round, parent, manager->words[0]))
+      Announce(round, parent, *round.now.at(manager).serving);
 }
 
 // All Search Managers of a parent as soon as there is news of one: its own announcement may have
@@ -157,7 +159,7 @@ void AnnounceManagers(const Round &round, const ConfLine *parent,
   if (!is_news) return;
   const ConfLine &to = *round.now.at(parent).serving;
   if (!round.request.macro.empty()) return AnnounceUnknown(round, to, managers);
-  for (const ConfLine *manager : managers) Announce(to, *round.now.at(manager).serving);
+  for (const ConfLine *manager : managers) Announce(round, to, *round.now.at(manager).serving);
 }
 
 void AnnounceTo(const Round &round, const ConfLine *parent) {
@@ -168,7 +170,7 @@ void AnnounceTo(const Round &round, const ConfLine *parent) {
     if (child->config.Type == 'S')
       managers.push_back(child);
     else if (IsChanged(round, parent) || IsChanged(round, child))
-      Announce(*round.now.at(parent).serving, *round.now.at(child).serving);
+      Announce(round, *round.now.at(parent).serving, *round.now.at(child).serving);
   }
   if (!managers.empty()) AnnounceManagers(round, parent, managers);
 }

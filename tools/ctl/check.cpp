@@ -379,34 +379,64 @@ void Read(Check *check, const std::string &dir) {
            Tool_Format("cannot be read: %s; let this user read it", std::strerror(err)));
 }
 
-int Print(Check *check) {
-  int status = EX_OK;
+void Sort(Check *check) {
   std::stable_sort(check->findings.begin(), check->findings.end(),
                    [](const Finding &a, const Finding &b) {
                      return a.path != b.path ? a.path < b.path : a.number < b.number;
                    });
-  for (const Finding &finding : check->findings) {
-    Tool_Print(
-        Tool_Format("%s:%d: %s\n", finding.path.c_str(), finding.number, finding.text.c_str()));
-    if (status != EX_CONFIG) status = finding.is_fatal ? EX_CONFIG : kExitSurvived;
-  }
-  return status;
+}
+
+std::string Plain(const Finding &finding) {
+  return Tool_Format("%s:%d: %s\n", finding.path.c_str(), finding.number, finding.text.c_str());
+}
+
+std::string Json(const Finding &finding) {
+  return Tool_Format("{\"file\": %s, \"line\": %d, \"fatal\": %s, \"text\": %s}",
+                     Request_Json(finding.path).c_str(), finding.number,
+                     finding.is_fatal ? "true" : "false", Request_Json(finding.text).c_str());
+}
+
+std::string Shown(const Check &check, Form form) {
+  std::string text;
+  for (const Finding &finding : check.findings)
+    text += form == Form::kPlain ? Plain(finding) : (text.empty() ? "[" : ",\n ") + Json(finding);
+  if (form == Form::kPlain) return text;
+  return text.empty() ? "[]\n" : text + "]\n";
+}
+
+Check Look(const std::string &dir, const std::string &name, const std::string &macros) {
+  Check check;
+  Read(&check, dir);
+  if (!check.findings.empty()) return check;  // nothing else can be told
+  if (!name.empty()) TakeId(&check, name);
+  CheckPieces(&check, check.conf.path, check.pieces);
+  CheckPieces(&check, check.db_path, check.db_pieces);
+  for (const ConfLine &line : check.conf.lines) CheckLine(&check, line);
+  for (const ConfLine *line : Conf_Programs(check.conf))
+    if (check.own.empty() ? name.empty() && Conf_IsHere(*line) : IsOwn(check, *line))
+      CheckDatabase(&check, *line);
+  CheckDbIds(&check);
+  if (!macros.empty()) CheckFrames(&check, macros);
+  Sort(&check);
+  return check;
 }
 
 }  // namespace
 
 int Command_Check(Request *request) {
-  Check check;
-  Read(&check, request->dir);
-  if (!check.findings.empty()) return Print(&check);  // nothing else can be told
-  if (!request->words.empty()) TakeId(&check, request->words[0]);
-  CheckPieces(&check, check.conf.path, check.pieces);
-  CheckPieces(&check, check.db_path, check.db_pieces);
-  for (const ConfLine &line : check.conf.lines) CheckLine(&check, line);
-  for (const ConfLine *line : Conf_Programs(check.conf))
-    if (check.own.empty() ? request->words.empty() && Conf_IsHere(*line) : IsOwn(check, *line))
-      CheckDatabase(&check, *line);
-  CheckDbIds(&check);
-  if (!request->macros.empty()) CheckFrames(&check, request->macros);
-  return Print(&check);
+  const Check check = Look(request->dir, Request_Word(*request, 0), request->macros);
+  Tool_Print(Shown(check, request->form));
+  int status = EX_OK;
+  for (const Finding &finding : check.findings)
+    if (status != EX_CONFIG) status = finding.is_fatal ? EX_CONFIG : kExitSurvived;
+  return status;
+}
+
+std::vector<std::string> Command_Findings(const std::string &dir, const std::string &name) {
+  std::vector<std::string> texts;
+  for (const Finding &finding : Look(dir, name, "").findings) {
+    texts.push_back(Plain(finding));
+    texts.back().pop_back();
+  }
+  return texts;
 }

@@ -12,6 +12,8 @@ int Command_Wait(Request *request);
 
 // check.cpp
 int Command_Check(Request *request);
+// What it finds of the program that the id names.
+std::vector<std::string> Command_Findings(const std::string &dir, const std::string &name);
 
 // tree.cpp
 int Command_List(Request *request);
@@ -23,6 +25,8 @@ int Command_Announce(Request *request);
 
 // status.cpp
 int Command_Status(Request *request);
+
+// ending.cpp
 int Command_Drain(Request *request);
 int Command_Stop(Request *request);
 int Command_Restart(Request *request);

@@ -11,21 +11,12 @@
 #include "debug/text.h"
 #include "tools/common/tool.h"
 #include "tools/ctl/commands.h"
+#include "tools/ctl/entries.h"
 #include "tools/ctl/messages.h"
 
 namespace {
 
-constexpr std::string_view kSeparator =
-    "---------------------------------------------------------------\n";
-constexpr std::string_view kProcess = "PID: ";
 constexpr timespec kPause = {0, 200000000};  // between two looks at a log that is followed
-
-// A message with its header, as it came.
-struct Entry {
-  std::string header;  // separator and time; empty for what stands before the first
-  std::string body;
-  int pid;
-};
 
 using Known = std::vector<const Message *>;  // as Messages_Find gives it
 
@@ -40,18 +31,6 @@ struct Reader {
   std::map<std::string, Kind> kinds;
   std::string rest;  // what came behind the last whole entry
 };
-
-Entry EntryOf(std::string_view text) {
-  Entry entry = {"", std::string(text), 0};
-  if (!text.starts_with(kSeparator)) return entry;
-  const std::string_view behind = text.substr(kSeparator.size());
-  const std::size_t end = behind.find('\n');
-  if (!behind.starts_with(kProcess) || end == std::string_view::npos) return entry;
-  entry.pid = Text_ToInt32(behind.substr(kProcess.size()));
-  entry.header = text.substr(0, kSeparator.size() + end + 1);
-  entry.body = text.substr(kSeparator.size() + end + 1);
-  return entry;
-}
 
 bool IsModule(std::string_view module, const std::string &wanted) {
   return wanted.empty() || module == wanted || module.starts_with(wanted + ":");
@@ -93,7 +72,7 @@ std::string NameOf(const Entry &entry, const Known &known) {
 
 void TakeEntry(Reader *reader, std::string_view text) {
   if (text.empty()) return;
-  const Entry entry = EntryOf(text);
+  const Entry entry = Entries_Of(text);
   const Known known = Messages_Find(reader->messages, entry.body);
   if (!IsWanted(reader->request, entry, known)) return;
   if (reader->request.count) {
@@ -108,7 +87,7 @@ void TakeEntry(Reader *reader, std::string_view text) {
 void TakeBytes(Reader *reader, std::string_view bytes) {
   reader->rest += bytes;
   std::size_t begin = 0;
-  for (std::size_t at; (at = reader->rest.find(kSeparator, begin + 1)) != std::string::npos;) {
+  for (std::size_t at; (at = reader->rest.find(kEntrySeparator, begin + 1)) != std::string::npos;) {
     TakeEntry(reader, std::string_view(reader->rest).substr(begin, at - begin));
     begin = at;
   }

@@ -15,18 +15,29 @@ namespace {
 
 constexpr std::int32_t kMaxTime = 30 * 86400;  // seconds
 
-constexpr option kOptions[] = {
-    {"count", no_argument, nullptr, 'c'},         {"dir", required_argument, nullptr, 'd'},
-    {"explain", no_argument, nullptr, 'e'},       {"follow", no_argument, nullptr, 'F'},
-    {"for", required_argument, nullptr, 'f'},     {"help", no_argument, nullptr, 'h'},
-    {"host", required_argument, nullptr, 'H'},    {"json", no_argument, nullptr, 'j'},
-    {"level", required_argument, nullptr, 'l'},   {"macro", required_argument, nullptr, 'M'},
-    {"macros", required_argument, nullptr, 'm'},  {"messages", required_argument, nullptr, 'g'},
-    {"module", required_argument, nullptr, 'k'},  {"nagios", no_argument, nullptr, 'n'},
-    {"older", required_argument, nullptr, 'o'},   {"pid", required_argument, nullptr, 'i'},
-    {"port", required_argument, nullptr, 'p'},    {"prometheus", no_argument, nullptr, 'P'},
-    {"timeout", required_argument, nullptr, 't'}, {"version", no_argument, nullptr, 'V'},
-    {"watch", required_argument, nullptr, 'w'},   {nullptr, 0, nullptr, 0}};
+constexpr option kOptions[] = {{"count", no_argument, nullptr, 'c'},
+                               {"dir", required_argument, nullptr, 'd'},
+                               {"explain", no_argument, nullptr, 'e'},
+                               {"follow", no_argument, nullptr, 'F'},
+                               {"for", required_argument, nullptr, 'f'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {"host", required_argument, nullptr, 'H'},
+                               {"json", no_argument, nullptr, 'j'},
+                               {"level", required_argument, nullptr, 'l'},
+                               {"macro", required_argument, nullptr, 'M'},
+                               {"macros", required_argument, nullptr, 'm'},
+                               {"messages", required_argument, nullptr, 'g'},
+                               {"module", required_argument, nullptr, 'k'},
+                               {"nagios", no_argument, nullptr, 'n'},
+                               {"older", required_argument, nullptr, 'o'},
+                               {"pid", required_argument, nullptr, 'i'},
+                               {"port", required_argument, nullptr, 'p'},
+                               {"prometheus", no_argument, nullptr, 'P'},
+                               {"state", required_argument, nullptr, 's'},
+                               {"timeout", required_argument, nullptr, 't'},
+                               {"version", no_argument, nullptr, 'V'},
+                               {"watch", required_argument, nullptr, 'w'},
+                               {nullptr, 0, nullptr, 0}};
 
 enum class Id { kNone, kOptional, kNeeded, kOrPort };
 
@@ -41,7 +52,7 @@ struct Command {
 
 // clang-format off
 constexpr Command kCommands[] = {
-    {"check", Id::kOptional, 0, {'d', 'm'}, Command_Check,
+    {"check", Id::kOptional, 0, {'d', 'm', 'j'}, Command_Check,
      "  check [ID]           look for what is wrong in korvo.conf and korvo.db\n"},
     {"list", Id::kNone, 0, {'d', 't', 'j'}, Command_List,
      "  list                 show the tree of korvo.conf and who answers\n"},
@@ -51,18 +62,18 @@ constexpr Command kCommands[] = {
      "  ping ID              ask whether the program lives, and how fast it answers\n"},
     {"wait", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Wait,
      "  wait ID              wait until it answers\n"},
-    {"announce", Id::kOptional, 0, {'d', 't', 'w', 'M'}, Command_Announce,
+    {"announce", Id::kOptional, 0, {'d', 't', 'w', 'M', 's'}, Command_Announce,
      "  announce [ID]        announce to it, or to all, the programs below\n"},
     {"level", Id::kOrPort, 1, {'d', 'H', 'p', 't', 'f'}, Command_Level,
      "  level ID LEVEL       set the level of its log: INFO, STATUS, WARNING, FATAL or OFF\n"},
-    {"status", Id::kNeeded, 0, {'d', 't', 'j', 'n', 'P'}, Command_Status,
-     "  status ID            show what it has in hand: connections, processes, memory\n"},
+    {"status", Id::kNeeded, 0, {'d', 't', 'j', 'n', 'P', 's', 'g'}, Command_Status,
+     "  status ID            show how it is, and why it is not\n"},
     {"drain", Id::kNeeded, 0, {'d', 't'}, Command_Drain,
      "  drain ID             wait until it has no connection in hand\n"},
     {"stop", Id::kNeeded, 0, {'d', 't'}, Command_Stop,
      "  stop ID              wait so, but no longer than --timeout, and end it\n"},
     {"restart", Id::kNeeded, 0, {'d'}, Command_Restart,
-     "  restart ID           show what starts it again\n"},
+     "  restart ID           have its unit of systemd start it again\n"},
     {"reap", Id::kNeeded, 0, {'d', 'o'}, Command_Reap,
      "  reap ID              end its connections above an age\n"},
     {"log", Id::kNone, 1, {'F', 'l', 'k', 'i', 'c', 'e', 'g'}, Command_Log,
@@ -85,18 +96,19 @@ constexpr const char *kOptionHelp =
     "  --port PORT          in place of an id: the admin port\n"
     "  --timeout SECONDS    wait so long for answers; 5\n"
     "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
-    "  --json               of list and status: as JSON\n"
+    "  --json               of check, list and status: as JSON\n"
     "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
     "  --macros DIR         of check: look at the page frames there, too\n"
     "  --nagios             of status: a line and an exit status for Nagios\n"
     "  --older TIME         of reap: the age\n"
     "  --prometheus         of status: figures for Prometheus\n"
+    "  --state DIR          of announce and status: where it is kept who was announced\n"
     "  --watch TIME         of announce: do so again after that time, for ever\n"
     "  --count              of log: how often each message came\n"
     "  --explain            of log: cause, effect and remedy of each message\n"
     "  --follow             of log: go on with what comes\n"
     "  --level NUMBER       of log: messages of that level, 101 to 105, and above\n"
-    "  --messages FILE      of log: what is known of the messages\n"
+    "  --messages FILE      of log and status: what is known of the messages\n"
     "  --module NAME        of log: messages of Init, or of Init: ReadConf\n"
     "  --pid NUMBER         of log: messages of that process\n"
     "  --help               this text\n"
@@ -150,6 +162,7 @@ void TakeOption(Request *request, int letter) {
     case 'n': request->form = Form::kNagios; break;
     case 'o': request->older = TakeTime("--older", optarg); break;
     case 'P': request->form = Form::kPrometheus; break;
+    case 's': request->state = optarg; break;
     case 'w': request->watch = TakeTime("--watch", optarg); break;
     case 'f': request->spell = TakeTime("--for", optarg); break;
     default: Tool_TakeInfoOption(letter, Help().c_str());

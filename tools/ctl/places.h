@@ -4,5 +4,6 @@
 
 inline constexpr const char *kCtlDir = "/usr/local/korvo/etc";  // that of the programs
 inline constexpr const char *kCtlMessages = "/usr/local/korvo/share/korvo/messages";
+inline constexpr const char *kCtlState = "/run/korvo/told";
 
 #endif

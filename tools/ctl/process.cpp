@@ -9,7 +9,9 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
+#include <string_view>
 
 #include "debug/text.h"
 #include "tools/common/tool.h"
@@ -18,7 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned kListening = 10;  // states of /proc/net/tcp
+constexpr std::string_view kVersionMark = "@(#)korvo ";  // core/main.cpp has it
+constexpr unsigned kListening = 10;                      // states of /proc/net/tcp
 constexpr unsigned kEstablished = 1;
 constexpr unsigned kCloseWait = 8;
 
@@ -122,11 +125,46 @@ pid_t Process_Main(const ConfLine &line) {
   return 0;
 }
 
+std::string Process_Name(pid_t pid) {
+  std::ifstream file(Tool_Format("/proc/%d/comm", static_cast<int>(pid)));
+  std::string name;
+  std::getline(file, name);
+  return name;
+}
+
+std::string Process_Version(pid_t pid) {
+  std::ifstream file(Tool_Format("/proc/%d/exe", static_cast<int>(pid)), std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::size_t at = bytes.find(kVersionMark);
+  if (at == std::string::npos) return "";
+  const std::size_t begin = at + kVersionMark.size();
+  return bytes.substr(begin, bytes.find('\n', begin) - begin);
+}
+
+bool Process_IsReplaced(pid_t pid) {
+  std::error_code error;
+  const std::string file =
+      fs::read_symlink(Tool_Format("/proc/%d/exe", static_cast<int>(pid)), error).string();
+  return file.ends_with(" (deleted)");
+}
+
+std::string Process_Unit(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/cgroup");
+  std::string unit;
+  for (std::string text; std::getline(file, text);) {
+    const std::size_t end = text.rfind(".service");
+    const std::size_t begin = text.rfind("/korvo-", end);
+    if (end != std::string::npos && begin != std::string::npos)
+      unit = text.substr(begin + 1, end + 7 - begin);
+  }
+  return unit;
+}
+
 std::vector<ProcessInfo> Process_Group(pid_t main) {
   std::vector<ProcessInfo> group;
   for (const std::string &pid : AllPids()) {
     ProcessInfo info = {};
-    if (ReadInfo(pid, &info) && info.group == main) group.push_back(info);
+    if (ReadInfo(pid, &info) && (info.group == main || info.pid == main)) group.push_back(info);
   }
   std::stable_partition(group.begin(), group.end(),
                         [main](const ProcessInfo &info) { return info.pid == main; });

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <string>
 #include <vector>
 
 #include "tools/ctl/conf.h"
@@ -22,6 +23,18 @@ Connections Process_Connections(const ConfLine &line);
 // The process that has the admin port; 0: there is none, or this user may not see it.
 pid_t Process_Main(const ConfLine &line);
 
+std::string Process_Name(pid_t pid);
+
+// That of this system which its file was built as; empty: it is another program's, or it cannot be
+// read.
+std::string Process_Version(pid_t pid);
+
+// Whether its file was deleted, or another put in its place.
+bool Process_IsReplaced(pid_t pid);
+
+// The unit of systemd that it belongs to, or nothing.
+std::string Process_Unit(pid_t pid);
+
 struct ProcessInfo {
   pid_t pid;
   pid_t group;
@@ -29,7 +42,7 @@ struct ProcessInfo {
   long long resident;  // bytes
 };
 
-// All of that group, the main process first.
+// All of its group, the main process first.  A stranger need not lead one.
 std::vector<ProcessInfo> Process_Group(pid_t main);
 
 #endif

@@ -26,7 +26,8 @@ struct Request {
   std::chrono::seconds older = {};
   std::string messages = kCtlMessages;  // of a log
   std::string module;
-  std::int32_t level = 0;  // 0: all
+  std::string state = kCtlState;  // a folder
+  std::int32_t level = 0;         // 0: all
   std::int32_t pid = 0;
   bool follow = false, count = false, explain = false;
 };

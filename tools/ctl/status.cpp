@@ -1,18 +1,26 @@
-#include <signal.h>
 #include <sysexits.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
 
+#include "debug/log.h"
 #include "tools/common/tool.h"
 #include "tools/ctl/commands.h"
+#include "tools/ctl/entries.h"
+#include "tools/ctl/messages.h"
 #include "tools/ctl/process.h"
+#include "tools/ctl/run.h"
+#include "tools/ctl/told.h"
 
 namespace {
 
 constexpr int kNagiosCritical = 2;
+constexpr std::size_t kLastEntries = 3;
+
+// A message of the log, and what to do about it.
+struct Trouble {
+  std::string text, remedy;
+};
 
 struct Status {
   const ConfLine *line;
@@ -20,32 +28,96 @@ struct Status {
   Asked asked;
   std::vector<ProcessInfo> group;  // none: it is elsewhere, or this user may not see it
   Connections connections;
+  std::string program, version;       // of the main process; empty: not known
+  bool is_replaced;                   // its file, since it started
+  std::string unit, unit_state;       // empty: none
+  std::vector<std::string> told;      // "ID:TYPE"
+  std::vector<std::string> findings;  // of check, when it does not answer
+  std::vector<Trouble> log;           // the last messages at level 104
 };
-
-std::vector<Status> LookAt(const std::vector<const ConfLine *> &lines,
-                           std::chrono::nanoseconds time) {
-  std::vector<Target> targets;
-  targets.reserve(lines.size());
-  for (const ConfLine *line : lines) targets.push_back(Ask_Target(*line));
-  const std::vector<Asked> asked = Ask_Ping(targets, time);
-  std::vector<Status> all;
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    Status status = {lines[i], targets[i], asked[i], {}, {}};
-    if (const pid_t main = Process_Main(*lines[i]); main > 0) status.group = Process_Group(main);
-    if (Process_Socket(*lines[i]) != 0) status.connections = Process_Connections(*lines[i]);
-    all.push_back(status);
-  }
-  return all;
-}
 
 bool IsUp(const Status &status) { return status.asked.reply == Reply::kPong; }
 
 bool IsHere(const Status &status) { return Process_Socket(*status.line) != 0; }
 
-int Memory(const Status &status) {
+// What systemd says about a unit that it has, or nothing.
+std::string StateOf(const std::string &unit) {
+  std::string text;
+  const std::string loaded = "LoadState=loaded";
+  Run_Output(
+      {"systemctl", "show", "--property=LoadState,ActiveState,SubState,Result,NRestarts", unit},
+      &text);
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  const std::size_t at = text.find(loaded);
+  if (at == std::string::npos) return "";
+  text.erase(at, loaded.size() + 1);
+  while (!text.empty() && text.back() == ' ') text.pop_back();
+  return text;
+}
+
+// The level is not in the log: a text that may come at several is taken for one of the highest.
+// The configuration that a program shows at its start, and the level of its log, are no trouble.
+bool IsTrouble(const std::vector<const Message *> &known) {
+  return !known.empty() && known[0]->level >= kFatal && known[0]->module != "Init: DisplayCfg" &&
+         known[0]->module != "DEBUG: SetLevel";
+}
+
+std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Message> &messages) {
+  std::vector<Trouble> troubles;
+  for (const Entry &entry : Entries_All(log)) {
+    const std::vector<const Message *> known = Messages_Find(messages, entry.body);
+    if (!IsTrouble(known)) continue;
+    const std::string_view body = entry.body;
+    troubles.push_back({std::string(body.substr(0, body.find('\n'))), known[0]->remedy});
+  }
+  const std::size_t count = troubles.size();
+  if (count > kLastEntries) troubles.erase(troubles.begin(), troubles.end() - kLastEntries);
+  return troubles;
+}
+
+// All that this machine knows of a program that is, or should be, on it.
+void LookInside(Status *status, const Request &request, const std::vector<Message> &messages) {
+  const ConfLine &line = *status->line;
+  if (!Conf_IsHere(line)) return;
+  const pid_t main = Process_Main(line);
+  if (main > 0) {
+    status->group = Process_Group(main);
+    status->program = Process_Name(main);
+    status->version = Process_Version(main);
+    status->is_replaced = Process_IsReplaced(main);
+    status->unit = Process_Unit(main);
+  }
+  if (IsHere(*status)) status->connections = Process_Connections(line);
+  if (!IsUp(*status)) {
+    status->findings = Command_Findings(request.dir, Conf_Name(line));
+    if (status->unit.empty()) status->unit = Command_Unit(line);
+  }
+  if (!status->unit.empty()) status->unit_state = StateOf(status->unit);
+  if (status->unit_state.empty()) status->unit.clear();
+  status->told = Told_List(request.state, line);
+  status->log = TroublesIn(Entries_Tail(main, status->unit), messages);
+}
+
+std::vector<Status> LookAt(const std::vector<const ConfLine *> &lines, const Request &request) {
+  std::vector<Target> targets;
+  targets.reserve(lines.size());
+  for (const ConfLine *line : lines) targets.push_back(Ask_Target(*line));
+  const std::vector<Asked> asked = Ask_Ping(targets, request.peer.left);
+  std::vector<Message> messages;
+  (void)Messages_Read(request.messages, &messages);  // without them no message has a level
+  std::vector<Status> all;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    Status status = {lines[i], targets[i], asked[i], {}, {}, "", "", false, "", "", {}, {}, {}};
+    LookInside(&status, request, messages);
+    all.push_back(status);
+  }
+  return all;
+}
+
+long long Memory(const Status &status) {
   long long bytes = 0;
   for (const ProcessInfo &info : status.group) bytes += info.resident;
-  return static_cast<int>(bytes / 1024);
+  return bytes;
 }
 
 int Uptime(const Status &status) { return static_cast<int>(status.group[0].age); }
@@ -55,17 +127,53 @@ std::string AnswerText(const Status &status) {
   return status.asked.reply == Reply::kNone ? "no answer" : std::strerror(status.asked.err);
 }
 
+std::string Joined(const std::vector<std::string> &words, const char *between) {
+  std::string text;
+  for (const std::string &word : words) {
+    if (!text.empty()) text += between;
+    text += word;
+  }
+  return text;
+}
+
+std::string ProcessText(const Status &status) {
+  if (status.group.empty())
+    return IsHere(status) ? "  its processes belong to another user: ask as that one, or as root\n"
+                          : "";
+  const std::string program = status.program + (status.version.empty() ? "" : " " + status.version);
+  std::string text =
+      Tool_Format("  process %d, %s: up %d s, %d in its group, %d KiB resident\n",
+                  static_cast<int>(status.group[0].pid), program.c_str(), Uptime(status),
+                  static_cast<int>(status.group.size()), static_cast<int>(Memory(status) / 1024));
+  if (status.is_replaced)
+    text += "  its file was replaced since it started: a restart takes the new one\n";
+  return text;
+}
+
 std::string Plain(const Status &status) {
   std::string text =
       Tool_Format("%s: %s\n", status.target.name.c_str(), AnswerText(status).c_str());
-  if (!IsHere(status)) return text;
-  text += Tool_Format("  connections: %d in hand, %d not accepted yet\n",
-                      status.connections.in_hand, status.connections.waiting);
-  if (status.group.empty())
-    return text + "  its processes belong to another user: ask as that one, or as root\n";
-  return text + Tool_Format("  process %d: up %d s, %d in its group, %d KiB resident\n",
-                            static_cast<int>(status.group[0].pid), Uptime(status),
-                            static_cast<int>(status.group.size()), Memory(status));
+  if (IsHere(status))
+    text += Tool_Format("  connections: %d in hand, %d not accepted yet\n",
+                        status.connections.in_hand, status.connections.waiting);
+  text += ProcessText(status);
+  if (!status.unit.empty())
+    text += Tool_Format("  unit %s: %s\n", status.unit.c_str(), status.unit_state.c_str());
+  if (!status.told.empty())
+    text += Tool_Format("  told by korvoctl of %s\n", Joined(status.told, ", ").c_str());
+  for (const std::string &finding : status.findings)
+    text += Tool_Format("  check: %s\n", finding.c_str());
+  for (const Trouble &trouble : status.log)
+    text +=
+        Tool_Format("  log: %s\n    remedy: %s\n", trouble.text.c_str(), trouble.remedy.c_str());
+  return text;
+}
+
+std::string JsonList(const std::vector<std::string> &texts) {
+  std::vector<std::string> quoted;
+  quoted.reserve(texts.size());
+  for (const std::string &text : texts) quoted.push_back(Request_Json(text));
+  return Tool_Format("[%s]", Joined(quoted, ", ").c_str());
 }
 
 std::string Json(const Status &status) {
@@ -78,10 +186,22 @@ std::string Json(const Status &status) {
     text += Tool_Format(", \"connections\": %d, \"waiting\": %d", status.connections.in_hand,
                         status.connections.waiting);
   if (!status.group.empty())
-    text += Tool_Format(", \"pid\": %d, \"uptime\": %d, \"processes\": %d, \"memory\": %d",
-                        static_cast<int>(status.group[0].pid), Uptime(status),
-                        static_cast<int>(status.group.size()), Memory(status));
-  return text + "}";
+    text += Tool_Format(
+        ", \"pid\": %d, \"uptime\": %d, \"processes\": %d, \"memory\": %d, \"program\": %s, "
+        "\"version\": %s, \"replaced\": %s",
+        static_cast<int>(status.group[0].pid), Uptime(status),
+        static_cast<int>(status.group.size()), static_cast<int>(Memory(status) / 1024),
+        Request_Json(status.program).c_str(),
+        status.version.empty() ? "null" : Request_Json(status.version).c_str(),
+        status.is_replaced ? "true" : "false");
+  if (!status.unit.empty())
+    text += Tool_Format(", \"unit\": %s, \"unitstate\": %s", Request_Json(status.unit).c_str(),
+                        Request_Json(status.unit_state).c_str());
+  std::vector<std::string> log;
+  for (const Trouble &trouble : status.log) log.push_back(trouble.text);
+  return text + Tool_Format(", \"told\": %s, \"findings\": %s, \"log\": %s}",
+                            JsonList(status.told).c_str(), JsonList(status.findings).c_str(),
+                            JsonList(log).c_str());
 }
 
 std::string Nagios(const std::vector<Status> &all) {
@@ -99,26 +219,35 @@ std::string Nagios(const std::vector<Status> &all) {
                      figures.c_str());
 }
 
+// A family of figures: its lines stand together.
+struct Family {
+  const char *name;
+  std::string lines;
+};
+
 std::string Prometheus(const std::vector<Status> &all) {
-  std::string text = "# TYPE korvo_up gauge\n";
-  std::string times = "# TYPE korvo_ping_seconds gauge\n";
-  std::string connections = "# TYPE korvo_connections gauge\n";
-  std::string processes = "# TYPE korvo_processes gauge\n";
+  Family up = {"korvo_up", ""}, times = {"korvo_ping_seconds", ""};
+  Family connections = {"korvo_connections", ""}, processes = {"korvo_processes", ""};
+  Family memory = {"korvo_memory_bytes", ""}, uptime = {"korvo_uptime_seconds", ""};
   for (const Status &status : all) {
-    const std::string id = Request_Json(status.line->words[0]);
-    const char type = status.line->config.Type;
-    text += Tool_Format("korvo_up{id=%s,type=\"%c\"} %d\n", id.c_str(), type, IsUp(status) ? 1 : 0);
-    if (IsUp(status))
-      times += Tool_Format("korvo_ping_seconds{id=%s,type=\"%c\"} %.6f\n", id.c_str(), type,
-                           status.asked.milliseconds / 1000);
-    if (IsHere(status))
-      connections += Tool_Format("korvo_connections{id=%s,type=\"%c\"} %d\n", id.c_str(), type,
-                                 status.connections.in_hand);
-    if (!status.group.empty())
-      processes += Tool_Format("korvo_processes{id=%s,type=\"%c\"} %d\n", id.c_str(), type,
-                               static_cast<int>(status.group.size()));
+    const std::string labels =
+        Tool_Format("{id=%s,type=\"%c\"} ", Request_Json(status.line->words[0]).c_str(),
+                    status.line->config.Type);
+    const auto add = [&labels](Family *family, const std::string &value) {
+      family->lines += family->name + labels + value + "\n";
+    };
+    add(&up, IsUp(status) ? "1" : "0");
+    if (IsUp(status)) add(&times, Tool_Format("%.6f", status.asked.milliseconds / 1000));
+    if (IsHere(status)) add(&connections, std::to_string(status.connections.in_hand));
+    if (status.group.empty()) continue;
+    add(&processes, std::to_string(status.group.size()));
+    add(&memory, std::to_string(Memory(status)));
+    add(&uptime, std::to_string(Uptime(status)));
   }
-  return text + times + connections + processes;
+  std::string text;
+  for (const Family &family : {up, times, connections, processes, memory, uptime})
+    text += Tool_Format("# TYPE %s gauge\n", family.name) + family.lines;
+  return text;
 }
 
 std::string Shown(const std::vector<Status> &all, Form form) {
@@ -130,121 +259,15 @@ std::string Shown(const std::vector<Status> &all, Form form) {
   return form == Form::kPlain ? text : text + "]\n";
 }
 
-// Ending.
-
-// The only line that the id names, of a program of this machine; or the end of the process.
-const ConfLine *TakeHere(const Request &request, const Conf &conf) {
-  const std::vector<const ConfLine *> lines = Request_Lines(request, conf);
-  if (lines.size() > 1)
-    Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", Request_Word(request, 0),
-              static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
-  if (Process_Socket(*lines[0]) == 0)
-    Tool_Fail(EX_UNAVAILABLE, "%s does not run on this machine",
-              Ask_Target(*lines[0]).name.c_str());
-  return lines[0];
-}
-
-// Until no connection is in hand; how many are left when the time is over.
-int AwaitIdle(const ConfLine &line, std::chrono::nanoseconds time) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point end = Clock::now() + time;
-  int left = 0;
-  for (;;) {
-    const Connections connections = Process_Connections(line);
-    left = connections.in_hand + connections.waiting;
-    if (left == 0 || Clock::now() >= end) break;
-    Ask_Progress(
-        Tool_Format("waiting for %d connections of %s", left, Ask_Target(line).name.c_str())
-            .c_str());
-    constexpr timespec kPause = {0, 50000000};
-    nanosleep(&kPause, nullptr);
-  }
-  Ask_Progress(nullptr);
-  return left;
-}
-
-// The unit that the process belongs to, or nothing.
-std::string UnitOf(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/cgroup");
-  std::string unit;
-  for (std::string text; std::getline(file, text);) {
-    const std::size_t end = text.rfind(".service");
-    const std::size_t begin = text.rfind("/korvo-", end);
-    if (end != std::string::npos && begin != std::string::npos)
-      unit = text.substr(begin + 1, end + 7 - begin);
-  }
-  return unit;
-}
-
 }  // namespace
 
 int Command_Status(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const std::vector<Status> all = LookAt(Request_Lines(*request, conf), request->peer.left);
+  const std::vector<Status> all = LookAt(Request_Lines(*request, conf), *request);
   Tool_Print(Shown(all, request->form));
   const auto down = std::find_if_not(all.begin(), all.end(), IsUp);
   if (down == all.end()) return EX_OK;
   if (request->form == Form::kNagios) return kNagiosCritical;
   if (request->form == Form::kPrometheus) return EX_OK;  // that it is down is what was asked for
   return down->asked.reply == Reply::kNone ? EX_TEMPFAIL : EX_UNAVAILABLE;
-}
-
-int Command_Drain(Request *request) {
-  const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = *TakeHere(*request, conf);
-  const int left = AwaitIdle(line, request->peer.left);
-  if (left > 0)
-    Tool_Fail(EX_TEMPFAIL, "%s has %d connections still; --timeout gives them more",
-              Ask_Target(line).name.c_str(), left);
-  return EX_OK;
-}
-
-int Command_Stop(Request *request) {
-  const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = *TakeHere(*request, conf);
-  // A manager keeps its connections to an engine for as long as both live.
-  if (line.config.Type != 'E') AwaitIdle(line, request->peer.left);
-  const Target target = Ask_Target(line);
-  const int err = Ask_Send(target, "\t@COMMAND=SHUTDOWN\n");
-  return err == 0 ? EX_OK : Ask_Complain(target, {Reply::kRefused, err, 0});
-}
-
-int Command_Restart(Request *request) {
-  const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = *TakeHere(*request, conf);
-  const std::string unit = UnitOf(Process_Main(line));
-  if (unit.empty())
-    Tool_Fail(EX_UNAVAILABLE,
-              "no unit of systemd runs %s, and nobody else knows how it was started",
-              Ask_Target(line).name.c_str());
-  Tool_Print("systemctl restart " + unit + "\n");
-  return EX_OK;
-}
-
-int Command_Reap(Request *request) {
-  const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = *TakeHere(*request, conf);
-  if (request->older.count() == 0)
-    Tool_Fail(EX_USAGE, "reap needs --older, the age of a connection that may end");
-  if (line.config.Type != 'C')
-    Tool_Fail(EX_UNAVAILABLE,
-              "%s serves many connections with a process, and how old one is cannot be told",
-              Conf_Name(line).c_str());
-  const pid_t main = Process_Main(line);
-  if (main == 0)
-    Tool_Fail(EX_NOPERM,
-              "the processes of %s belong to another user: do it as that one, or as root",
-              Conf_Name(line).c_str());
-  int status = EX_OK;
-  for (const ProcessInfo &info : Process_Group(main)) {
-    if (info.pid == main || info.age < static_cast<double>(request->older.count())) continue;
-    if (kill(info.pid, SIGTERM) == 0) {
-      Tool_Print(Tool_Format("ended process %d, %d s old\n", static_cast<int>(info.pid),
-                             static_cast<int>(info.age)));
-    } else if (errno != ESRCH) {
-      Tool_Warn("cannot end process %d: %s", static_cast<int>(info.pid), std::strerror(errno));
-      status = EX_NOPERM;
-    }
-  }
-  return status;
 }

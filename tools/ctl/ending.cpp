@@ -1,0 +1,109 @@
+#include <signal.h>
+#include <sysexits.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tools/common/tool.h"
+#include "tools/ctl/commands.h"
+#include "tools/ctl/process.h"
+#include "tools/ctl/run.h"
+
+namespace {
+
+// The only line that the id names, of a program of this machine; or the end of the process.
+const ConfLine *TakeHere(const Request &request, const Conf &conf) {
+  const std::vector<const ConfLine *> lines = Request_Lines(request, conf);
+  if (lines.size() > 1)
+    Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", Request_Word(request, 0),
+              static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
+  if (Process_Socket(*lines[0]) == 0)
+    Tool_Fail(EX_UNAVAILABLE, "%s does not run on this machine",
+              Ask_Target(*lines[0]).name.c_str());
+  return lines[0];
+}
+
+// Until no connection is in hand; how many are left when the time is over.
+int AwaitIdle(const ConfLine &line, std::chrono::nanoseconds time) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + time;
+  int left = 0;
+  for (;;) {
+    const Connections connections = Process_Connections(line);
+    left = connections.in_hand + connections.waiting;
+    if (left == 0 || Clock::now() >= end) break;
+    Ask_Progress(
+        Tool_Format("waiting for %d connections of %s", left, Ask_Target(line).name.c_str())
+            .c_str());
+    constexpr timespec kPause = {0, 50000000};
+    nanosleep(&kPause, nullptr);
+  }
+  Ask_Progress(nullptr);
+  return left;
+}
+
+}  // namespace
+
+int Command_Drain(Request *request) {
+  const Conf conf = Conf_Read(request->dir);
+  const ConfLine &line = *TakeHere(*request, conf);
+  const int left = AwaitIdle(line, request->peer.left);
+  if (left > 0)
+    Tool_Fail(EX_TEMPFAIL, "%s has %d connections still; --timeout gives them more",
+              Ask_Target(line).name.c_str(), left);
+  return EX_OK;
+}
+
+int Command_Stop(Request *request) {
+  const Conf conf = Conf_Read(request->dir);
+  const ConfLine &line = *TakeHere(*request, conf);
+  // A manager keeps its connections to an engine for as long as both live.
+  if (line.config.Type != 'E') AwaitIdle(line, request->peer.left);
+  const Target target = Ask_Target(line);
+  const int err = Ask_Send(target, "\t@COMMAND=SHUTDOWN\n");
+  return err == 0 ? EX_OK : Ask_Complain(target, {Reply::kRefused, err, 0});
+}
+
+int Command_Restart(Request *request) {
+  const Conf conf = Conf_Read(request->dir);
+  const ConfLine &line = *TakeHere(*request, conf);
+  const std::string unit = Process_Unit(Process_Main(line));
+  if (unit.empty())
+    Tool_Fail(EX_UNAVAILABLE,
+              "no unit of systemd runs %s, and nobody else knows how it was started",
+              Ask_Target(line).name.c_str());
+  Ask_Progress(Tool_Format("waiting for %s", unit.c_str()).c_str());
+  const int status = Run_Status({"systemctl", "restart", unit});
+  Ask_Progress(nullptr);
+  if (status == 0) return EX_OK;
+  Tool_Fail(EX_UNAVAILABLE, "systemctl restart %s failed; korvoctl status %s shows why",
+            unit.c_str(), Conf_Name(line).c_str());
+}
+
+int Command_Reap(Request *request) {
+  const Conf conf = Conf_Read(request->dir);
+  const ConfLine &line = *TakeHere(*request, conf);
+  if (request->older.count() == 0)
+    Tool_Fail(EX_USAGE, "reap needs --older, the age of a connection that may end");
+  if (line.config.Type != 'C')
+    Tool_Fail(EX_UNAVAILABLE,
+              "%s serves many connections with a process, and how old one is cannot be told",
+              Conf_Name(line).c_str());
+  const pid_t main = Process_Main(line);
+  if (main == 0)
+    Tool_Fail(EX_NOPERM,
+              "the processes of %s belong to another user: do it as that one, or as root",
+              Conf_Name(line).c_str());
+  int status = EX_OK;
+  for (const ProcessInfo &info : Process_Group(main)) {
+    if (info.pid == main || info.age < static_cast<double>(request->older.count())) continue;
+    if (kill(info.pid, SIGTERM) == 0) {
+      Tool_Print(Tool_Format("ended process %d, %d s old\n", static_cast<int>(info.pid),
+                             static_cast<int>(info.age)));
+    } else if (errno != ESRCH) {
+      Tool_Warn("cannot end process %d: %s", static_cast<int>(info.pid), std::strerror(errno));
+      status = EX_NOPERM;
+    }
+  }
+  return status;
+}
