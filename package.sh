@@ -96,7 +96,7 @@ lay_out() {
   debian "$2" "$1"
   mkdir "$folder/$2/packages"
   cp "$packages"/korvo*_"$1".deb "$folder/$2/packages"
-  cp packaging/trial.sh "$folder/$2"
+  cp packaging/trial.sh packaging/faults.sh "$folder/$2"
 }
 
 # A control group for the systemd of the trial, which takes the one that it finds itself in for the machine's.
@@ -159,6 +159,8 @@ if find_group; then
   lay_out "$arch" booted
   inside booted /trial.sh prepare
   boot booted
+  booted /trial.sh faults
+  cp "$folder/booted/faults.md" "$packages"
   booted /trial.sh booted
   booted systemctl --force --force poweroff || true
   wait || true

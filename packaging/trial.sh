@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # packaging/trial.sh PHASE   tries the packages in /packages on the Debian that it runs in; ../package.sh starts it there
 #
-# The phases are plain, for a Debian where no systemd runs, then prepare, booted and purged for one where it does; and
+# The phases are plain, for a Debian where no systemd runs, then prepare, faults and booted for one where it does; and
 # daemon, for one with the package korvo alone.
 set -eu -o pipefail
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C
@@ -166,6 +166,7 @@ prepare() {
   apt-get update -qq >>$log 2>&1
   install /packages/korvo_*.deb /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
   configure
+  install iproute2  # for a machine that is gone
 }
 
 # held UNIT PORT: a connection that is open while the unit restarts has its answer.
@@ -253,4 +254,6 @@ daemon() {
 }
 
 : >>$log
+# shellcheck source=packaging/faults.sh
+[ "$1" != faults ] || . /faults.sh
 "$1"

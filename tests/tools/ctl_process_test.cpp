@@ -114,6 +114,7 @@ struct Instead {
 
 constexpr const char *kMessages =
     "Init: DisplayCfg\t104\tID         = %s\tc\te\tr\n"
+    "Init: DisplayDB\t104\tDatabase Info\tc\te\tr\n"
     "Init: ReadConf\t104\tUnable to open '%s': errno = %d\tc\te\tPut it there.\n"
     "MainCore: Loop\t103\tA client went\tc\te\tr\n";
 
@@ -130,7 +131,8 @@ TEST(CtlProcess, Status_OfOneThatIsDownSaysWhatIsKnown) {
                  LogEntry("[Init: ReadConf] Unable to open 'b': errno = 2") +
                  LogEntry("[Init: ReadConf] Unable to open 'c': errno = 3") +
                  LogEntry("[MainCore: Loop] A client went") +
-                 LogEntry("[Init: DisplayCfg] ID         = web1") + LogEntry("[Other: Text] any") +
+                 LogEntry("[Init: DisplayCfg] ID         = web1") +
+                 LogEntry("[Init: DisplayDB] Database Info") + LogEntry("[Other: Text] any") +
                  LogEntry("[Init: ReadConf] Unable to open 'd': errno = 4"));
   instead.Add(
       "systemctl",

@@ -32,6 +32,7 @@ struct NetSocket {
 };
 
 // The sockets at that address of this machine; its IP is shown as it lies in memory.
+// A unit may hide /proc/net, but not what belongs to its processes.
 std::vector<NetSocket> SocketsAt(const char *path, const ConfLine &line, std::int16_t port) {
   const std::string wanted =
       Tool_Format("%08X:%04X", inet_addr(line.config.IP), static_cast<unsigned>(port));
@@ -99,14 +100,14 @@ bool ReadInfo(const std::string &pid, ProcessInfo *info) {
 }  // namespace
 
 unsigned long Process_Socket(const ConfLine &line) {
-  for (const NetSocket &socket : SocketsAt("/proc/net/udp", line, line.config.AdminPort))
+  for (const NetSocket &socket : SocketsAt("/proc/self/net/udp", line, line.config.AdminPort))
     if (socket.inode != 0) return socket.inode;
   return 0;
 }
 
 Connections Process_Connections(const ConfLine &line) {
   Connections connections = {};
-  for (const NetSocket &socket : SocketsAt("/proc/net/tcp", line, line.config.ClientPort)) {
+  for (const NetSocket &socket : SocketsAt("/proc/self/net/tcp", line, line.config.ClientPort)) {
     if (socket.state == kListening) continue;
     // Without a number it belongs to nobody: nobody has accepted it yet, or it has been closed.
     if (socket.inode != 0) ++connections.in_hand;

@@ -58,8 +58,9 @@ std::string StateOf(const std::string &unit) {
 // The level is not in the log: a text that may come at several is taken for one of the highest.
 // The configuration that a program shows at its start, and the level of its log, are no trouble.
 bool IsTrouble(const std::vector<const Message *> &known) {
-  return !known.empty() && known[0]->level >= kFatal && known[0]->module != "Init: DisplayCfg" &&
-         known[0]->module != "DEBUG: SetLevel";
+  if (known.empty() || known[0]->level < kFatal) return false;
+  const std::string &module = known[0]->module;
+  return module != "Init: DisplayCfg" && module != "Init: DisplayDB" && module != "DEBUG: SetLevel";
 }
 
 std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Message> &messages) {
