@@ -54,7 +54,7 @@ mend() {
 # occupy PORT TYPE: another program has the port, until the fault is mended.
 occupy() {
   perl -MIO::Socket::INET -e '
-    my $s = IO::Socket::INET->new(LocalAddr => "127.0.0.1:$ARGV[0]", Proto => $ARGV[1], $ARGV[1] eq "tcp" ? (Listen => 5) : ())
+    my $s = IO::Socket::INET->new(LocalAddr => "127.0.0.1:$ARGV[0]", ReuseAddr => 1, Proto => $ARGV[1], $ARGV[1] eq "tcp" ? (Listen => 5) : ())
       or die "$!";
     sleep 600' "$1" "$2" >>$log 2>&1 </dev/null &
   occupant=$!

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "tests/tools/ctl.h"
 
@@ -216,6 +217,57 @@ TEST(CtlTree, Announce_WithAMacroLosesNobodyAtAll) {
   for (const std::string id : {"a", "b", "c"}) EXPECT_TRUE(IsListed(site, web, id)) << id;
   ExpectRefused(site.Ctl({"announce", "web1", "--macro", "/none"}), 65,
                 site.Place(web) + " cannot open the page macro /none");
+}
+
+// A daemon that asks a manager is silent for as long as that is: it knows it.
+TEST(CtlTree, Announce_TakesSilenceForKnown) {
+  Admin admin;
+  const Manager manager;
+  Site site;
+  site.Text("web1 C 127.0.0.1 " + std::to_string(manager.Port()) + " " +
+            std::to_string(admin.Port()) + " -");
+  for (const std::string id : {"one", "two"}) site.Start(site.Line(id, 'S', "web1"));
+  Tool tool(site.Ctl({"announce", "web1", "--macro", "page", "--timeout", "2"}));
+  const std::string ping = admin.Receive();
+  admin.Reply(Pong(NumberIn(ping)));
+  const std::string unknown = "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n";
+  manager.Accept().Send(unknown);
+  const Socket silent = manager.Accept();
+  manager.Accept().Send(unknown);
+  EXPECT_TRUE(admin.Receive().starts_with("\t@COMMAND=STARTUPANNOUNCEMENT\tID=two\tTYPE=S\t"));
+  EXPECT_EQ(0, tool.Status()) << tool.Errors();
+}
+
+bool HasOpen(pid_t pid, const std::string &path) {
+  std::error_code error;
+  for (const auto &fd :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error))
+    if (std::filesystem::read_symlink(fd.path(), error) == path) return true;
+  return false;
+}
+
+// As the units of a machine announce when it boots: the second asks when the first has announced.
+TEST(CtlTree, Announce_WaitsForOneThatIsAtIt) {
+  const Manager manager;
+  Admin web;
+  Site site;
+  site.Text("web1 C 127.0.0.1 " + std::to_string(manager.Port()) + " " +
+            std::to_string(web.Port()) + " -");
+  site.Start(site.Line("one", 'S', "web1"));
+  const Folder state, first_files, second_files;
+  const Arguments announce =
+      site.Ctl({"announce", "web1", "--macro", "page", "--state", state.Path(), "--timeout", "60"});
+  const Process first(announce, first_files.Path());
+  std::string ping = web.Receive();
+  web.Reply(Pong(NumberIn(ping)));
+  const std::string unknown = "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n";
+  manager.Accept().Send(unknown);
+  const Socket asked = manager.Accept();
+  const Process second(announce, second_files.Path());
+  EXPECT_TRUE(Eventually([&] { return HasOpen(second.Pid(), state.Path()); }));
+  asked.Send(unknown);
+  EXPECT_TRUE(web.Receive().starts_with("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=S\t"));
+  EXPECT_TRUE(web.Receive().starts_with("\t@COMMAND=PING\t"));
 }
 
 TEST(CtlTree, Watch_AnnouncesAgainAndTakesTheStandby) {

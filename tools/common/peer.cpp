@@ -81,19 +81,24 @@ sockaddr_in Peer_Address(Peer *peer, const char *port_option) {
   return address;
 }
 
-void Peer_Wait(Peer *peer, int fd, short events) {
+bool Peer_Awaits(Peer *peer, int fd, short events) {
   const Clock::time_point end = Clock::now() + peer->left;
   pollfd ready = {fd, events, 0};
   int count = 0;
   do {
     peer->left = end - Clock::now();
-    if (peer->left.count() <= 0)
-      Tool_Fail(EX_TEMPFAIL, "%s/%d did not answer in time; --timeout gives it more", peer->host,
-                peer->port);
+    if (peer->left.count() <= 0) return false;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(peer->left);
     count = poll(&ready, 1, static_cast<int>(left.count()));
   } while (count <= 0);
   peer->left = end - Clock::now();
+  return true;
+}
+
+void Peer_Wait(Peer *peer, int fd, short events) {
+  if (!Peer_Awaits(peer, fd, events))
+    Tool_Fail(EX_TEMPFAIL, "%s/%d did not answer in time; --timeout gives it more", peer->host,
+              peer->port);
 }
 
 int Peer_PendingError(int sock) {

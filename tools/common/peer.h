@@ -25,9 +25,12 @@ bool Peer_TakeOption(Peer *peer, int letter);
 // time is left.
 sockaddr_in Peer_Address(Peer *peer, const char *port_option);
 
-// Waits until the descriptor is ready for the events and takes the time off peer->left; ends the
-// process with EX_TEMPFAIL when none is left.  What the tool does between two waits costs nothing,
-// so a pager that holds its output up does not make the service look slow.
+// Waits until the descriptor is ready for the events and takes the time off peer->left; false: none
+// is left.
+bool Peer_Awaits(Peer *peer, int fd, short events);
+
+// The same; ends the process with EX_TEMPFAIL when no time is left.  What the tool does between two
+// waits costs nothing, so a pager that holds its output up does not make the service look slow.
 void Peer_Wait(Peer *peer, int fd, short events);
 
 // The error of a socket that its last call could not report yet, or 0.

@@ -112,7 +112,7 @@ std::string Exchange(const ConfLine &parent, const std::string &line, std::size_
   std::string answer;
   char buffer[256];
   for (ssize_t got = 1; got != 0 && answer.size() < size;) {
-    Peer_Wait(&peer, sock, POLLIN);
+    if (!Peer_Awaits(&peer, sock, POLLIN)) break;  // it asks somebody whom it knows
     got = recv(sock, buffer, sizeof buffer, 0);
     if (got < 0 && errno != EAGAIN) break;
     if (got > 0) answer.append(buffer, static_cast<std::size_t>(got));
@@ -192,6 +192,15 @@ int AnnounceAll(const Round &round, const std::vector<const ConfLine *> &parents
   return is_any_up ? EX_OK : EX_UNAVAILABLE;
 }
 
+// One behind the other when units start at the same time: two that find the same Search Manager
+// unknown would both announce it, and the second cut off whom the first has announced behind it.
+int GoRound(Round *round, const std::vector<const ConfLine *> &programs,
+            const std::vector<const ConfLine *> &parents) {
+  const FdGuard lock(Told_Lock(round->request.state, round->request.peer.left));
+  round->now = FindAll(round->conf, programs, round->request.peer.left);
+  return AnnounceAll(*round, parents);
+}
+
 std::vector<const ConfLine *> ParentsOf(const Request &request, const Conf &conf) {
   std::vector<const ConfLine *> parents =
       request.words.empty() ? Conf_Programs(conf) : Request_Lines(request, conf);
@@ -213,13 +222,12 @@ int Command_Announce(Request *request) {
     if (is_below || std::count(parents.begin(), parents.end(), program) == 1)
       programs.push_back(program);
   }
-  Round round = {*request, conf, {}, FindAll(conf, programs, request->peer.left)};
-  const int status = AnnounceAll(round, parents);
+  Round round = {*request, conf, {}, {}};
+  const int status = GoRound(&round, programs, parents);
   while (request->watch.count() > 0) {
     poll(nullptr, 0, static_cast<int>(request->watch.count() * 1000));
     round.before = round.now;
-    round.now = FindAll(conf, programs, request->peer.left);
-    AnnounceAll(round, parents);
+    GoRound(&round, programs, parents);
   }
   return status;
 }

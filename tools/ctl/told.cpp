@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <ctime>
 #include <sstream>
 
 #include "debug/fd_guard.h"
@@ -50,12 +50,22 @@ void Write(int folder, const std::string &name, const std::string &text) {
 
 }  // namespace
 
+int Told_Lock(const std::string &folder, std::chrono::nanoseconds time) {
+  using Clock = std::chrono::steady_clock;
+  constexpr timespec kPause = {0, 20000000};
+  const Clock::time_point end = Clock::now() + time;
+  const int place = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  while (place >= 0 && flock(place, LOCK_EX | LOCK_NB) != 0 && Clock::now() < end)
+    nanosleep(&kPause, nullptr);
+  return place;
+}
+
 void Told_Keep(const std::string &folder, const ConfLine &parent, const ConfLine &child) {
   const unsigned long socket = Process_Socket(parent);
   const std::string name = Conf_Name(parent);
   if (socket == 0 || name.find('/') != std::string::npos) return;
   const FdGuard place(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (place.Get() < 0 || flock(place.Get(), LOCK_EX) != 0) return;
+  if (place.Get() < 0) return;
   std::vector<std::string> names = NamesIn(Read(place.Get(), name), socket);
   if (std::count(names.begin(), names.end(), Conf_Name(child)) == 1) return;
   names.push_back(Conf_Name(child));

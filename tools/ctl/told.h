@@ -7,11 +7,17 @@
 #ifndef TOOLS_CTL_TOLD_H
 #define TOOLS_CTL_TOLD_H
 
+#include <chrono>
 #include <string>
 #include <vector>
 
 #include "tools/ctl/conf.h"
 
+// Waits until no other korvoctl announces to the programs of this machine, but no longer than that.
+// The descriptor holds the others back until it is closed; -1: there is no such folder.
+int Told_Lock(const std::string &folder, std::chrono::nanoseconds time);
+
+// Behind Told_Lock.
 void Told_Keep(const std::string &folder, const ConfLine &parent, const ConfLine &child);
 
 // "ID:TYPE" of those that the program has been told of since it started, in that order.
