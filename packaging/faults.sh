@@ -28,7 +28,7 @@ says() {
   done
   fail "$tool does not say '$pattern' but: $said"
 }
-unit_says() { says 'systemctl status' "$2" systemctl status --no-pager --full --lines=40 "$1"; }
+journal_says() { says journalctl "$2" journalctl --no-pager --quiet --unit="$1"; }
 explained() { # explained UNIT: what the journal has of it, with cause and remedy
   journalctl --quiet --output=cat --unit="$1" --lines=200 | korvoctl log --explain
 }
@@ -96,7 +96,7 @@ ports_are_taken() {
   systemctl stop korvo-web
   occupy 8080 tcp
   systemctl start --no-block korvo-web
-  unit_says korvo-web 'korvo-web: .*(8080|Address already in use)'
+  journal_says korvo-web 'korvo-web: .*(8080|Address already in use)'
   vacate
   mend
 }
@@ -106,7 +106,8 @@ files_are_wrong() {
   sed -i 's/^web1.*/web1 C 127.0.0.1 8001 99999 -/' /etc/korvo/korvo.conf
   says 'korvoctl check' 'korvo.conf:[0-9]+: ADMINPORT' korvoctl check
   systemctl restart --no-block korvo-commmgr@web1
-  unit_says korvo-commmgr@web1 'korvo.conf:[0-9]+: ADMINPORT'
+  journal_says korvo-commmgr@web1 'korvo.conf:[0-9]+: ADMINPORT'
+  says 'korvoctl status web1' 'check: .*ADMINPORT' korvoctl status web1 --timeout 1
   mend
   fault 'no newline behind the last line of korvo.conf'
   truncate -s -1 /etc/korvo/korvo.conf
@@ -120,14 +121,14 @@ files_are_wrong() {
   fault 'korvo.conf belongs to another user'
   chmod 600 /etc/korvo/korvo.conf
   systemctl restart --no-block korvo-commmgr@web1
-  unit_says korvo-commmgr@web1 'korvo.conf.*Permission denied'
+  journal_says korvo-commmgr@web1 'korvo.conf.*Permission denied'
   chmod 644 /etc/korvo/korvo.conf
   mend
   fault 'the line of korvo.db is missing'
   sed -i '/^packages/d' /etc/korvo/korvo.db
   says 'korvoctl check' 'no line has the id of packages:S' korvoctl check
   systemctl restart korvo-searchmgr@packages
-  unit_says korvo-searchmgr@packages 'no line has the id of packages:S'
+  journal_says korvo-searchmgr@packages 'no line has the id of packages:S'
   mend
 }
 
@@ -136,7 +137,7 @@ databases_are_wrong() {
   mv /var/lib/korvo/packages.db /var/lib/korvo/away.db
   says 'korvoctl check' 'SEARCHLOC .*cannot be read: No such file' korvoctl check
   systemctl restart korvo-searchmgr@packages
-  unit_says korvo-searchmgr@packages 'SEARCHLOC .*cannot be read'
+  journal_says korvo-searchmgr@packages 'SEARCHLOC .*cannot be read'
   says 'korvo-query' 'korvo-query: ' korvo-query --port 8001 --group packages --macro package library
   says 'a page of korvo-web' '^HTTP/1.1 50[0-9]' ask '/search?q=library'
   mv /var/lib/korvo/away.db /var/lib/korvo/packages.db
@@ -145,7 +146,7 @@ databases_are_wrong() {
   chmod 700 /var/lib/korvo/packages.db
   chown -R root: /var/lib/korvo/packages.db
   systemctl restart korvo-searchmgr@packages
-  unit_says korvo-searchmgr@packages 'SEARCHLOC .*Permission denied'
+  journal_says korvo-searchmgr@packages 'SEARCHLOC .*Permission denied'
   chown -R korvo: /var/lib/korvo/packages.db
   chmod 755 /var/lib/korvo/packages.db
   mend
@@ -223,7 +224,7 @@ means_run_out() {
   sed -i '$a log /var/log/korvo/web.log' /etc/korvo/korvo-web.conf
   systemctl restart korvo-web
   for _ in {1..60}; do ask / >/dev/null || fail 'korvo-web does not answer'; done
-  unit_says korvo-web 'No space left'
+  journal_says korvo-web 'No space left'
   cp $kept/korvo-web.conf /etc/korvo
   systemctl restart korvo-web
   umount /var/log/korvo

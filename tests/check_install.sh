@@ -40,7 +40,7 @@ has_all() { # has_all FOLDER: documents, manual pages, examples and the two fold
   for page in "$sources"/docs/*.md; do
     [ -s "$folder/share/doc/korvo/docs/$(basename "$page")" ] || fault "$(basename "$page") is missing"
   done
-  for name in korvo.conf korvo.db package.ms package.hdr package.tail web/korvo-web.conf web/nginx.conf; do
+  for name in korvo.conf korvo.db package.ms package.hdr package.tail operation/firewall.nft web/korvo-web.conf web/nginx.conf; do
     [ -s "$folder/share/doc/korvo/examples/$name" ] || fault "the example $name is missing"
   done
 }

@@ -199,6 +199,16 @@ class Backup(Case):
         self.assertFalse((self.folder / "copy").exists())
 
 
+class Firewall(unittest.TestCase):
+    """The rules before the ports, in namespaces: needs root and nftables."""
+
+    def test_each_port_is_for_those_who_need_it(self):
+        fences = subprocess.run([ROOT / "tests/security/fences.sh", BUILD, "firewall"], check=False)
+        if fences.returncode == 77:
+            self.skipTest("namespaces cannot be had")
+        self.assertEqual(fences.returncode, 0)
+
+
 if __name__ == "__main__":
     if len(sys.argv) < 2:
         sys.exit(__doc__)

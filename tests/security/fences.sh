@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# tests/security/fences.sh [BUILD]   puts up each fence of SECURITY.md and fails if one does not hold
+# tests/security/fences.sh [BUILD [NAME]]   puts up each fence of SECURITY.md, or that one, and fails if one does not hold
 #
 # BUILD is build/release.  trials.sh runs over a copy of the service in mount, network and process namespaces that end with
 # it, and leaves the machine as it is.  Where that cannot be done, a line says why and the status is 77.
@@ -30,7 +30,7 @@ trap give_back EXIT
 mkdir -p "$scratch/local/korvo/"{bin,etc,lib} "$scratch/srv" "$scratch/etc"
 cp "$build/bin/"{korvo-commmgr,korvo-query,korvoctl} "$scratch/local/korvo/bin"
 cp -a /etc/. "$scratch/etc"
-cp SECURITY.md tests/security/trials.sh "$scratch"
+cp SECURITY.md docs/examples/operation/firewall.nft tests/security/trials.sh "$scratch"
 for page in "$scratch/local/korvo/lib/page" "$scratch/srv/private"; do
   "$build/bin/korvo-macro" asm tools/macro/examples/package.ms -o "$page.mo"
 done
@@ -43,5 +43,5 @@ if [ -n "$groups" ] && mkdir "$groups/korvo-fences.$$" 2>/dev/null; then
 fi
 (
   [ -z "$group" ] || echo "$BASHPID" >"$group/cgroup.procs"
-  exec "${namespaces[@]}" bash "$scratch/trials.sh" "$scratch" "$group"
+  exec "${namespaces[@]}" bash "$scratch/trials.sh" "$scratch" "$group" "${2-}"
 )

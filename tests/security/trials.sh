@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# tests/security/trials.sh SCRATCH [GROUP]   the trials of fences.sh
+# tests/security/trials.sh SCRATCH [GROUP [NAME]]   the trials of fences.sh, or that one
 #
 # fences.sh starts it in namespaces of its own, and in that control group if it could make one.
 # The commands are those of SECURITY.md: the indented block behind a comment <!-- NAME --> there is that fence.
 set -eu -o pipefail
 scratch=$1
 group=${2-}
+only=${3-}
 page=/usr/local/korvo/lib/page  # that clients may name
 private=/srv/private            # that they may not
 export PATH=/usr/local/korvo/bin:/usr/sbin:/usr/bin:/sbin:/bin
@@ -28,7 +29,7 @@ enter() {
   mount --bind "$scratch/srv" /srv
   mount --bind "$scratch/etc" /etc
   mount -t tmpfs tmpfs /run
-  cp "$scratch/SECURITY.md" /run
+  cp "$scratch/SECURITY.md" "$scratch/firewall.nft" /run
   mount -t tmpfs tmpfs /var
   mkdir /var/lib /var/log /var/tmp
   mount -o remount,bind,ro /
@@ -56,6 +57,7 @@ build_networks() {
   ip -n service link set outside up
   join front_end inside 192.0.2.10
   join manager inside 192.0.2.20
+  join operator inside 192.0.2.30
   join stranger outside 198.51.100.66
   ip -n stranger route add 192.0.2.0/24 via 198.51.100.1
   # The same stranger, who says that it is a manager.
@@ -85,6 +87,23 @@ forges() {
   at stranger ip route delete 192.0.2.1
   pings manager 192.0.2.1 || fail "the manager cannot ping"
   grep -q 'Global Debug Level Set to' /run/daemon.log
+}
+# shellcheck disable=SC2016  # the inner shell's
+# sets MACHINE COMMAND: the level, by a datagram that begins so.
+sets() {
+  : >/run/daemon.log
+  at "$1" bash -c 'printf "\t@COMMAND=%b\tDEBUGLEVEL=WARNING\n" "$1" >/dev/udp/192.0.2.1/8002' bash "$2"
+  pings manager 192.0.2.1 || fail "the manager cannot ping"
+  grep -q 'Global Debug Level Set to' /run/daemon.log
+}
+# shellcheck disable=SC2016  # the inner shell's
+# announces MACHINE: a Search Manager of that name; the daemon knows it then, and cannot reach it.
+announces() {
+  local answer
+  at "$1" bash -c 'printf "\t@COMMAND=STARTUPANNOUNCEMENT\tID=%s\tTYPE=S\tIP=192.0.2.1\tCLIENTPORT=1\tADMINPORT=1\n" "$1" >/dev/udp/192.0.2.1/8002' bash "$1$2"
+  pings manager 192.0.2.1 || fail "the manager cannot ping"
+  answer=$(at service korvo-query --host 192.0.2.1 --port 8001 --group "$1$2" --macro $page --timeout 20 x 2>&1) || true
+  [[ $answer != *'Unable to locate SearchMgr'* ]]
 }
 # Holds 20 connections, makes one more, and lets them go.
 holds_21() {
@@ -155,14 +174,28 @@ try_firewall() {
   passes local_user_pings
   passes forges
   passes holds_21
+  local smuggled='PING\t@SEQNUM=1\t@COMMAND=SETDEBUGLEVEL' another='STARTUPANNOUNCEMENT\t@COMMAND=SETDEBUGLEVEL'
+  passes sets stranger SETDEBUGLEVEL
+  passes sets front_end "$smuggled"
+  passes sets manager "$another"
+  passes announces front_end 1
 
-  block firewall >/etc/korvo.nft
+  cp /run/firewall.nft /etc/korvo.nft
   at service bash -c "$(block 'firewall load')"
   refused asks stranger 192.0.2.1 $page
   refused pings stranger 192.0.2.1
-  refused pings front_end 192.0.2.1
   refused asks manager 192.0.2.1 $page
   refused local_user_pings
+  passes pings front_end 192.0.2.1
+  refused sets front_end SETDEBUGLEVEL
+  refused sets front_end "$smuggled"
+  refused announces front_end 2
+  passes announces manager 2
+  refused sets manager SETDEBUGLEVEL
+  refused sets manager "$smuggled"
+  refused sets manager "$another"
+  passes sets operator SETDEBUGLEVEL
+  refused sets stranger SETDEBUGLEVEL
   refused forges
   refused holds_21
   passes pings manager 192.0.2.1
@@ -233,17 +266,20 @@ try_unit() {
   refused pings service 192.0.2.1
 }
 
+# trial NAME
+trial() {
+  [ -z "$only" ] || [ "$only" = "$1" ] || return 0
+  "try_$1"
+  echo "fences: the $1 holds"
+}
+
 enter
 build_networks
-try_loopback
-echo "fences: the loopback holds"
-try_firewall
-echo "fences: the firewall holds"
-try_view
-echo "fences: the view holds"
+trial loopback
+trial firewall
+trial view
 if [ -x /lib/systemd/systemd ] && [ -n "$group" ]; then
-  try_unit
-  echo "fences: the unit holds"
+  trial unit
 else
   echo "fences: the unit was not tried, for there is no systemd here, or no control group for it"
 fi
