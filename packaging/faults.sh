@@ -138,8 +138,8 @@ databases_are_wrong() {
   says 'korvoctl check' 'SEARCHLOC .*cannot be read: No such file' korvoctl check
   systemctl restart korvo-searchmgr@packages
   journal_says korvo-searchmgr@packages 'SEARCHLOC .*cannot be read'
-  says 'korvo-query' 'korvo-query: ' korvo-query --port 8001 --group packages --macro package library
-  says 'a page of korvo-web' '^HTTP/1.1 50[0-9]' ask '/search?q=library'
+  says 'korvo-query' 'No part of the documents' korvo-query --port 8001 --group packages --macro package library
+  says 'a page of korvo-web' 'class="notice"|No part|HTTP/1.1 50' ask '/search?q=library'
   mv /var/lib/korvo/away.db /var/lib/korvo/packages.db
   whole
   fault 'the database belongs to another user'
