@@ -17,7 +17,10 @@ umask 022
 packages=$PWD/build/packages
 folder=$(mktemp -d /var/tmp/korvo-package.XXXXXX)  # /tmp may not allow devices
 group=
+outer=
 give_back() {
+  [ -z "$outer" ] || kill -KILL "$outer" 2>/dev/null || true
+  wait || true
   rm -rf --one-file-system "$folder"
   [ -z "$group" ] || find "$group" -depth -type d -exec rmdir {} + 2>/dev/null || true
 }
@@ -132,7 +135,8 @@ boot() {
       exec env -i container=trial PATH=/usr/sbin:/usr/bin:/sbin:/bin /lib/systemd/systemd --system --unit=multi-user.target
     ' bash "$folder/$1"
   ) >"$folder/boot.log" 2>&1 </dev/null &
-  local outer=$! tries
+  outer=$!
+  local tries
   for ((tries = 0; tries < 300; tries++)); do
     systemd=$(pgrep -P $outer) || true
     [ -z "$systemd" ] || ! asked=$(booted systemctl show -P Version 2>&1) || return 0
@@ -164,6 +168,7 @@ if find_group; then
   booted /trial.sh booted
   booted systemctl --force --force poweroff || true
   wait || true
+  outer=
 else
   echo "They were not tried under systemd, for this machine gives it no control group."
 fi

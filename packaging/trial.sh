@@ -79,7 +79,7 @@ run() { # run UNIT WORD: what stands behind it
   while read -r command; do eval "$as_korvo $command" >>$log 2>&1 </dev/null || fail "$1: $command"; done < <(lines "$1" "$2")
 }
 start() { # start UNIT...: at the same time, as systemd does it
-  local unit command
+  local unit command MAINPID
   for unit; do
     view "$unit"
     run "$unit" ExecStartPre
@@ -87,7 +87,10 @@ start() { # start UNIT...: at the same time, as systemd does it
     (eval "exec $as_korvo setsid $command" >>$log 2>&1 </dev/null) &
     pids[$unit]=$!
   done
-  for unit; do run "$unit" ExecStartPost; done
+  for unit; do
+    MAINPID=${pids[$unit]}
+    run "$unit" ExecStartPost
+  done
 }
 stop() { # stop UNIT...: one behind the other
   local unit MAINPID

@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -108,12 +110,16 @@ std::string Journal_Line(const VisitRecord &finished, bool queries, std::int64_t
   return line + "}\n";
 }
 
-void Journal_Write(const Journal &journal, const VisitRecord &finished) {
+void Journal_Write(Journal *journal, const VisitRecord &finished) {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   const std::string line =
-      Journal_Line(finished, journal.queries,
+      Journal_Line(finished, journal->queries,
                    std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
-  if (write(journal.fd, line.data(), line.size()) < 0) return;  // there is nowhere left to complain
+  const bool was_failing = journal->is_failing;
+  journal->is_failing = write(journal->fd, line.data(), line.size()) < 0;
+  if (journal->is_failing && !was_failing)
+    std::fprintf(stderr, "korvo-web: cannot write to the log %s: %s; pages are served without\n",
+                 journal->path.c_str(), std::strerror(errno));
 }
 
 void Measures_Add(Measures *measures, const VisitRecord &finished) {

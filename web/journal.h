@@ -28,11 +28,13 @@ struct Journal {
   int fd = -1;
   std::string path;  // "-" is standard error
   bool queries = true;
+  bool is_failing = false;  // the last line was not written
 };
 
 // Opens the file, or opens it again.  False: errno says why, and the old one stays.
 bool Journal_Open(Journal *journal);
-void Journal_Write(const Journal &journal, const VisitRecord &finished);
+// Says on standard error when a line is the first that cannot be written.
+void Journal_Write(Journal *journal, const VisitRecord &finished);
 
 // The line for a request at that time, newline included.
 std::string Journal_Line(const VisitRecord &finished, bool queries, std::int64_t milliseconds);

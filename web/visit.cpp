@@ -318,7 +318,7 @@ void Visit_Finish(Visit *visit) {
   const VisitRecord finished = {
       &visit->asked, visit->browser->address, visit->status, TroublesOf(*visit), &facts,
       visit->bytes,  visit->first_ms,         Since(*visit), visit->fallback};
-  Journal_Write(server->journal, finished);
+  Journal_Write(&server->journal, finished);
   Measures_Add(&server->measures, finished);
   server->visits.erase(visit->self);
 }

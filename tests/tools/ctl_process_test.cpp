@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <regex>
 
 #include "tests/tools/ctl.h"
 
@@ -113,10 +114,10 @@ struct Instead {
 };
 
 constexpr const char *kMessages =
-    "Init: DisplayCfg\t104\tID         = %s\tc\te\tr\n"
-    "Init: DisplayDB\t104\tDatabase Info\tc\te\tr\n"
+    "Init: DisplayCfg\t104\tID         = %s\tc\te\tNone.\n"
+    "Init: DisplayDB\t104\tDatabase Info\tc\te\tNone.\n"
     "Init: ReadConf\t104\tUnable to open '%s': errno = %d\tc\te\tPut it there.\n"
-    "MainCore: Loop\t103\tA client went\tc\te\tr\n";
+    "MainCore: Loop\t102\tA client went\tc\te\tr\n";
 
 std::string LogEntry(const std::string &body) {
   return std::string(63, '-') + "\nPID: 5, TIME: Sun Nov 22 01:02:03 2026\n" + body + "\n";
@@ -152,11 +153,11 @@ TEST(CtlProcess, Status_OfOneThatIsDownSaysWhatIsKnown) {
                 ": Connection refused\n"
                 "  unit korvo-commmgr@web1.service: Result=exit-code NRestarts=5 "
                 "ActiveState=failed\n"
-                "  log: [Init: ReadConf] Unable to open 'b': errno = 2\n"
+                "  log, Sun Nov 22 01:02:03 2026: [Init: ReadConf] Unable to open 'b': errno = 2\n"
                 "    remedy: Put it there.\n"
-                "  log: [Init: ReadConf] Unable to open 'c': errno = 3\n"
+                "  log, Sun Nov 22 01:02:03 2026: [Init: ReadConf] Unable to open 'c': errno = 3\n"
                 "    remedy: Put it there.\n"
-                "  log: [Init: ReadConf] Unable to open 'd': errno = 4\n"
+                "  log, Sun Nov 22 01:02:03 2026: [Init: ReadConf] Unable to open 'd': errno = 4\n"
                 "    remedy: Put it there.\n",
             status.Output());
   Tool json(site.Ctl({"status", "web1", "--json", "--messages", messages}), instead.Prepare());
@@ -206,18 +207,36 @@ TEST(CtlProcess, Status_ShowsTheLogAndAReplacedFile) {
   const std::string messages = folder.Write(
       "messages", std::string(kMessages) +
                       "DEBUG: SetLevel\t104\tGlobal Debug Level Set to %d\tc\te\tr\n"
-                      "CommMgr: ClientCmd\t104\tUnable to open Macro %s\tc\te\tName it.\n");
+                      "CommMgr: ClientCmd\t103\tUnable to open Macro %s\tc\te\tName it.\n");
   EXPECT_EQ(site.Place(web) +
                 ": PONG in <n> ms\n  connections: 0 in hand, 0 not accepted yet\n  process " +
                 std::to_string(process.Pid()) +
                 ", korvo-commmgr 1.0.0: up <n> s, 1 in its group, <n> KiB resident\n"
                 "  its file was replaced since it started: a restart takes the new one\n"
-                "  log: [CommMgr: ClientCmd] Unable to open Macro /none\n"
+                "  log, <time>: [CommMgr: ClientCmd] Unable to open Macro /none\n"
                 "    remedy: Name it.\n",
-            WithMarks(site.Run({"status", "web1", "--messages", messages}).output,
-                      {"PONG in ", "up ", "group, "}));
+            std::regex_replace(
+                WithMarks(site.Run({"status", "web1", "--messages", messages}).output,
+                          {"PONG in ", "up ", "group, "}),
+                std::regex("log, [A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} [0-9]{4}"),
+                "log, <time>"));
   EXPECT_NE(std::string::npos,
             site.Run({"status", "web1", "--json"}).output.find("\"replaced\": true"));
+}
+
+// Without a program the wait would last as long as its time.
+TEST(CtlProcess, Wait_EndsWithTheProcess) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Folder folder;
+  Process ended({"/bin/true"}, folder.Path());
+  ended.Wait();
+  const std::string pid = std::to_string(ended.Pid());
+  ExpectRefused(
+      site.Ctl({"wait", "web1", "--timeout", "600", "--pid", pid}), 69,
+      "process " + pid + " ended before " + site.Place(web) + " answered; its log says why");
+  site.Start(web);
+  EXPECT_EQ(0, site.Run({"wait", "web1", "--pid", pid}).status);
 }
 
 TEST(CtlProcess, Status_KnowsWhomItHasAnnounced) {

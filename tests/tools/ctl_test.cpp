@@ -212,7 +212,7 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  --level NUMBER       of log: messages of that level, 101 to 105, and above\n"
       "  --messages FILE      of log and status: what is known of the messages\n"
       "  --module NAME        of log: messages of Init, or of Init: ReadConf\n"
-      "  --pid NUMBER         of log: messages of that process\n"
+      "  --pid NUMBER         of log: messages of that process; of wait: no longer than that one lives\n"
       "  --help               this text\n"
       "  --version            name and version\n"
       "\n"

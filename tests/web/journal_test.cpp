@@ -45,6 +45,23 @@ TEST(Journal, Line_OfATroubleWithoutAByte) {
                                                      ",\"trouble\":\"no-page shards\"}\n");
 }
 
+TEST(Journal, AFullDiskIsSaidOnce) {
+  const Asked asked = Asked_Read("/search");
+  const PageFacts facts;
+  Journal journal;
+  journal.path = "/dev/full";
+  ASSERT_TRUE(Journal_Open(&journal));
+  testing::internal::CaptureStderr();
+  for (int line = 0; line < 3; ++line) Journal_Write(&journal, Of(asked, facts));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "korvo-web: cannot write to the log /dev/full: No space left on device; pages are "
+            "served without\n");
+  journal.path = "/dev/null";
+  ASSERT_TRUE(Journal_Open(&journal));
+  Journal_Write(&journal, Of(asked, facts));
+  EXPECT_FALSE(journal.is_failing);
+}
+
 TEST(Measures, AreCounted) {
   const Asked asked = Asked_Read("/search?q=a");
   const PageFacts facts;

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <linux/errqueue.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -166,7 +167,7 @@ std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nan
   return round.asked;
 }
 
-bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time) {
+bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time, pid_t pid) {
   const Clock::time_point begin = Clock::now();
   for (;;) {
     const auto left = begin + time - Clock::now();
@@ -185,6 +186,7 @@ bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time
     Ask_Progress(Tool_Format("waiting for %s: %d s", targets[silent].name.c_str(),
                              static_cast<int>(spent.count()))
                      .c_str());
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) break;
     poll(nullptr, 0, static_cast<int>(kPause.count()));
   }
   Ask_Progress(nullptr);

@@ -6,6 +6,7 @@
 #define TOOLS_CTL_ASK_H
 
 #include <netinet/in.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <string>
@@ -32,9 +33,9 @@ struct Asked {
 // Pings all at the same time and waits until each has answered or refused, or the time is over.
 std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nanoseconds time);
 
-// Pings the same ones again and again until all have answered; false: the time is over.  Says on a
-// terminal what it waits for.
-bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time);
+// Pings the same ones again and again until all have answered; false: the time is over, or the
+// process of that number, unless it is 0, is gone.  Says on a terminal what it waits for.
+bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time, pid_t pid);
 
 // One datagram.  0, or the error of a refusal that is known already; from another machine it may
 // come too late.

@@ -60,7 +60,7 @@ constexpr Command kCommands[] = {
      "  units                name the units of systemd for this machine's programs\n"},
     {"ping", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Ping,
      "  ping ID              ask whether the program lives, and how fast it answers\n"},
-    {"wait", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Wait,
+    {"wait", Id::kOrPort, 0, {'d', 'H', 'p', 't', 'i'}, Command_Wait,
      "  wait ID              wait until it answers\n"},
     {"announce", Id::kOptional, 0, {'d', 't', 'w', 'M', 's'}, Command_Announce,
      "  announce [ID]        announce to it, or to all, the programs below\n"},
@@ -110,7 +110,7 @@ constexpr const char *kOptionHelp =
     "  --level NUMBER       of log: messages of that level, 101 to 105, and above\n"
     "  --messages FILE      of log and status: what is known of the messages\n"
     "  --module NAME        of log: messages of Init, or of Init: ReadConf\n"
-    "  --pid NUMBER         of log: messages of that process\n"
+    "  --pid NUMBER         of log: messages of that process; of wait: no longer than that one lives\n"
     "  --help               this text\n"
     "  --version            name and version\n"
     "\n"

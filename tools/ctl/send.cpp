@@ -2,6 +2,7 @@
 #include <sysexits.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <string_view>
 
 #include "tools/common/tool.h"
@@ -73,7 +74,10 @@ int Command_Shutdown(Request *request) {
 
 int Command_Wait(Request *request) {
   const std::vector<Target> targets = Request_Targets(request);
-  if (Ask_Await(targets, request->peer.left)) return EX_OK;
+  if (Ask_Await(targets, request->peer.left, request->pid)) return EX_OK;
+  if (request->pid > 0 && kill(request->pid, 0) != 0 && errno == ESRCH)
+    Tool_Fail(EX_UNAVAILABLE, "process %d ended before %s answered; its log says why", request->pid,
+              targets[0].name.c_str());
   const std::vector<Asked> asked = Ask_Ping(targets, std::chrono::milliseconds(1));
   int status = EX_OK;
   for (std::size_t i = 0; i < targets.size(); ++i)

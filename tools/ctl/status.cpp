@@ -19,7 +19,7 @@ constexpr std::size_t kLastEntries = 3;
 
 // A message of the log, and what to do about it.
 struct Trouble {
-  std::string text, remedy;
+  std::string time, text, remedy;
 };
 
 struct Status {
@@ -33,7 +33,7 @@ struct Status {
   std::string unit, unit_state;       // empty: none
   std::vector<std::string> told;      // "ID:TYPE"
   std::vector<std::string> findings;  // of check, when it does not answer
-  std::vector<Trouble> log;           // the last messages at level 104
+  std::vector<Trouble> log;           // the last messages that call for a hand
 };
 
 bool IsUp(const Status &status) { return status.asked.reply == Reply::kPong; }
@@ -55,12 +55,19 @@ std::string StateOf(const std::string &unit) {
   return text;
 }
 
-// The level is not in the log: a text that may come at several is taken for one of the highest.
-// The configuration that a program shows at its start, and the level of its log, are no trouble.
+// What calls for a hand: the level is not in the log, and a text that may come at several is taken
+// for one of the highest.
 bool IsTrouble(const std::vector<const Message *> &known) {
-  if (known.empty() || known[0]->level < kFatal) return false;
-  const std::string &module = known[0]->module;
-  return module != "Init: DisplayCfg" && module != "Init: DisplayDB" && module != "DEBUG: SetLevel";
+  return !known.empty() && known[0]->level >= kWarning && known[0]->module != "DEBUG: SetLevel" &&
+         !known[0]->remedy.starts_with("None");
+}
+
+std::string TimeOf(const Entry &entry) {
+  const std::string before = "TIME: ";
+  const std::size_t at = entry.header.find(before);
+  if (at == std::string::npos) return "";
+  const std::size_t begin = at + before.size();
+  return entry.header.substr(begin, entry.header.find('\n', begin) - begin);
 }
 
 std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Message> &messages) {
@@ -68,8 +75,8 @@ std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Messag
   for (const Entry &entry : Entries_All(log)) {
     const std::vector<const Message *> known = Messages_Find(messages, entry.body);
     if (!IsTrouble(known)) continue;
-    const std::string_view body = entry.body;
-    troubles.push_back({std::string(body.substr(0, body.find('\n'))), known[0]->remedy});
+    const std::string text = entry.body.substr(0, entry.body.find('\n'));
+    troubles.push_back({TimeOf(entry), text, known[0]->remedy});
   }
   const std::size_t count = troubles.size();
   if (count > kLastEntries) troubles.erase(troubles.begin(), troubles.end() - kLastEntries);
@@ -165,8 +172,8 @@ std::string Plain(const Status &status) {
   for (const std::string &finding : status.findings)
     text += Tool_Format("  check: %s\n", finding.c_str());
   for (const Trouble &trouble : status.log)
-    text +=
-        Tool_Format("  log: %s\n    remedy: %s\n", trouble.text.c_str(), trouble.remedy.c_str());
+    text += Tool_Format("  log, %s: %s\n    remedy: %s\n", trouble.time.c_str(),
+                        trouble.text.c_str(), trouble.remedy.c_str());
   return text;
 }
 
