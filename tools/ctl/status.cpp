@@ -242,7 +242,7 @@ std::string Prometheus(const std::vector<Status> &all) {
         Tool_Format("{id=%s,type=\"%c\"} ", Request_Json(status.line->words[0]).c_str(),
                     status.line->config.Type);
     const auto add = [&labels](Family *family, const std::string &value) {
-      family->lines += family->name + labels + value + "\n";
+      family->lines.append(family->name).append(labels).append(value).append("\n");
     };
     add(&up, IsUp(status) ? "1" : "0");
     if (IsUp(status)) add(&times, Tool_Format("%.6f", status.asked.milliseconds / 1000));
