@@ -19,7 +19,7 @@ says() {
   for ((tries = 0; tries < 300; tries++)); do
     said=$("$@" 2>&1) || true
     if line=$(grep -m1 -E "$pattern" <<<"$said"); then
-      line=$(sed -E 's/^ +//; s/[|`]/ /g; s/^[A-Z][a-z]{2} [0-9]{2} [0-9:]{8} [^ ]+ //' <<<"$line")
+      line=$(sed -E 's/^ +//; s/\r$//; s/[|`]/ /g; s/^[A-Z][a-z]{2} [0-9]{2} [0-9:]{8} [^ ]+ //' <<<"$line")
       printf '| %s | %s | \x60%s\x60 |\n' "$current" "$tool" "$line" >>$table
       current=
       return
@@ -262,6 +262,7 @@ a_machine_is_gone() {
   # The managers are asked over the loopback, where the far engine cannot announce itself: korvoctl speaks for it.
   # shellcheck disable=SC2086,SC2154  # the words of trial.sh
   nsenter --target $far --net $as_korvo korvo-engine far /etc/korvo >>$log 2>&1 </dev/null &
+  local engine=$!
   systemctl restart korvo.target
   await pings_far
   korvoctl announce sharded >>$log 2>&1
@@ -270,6 +271,8 @@ a_machine_is_gone() {
   says 'korvoctl list' 'far E .*(no answer|unreachable)' korvoctl list --timeout 1
   await finds sharded
   says 'korvoctl status sharded:S' "log, .*Unable to read 'far'" korvoctl status sharded:S
+  kill $engine
+  wait $engine || true
   kill $far
   ip link delete wire 2>/dev/null || true
   mend
