@@ -5,6 +5,9 @@
 
 namespace {
 
+// What its file is a build of: never printed, and found there by korvoctl.
+[[gnu::used]] constexpr char kVersion[] = "@(#)korvo " KORVO_VERSION "\n";
+
 const char *TypeLine(char type) {
   switch (type) {
     case 'C': return "* KORVO Communications Manager - Morvane Technologies, Inc.         *\n";

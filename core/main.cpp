@@ -14,9 +14,6 @@
 
 namespace {
 
-// What its file is a build of: never printed, and found there by korvoctl.
-[[gnu::used]] constexpr char kVersion[] = "@(#)korvo " KORVO_VERSION "\n";
-
 // Descriptors 0 to 2 lead somewhere before the first socket is opened, so that no log line can
 // travel down a client's connection.
 void OpenStandardDescriptors() {

@@ -253,6 +253,7 @@ a_machine_is_gone() {
   fault 'the machine of an engine is gone'
   unshare --net sleep 600 &
   local far=$!
+  await is_apart $far
   ip link add wire type veth peer name wire netns $far
   ip address add 192.0.2.1/24 dev wire
   ip link set wire up
@@ -277,6 +278,7 @@ a_machine_is_gone() {
   ip link delete wire 2>/dev/null || true
   mend
 }
+is_apart() { [ "$(readlink "/proc/$1/ns/net")" != "$(readlink /proc/self/ns/net)" ]; }
 pings_far() { korvoctl ping far --timeout 1 >>$log 2>&1; }
 
 # The restarts.

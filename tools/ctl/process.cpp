@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kVersionMark = "@(#)korvo ";  // core/main.cpp has it
+constexpr std::string_view kVersionMark = "@(#)korvo ";  // core/banner.cpp has it
 constexpr unsigned kListening = 10;                      // states of /proc/net/tcp
 constexpr unsigned kEstablished = 1;
 constexpr unsigned kCloseWait = 8;
