@@ -8,6 +8,7 @@
 # ./check.sh scale  searches four engines and one database with the same documents, and four while they die and hang
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
 # ./check.sh mutants N [SEED]   breaks the daemon in N places, one at a time; fails if the tests miss one unexplained
+# ./check.sh macros N   holds what korvo-macro check says about N macros to the engine, under the sanitizers
 # ./check.sh fuzz SECONDS   runs every fuzz target for that processor time; findings stay in build/fuzz/findings
 #
 # Installs what is missing from Debian's packages.
@@ -104,6 +105,15 @@ case "${1-all}" in
     need python3 "${build_packages[@]}"
     python3 -B tests/mutants/run.py "${@:2}"
     ;;
+  macros)
+    if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
+      echo "$0: macros takes how many, as in ./check.sh macros 100000" >&2
+      exit 64
+    fi
+    need "${build_packages[@]}"
+    build asan macro_check_test
+    KORVO_MACRO_CASES=$2 build/asan/bin/macro_check_test
+    ;;
   fuzz)
     if ! [[ ${2-} =~ ^[1-9][0-9]*$ ]]; then
       echo "$0: fuzz takes the seconds for each target, as in ./check.sh fuzz 60" >&2
@@ -114,7 +124,7 @@ case "${1-all}" in
     tests/fuzz/run.sh "$2"
     ;;
   *)
-    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, lint, coverage, browser, operation, scale, soak MINUTES, mutants N or fuzz SECONDS" >&2
+    echo "$0: unknown argument '$1'; use ./check.sh alone or with asan, lint, coverage, browser, operation, scale, soak MINUTES, mutants N, macros N or fuzz SECONDS" >&2
     exit 64
     ;;
 esac

@@ -75,10 +75,14 @@ expect 'notes' korvo-docmgr 'korvo-docmgr n' conf
 expect '-? half1' korvo-engine 'korvo-engine ' conf
 expect '-?' korvo-engine 'korvo-engine -' conf
 
-expect 'asm dis' korvo-macro 'korvo-macro '
+expect 'asm check dis run' korvo-macro 'korvo-macro '
 expect 'conf folder page.ms' korvo-macro 'korvo-macro asm '
 expect 'other.mo' korvo-macro 'korvo-macro dis o'
 expect 'page.hdr page.mo page.ms' korvo-macro 'korvo-macro asm -o p'
+expect 'conf folder other.mo page.mo page.ms' korvo-macro 'korvo-macro check '
+expect 'page.hdr page.mo page.ms' korvo-macro 'korvo-macro run page.mo p'
+expect 'folder' korvo-macro 'korvo-macro run --fetch f'
+expect '101 102 103 104' korvo-macro 'korvo-macro run --at '
 expect 'conf folder other page' korvo-query 'korvo-query --macro '
 expect '' korvo-query 'korvo-query --port '
 expect '' korvo-query 'korvo-query '

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# tests/check_pages.sh BUILD   fails when a step of docs/pages.md does not do what stands there
+# tests/check_pages.sh BUILD [PAGE]   fails when a step of docs/pages.md does not do what stands there
 #
-# BUILD is build/release.  One shell is told all steps, each with ports that are free; what it says behind a step has to be the
-# block below that.
+# BUILD is build/release; PAGE is another page of docs.  One shell is told all steps, each with ports that are free; what it
+# says behind a step has to be the block below that.
 set -eu -o pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=$(realpath "$1")
+page=${2-pages.md}
 export PATH=$build/bin:$PATH KORVO_PAGES=$root/share/korvo/web
 scratch=$(mktemp -d /tmp/korvo-pages.XXXXXX)  # a short name: macros go by at most 127 characters
 clean_up() {
@@ -20,11 +21,11 @@ trap clean_up EXIT
 mkdir "$scratch/work"
 
 # The numbers of the document, and ports that nobody uses instead.
-python3 - "$scratch" <<'END'
+python3 - "$scratch" "$page" <<'END'
 import pathlib, re, socket, sys
 
 scratch = pathlib.Path(sys.argv[1])
-text = pathlib.Path("docs/pages.md").read_text(encoding="utf-8")
+text = (pathlib.Path("docs") / sys.argv[2]).read_text(encoding="utf-8")
 held = []
 port = 24000
 for number in sorted(set(re.findall(r"\b80\d\d\b", text))):
@@ -57,6 +58,6 @@ cd "$scratch/work"
 status=0
 setsid --wait timeout 120 bash "$scratch/script" >"$scratch/said" 2>&1 </dev/null || status=$?
 if [ $status -ne 0 ] || ! diff "$scratch/expected" "$scratch/said"; then
-  echo "check_pages: a step of docs/pages.md does otherwise, status $status" >&2
+  echo "check_pages: a step of docs/$page does otherwise, status $status" >&2
   exit 1
 fi

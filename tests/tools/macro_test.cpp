@@ -95,9 +95,13 @@ TEST(MacroTool, Fault_NamesFileAndLineAndWritesNothing) {
   const std::string path = folder.Write("page.ms", "end\nsave 16 ; no such\n");
   const Outcome outcome = RunTool({KORVO_MACRO, "asm", path});
   EXPECT_EQ(65, outcome.status);
-  EXPECT_EQ(path + ":2: expected a register from 0 to 15, found '16 ; no such'\n", outcome.errors);
+  EXPECT_EQ(path +
+                ":2:6: expected a register from 0 to 15, found '16 ; no such'\n"
+                "  save 16 ; no such\n"
+                "       ^\n",
+            outcome.errors);
   EXPECT_EQ("old", ReadFile(folder.Path() + "/page.mo"));
-  EXPECT_EQ("standard input:1: expected an instruction, found '?[31m'\n",
+  EXPECT_EQ("standard input:1:1: expected an instruction, found '?[31m'\n  ?[31m\n  ^\n",
             RunTool({KORVO_MACRO, "asm", "-"}, "\x1b[31m\n").errors);
 }
 
@@ -108,7 +112,9 @@ TEST(MacroTool, UndefinedOpCode_IsRefusedUnlessAllowed) {
   EXPECT_EQ(65, refused.status);
   EXPECT_EQ(
       path +
-          ":2: expected an op-code that exists, found '20', which a run repeats for ever; --allow-undefined takes it\n",
+          ":2:1: expected an op-code that exists, found '20', which a run repeats for ever; --allow-undefined takes it\n"
+          "  byte 20 ; a mistake\n"
+          "  ^\n",
       refused.errors);
   EXPECT_EQ((std::vector<std::string>{"page.ms"}), Names(folder));
   const Outcome allowed = RunTool({KORVO_MACRO, "asm", "--allow-undefined", path});
@@ -120,10 +126,10 @@ TEST(MacroTool, UndefinedOpCode_IsRefusedUnlessAllowed) {
 TEST(MacroTool, Faults_AreAllNamedUpToTwenty) {
   std::string source = "print\nend\n", errors;
   for (int line = 3; line <= 24; ++line) source += "save 16\n";
-  errors = "standard input:1: expected an instruction, found 'print'\n";
+  errors = "standard input:1:1: expected an instruction, found 'print'\n  print\n  ^\n";
   for (int line = 3; line <= 21; ++line)
     errors += "standard input:" + std::to_string(line) +
-              ": expected a register from 0 to 15, found '16'\n";
+              ":6: expected a register from 0 to 15, found '16'\n  save 16\n       ^\n";
   const Outcome outcome = RunTool({KORVO_MACRO, "asm", "-"}, source);
   EXPECT_EQ(65, outcome.status);
   EXPECT_EQ("", outcome.output);
@@ -137,8 +143,9 @@ TEST(MacroTool, Faults_AreAllNamedUpToTwenty) {
 TEST(MacroTool, ByteOrderMark_IsNoText) {
   EXPECT_EQ(kCode, RunTool({KORVO_MACRO, "asm", "-"}, "\xef\xbb\xbf"s + kSource).output);
   EXPECT_EQ(
-      "standard input:2: expected an instruction, found '\xef\xbb\xbf"
-      "end'\n",
+      "standard input:2:1: expected an instruction, found '\xef\xbb\xbf"
+      "end'\n  \xef\xbb\xbf"
+      "end\n  ^\n",
       RunTool({KORVO_MACRO, "asm", "-"},
               "\n\xef\xbb\xbf"
               "end\n")
@@ -146,10 +153,15 @@ TEST(MacroTool, ByteOrderMark_IsNoText) {
 }
 
 TEST(MacroTool, WrongUse_IsOneLine) {
-  ExpectRefused({KORVO_MACRO}, 64, "takes a command and one file: asm FILE.ms, or dis FILE.mo");
-  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "b.ms"}, 64,
-                "takes a command and one file: asm FILE.ms, or dis FILE.mo");
-  ExpectRefused({KORVO_MACRO, "list", "a.mo"}, 64, "there is no command list; asm and dis are all");
+  ExpectRefused(
+      {KORVO_MACRO}, 64,
+      "takes a command and a file: asm FILE.ms, dis FILE.mo, check FILE or run FILE DOCUMENT");
+  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "b.ms"}, 64, "asm takes one file");
+  ExpectRefused({KORVO_MACRO, "run", "a.ms"}, 64, "run takes a macro and documents");
+  ExpectRefused({KORVO_MACRO, "list", "a.mo"}, 64,
+                "there is no command list; asm, dis, check and run are all");
+  ExpectRefused({KORVO_MACRO, "run", "--at", "100", "a.mo", "x"}, 64,
+                "--at takes a number from 101 to 104, not '100'");
   ExpectRefused({KORVO_MACRO, "asm", "a.txt"}, 64,
                 "a.txt does not end in .ms; name the output with -o");
   ExpectRefused({KORVO_MACRO, "dis", "-o", "x", "a.mo"}, 64,
@@ -189,15 +201,26 @@ TEST(MacroTool, Help_GoesToStandardOutput) {
       KORVO_MACRO,
       "usage: korvo-macro asm [OPTION]... FILE.ms  assemble into FILE.mo\n"
       "       korvo-macro dis FILE.mo              disassemble to standard output\n"
+      "       korvo-macro check [OPTION]... FILE   say what can go wrong, and with which document\n"
+      "       korvo-macro run [OPTION]... FILE DOCUMENT...\n"
+      "                                            make the page of these documents\n"
       "\n"
-      "  -o, --output OUTPUT  assemble into OUTPUT\n"
-      "  --allow-undefined    take op-codes that do not exist; a run repeats one for ever\n"
+      "  -o, --output OUTPUT  of asm: assemble into OUTPUT\n"
+      "  --allow-undefined    of asm: take op-codes that do not exist; a run repeats one for ever\n"
+      "  --listing            of asm: show the lines beside their bytes, and write no macro\n"
+      "  --fields SCHEMA      of check: the documents have these fields\n"
+      "  --fetch DIR          of run: DIR/GROUP/TYPE/NUMBER is what a macro fetches\n"
+      "  --trace              of run: each instruction with cursor, stack and output\n"
+      "  --at LEVEL           of run: log from 101 on, or 102, 103 (usual) or 104\n"
+      "  --html               of run: show the page in a browser\n"
       "  --help               this text\n"
       "  --version            name and version\n"
       "\n"
-      "\"-\" stands for standard input or output.\n"
-      "Status: 0; 64 wrong use; 65 the text has a fault; 66 the input cannot be read; 73 the\n"
-      "output, or 74 standard output, cannot be written.\n");
+      "FILE of check and run is FILE.mo or FILE.ms. A DOCUMENT is a file in control format, JSON\n"
+      "Lines or lines of \\tNAME=VALUE fields, or such a line. \"-\" stands for standard input or\n"
+      "output. Status: 0; of check 1 where a run logs lines; 64 wrong use; 65 the text, the macro\n"
+      "or a document has a fault; 66 the input cannot be read; 73 the output, or 74 standard\n"
+      "output, cannot be written.\n");
   ExpectVersion(KORVO_MACRO);
 }
 

@@ -2,11 +2,14 @@
 //
 // The text has an instruction a line: a mnemonic, operands, and perhaps a comment from ";" on.
 // "byte" stands for bytes of any meaning.  Assembling what was disassembled gives the same bytes,
-// whatever they are.
+// whatever they are.  What else a source can hold, constants, other files, repeated lines and pages
+// with values in them, is written out as such instructions.
 #ifndef TOOLS_MACRO_ASM_H
 #define TOOLS_MACRO_ASM_H
 
 #include <cstddef>
+#include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +20,9 @@ inline constexpr std::size_t kSourceLimit = 128 * kMacroLimit;  // no macro disa
 struct AsmError {
   int line;          // from 1
   std::string text;  // what was expected, and what stood there
+  std::string file = {};
+  int column = 1;           // of its bytes, from 1
+  std::string source = {};  // the line
 };
 
 struct AsmErrors {
@@ -26,10 +32,43 @@ struct AsmErrors {
 
 inline constexpr std::size_t kAsmErrors = 20;
 
-// False: what is wrong is in *errors.  Op-codes that do not exist are, unless they are allowed.  A
-// byte-order mark in front is no part of the source.
+// A line of a source, and where its code begins.
+struct AsmLine {
+  std::size_t offset;
+  int line;               // from 1
+  std::string_view file;  // the name and the text lie in sources
+  std::string_view text;
+};
+
+struct AsmSource {
+  std::string name;
+  std::string text;
+};
+
+struct AsmProgram {
+  std::string code;
+  std::vector<AsmLine> lines;  // in the order of the code; a repeated one stands here again
+  AsmErrors errors;
+  std::deque<AsmSource> sources;  // the first one, and those that it includes
+};
+
+// Reads a file that is included; false: it cannot be read.
+using AsmLoad = std::function<bool(const std::string &path, std::string *text)>;
+
+// Assembles program->sources[0] and what it includes.  False: what is wrong is in program->errors.
+// Op-codes that do not exist are, unless they are allowed.  A byte-order mark in front is no part
+// of a source.
+bool Asm_Assemble(const AsmLoad &load, bool allow_undefined, AsmProgram *program);
+
+// The same for a text alone, which includes nothing.
 bool Asm_Assemble(std::string_view source, bool allow_undefined, std::string *code,
                   AsmErrors *errors);
+
+// The line whose code the offset lies in; null: none.
+const AsmLine *Asm_LineAt(const AsmProgram &program, std::size_t offset);
+
+// The lines of a program with the offsets and bytes of their code beside them.
+std::string Asm_Listing(const AsmProgram &program);
 
 // A line an instruction, each with its offset, by which the log of the service names an instruction
 // that failed.  Op-codes that do not exist, operands that end a run, and bytes that never run are

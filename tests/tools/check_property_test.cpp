@@ -1,0 +1,293 @@
+// What a check says, held to the engine: macros and documents by chance.
+//
+// KORVO_MACRO_CASES sets how many macros there are; each seed is printed where it fails.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+
+#include "tests/tools/engine.h"
+#include "tools/macro/check.h"
+#include "tools/macro/decode.h"
+
+namespace {
+
+using namespace std::string_literals;
+using Random = std::mt19937;
+
+std::size_t Below(Random *random, std::size_t limit) { return (*random)() % limit; }
+bool OneIn(Random *random, std::size_t count) { return Below(random, count) == 0; }
+
+// Macros.
+
+std::string Short(const std::string &text) { return static_cast<char>(text.size()) + text; }
+
+std::string Long(const std::string &text) {
+  std::string out;
+  for (int i = 0; i < 4; ++i) out += static_cast<char>(text.size() >> (8 * i) & 0xff);
+  return out + text;
+}
+
+std::string Name(Random *random) {
+  static const std::vector<std::string> kNames = {"A", "B", "C", "D", "E", "F", "Ref", "Big"};
+  if (OneIn(random, 40)) return "Unknown";
+  if (OneIn(random, 60)) return "\tA";
+  if (OneIn(random, 200)) return std::string(300, 'n').substr(Below(random, 300));
+  return kNames[Below(random, kNames.size())];
+}
+
+std::string Text(Random *random) {
+  if (OneIn(random, 8)) return "<li>";
+  return std::string(Below(random, 20), 't');
+}
+
+std::string Value(Random *random, const std::string &name) {
+  if (OneIn(random, 6)) return "\x02" + Long(name);
+  if (OneIn(random, 6)) return "\x43"s + static_cast<char>(Below(random, 3)) + Short(name);
+  return "\x42" + Short(name);
+}
+
+std::string Instruction_(Random *random) {
+  const std::string byte(1, static_cast<char>(Below(random, OneIn(random, 60) ? 256 : 4)));
+  switch (Below(random, 40)) {
+    case 0: return "\x08";
+    case 1: return "\x09";
+    case 2: return "\x0a" + byte;
+    case 3: return "\x0b" + byte;
+    case 4: return "\x07";
+    case 5: return "\x0c" + Short(Name(random));
+    case 6: return "\x44" + Short(Name(random));
+    case 7:
+    case 8:
+    case 9: return "\x03"s + std::string(4, '\0');
+    case 10:
+      return OneIn(random, 6) ? "\x03" + Long(std::string(Below(random, 9000), 'x')).substr(0, 4)
+                              : "";
+    case 11: return OneIn(random, 6) ? "\x0d" + Short(Name(random)) + Short("/m") : "";
+    case 12: return OneIn(random, 4) ? "\x0e" + Short(Name(random)) : "";
+    case 13: return OneIn(random, 4) ? "\x0f" + byte + Short(Name(random)) : "";
+    case 14: return OneIn(random, 20) ? "\x01" + Long(std::string(Below(random, 41000), 't')) : "";
+    case 15: return OneIn(random, 30) ? std::string(1, static_cast<char>((*random)())) : "";
+    case 16: return OneIn(random, 30) ? "\x08\x08\x08\x08\x08\x08" : "";
+    default:
+      return Below(random, 3) == 0 ? "\x41" + Short(Text(random)) : Value(random, Name(random));
+  }
+}
+
+// A page as people write it: what it names stands in the order of the documents.
+std::string Sensible(Random *random, const Documents &documents) {
+  std::string code = "\x41" + Short(OneIn(random, 2) ? "* " : "<p>");
+  for (const Place &place : documents.places) {
+    if (OneIn(random, 2)) continue;
+    code += Value(random, place.name) + "\x41" + Short(Text(random));
+    if (OneIn(random, 6))
+      code +=
+          "\x08"
+          "\x0c"s +
+          Short(place.name) + "\x09";
+    if (OneIn(random, 8)) code += "\x0a\x02\x0b\x02"s;
+  }
+  return code + "\0"s;
+}
+
+std::string Macro(Random *random, const Documents &documents) {
+  if (documents.given && OneIn(random, 3)) return Sensible(random, documents);
+  std::string code;
+  for (std::size_t steps = Below(random, OneIn(random, 4) ? 60 : 8); steps > 0; --steps)
+    code += Instruction_(random);
+  if (!OneIn(random, 10)) code += '\0';
+  if (OneIn(random, 10)) code.resize(Below(random, code.size() + 1));
+  return code;
+}
+
+// Documents.
+
+Documents Kind(Random *random) {
+  Documents documents;
+  documents.given = true;
+  documents.html = OneIn(random, 2);
+  for (const char *name : {"A", "B", "C", "Ref", "D", "E", "F", "Big"}) {
+    if (OneIn(random, 4)) continue;
+    Place place;
+    place.name = name;
+    place.most = OneIn(random, 3) ? kValueMost : Below(random, 300) + 20;
+    if (place.name == "Ref") place.refers = true, place.brings = OneIn(random, 2) ? 500 : 30000;
+    if (place.name == "Big" && OneIn(random, 3)) place.most = 9000;
+    place.always = !OneIn(random, 6);
+    documents.places.push_back(place);
+    for (std::size_t more = OneIn(random, 4) ? Below(random, 4) : 0; more > 0; --more) {
+      place.always = place.always && OneIn(random, 2);
+      documents.places.push_back(place);
+    }
+  }
+  return documents;
+}
+
+std::string ValueOf(Random *random, const Place &place, std::size_t room) {
+  if (place.refers) return "Group Type 1";
+  const std::size_t most = std::min(place.most, room);
+  const std::size_t size =
+      OneIn(random, 3) ? most : Below(random, std::min<std::size_t>(most, 12) + 1);
+  return std::string(size, 'v');
+}
+
+std::string Document(Random *random, const Documents &documents) {
+  std::size_t room = kDocumentMost - std::min(kDocumentMost, Documents_Frame(documents) + 100);
+  std::string text, lacking;
+  for (const Place &place : documents.places) {
+    // The ones that are left out are the last of their name.
+    if (!place.always && (lacking == place.name || OneIn(random, 3))) {
+      lacking = place.name;
+      continue;
+    }
+    const std::string value = ValueOf(random, place, room);
+    room -= std::min(room, value.size());
+    text += "\t" + place.name + "=" + value;
+  }
+  return text + "\t\n";
+}
+
+std::size_t MostFetched(const Documents &documents) {
+  std::size_t most = 0;
+  for (const Place &place : documents.places) most = std::max(most, place.brings);
+  return most;
+}
+
+std::string Fetched(Random *random, const Documents &documents) {
+  if (OneIn(random, 3)) return "";
+  std::string text =
+      "\tB=inserted\tQ=" + std::string(Below(random, MostFetched(documents) + 1), 'q');
+  text.resize(std::min(text.size(), MostFetched(documents)));
+  return text;
+}
+
+// Whether a finding shows in the engine.
+
+bool LogsAt(const std::string &code, const Finding &finding) {
+  Instruction at;
+  Decode_At(code, finding.offset, &at);
+  const PageRun before =
+      RunPage(code.substr(0, finding.offset), {finding.witness.document}, finding.witness.fetched);
+  const PageRun after = RunPage(code.substr(0, finding.offset + at.size),
+                                {finding.witness.document}, finding.witness.fetched);
+  return after.log.size() > before.log.size() + 100;
+}
+
+bool IsOfTheDocumentBefore(const std::string &code, const Finding &finding) {
+  const std::string prefix = code.substr(0, finding.offset + 2);
+  SetRegisters(0);
+  const int first = RunPage(prefix, {finding.witness.document}, finding.witness.fetched).cursor;
+  SetRegisters(1);
+  const int later = RunPage(prefix, {finding.witness.document}, finding.witness.fetched).cursor;
+  SetRegisters(0);
+  return first == 0 && later == 1;
+}
+
+bool EndsAt(const PageRun &run, std::size_t offset) {
+  return run.result == -1 &&
+         run.log.find("at offset " + std::to_string(offset) + ":") != std::string::npos;
+}
+
+bool Shows(const std::string &code, const Finding &finding) {
+  const Witness &witness = finding.witness;
+  SetRegisters(0);
+  const std::vector<std::string> documents(static_cast<std::size_t>(witness.times),
+                                           witness.document);
+  const PageRun run = RunPage(code, documents, witness.fetched);
+  switch (finding.fault) {
+    case Fault::kUndefined: return run.loops;
+    case Fault::kCut:
+    case Fault::kBeyond:
+    case Fault::kStackFull:
+    case Fault::kStackEmpty:
+    case Fault::kOutput: return EndsAt(run, finding.offset);
+    case Fault::kWords: return run.result == -1;
+    case Fault::kNothing: return run.result == 1 && run.outputs.at(0).empty();
+    case Fault::kRegister: return IsOfTheDocumentBefore(code, finding);
+    case Fault::kInsertRoom: return run.cut;
+    case Fault::kFetchSlots:
+      return run.log.find("no place for another macro") != std::string::npos || run.result == -1;
+    case Fault::kHtml: return true;  // what a page is for is nothing that a run shows
+    default: return LogsAt(code, finding);
+  }
+}
+
+std::string Described(const std::string &code, const std::vector<Finding> &findings) {
+  std::string text = "\ncode " + Check_Show(code) + "\n";
+  for (const Finding &finding : findings)
+    text += std::to_string(finding.offset) + ": " + finding.what +
+            (finding.shown ? "" : " (not shown)") + ": " + Check_Show(finding.witness.document) +
+            "\n";
+  return text;
+}
+
+struct Tally {
+  int accepted = 0;
+  int costly = 0;
+  int faulty = 0;
+  int shown = 0;
+  int unshown = 0;
+};
+
+// A macro that may run does what was promised, with every document.
+void ExpectPromise(Random *random, const std::string &code, const Documents &documents,
+                   const std::vector<Finding> &findings) {
+  SetRegisters(0);
+  for (int i = 0; i < 4; ++i) {
+    const std::string document = Document(random, documents);
+    const PageRun run = RunPage(code, {document, document}, Fetched(random, documents));
+    const std::string said = Described(code, findings) + "document " + Check_Show(document) + "\n";
+    ASSERT_EQ(1, run.result) << run.log << said;
+    ASSERT_FALSE(run.loops) << said;
+    ASSERT_FALSE(run.outputs.at(0).empty()) << said;
+    ASSERT_FALSE(run.cut) << said;
+    ASSERT_TRUE(!findings.empty() || run.log.empty()) << run.log << said;
+  }
+}
+
+void TryOne(unsigned seed, Tally *tally) {
+  Random random(seed);
+  const bool given = !OneIn(&random, 4);
+  Documents documents = given ? Kind(&random) : Documents{};
+  const std::string code = Macro(&random, documents);
+  if (!given) documents = Documents_For(code);
+  const std::vector<Finding> findings = Check_Macro(code, documents);
+  bool fault_shown = false;
+  for (const Finding &finding : findings) {
+    ASSERT_TRUE(!finding.shown || Shows(code, finding))
+        << "seed " << seed << Described(code, {finding});
+    fault_shown |= finding.shown && Check_IsFault(finding);
+    ++(finding.shown ? tally->shown : tally->unshown);
+  }
+  const bool is_faulty = std::any_of(findings.begin(), findings.end(), Check_IsFault);
+  // What stands behind another finding may need a document that shows both.
+  ASSERT_TRUE(findings.empty() || findings.front().shown)
+      << "seed " << seed << Described(code, findings);
+  // Of an inserted document nothing is known but its size.
+  const bool inserts = std::any_of(findings.begin(), findings.end(), [](const Finding &finding) {
+    return finding.fault == Fault::kInsertLine;
+  });
+  ASSERT_TRUE(!is_faulty || fault_shown || inserts) << "seed " << seed << Described(code, findings);
+  ++(findings.empty() ? tally->accepted : is_faulty ? tally->faulty : tally->costly);
+  if (is_faulty) return;
+  ASSERT_NO_FATAL_FAILURE(ExpectPromise(&random, code, documents, findings)) << "seed " << seed;
+}
+
+TEST(CheckProperty, WhatItSays_IsWhatTheEngineDoes) {
+  const char *wanted = std::getenv("KORVO_MACRO_CASES");
+  const auto cases = static_cast<unsigned>(wanted != nullptr ? std::atoi(wanted) : 2000);
+  const char *first = std::getenv("KORVO_MACRO_SEED");
+  const auto start = static_cast<unsigned>(first != nullptr ? std::atoi(first) : 1);
+  Tally tally;
+  for (unsigned seed = start; seed < start + cases; ++seed)
+    ASSERT_NO_FATAL_FAILURE(TryOne(seed, &tally));
+  std::printf("%d accepted, %d that cost, %d with a fault\n", tally.accepted, tally.costly,
+              tally.faulty);
+  if (cases < 500) return;
+  EXPECT_GT(tally.accepted, static_cast<int>(cases) / 50);
+  EXPECT_GT(tally.costly, static_cast<int>(cases) / 50);
+  EXPECT_GT(tally.faulty, static_cast<int>(cases) / 50);
+}
+
+}  // namespace

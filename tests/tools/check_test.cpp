@@ -1,0 +1,248 @@
+// What a check finds, each finding with its words and the document that shows it.
+#include "tools/macro/check.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tools/macro/asm.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+std::string Assembled(const std::string &source) {
+  std::string code;
+  AsmErrors errors;
+  EXPECT_TRUE(Asm_Assemble(source, true, &code, &errors)) << source;
+  return code;
+}
+
+Documents Told(const std::string &text) {
+  Documents documents;
+  int line = 0;
+  std::string wrong;
+  EXPECT_TRUE(Documents_Read(text, &documents, &line, &wrong)) << line << ": " << wrong;
+  return documents;
+}
+
+// "OFFSET what: document", a line a finding.
+std::string Findings(const std::string &code, const Documents &documents) {
+  std::string text;
+  for (const Finding &finding : Check_Macro(code, documents))
+    text += std::to_string(finding.offset) + " " + finding.what + ": " +
+            (finding.shown ? Check_Show(finding.witness.document) : "none") + "\n";
+  return text;
+}
+
+std::string Alone(const std::string &source) {
+  const std::string code = Assembled(source);
+  return Findings(code, Documents_For(code));
+}
+
+constexpr const char *kFields =
+    "@language english\n"
+    "# what a shop sells\n"
+    "Name text weight=5\n"
+    "Price number\n"
+    "Text text body\n";
+
+std::string Given(const std::string &source, const std::string &more = "#: script html all\n") {
+  return Findings(Assembled(source), Told(kFields + more));
+}
+
+TEST(Check, InOrder_IsRight) {
+  EXPECT_EQ("", Alone("text \"x\"\nvalue \"A\"\nvalue \"B\"\nend"));
+  EXPECT_EQ("", Alone("text \"x\"\nvalue \"B\"\nseek 0\nvalue \"A\"\nvalue \"B\""));
+  EXPECT_EQ("", Given("text \"<p>\"\nvalue \"Name\"\nvalue \"Price\"\nvalue \"Text\"\nend"));
+  EXPECT_EQ(
+      "",
+      Given(
+          "text \"x\"\npush\nfind \"Text\"\nsave 1\npop\nvalue \"Name\"\nrestore 1\nvalue \"Text\""));
+}
+
+TEST(Check, OpCodeThatDoesNotExist_IsFound) {
+  EXPECT_EQ("3 there is no op-code 20, and a run repeats it for ever: \\t\\n\n",
+            Alone("text \"x\"\nbyte 20"));
+}
+
+TEST(Check, Operands_AreFound) {
+  EXPECT_EQ("3 an operand runs past the end of the macro: \\t\\n\n",
+            Alone("text \"x\"\nbyte 65 9"));
+  EXPECT_EQ("3 there are the registers 0 to 15: \\t\\n\n", Alone("text \"x\"\nbyte 10 16"));
+  const std::string name = "\x41\x01x\x02\x00\x10\0\0"s + std::string(4096, 'n');
+  EXPECT_EQ("3 a name is longer than 4095 bytes: \\t\\n\n", Findings(name, Documents_For(name)));
+}
+
+TEST(Check, Stack_IsFound) {
+  EXPECT_EQ("3 pops a cursor off an empty stack: \\t\\n\n", Alone("text \"x\"\npop"));
+  std::string source = "text \"x\"\n";
+  for (int i = 0; i < 11; ++i) source += "push\n";
+  EXPECT_EQ("13 pushes an eleventh cursor, and the stack holds 10: \\t\\n\n", Alone(source));
+}
+
+TEST(Check, RegisterThatIsNotWritten_IsFound) {
+  EXPECT_EQ(
+      "3 reads register 2 before it is written: the first document of a page has nothing there, and a later one a place of the one before: \\t\\n\n",
+      Alone("text \"x\"\nrestore 2"));
+}
+
+TEST(Check, Output_IsFoundWhereItIsFull) {
+  std::string source = "text \"x\"\n";
+  for (int i = 0; i < 10; ++i) source += "value \"A\"\n";
+  EXPECT_EQ("", Alone(source));
+  EXPECT_EQ("33 the output can reach 45046 bytes, and a page takes 40960: \\tA=x\\{4095}\\t\\n\n",
+            Alone(source + "value \"A\"\n"));
+  EXPECT_EQ("", Findings(Assembled(source + "value \"A\"\n"), Told("#: field A most=3723\n")));
+  EXPECT_EQ("33 the output can reach 40965 bytes, and a page takes 40960: \\tA=x\\{3724}\\t\\n\n",
+            Findings(Assembled(source + "value \"A\"\n"), Told("#: field A most=3724\n")));
+}
+
+TEST(Check, NothingWritten_IsFound) {
+  EXPECT_EQ(
+      "3 nothing may be written for a document, which ends the page there without a line; begin with a text: \\tA=\\t\\n\n",
+      Alone("value \"A\"\nend"));
+}
+
+TEST(Check, Fetch_OfWhatMayBeMissing) {
+  const std::string slots =
+      "3 each document of a page takes one of the 20 places for macros, and from the twentieth on that is logged: ";
+  EXPECT_EQ(
+      "3 a document may lack 'A', and then the name of the macro is run as code: \\tOther=x\\t\\n\n",
+      Alone("text \"x\"\nfetch \"A\" \"/m\"\nvalue \"Other\"").substr(0, 88));
+  EXPECT_EQ(
+      slots + "\\tA=Group Type 1\\t\\n\n",
+      Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""), Told("#: field A document=500\n")));
+  EXPECT_EQ(
+      "3 a value of 'A' may have fewer than the three words of a document's name, which ends the page with an error line: \\tA=x\\t\\n\n" +
+          slots + "\\tA=x\\t\\n\n",
+      Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""), Told("#: field A\n")));
+}
+
+TEST(Check, Insert_HasRoom) {
+  const std::string line = "3 an insert leaves a line in the log for each document: ";
+  EXPECT_EQ(line + "\\tA=Group Type 1\\t\\n\n",
+            Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A document=30000\n")));
+  EXPECT_EQ(
+      line + "\\tA=Group Type 1\\t\\n\n" +
+          "3 a document with what is inserted can reach 42100 bytes, and is cut at 39000: \\tA=Group Type 1 \\{4083}\\t\\n\n",
+      Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A document=38000\n")));
+}
+
+TEST(Check, LookUps_CostWhatTheyLog) {
+  EXPECT_EQ(
+      "3 no document has 'Nmae', and each time that is logged: \\tName=x\\tPrice=x\\tText=x\\t\\n\n",
+      Given("text \"x\"\nvalue \"Nmae\""));
+  EXPECT_EQ("3 a document may lack 'Text', and each time that is logged: \\t\\n\n",
+            Given("text \"x\"\nvalue \"Text\"", "#: script html\n"));
+  EXPECT_EQ(
+      "9 looks for 'Name' where the cursor may stand behind it, and each time that is logged and the document read again: \\tName=x\\tPrice=x\\tText=x\\t\\n\n",
+      Given("text \"x\"\nfind \"Text\"\nvalue \"Name\""));
+  EXPECT_EQ(
+      "3 there may be fewer than 3 of 'Name' from there on, and each time that is logged: \\tName=x\\tPrice=x\\tText=x\\t\\n\n",
+      Given("text \"x\"\nvalue-skip 2 \"Name\""));
+  const std::string code = "\x41\x01x\x02\xff\x03\0\0"s + std::string(1023, 'n');
+  EXPECT_EQ(
+      "3 a name of more than 1022 bytes is never found, and each time that is logged: \\t\\n\n",
+      Findings(code, Told("#: script html\n")));
+}
+
+TEST(Check, FieldThatComesSeveralTimes) {
+  const std::string told = "#: script html all\n#: field Name times=2-3\n";
+  EXPECT_EQ("", Given("text \"x\"\nvalue \"Name\"\nvalue-skip 1 \"Name\"", told));
+  EXPECT_EQ(
+      "10 there may be fewer than 2 of 'Name' from there on, and each time that is logged: \\tName=\\tName=\\tPrice=\\tText=\\t\\n\n",
+      Given("text \"x\"\nvalue-skip 1 \"Name\"\nvalue-skip 1 \"Name\"", told));
+}
+
+TEST(Check, LongValue_IsCut) {
+  EXPECT_EQ(
+      "3 a value can have 5000 bytes; more than 4095 are cut at 4096, and that is logged: \\tA=x\\{5000}\\t\\n\n",
+      Findings(Assembled("text \"x\"\nvalue \"A\""), Told("#: field A most=5000\n")));
+}
+
+TEST(Check, Html_WantsValuesThatAreHtml) {
+  const std::string found =
+      "5 what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html: ";
+  EXPECT_EQ(found + "\\tName=<b>&\\tPrice=<b>&\\tText=<b>&\\t\\n\n",
+            Given("text \"<p>\"\nvalue \"Name\"", "#: script all\n"));
+  EXPECT_EQ(found + "\\tA=<b>&\\t\\n\n", Alone("text \"<p>\"\nvalue \"A\""));
+  EXPECT_EQ("", Given("text \"1 < 2\"\nvalue \"Name\"", "#: script all\n"));
+}
+
+TEST(Check, Script_AddsItsFields) {
+  const std::string source =
+      "text \"x\"\nvalue \"Name\"\nvalue \"Snippet\"\nvalue \"SearchGroup\"\nvalue \"RecType\"\nvalue \"DocNum\"";
+  EXPECT_EQ("", Given(source, "#: script html place all snippet\n"));
+  EXPECT_NE("", Given(source, "#: script html all\n"));
+}
+
+TEST(Check, Fields_ThatAreWrong) {
+  const struct {
+    const char *text;
+    int line;
+    const char *wrong;
+  } kCases[] = {
+      {"A text\nB\n", 2, "expected a line of a schema, NAME KIND"},
+      {"#: fields A\n", 1, "expected '#: script WORD...' or '#: field NAME ...'"},
+      {"#: field\n", 1, "expected '#: script WORD...' or '#: field NAME ...'"},
+      {"\n#: field A most=x\n", 2,
+       "expected most=BYTES, times=LEAST-MOST or document=BYTES, found 'most=x'"},
+      {"#: field A times=2-1\n", 1,
+       "expected most=BYTES, times=LEAST-MOST or document=BYTES, found 'times=2-1'"},
+  };
+  for (const auto &[text, line, wrong] : kCases) {
+    Documents documents;
+    int found = 0;
+    std::string said;
+    EXPECT_FALSE(Documents_Read(text, &documents, &found, &said)) << text;
+    EXPECT_EQ(line, found) << text;
+    EXPECT_EQ(wrong, said) << text;
+  }
+}
+
+TEST(Check, DocumentsAreShown_AndReadAgain) {
+  std::string all = "\t\n\\ab\x01\xff\x7f" + std::string(17, 'y') + std::string(3000, '\0');
+  EXPECT_EQ("\\t\\n\\\\ab\\x01\\xff\\x7fy\\{17}\\x00\\{3000}", Check_Show(all));
+  std::string again;
+  EXPECT_TRUE(Check_Unshow(Check_Show(all), &again));
+  EXPECT_EQ(all, again);
+  for (const char *wrong : {"\\", "\\q", "\\x1", "\\{3}", "a\\{0}", "a\\{", "a\\{9999999}"})
+    EXPECT_FALSE(Check_Unshow(wrong, &again)) << wrong;
+}
+
+// A page of every shape that people write, each with its own fields.
+TEST(Check, SensibleMacros_AreRight) {
+  const char *kFronts[] = {"text \"* \"\n", "text \"<li>\"\n", "text32 \"<tr><td>\"\n",
+                           "page\n<h2>\nend-page\n"};
+  const char *kBetween[] = {"text \", \"\n", "text \"</td><td>\"\n", "text \"\\n    \"\n", ""};
+  const char *kBodies[] = {
+      "value \"Name\"\n%value \"Price\"\n%value \"Text\"\n",
+      "value \"SearchGroup\"\n%seek 0\nvalue \"DocNum\"\n%seek 0\nvalue \"Name\"\n%value \"Snippet\"\n",
+      "push\nfind \"Text\"\n%value \"Text\"\npop\n%value \"Name\"\n",
+      "find \"Name\"\nsave 3\n%value \"Text\"\nrestore 3\nvalue \"Name\"\n%value \"Price\"\n",
+      "value32 \"Name\"\n%value \"Name\"\n%value \"Text\"\n",
+      "repeat \"Author\" 3\nitem\n%end-repeat\nvalue \"Price\"\n",
+      "const NAME \"Name\"\nvalue NAME\n%value \"Author\"\n",
+      "page\n{{Name}}: {{Price}}, {{Text}}\nend-page\n",
+      "page\n{{!seek 0}}{{Author}}, {{Author+1}}, {{Author+1}}\nend-page\n%",
+      "number \"Price\"\n%value \"Snippet\"\n",
+      "seek 0\nvalue \"Author\"\n%value-skip 1 \"Author\"\n%value \"Price\"\n",
+      "save 0\nvalue \"Price\"\nrestore 0\n%value \"Name\"\n%value \"Snippet\"\n",
+      "value \"Name\"\n%seek 0\nvalue \"Name\"\n%value \"Snippet\"\n%value \"RecType\"\n",
+  };
+  int count = 0;
+  const Documents documents = Told(
+      "Name text\n#: field Author times=3-3\nAuthor text\nPrice number\nText text body\n#: script html place all snippet\n");
+  for (const char *front : kFronts)
+    for (const char *between : kBetween)
+      for (const std::string body : kBodies) {
+        std::string source = front;
+        for (const char c : body) source += c == '%' ? between : std::string(1, c);
+        EXPECT_EQ("", Findings(Assembled(source + "end\n"), documents)) << source;
+        ++count;
+      }
+  EXPECT_GE(count, 200);
+}
+
+}  // namespace

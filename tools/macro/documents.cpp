@@ -1,0 +1,273 @@
+#include "tools/macro/documents.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "debug/text.h"
+#include "macro/ops.h"
+#include "tools/macro/decode.h"
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r";
+constexpr std::size_t kFrameMost = 30000;  // names beyond leave no room for values
+
+// What "#: field" says of one.
+struct Told {
+  Place place;
+  std::size_t least = 1;
+  std::size_t times = 1;
+};
+
+struct Reading {
+  std::vector<Told> fields;
+  bool script = false;  // the words of SCRIPT are known
+  bool html = false;
+  bool snippet = false;
+  bool place = false;
+  bool all = false;
+  std::string wrong;
+};
+
+Told *FindOrAdd(Reading *reading, std::string_view name) {
+  for (Told &field : reading->fields)
+    if (field.place.name == name) return &field;
+  reading->fields.push_back({});
+  reading->fields.back().place.name = name;
+  return &reading->fields.back();
+}
+
+std::optional<std::size_t> ToNumber(std::string_view text, std::size_t most) {
+  std::size_t value = 0;
+  const auto [stop, code] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (code != std::errc{} || stop != text.data() + text.size() || value > most) return std::nullopt;
+  return value;
+}
+
+bool TakeTimes(Told *field, std::string_view text) {
+  const std::size_t dash = text.find('-');
+  if (dash == std::string_view::npos) return false;
+  const auto least = ToNumber(text.substr(0, dash), 1000);
+  const auto most = ToNumber(text.substr(dash + 1), 1000);
+  if (!least || !most || *most == 0 || *least > *most) return false;
+  field->least = *least;
+  field->times = *most;
+  return true;
+}
+
+bool TakeNumber(std::string_view word, std::string_view name, std::size_t *value) {
+  if (!word.starts_with(name)) return false;
+  const auto number = ToNumber(word.substr(name.size()), kDocumentMost);
+  if (number) *value = *number;
+  return number.has_value();
+}
+
+void TakeOption(Reading *reading, Told *field, std::string_view word) {
+  constexpr std::string_view kTimes = "times=";
+  if (word.starts_with(kTimes) && TakeTimes(field, word.substr(kTimes.size()))) return;
+  if (TakeNumber(word, "most=", &field->place.most)) return;
+  if (TakeNumber(word, "document=", &field->place.brings)) {
+    field->place.refers = true;
+    return;
+  }
+  reading->wrong.append("expected most=BYTES, times=LEAST-MOST or document=BYTES, found '");
+  reading->wrong.append(word).append("'");
+}
+
+void TakeScript(Reading *reading, std::string_view words) {
+  reading->script = true;
+  for (std::string_view word = Text_Token(&words, kBlanks); !word.empty();
+       word = Text_Token(&words, kBlanks)) {
+    reading->html |= word == "html";
+    reading->snippet |= word == "snippet";
+    reading->place |= word == "place";
+    reading->all |= word == "all";
+  }
+}
+
+// What stands behind "#:".
+void TakeTold(Reading *reading, std::string_view words) {
+  const std::string_view kind = Text_Token(&words, kBlanks);
+  if (kind == "script") return TakeScript(reading, words);
+  const std::string_view name = kind == "field" ? Text_Token(&words, kBlanks) : "";
+  if (name.empty()) {
+    reading->wrong = "expected '#: script WORD...' or '#: field NAME ...'";
+    return;
+  }
+  Told *field = FindOrAdd(reading, name);
+  for (std::string_view word = Text_Token(&words, kBlanks); !word.empty() && reading->wrong.empty();
+       word = Text_Token(&words, kBlanks))
+    TakeOption(reading, field, word);
+}
+
+void TakeLine(Reading *reading, std::string_view line) {
+  if (line.starts_with("#:")) return TakeTold(reading, line.substr(2));
+  const std::string_view name = Text_Token(&line, kBlanks);
+  if (name.empty() || name[0] == '#' || name[0] == '@') return;
+  if (Text_Token(&line, kBlanks).empty()) {
+    reading->wrong = "expected a line of a schema, NAME KIND";
+    return;
+  }
+  FindOrAdd(reading, name);
+}
+
+void Add(Documents *documents, const Told &field, bool always) {
+  for (std::size_t i = 0; i < field.times; ++i) {
+    documents->places.push_back(field.place);
+    documents->places.back().always = always && i < field.least;
+  }
+}
+
+bool IsTaken(const Reading &reading, std::string_view name) {
+  return (reading.snippet && name == "Snippet") ||
+         (reading.place && (name == "SearchGroup" || name == "RecType" || name == "DocNum"));
+}
+
+void Fill(const Reading &reading, Documents *documents) {
+  *documents = {};
+  documents->given = true;
+  documents->html = reading.html;
+  for (const Told &field : reading.fields)
+    if (!IsTaken(reading, field.place.name)) Add(documents, field, reading.all || !reading.script);
+  const auto added = [&](const char *name, std::size_t most) {
+    Told field;
+    for (const Told &told : reading.fields)
+      if (told.place.name == name) field = told;
+    field.place.name = name;
+    field.place.most = std::min(field.place.most, most);
+    Add(documents, field, true);
+  };
+  if (reading.snippet) added("Snippet", kValueMost);
+  if (!reading.place) return;
+  added("SearchGroup", 127 * 6);  // a header field, and each byte perhaps an entity
+  added("RecType", 127 * 6);
+  added("DocNum", 11);
+}
+
+// The macro's own wishes: how often a field is to come, and which stands behind which.
+struct Wishes {
+  bool more = false;                         // what else a document holds matters
+  std::vector<std::string> names;            // in the order of their first look-up
+  std::map<std::string, std::size_t> times;  // at least
+  std::map<std::string, std::set<std::string>> behind;
+};
+
+bool Reaches(const Wishes &wishes, const std::string &from, const std::string &to) {
+  std::set<std::string> seen = {from};
+  std::vector<std::string> left = {from};
+  while (!left.empty()) {
+    const std::string name = left.back();
+    left.pop_back();
+    if (name == to) return true;
+    const auto next = wishes.behind.find(name);
+    if (next == wishes.behind.end()) continue;
+    for (const std::string &other : next->second)
+      if (seen.insert(other).second) left.push_back(other);
+  }
+  return false;
+}
+
+// Where the cursor is: the start, or at an occurrence of a field.
+struct Spot {
+  std::string name;  // empty: the start
+  std::size_t number = 0;
+};
+
+Spot Wish(Wishes *wishes, const Spot &cursor, const std::string &name, std::size_t skip) {
+  if (wishes->times.emplace(name, 0).second) wishes->names.push_back(name);
+  Spot found = {name, skip};
+  if (cursor.name == name)
+    found.number += cursor.number;
+  else if (!cursor.name.empty() && !Reaches(*wishes, name, cursor.name))
+    wishes->behind[cursor.name].insert(name);
+  std::size_t &times = wishes->times[name];
+  times = std::max(times, found.number + 1);
+  return found;
+}
+
+Wishes WishesOf(std::string_view code) {
+  Wishes wishes;
+  Spot cursor;
+  std::vector<Spot> stack;
+  Spot registers[kMacroRegisters];
+  Instruction at;
+  for (std::size_t i = 0; i < code.size(); i += at.size) {
+    const Decoding decoding = Decode_At(code, i, &at);
+    const bool is_cut = decoding == Decoding::kCut && at.op == kOpFetch;  // behind its field
+    if ((decoding != Decoding::kInstruction && !is_cut) || at.op == kOpEnd) break;
+    if (at.op == kOpSeek) cursor = {};
+    if (at.op == kOpDocument || (at.op == kOpSeek && at.number > 0)) wishes.more = true;
+    if (at.op == kOpPush) stack.push_back(cursor);
+    if (at.op == kOpPop && !stack.empty()) {
+      cursor = stack.back();
+      stack.pop_back();
+    }
+    if (at.op == kOpSave) registers[at.number] = cursor;
+    if (at.op == kOpRestore) cursor = registers[at.number];
+    const std::string name(Decode_Name(at.text));
+    const bool skips = at.op == kOpValueSkip || at.op == kOpInsertSkip;
+    if (Decode_LooksUp(at.op) && !name.empty() && name.find_first_of("\t\n=") == std::string::npos)
+      cursor = Wish(&wishes, cursor, name, skips ? at.number : 0);
+  }
+  return wishes;
+}
+
+// The first name, in their order, behind none that is left.
+std::string NextOf(const Wishes &wishes, const std::vector<std::string> &left) {
+  for (const std::string &name : left) {
+    const bool waits = std::any_of(left.begin(), left.end(), [&](const std::string &other) {
+      const auto behind = wishes.behind.find(other);
+      return behind != wishes.behind.end() && behind->second.count(name) == 1;
+    });
+    if (!waits) return name;
+  }
+  return left.front();
+}
+
+}  // namespace
+
+bool Documents_Read(std::string_view text, Documents *documents, int *line, std::string *wrong) {
+  Reading reading;
+  for (*line = 1; !text.empty() && reading.wrong.empty(); ++*line) {
+    const std::size_t size = std::min(text.find('\n'), text.size());
+    TakeLine(&reading, text.substr(0, size));
+    text.remove_prefix(std::min(size + 1, text.size()));
+  }
+  --*line;
+  *wrong = reading.wrong;
+  Fill(reading, documents);
+  return wrong->empty();
+}
+
+Documents Documents_For(std::string_view code) {
+  const Wishes wishes = WishesOf(code);
+  std::vector<std::string> left = wishes.names;
+  Documents documents;
+  std::size_t frame = 0;
+  while (!left.empty()) {
+    const std::string name = NextOf(wishes, left);
+    std::erase(left, name);
+    for (std::size_t i = 0; i < wishes.times.at(name) && frame < kFrameMost; ++i) {
+      frame += name.size() + 2;
+      documents.places.push_back({});
+      documents.places.back().name = name;
+    }
+  }
+  if (wishes.more) documents.places.push_back({"Other.fields", kDocumentMost, false, false, 0});
+  return documents;
+}
+
+std::size_t Documents_Frame(const Documents &documents) {
+  std::size_t frame = 2;  // the last tab and the newline
+  for (const Place &place : documents.places) frame += place.name.size() + 2;
+  return frame;
+}
+
+std::size_t Documents_Longest(const Documents &documents) {
+  std::size_t size = Documents_Frame(documents);
+  for (const Place &place : documents.places) size += place.most;
+  return std::min(size, kDocumentMost);
+}
