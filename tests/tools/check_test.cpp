@@ -167,6 +167,8 @@ TEST(Check, Html_WantsValuesThatAreHtml) {
   EXPECT_EQ(found + "\\tName=<b>&\\tPrice=<b>&\\tText=<b>&\\t\\n\n",
             Given("text \"<p>\"\nvalue \"Name\"", "#: script all\n"));
   EXPECT_EQ(found + "\\tA=<b>&\\t\\n\n", Alone("text \"<p>\"\nvalue \"A\""));
+  EXPECT_EQ("Other.fields", Documents_For(Assembled("document")).places.back().name);
+  EXPECT_EQ(found + "\\tOther.fields=<b>&\\t\\n\n", Alone("text \"<p>\"\ndocument"));
   EXPECT_EQ("", Given("text \"1 < 2\"\nvalue \"Name\"", "#: script all\n"));
 }
 

@@ -244,6 +244,20 @@ TEST(CtlCheck, Frames_AreNotCut) {
                 "cannot read /none: No such file or directory");
 }
 
+TEST(CtlCheck, Macros_HaveNoFault) {
+  const Folder macros;
+  macros.Write("good.mo", std::string("\x41\x01x\x42\x01"
+                                      "A\0",
+                                      8));
+  ExpectFound(Away(kWeb), "", "", 0, {"--macros", macros.Path()});
+  const std::string bad = macros.Write("bad.mo", "\x41\x01x\x14");
+  ExpectFound(
+      Away(kWeb), "",
+      bad +
+          ":1: offset 3: there is no op-code 20, and a run repeats it for ever; see korvo-macro check\n",
+      1, {"--macros", macros.Path()});
+}
+
 TEST(CtlCheck, FilesThatCannotBeRead_AreFound) {
   const Folder folder;
   const Outcome none = RunTool({KORVOCTL, "check", "--dir", folder.Path()});

@@ -1,3 +1,5 @@
+#include "tools/macro/check.h"
+
 #include <arpa/inet.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -6,11 +8,13 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "debug/text.h"
 #include "tools/common/tool.h"
 #include "tools/ctl/commands.h"
+#include "tools/macro/asm.h"
 
 namespace {
 
@@ -22,7 +26,7 @@ constexpr std::size_t kMaxLocation = sizeof DBInfo::SearchLocation - 1;
 constexpr std::uintmax_t kMaxFrame = 10238;
 constexpr int kExitSurvived = 1;  // the exit status when all programs would start
 
-struct Finding {
+struct Remark {
   std::string path;
   int number;
   bool is_fatal;  // a program would not start, or not be found
@@ -37,7 +41,7 @@ struct Check {
   std::vector<const ConfLine *> own;    // the programs that were named; none: all of them
   std::vector<const ConfLine *> above;  // their parents
   std::set<std::string> ids;            // of both; none: all
-  std::vector<Finding> findings;
+  std::vector<Remark> findings;
 };
 
 enum class Weight { kSurvived, kFatal };
@@ -327,24 +331,43 @@ void CheckDbIds(Check *check) {
   }
 }
 
-// Frames.
+// Frames and macros.
 
-void CheckFrames(Check *check, const std::string &folder) {
+void CheckFrame(Check *check, const std::string &path) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  if (!error && size > kMaxFrame)
+    Report(check, path, 1, Weight::kSurvived,
+           Tool_Format("has %d characters, of which the first %d are sent; shorten it",
+                       static_cast<int>(size), static_cast<int>(kMaxFrame)));
+}
+
+// What fields documents have is not known here; korvo-macro check can be told.
+void CheckMacro(Check *check, const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string code(kMacroLimit, '\0');
+  file.read(code.data(), static_cast<std::streamsize>(code.size()));
+  code.resize(static_cast<std::size_t>(file.gcount()));
+  for (const Finding &finding : Check_Macro(code, Documents_For(code)))
+    if (Check_IsFault(finding) && finding.fault != Fault::kFetchLacks &&
+        finding.fault != Fault::kWords)
+      Report(check, path, 1, Weight::kSurvived,
+             Tool_Format("offset %zu: %s; see korvo-macro check", finding.offset,
+                         finding.what.c_str()));
+}
+
+void CheckPages(Check *check, const std::string &folder) {
   std::error_code error;
   fs::recursive_directory_iterator file(folder, error);
   if (error) Tool_Fail(EX_NOINPUT, "cannot read %s: %s", folder.c_str(), error.message().c_str());
-  std::vector<std::string> frames;
-  for (; file != fs::recursive_directory_iterator(); file.increment(error)) {
-    const fs::path &path = file->path();
-    if ((path.extension() == ".hdr" || path.extension() == ".tail") &&
-        file->is_regular_file(error) && file->file_size(error) > kMaxFrame)
-      frames.push_back(path.string());
+  std::vector<fs::path> paths;
+  for (; file != fs::recursive_directory_iterator(); file.increment(error))
+    if (file->is_regular_file(error)) paths.push_back(file->path());
+  std::sort(paths.begin(), paths.end());
+  for (const fs::path &path : paths) {
+    if (path.extension() == ".hdr" || path.extension() == ".tail") CheckFrame(check, path.string());
+    if (path.extension() == ".mo") CheckMacro(check, path.string());
   }
-  std::sort(frames.begin(), frames.end());
-  for (const std::string &path : frames)
-    Report(check, path, 1, Weight::kSurvived,
-           Tool_Format("has %d characters, of which the first %d are sent; shorten it",
-                       static_cast<int>(fs::file_size(path, error)), static_cast<int>(kMaxFrame)));
 }
 
 // All.
@@ -381,16 +404,16 @@ void Read(Check *check, const std::string &dir) {
 
 void Sort(Check *check) {
   std::stable_sort(check->findings.begin(), check->findings.end(),
-                   [](const Finding &a, const Finding &b) {
+                   [](const Remark &a, const Remark &b) {
                      return a.path != b.path ? a.path < b.path : a.number < b.number;
                    });
 }
 
-std::string Plain(const Finding &finding) {
+std::string Plain(const Remark &finding) {
   return Tool_Format("%s:%d: %s\n", finding.path.c_str(), finding.number, finding.text.c_str());
 }
 
-std::string Json(const Finding &finding) {
+std::string Json(const Remark &finding) {
   return Tool_Format("{\"file\": %s, \"line\": %d, \"fatal\": %s, \"text\": %s}",
                      Request_Json(finding.path).c_str(), finding.number,
                      finding.is_fatal ? "true" : "false", Request_Json(finding.text).c_str());
@@ -398,7 +421,7 @@ std::string Json(const Finding &finding) {
 
 std::string Shown(const Check &check, Form form) {
   std::string text;
-  for (const Finding &finding : check.findings)
+  for (const Remark &finding : check.findings)
     text += form == Form::kPlain ? Plain(finding) : (text.empty() ? "[" : ",\n ") + Json(finding);
   if (form == Form::kPlain) return text;
   return text.empty() ? "[]\n" : text + "]\n";
@@ -416,7 +439,7 @@ Check Look(const std::string &dir, const std::string &name, const std::string &m
     if (check.own.empty() ? name.empty() && Conf_IsHere(*line) : IsOwn(check, *line))
       CheckDatabase(&check, *line);
   CheckDbIds(&check);
-  if (!macros.empty()) CheckFrames(&check, macros);
+  if (!macros.empty()) CheckPages(&check, macros);
   Sort(&check);
   return check;
 }
@@ -427,14 +450,14 @@ int Command_Check(Request *request) {
   const Check check = Look(request->dir, Request_Word(*request, 0), request->macros);
   Tool_Print(Shown(check, request->form));
   int status = EX_OK;
-  for (const Finding &finding : check.findings)
+  for (const Remark &finding : check.findings)
     if (status != EX_CONFIG) status = finding.is_fatal ? EX_CONFIG : kExitSurvived;
   return status;
 }
 
 std::vector<std::string> Command_Findings(const std::string &dir, const std::string &name) {
   std::vector<std::string> texts;
-  for (const Finding &finding : Look(dir, name, "").findings) {
+  for (const Remark &finding : Look(dir, name, "").findings) {
     texts.push_back(Plain(finding));
     texts.back().pop_back();
   }

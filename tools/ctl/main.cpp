@@ -98,7 +98,7 @@ constexpr const char *kOptionHelp =
     "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
     "  --json               of check, list and status: as JSON\n"
     "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
-    "  --macros DIR         of check: look at the page frames there, too\n"
+    "  --macros DIR         of check: look at the page frames and macros there, too\n"
     "  --nagios             of status: a line and an exit status for Nagios\n"
     "  --older TIME         of reap: the age\n"
     "  --prometheus         of status: figures for Prometheus\n"

@@ -18,7 +18,7 @@ const char *WeightOf(const Finding &finding, const Documents &documents) {
 }
 
 std::string WitnessText(const Finding &finding) {
-  if (!finding.shown) return "; only together with what is named above";
+  if (!finding.shown) return "; no document was found that shows it";
   std::string text = "; as with " + Check_Show(finding.witness.document);
   if (finding.witness.times > 1) text += Tool_Format(", %d times on a page", finding.witness.times);
   if (!finding.witness.fetched.empty())
@@ -28,11 +28,12 @@ std::string WitnessText(const Finding &finding) {
 
 void Print(const std::string &path, const Finding &finding, const Documents &documents,
            const AsmProgram &program) {
-  std::string text = path + ":" + std::to_string(finding.offset) + ": ";
   const AsmLine *line = Asm_LineAt(program, finding.offset);
-  if (line != nullptr) text += std::string(line->file) + ":" + std::to_string(line->line) + ": ";
-  text += WeightOf(finding, documents);
-  Tool_Print(text + ": " + finding.what + WitnessText(finding) + "\n");
+  std::string place = path;
+  if (line != nullptr) place = std::string(line->file) + ":" + std::to_string(line->line);
+  Tool_Print(Tool_Format("%s: offset %zu: %s: %s%s\n", place.c_str(), finding.offset,
+                         WeightOf(finding, documents), finding.what.c_str(),
+                         WitnessText(finding).c_str()));
 }
 
 Documents ReadDocuments(const std::string &path) {

@@ -114,9 +114,10 @@ void Print(std::string_view code, const Instruction &at, const Stage &before, co
       stage.output.size() > before.output.size() ? stage.output.substr(before.output.size()) : "";
   std::string stacked;
   for (const int cursor : stack) stacked += ' ' + std::to_string(cursor);
-  Tool_Line("%6zu  %-32s cursor %d, stack%s, output %zu%s%s", at.offset, Written(code, at).c_str(),
+  const std::string shown = added.empty() ? "" : Tool_Format(": '%s'", Check_Show(added).c_str());
+  Tool_Line("%6zu  %-32s cursor %d, stack%s, output %zu%s", at.offset, Written(code, at).c_str(),
             stage.cursor, stacked.empty() ? " empty" : stacked.c_str(), stage.output.size(),
-            added.empty() ? "" : ": ", Check_Show(added).c_str());
+            shown.c_str());
   for (std::size_t i = before.log.size(); i < stage.log.size(); ++i)
     Tool_Line("        log: %s", Check_Show(stage.log[i]).c_str());
 }

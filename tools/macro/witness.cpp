@@ -8,7 +8,6 @@
 #include "debug/text.h"
 #include "macro/ops.h"
 #include "protocol/cmd_hdr.h"
-#include "tools/common/tool.h"
 #include "tools/macro/decode.h"
 
 namespace {
@@ -65,7 +64,8 @@ void Emit(Model *model, std::size_t size) {
 // Where the field begins; kNone: it is not found.
 std::size_t LookUp(Model *model) {
   const std::string_view name = Decode_Name(model->at.text);
-  const std::string pattern = Tool_Format("\t%.*s=", static_cast<int>(name.size()), name.data());
+  std::string pattern = "\t";
+  pattern.append(name).append("=");
   const bool skips = model->at.op == kOpValueSkip || model->at.op == kOpInsertSkip;
   std::size_t at = kNone;
   if (pattern.size() <= kPatternMost) {
