@@ -296,8 +296,8 @@ TEST(CheckProperty, WhatItSays_IsWhatTheEngineDoes) {
   Tally tally;
   for (unsigned seed = start; seed < start + cases; ++seed)
     ASSERT_NO_FATAL_FAILURE(TryOne(seed, &tally));
-  std::printf("%d accepted, %d that cost, %d with a fault\n", tally.accepted, tally.costly,
-              tally.faulty);
+  std::printf("%d accepted, %d that cost, %d with a fault; %d findings shown, %d only told\n",
+              tally.accepted, tally.costly, tally.faulty, tally.shown, tally.unshown);
   if (cases < 500) return;
   EXPECT_GT(tally.accepted, static_cast<int>(cases) / 50);
   EXPECT_GT(tally.costly, static_cast<int>(cases) / 50);

@@ -13,6 +13,7 @@
 
 namespace {
 
+constexpr std::size_t kFindingsMost = 100;  // of a weight
 constexpr std::size_t kPatternMost = 1024;  // a tab, a name and "="
 constexpr std::size_t kFetchMost = 32768;   // that a fetch writes, also where it fails
 constexpr std::size_t kInsertMost = 39000;  // a document with what was inserted
@@ -53,10 +54,15 @@ struct Pass {
   bool has_markup = false;
   bool ends = false;  // for certain
   std::vector<Finding> findings;
+  std::size_t faults = 0;
+  std::size_t costs = 0;
 };
 
+// The first of each weight are enough to go on with.
 void Find(Pass *pass, Fault fault, std::string what) {
-  pass->findings.push_back({pass->at.offset, fault, std::move(what)});
+  const Finding finding = {pass->at.offset, fault, std::move(what)};
+  std::size_t &count = Check_IsFault(finding) ? pass->faults : pass->costs;
+  if (count++ < kFindingsMost) pass->findings.push_back(finding);
 }
 
 std::size_t Count(const Pass &pass) { return pass.documents->places.size(); }
@@ -122,10 +128,10 @@ bool IsCertain(const Found &found) { return !found.may_miss && found.places.size
 // have, or of those that it has.  The number of places if there is none.
 std::size_t PlaceFrom(const Pass &pass, const Wanted &wanted, Spot from, bool has) {
   std::size_t skip = wanted.skip;
-  for (const std::size_t place : *wanted.places) {
-    const bool is_there = pass.documents->places[place].always || (from.on && from.place == place);
-    if (place < from.place || (has && !is_there)) continue;
-    if (skip-- == 0) return place;
+  auto at = std::lower_bound(wanted.places->begin(), wanted.places->end(), from.place);
+  for (; at != wanted.places->end(); ++at) {
+    const bool is_there = pass.documents->places[*at].always || (from.on && from.place == *at);
+    if ((is_there || !has) && skip-- == 0) return *at;
   }
   return Count(pass);
 }
@@ -151,8 +157,8 @@ void FindMissing(Pass *pass, const Wanted &wanted) {
 }
 
 void AddPlaces(const Wanted &wanted, std::size_t first, std::size_t last, Found *found) {
-  for (const std::size_t place : *wanted.places)
-    if (place >= first && place <= last) found->places.insert(place);
+  auto at = std::lower_bound(wanted.places->begin(), wanted.places->end(), first);
+  for (; at != wanted.places->end() && *at <= last; ++at) found->places.insert(*at);
 }
 
 // Where a look-up that does not go forward to its field in every document may come to.
@@ -215,12 +221,11 @@ Found LookUp(Pass *pass) {
 }
 
 void FindHtml(Pass *pass) {
-  const bool is_found = std::any_of(pass->findings.begin(), pass->findings.end(),
-                                    [](const Finding &f) { return f.fault == Fault::kHtml; });
-  if (pass->has_markup && !pass->documents->html && !is_found)
-    Find(
-        pass, Fault::kHtml,
-        "what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html");
+  if (!pass->has_markup || pass->documents->html) return;
+  pass->has_markup = false;  // said once
+  Find(
+      pass, Fault::kHtml,
+      "what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html");
 }
 
 // Adds the value of the field that was looked up.
@@ -302,9 +307,10 @@ void Fetch(Pass *pass) {
   if (found.may_miss || !pass->documents->given) FindFetchLacks(pass);
   if (found.places.empty()) return;
   Brings(pass, found);
-  Find(
-      pass, Fault::kFetchSlots,
-      "each document of a page takes one of the 20 places for macros, and from the twentieth on that is logged");
+  if (Refer(*pass, found))  // otherwise the page does not come so far
+    Find(
+        pass, Fault::kFetchSlots,
+        "each document of a page takes one of the 20 places for macros, and from the twentieth on that is logged");
   FindHtml(pass);
   AddFixed(pass, kFetchMost);
 }

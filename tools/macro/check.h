@@ -50,7 +50,7 @@ struct Finding {
   Witness witness = {};
 };
 
-// In the order of the code, each fault once for an instruction.
+// In the order of the code, each once for an instruction, and at most 100 of each weight.
 std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents);
 
 // Whether a run may end, go on for ever, or leave the page; otherwise a finding only costs.

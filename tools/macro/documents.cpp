@@ -13,7 +13,8 @@
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
-constexpr std::size_t kFrameMost = 30000;  // names beyond leave no room for values
+constexpr std::size_t kWorkMost = 2000000;
+constexpr std::size_t kFrameMost = 15000;  // names beyond leave no room for values
 
 // What "#: field" says of one.
 struct Told {
@@ -148,23 +149,29 @@ void Fill(const Reading &reading, Documents *documents) {
 }
 
 // The macro's own wishes: how often a field is to come, and which stands behind which.
-struct Wishes {
-  bool more = false;                         // what else a document holds matters
-  std::vector<std::string> names;            // in the order of their first look-up
-  std::map<std::string, std::size_t> times;  // at least
-  std::map<std::string, std::set<std::string>> behind;
+struct Wish {
+  std::string name;
+  std::size_t times = 1;                 // at least
+  std::vector<std::size_t> behind = {};  // the wishes that stand behind this one
 };
 
-bool Reaches(const Wishes &wishes, const std::string &from, const std::string &to) {
-  std::set<std::string> seen = {from};
-  std::vector<std::string> left = {from};
+struct Wishes {
+  std::vector<Wish> list;  // in the order of their first look-up
+  std::map<std::string, std::size_t, std::less<>> known;
+  std::size_t frame = 0;         // bytes of the names
+  std::size_t work = kWorkMost;  // that may still be spent on their order
+  bool more = false;             // what else a document holds matters
+};
+
+bool Reaches(Wishes *wishes, std::size_t from, std::size_t to) {
+  std::set<std::size_t> seen = {from};
+  std::vector<std::size_t> left = {from};
   while (!left.empty()) {
-    const std::string name = left.back();
+    const std::size_t wish = left.back();
     left.pop_back();
-    if (name == to) return true;
-    const auto next = wishes.behind.find(name);
-    if (next == wishes.behind.end()) continue;
-    for (const std::string &other : next->second)
+    if (wish == to || wishes->work == 0) return true;
+    --wishes->work;
+    for (const std::size_t other : wishes->list[wish].behind)
       if (seen.insert(other).second) left.push_back(other);
   }
   return false;
@@ -172,20 +179,37 @@ bool Reaches(const Wishes &wishes, const std::string &from, const std::string &t
 
 // Where the cursor is: the start, or at an occurrence of a field.
 struct Spot {
-  std::string name;  // empty: the start
+  bool start = true;
+  std::size_t wish = 0;
   std::size_t number = 0;
 };
 
-Spot Wish(Wishes *wishes, const Spot &cursor, const std::string &name, std::size_t skip) {
-  if (wishes->times.emplace(name, 0).second) wishes->names.push_back(name);
-  Spot found = {name, skip};
-  if (cursor.name == name)
+// Puts the one behind the other, unless it stands in front of it already.
+void PutBehind(Wishes *wishes, std::size_t front, std::size_t back) {
+  std::vector<std::size_t> &behind = wishes->list[front].behind;
+  wishes->work -= std::min(wishes->work, behind.size());
+  if (wishes->work == 0 || std::find(behind.begin(), behind.end(), back) != behind.end()) return;
+  if (!Reaches(wishes, back, front)) behind.push_back(back);
+}
+
+Spot Look(Wishes *wishes, const Spot &cursor, const std::string &name, std::size_t skip) {
+  const auto [at, is_new] = wishes->known.emplace(name, wishes->list.size());
+  if (is_new) {
+    wishes->list.push_back({name});
+    wishes->frame += name.size() + 2;
+  }
+  Spot found = {false, at->second, skip};
+  if (!cursor.start && cursor.wish == found.wish)
     found.number += cursor.number;
-  else if (!cursor.name.empty() && !Reaches(*wishes, name, cursor.name))
-    wishes->behind[cursor.name].insert(name);
-  std::size_t &times = wishes->times[name];
+  else if (!cursor.start)
+    PutBehind(wishes, cursor.wish, found.wish);
+  std::size_t &times = wishes->list[found.wish].times;
   times = std::max(times, found.number + 1);
   return found;
+}
+
+bool IsName(std::string_view name) {
+  return !name.empty() && name.find_first_of("\t\n=") == std::string_view::npos;
 }
 
 Wishes WishesOf(std::string_view code) {
@@ -209,22 +233,29 @@ Wishes WishesOf(std::string_view code) {
     if (at.op == kOpRestore) cursor = registers[at.number];
     const std::string name(Decode_Name(at.text));
     const bool skips = at.op == kOpValueSkip || at.op == kOpInsertSkip;
-    if (Decode_LooksUp(at.op) && !name.empty() && name.find_first_of("\t\n=") == std::string::npos)
-      cursor = Wish(&wishes, cursor, name, skips ? at.number : 0);
+    if (Decode_LooksUp(at.op) && IsName(name) &&
+        (wishes.frame < kFrameMost || wishes.known.count(name) == 1))
+      cursor = Look(&wishes, cursor, name, skips ? at.number : 0);
   }
   return wishes;
 }
 
-// The first name, in their order, behind none that is left.
-std::string NextOf(const Wishes &wishes, const std::vector<std::string> &left) {
-  for (const std::string &name : left) {
-    const bool waits = std::any_of(left.begin(), left.end(), [&](const std::string &other) {
-      const auto behind = wishes.behind.find(other);
-      return behind != wishes.behind.end() && behind->second.count(name) == 1;
-    });
-    if (!waits) return name;
+// The wishes in an order that suits them, and of several the one that was named first.
+std::vector<std::size_t> Ordered(const Wishes &wishes) {
+  std::vector<std::size_t> waits(wishes.list.size()), order;
+  for (const Wish &wish : wishes.list)
+    for (const std::size_t other : wish.behind) ++waits[other];
+  std::set<std::size_t> ready;
+  for (std::size_t i = 0; i < waits.size(); ++i)
+    if (waits[i] == 0) ready.insert(i);
+  while (!ready.empty()) {
+    const std::size_t next = *ready.begin();
+    ready.erase(ready.begin());
+    order.push_back(next);
+    for (const std::size_t other : wishes.list[next].behind)
+      if (--waits[other] == 0) ready.insert(other);
   }
-  return left.front();
+  return order;
 }
 
 }  // namespace
@@ -244,16 +275,14 @@ bool Documents_Read(std::string_view text, Documents *documents, int *line, std:
 
 Documents Documents_For(std::string_view code) {
   const Wishes wishes = WishesOf(code);
-  std::vector<std::string> left = wishes.names;
   Documents documents;
   std::size_t frame = 0;
-  while (!left.empty()) {
-    const std::string name = NextOf(wishes, left);
-    std::erase(left, name);
-    for (std::size_t i = 0; i < wishes.times.at(name) && frame < kFrameMost; ++i) {
-      frame += name.size() + 2;
+  for (const std::size_t number : Ordered(wishes)) {
+    const Wish &wish = wishes.list[number];
+    for (std::size_t i = 0; i < wish.times && (i == 0 || frame < kFrameMost); ++i) {
+      frame += wish.name.size() + 2;
       documents.places.push_back({});
-      documents.places.back().name = name;
+      documents.places.back().name = wish.name;
     }
   }
   if (wishes.more) documents.places.push_back({"Other.fields", kDocumentMost, false, false, 0});

@@ -4,6 +4,7 @@
 #include <numeric>
 #include <random>
 #include <set>
+#include <unordered_map>
 
 #include "debug/text.h"
 #include "macro/ops.h"
@@ -16,23 +17,23 @@ constexpr std::size_t kFetchMost = 32768;
 constexpr std::size_t kInsertMost = 39000;
 constexpr std::size_t kPatternMost = 1024;
 constexpr std::uint32_t kChances = 100;
+constexpr std::size_t kPlacesMost = 500;       // for which each is left out once
+constexpr std::size_t kWorkMost = 300000000;  // bytes of code times bytes of documents
 constexpr std::size_t kNone = std::string_view::npos;
 constexpr std::string_view kReference = "Group Type 1";
 
-// What one run over one document comes to.
-struct Seen {
-  std::size_t offset;
-  Fault fault;
-};
+// What one run over one document comes to: of an instruction, the faults that it shows.
+using Seen = std::unordered_map<std::size_t, unsigned>;
 
-bool IsSeen(const std::vector<Seen> &seen, const Finding &finding) {
-  const auto same = [](Fault a, Fault b) {
-    const auto looks_up = [](Fault f) { return f >= Fault::kUnknown && f <= Fault::kOrder; };
-    return a == b || (looks_up(a) && looks_up(b));
-  };
-  return std::any_of(seen.begin(), seen.end(), [&](const Seen &one) {
-    return one.offset == finding.offset && same(one.fault, finding.fault);
-  });
+// A look-up that is logged is one, for whatever reason.
+unsigned BitOf(Fault fault) {
+  const bool looks_up = fault >= Fault::kUnknown && fault <= Fault::kOrder;
+  return 1u << static_cast<unsigned>(looks_up ? Fault::kOrder : fault);
+}
+
+bool IsSeen(const Seen &seen, const Finding &finding) {
+  const auto at = seen.find(finding.offset);
+  return at != seen.end() && (at->second & BitOf(finding.fault)) != 0;
 }
 
 // The run: what the service does, less what it sends.
@@ -46,10 +47,10 @@ struct Model {
   bool written[kMacroRegisters] = {};
   std::size_t output = 0;
   bool ends = false;
-  std::vector<Seen> seen = {};
+  Seen seen = {};
 };
 
-void See(Model *model, Fault fault) { model->seen.push_back({model->at.offset, fault}); }
+void See(Model *model, Fault fault) { model->seen[model->at.offset] |= BitOf(fault); }
 
 void Fail(Model *model, Fault fault) {
   See(model, fault);
@@ -116,11 +117,11 @@ bool IsReference(std::string_view value) {
 void Fetch(Model *model) {
   std::string_view value;
   if (!TakeValue(model, &value)) return Fail(model, Fault::kFetchLacks);
-  See(model, Fault::kFetchSlots);
   if (!IsReference(value)) return Fail(model, Fault::kWords);
   See(model, Fault::kHtml);
   // One that fails writes the whole buffer.
   Emit(model, model->fetched->empty() ? kFetchMost : std::min(model->fetched->size(), kFetchMost));
+  if (!model->ends) See(model, Fault::kFetchSlots);  // and the page goes on
 }
 
 void Insert(Model *model) {
@@ -178,7 +179,7 @@ Fault FaultOf(Decoding decoding) {
   return decoding == Decoding::kCut ? Fault::kCut : Fault::kBeyond;
 }
 
-std::vector<Seen> Run(std::string_view code, const Witness &witness) {
+Seen Run(std::string_view code, const Witness &witness) {
   Model model = {witness.document, &witness.fetched};
   for (std::size_t i = 0; i < code.size() && !model.ends; i += model.at.size) {
     const Decoding decoding = Decode_At(code, i, &model.at);
@@ -240,24 +241,20 @@ void LeaveOut(const Documents &documents, std::string_view name, Draft *draft) {
       draft->has[i] = false;
 }
 
+// For each name a document without it: what a document may lack, and what nobody has said that it
+// has.
 void AddLacking(Drafts *drafts) {
+  const Documents &documents = *drafts->documents;
+  if (documents.places.size() > kPlacesMost) return;
   std::set<std::string> names;
-  for (const Place &place : drafts->documents->places)
-    if (!place.always) names.insert(place.name);
-  for (const std::string &name : names) {
-    drafts->list.push_back(Ample(*drafts->documents, 1));
-    LeaveOut(*drafts->documents, name, &drafts->list.back());
+  for (const Place &place : documents.places) {
+    if ((place.always && documents.given) || !names.insert(place.name).second) continue;
+    drafts->list.push_back(Ample(documents, 1));
+    for (std::size_t i = 0; i < documents.places.size(); ++i)
+      if (documents.places[i].name == place.name &&
+          (!documents.given || !documents.places[i].always))
+        drafts->list.back().has[i] = false;
   }
-  // What a document has without anybody having said so.
-  if (drafts->documents->given) return;
-  names.clear();
-  for (const Place &place : drafts->documents->places)
-    if (names.insert(place.name).second) {
-      Draft draft = Ample(*drafts->documents, 1);
-      for (std::size_t i = 0; i < draft.has.size(); ++i)
-        draft.has[i] = drafts->documents->places[i].name != place.name;
-      drafts->list.push_back(draft);
-    }
 }
 
 // How often each place is written, as a run over a document of all of them shows it.
@@ -307,12 +304,12 @@ Draft Longest(const Documents &documents, const std::vector<std::size_t> &weight
 // The names that are looked up, each once.
 std::vector<std::string> NamesIn(std::string_view code) {
   std::vector<std::string> names;
+  std::set<std::string> known;
   Instruction at;
   for (std::size_t i = 0; i < code.size(); i += at.size) {
     if (Decode_At(code, i, &at) != Decoding::kInstruction || at.op == kOpEnd) break;
     const std::string name(Decode_Name(at.text));
-    if (Decode_LooksUp(at.op) && std::find(names.begin(), names.end(), name) == names.end())
-      names.push_back(name);
+    if (Decode_LooksUp(at.op) && known.insert(name).second) names.push_back(name);
   }
   return names;
 }
@@ -386,6 +383,8 @@ Drafts DraftsFor(std::string_view code, const Documents &documents,
   Drafts drafts = {&documents, {}};
   drafts.list.push_back(Ample(documents, 1));
   drafts.list.push_back(WithValues(documents, "<b>&"));
+  drafts.list.push_back(Ample(documents, 1));
+  drafts.list.back().fetched = Inserted(documents, NamesIn(code), 0);
   drafts.list.push_back(WithValues(documents, "x"));
   drafts.list.push_back(Ample(documents, 0));
   drafts.list.push_back(Ample(documents, 0));
@@ -420,12 +419,15 @@ bool IsAllShown(const std::vector<Finding> &findings) {
   return std::all_of(findings.begin(), findings.end(), [](const Finding &f) { return f.shown; });
 }
 
+// Tries a document, as long as there is time; *work is what is left of it.
 void Try(std::string_view code, const Documents &documents, const Draft &draft,
-         std::vector<Finding> *findings) {
-  if (IsAllShown(*findings)) return;
+         std::vector<Finding> *findings, std::size_t *work) {
+  if (*work == 0 || IsAllShown(*findings)) return;
   const Witness witness = {Written(documents, draft), 1, draft.fetched};
   if (witness.document.size() > kMessageSize) return;
-  const std::vector<Seen> seen = Run(code, witness);
+  const std::size_t steps = code.size() * (witness.document.size() / 64 + 1);
+  *work -= std::min(*work, steps);
+  const Seen seen = Run(code, witness);
   for (Finding &finding : *findings) {
     if (finding.shown || !IsSeen(seen, finding)) continue;
     finding.shown = true;
@@ -439,9 +441,10 @@ void Try(std::string_view code, const Documents &documents, const Draft &draft,
 void Witness_Find(std::string_view code, const Documents &documents,
                   std::vector<Finding> *findings) {
   if (findings->empty()) return;
+  std::size_t work = kWorkMost;
   for (const Draft &draft : DraftsFor(code, documents, *findings).list)
-    Try(code, documents, draft, findings);
+    Try(code, documents, draft, findings, &work);
   const std::vector<std::string> names = NamesIn(code);
   for (std::uint32_t number = 1; number <= kChances && !IsAllShown(*findings); ++number)
-    Try(code, documents, Chance(documents, names, number), findings);
+    Try(code, documents, Chance(documents, names, number), findings, &work);
 }
