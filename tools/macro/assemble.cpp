@@ -30,8 +30,8 @@ struct Row {
 
 // What is being assembled: one file, and in it perhaps a pass over lines that are repeated.
 struct File {
-  const AsmSource *source;
   std::string_view rest;
+  const AsmSource *from;
   int line = 0;  // that was taken last
 };
 
@@ -223,7 +223,7 @@ void CheckSize(const Assembly &assembly, Line *line) {
 }
 
 void Open(Assembly *assembly, const AsmSource &source) {
-  File file = {&source, source.text};
+  File file = {source.text, &source};
   if (file.rest.starts_with(kByteOrderMark)) file.rest.remove_prefix(kByteOrderMark.size());
   assembly->files.push_back(file);
 }
@@ -235,7 +235,7 @@ void Include(Assembly *assembly, Line *line) {
   Line_SkipBlanks(line);
   ExpectEnd(line);
   if (!line->wrong.empty()) return;
-  const std::string &from = assembly->files.back().source->name;
+  const std::string &from = assembly->files.back().from->name;
   AsmSource source = {*name, ""};
   if (!source.name.starts_with('/')) source.name.insert(0, from.substr(0, from.rfind('/') + 1));
   line->rest = before.rest;
@@ -319,7 +319,7 @@ bool TakeUpTo(Assembly *assembly, std::string_view end,
 
 void AssemblePage(Assembly *assembly, Line *line) {
   ExpectEnd(line);
-  const AsmSource &source = *assembly->files.back().source;
+  const AsmSource &source = *assembly->files.back().from;
   std::string text;
   const bool ended = TakeUpTo(assembly, "end-page", [&](const Row &row) {
     Line part = {row.text, row.text};
@@ -399,7 +399,7 @@ void AssembleWord(Assembly *assembly, Line *line) {
 }
 
 void AssembleRow(Assembly *assembly, const Row &row) {
-  const AsmSource &source = *assembly->files.back().source;
+  const AsmSource &source = *assembly->files.back().from;
   Line line = Line_Of(row.text);
   Begin(assembly, source, row);
   if (!Line_AtEnd(line)) AssembleWord(assembly, &line);

@@ -179,13 +179,14 @@ bool TakeAll(Json *json, char end, const std::string &name,
              bool (*take)(Json *, const std::string &)) {
   json->rest.remove_prefix(1);
   if (++json->depth > kDepthMost) return false;
-  if (!Take(json, end)) do {
-      if (!take(json, name)) return false;
-    } while (Take(json, ','));
-  else
-    return --json->depth, true;
+  bool is_ended = Take(json, end);
+  while (!is_ended) {
+    if (!take(json, name)) return false;
+    is_ended = !Take(json, ',');
+    if (is_ended && !Take(json, end)) return false;
+  }
   --json->depth;
-  return Take(json, end);
+  return true;
 }
 
 bool TakeValue(Json *json, const std::string &name) {
