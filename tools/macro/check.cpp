@@ -24,7 +24,9 @@ constexpr std::size_t kPageMost = kMessageSize;
 struct Spot {
   std::size_t place = 0;
   bool on = false;
-  auto operator<=>(const Spot &) const = default;
+  bool operator<(const Spot &other) const {
+    return place != other.place ? place < other.place : !on && other.on;
+  }
 };
 using Spots = std::set<Spot>;
 
@@ -193,19 +195,22 @@ Wanted WantedOf(const Pass &pass) {
 // Moves the cursor as a look-up does, and says what it may find.
 Found LookUp(Pass *pass) {
   const Wanted wanted = WantedOf(*pass);
+  if (wanted.places == nullptr) {
+    FindUnknown(pass, wanted.name);
+    // What was inserted may have the name.
+    if (pass->inserted > 0) pass->cursor.insert({Count(*pass), false});
+    return {{}, true};
+  }
   Found found;
   Spots cursor;
-  bool is_sure = wanted.places != nullptr;
-  if (!is_sure) FindUnknown(pass, wanted.name);
+  bool is_sure = true;
   for (const Spot &spot : pass->cursor) {
     Found here;
-    const std::size_t has =
-        wanted.places != nullptr ? PlaceFrom(*pass, wanted, spot, true) : Count(*pass);
+    const std::size_t has = PlaceFrom(*pass, wanted, spot, true);
     if (has < Count(*pass)) {
       AddPlaces(wanted, PlaceFrom(*pass, wanted, spot, false), has, &here);
     } else {
-      here.may_miss = wanted.places == nullptr;
-      if (wanted.places != nullptr) LookAround(*pass, wanted, spot, &here);
+      LookAround(*pass, wanted, spot, &here);
       if (is_sure) FindMissing(pass, wanted);
       is_sure = false;
       // What was inserted may have the name.
