@@ -143,8 +143,8 @@ void Fill(const Reading &reading, Documents *documents) {
   };
   if (reading.snippet) added("Snippet", kValueMost);
   if (!reading.place) return;
-  added("SearchGroup", 127 * 6);  // a header field, and each byte perhaps an entity
-  added("RecType", 127 * 6);
+  added("SearchGroup", std::size_t{127} * 6);  // a header field, and each byte perhaps an entity
+  added("RecType", std::size_t{127} * 6);
   added("DocNum", 11);
 }
 
@@ -212,6 +212,19 @@ bool IsName(std::string_view name) {
   return !name.empty() && name.find_first_of("\t\n=") == std::string_view::npos;
 }
 
+// The cursor behind an instruction that looks nothing up.
+void Move(const Instruction &at, Spot *cursor, std::vector<Spot> *stack,
+          Spot (&registers)[kMacroRegisters]) {
+  if (at.op == kOpSeek) *cursor = {};
+  if (at.op == kOpPush) stack->push_back(*cursor);
+  if (at.op == kOpPop && !stack->empty()) {
+    *cursor = stack->back();
+    stack->pop_back();
+  }
+  if (at.op == kOpSave) registers[at.number] = *cursor;
+  if (at.op == kOpRestore) *cursor = registers[at.number];
+}
+
 Wishes WishesOf(std::string_view code) {
   Wishes wishes;
   Spot cursor;
@@ -222,15 +235,8 @@ Wishes WishesOf(std::string_view code) {
     const Decoding decoding = Decode_At(code, i, &at);
     const bool is_cut = decoding == Decoding::kCut && at.op == kOpFetch;  // behind its field
     if ((decoding != Decoding::kInstruction && !is_cut) || at.op == kOpEnd) break;
-    if (at.op == kOpSeek) cursor = {};
     if (at.op == kOpDocument || (at.op == kOpSeek && at.number > 0)) wishes.more = true;
-    if (at.op == kOpPush) stack.push_back(cursor);
-    if (at.op == kOpPop && !stack.empty()) {
-      cursor = stack.back();
-      stack.pop_back();
-    }
-    if (at.op == kOpSave) registers[at.number] = cursor;
-    if (at.op == kOpRestore) cursor = registers[at.number];
+    Move(at, &cursor, &stack, registers);
     const std::string name(Decode_Name(at.text));
     const bool skips = at.op == kOpValueSkip || at.op == kOpInsertSkip;
     if (Decode_LooksUp(at.op) && IsName(name) &&
