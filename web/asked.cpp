@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "protocol/cmd_hdr.h"
 #include "web/html.h"
 #include "web/status.h"
 
@@ -27,14 +26,6 @@ constexpr Path kPaths[] = {{"/", Route::kFront, "front"},
                            {"/metrics", Route::kMetrics, "metrics"},
                            {"/healthz", Route::kHealth, "healthz"},
                            {"/static/", Route::kStatic, "static"}};
-
-bool IsName(std::string_view text) {
-  return !text.empty() && text.size() < kHdrText &&
-         std::all_of(text.begin(), text.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                  c == '-' || c == '_' || c == '.';
-         });
-}
 
 // The number, or otherwise.
 std::int32_t ToNumber(std::string_view text, std::int32_t otherwise) {
@@ -59,10 +50,10 @@ void TakeParameter(std::string_view name, const std::string &value, Asked *asked
   } else if (name == "page") {
     asked->page = std::clamp(ToNumber(value, 1), 1, kStatusMostHits);
   } else if (name == "sort") {
-    asked->sort = IsName(value) ? value : "";
+    asked->sort = Conf_IsName(value) ? value : "";
   } else if (name == "type") {
-    asked->type = IsName(value) ? value : "";
-  } else if (IsName(name) && asked->fields.size() < kMostFields) {
+    asked->type = Conf_IsName(value) ? value : "";
+  } else if (Conf_IsName(name) && asked->fields.size() < kMostFields) {
     const std::string words = Words(value);
     if (!words.empty()) asked->fields.emplace_back(name, words);
   }

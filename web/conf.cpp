@@ -128,14 +128,6 @@ std::string Set(const Row &row, std::string_view value, WebConf *conf) {
   return {};
 }
 
-bool IsId(std::string_view text) {
-  return !text.empty() && text.size() < kHdrText &&
-         std::all_of(text.begin(), text.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                  c == '-' || c == '_' || c == '.';
-         });
-}
-
 std::string HasGroup(const std::string &id) {
   return "the documents of " + id + " have their group already";
 }
@@ -146,7 +138,8 @@ std::string AddGroup(std::string_view value, WebConf *conf) {
   group.results = Lines_Word(&value);
   group.document = Lines_Word(&value);
   group.title = value;
-  if (!IsId(group.id) || !IsId(group.results) || !IsId(group.document) || group.title.empty())
+  if (!Conf_IsName(group.id) || !Conf_IsName(group.results) || !Conf_IsName(group.document) ||
+      group.title.empty())
     return "group takes an id, the macro of its hits, the macro of its documents and a title";
   if (Conf_Group(*conf, group.id) != nullptr) return "group " + group.id + " stands here twice";
   if (Conf_GroupOfDocuments(*conf, group.id) != nullptr) return HasGroup(group.id);
@@ -157,7 +150,7 @@ std::string AddGroup(std::string_view value, WebConf *conf) {
 std::string AddSort(std::string_view value, WebConf *conf) {
   const std::string id(Lines_Word(&value));
   const WebSort sort = {std::string(Lines_Word(&value)), std::string(value)};
-  if (!IsId(id) || !IsId(sort.key) || sort.title.empty())
+  if (!Conf_IsName(id) || !Conf_IsName(sort.key) || sort.title.empty())
     return "sort takes the id of a group, a field with '-' before it for descending order, and a title";
   for (WebGroup &group : conf->groups) {
     if (group.id != id) continue;
@@ -169,7 +162,7 @@ std::string AddSort(std::string_view value, WebConf *conf) {
 
 std::string AddDocuments(std::string_view value, WebConf *conf) {
   const std::string id(Lines_Word(&value)), group(value);
-  if (!IsId(id) || !IsId(group))
+  if (!Conf_IsName(id) || !Conf_IsName(group))
     return "documents takes the id of a Document Manager and the group whose macro shows its documents";
   if (Conf_Group(*conf, group) == nullptr)
     return "documents names the group " + group + ", which no line above it does";
@@ -261,6 +254,14 @@ bool Conf_CheckFiles(const WebConf &conf, std::string *wrong) {
   if (errno == ENOENT && access(folder.c_str(), W_OK) == 0) return true;
   *wrong = log + ": cannot be opened: " + std::strerror(errno);
   return false;
+}
+
+bool Conf_IsName(std::string_view text) {
+  return !text.empty() && text.size() < kHdrText &&
+         std::all_of(text.begin(), text.end(), [](char c) {
+           return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                  c == '-' || c == '_' || c == '.';
+         });
 }
 
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id) {

@@ -52,6 +52,9 @@ bool Conf_Read(const std::string &path, WebConf *conf, std::string *wrong);
 // Whether the files that it names can be read and the log be written.  False: *wrong as above.
 bool Conf_CheckFiles(const WebConf &conf, std::string *wrong);
 
+// Whether it can be an id, a field or a macro: no byte of it means anything to the daemon.
+bool Conf_IsName(std::string_view text);
+
 // The group of that id, or null.
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id);
 

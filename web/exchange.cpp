@@ -18,7 +18,7 @@ bool Send(Exchange *exchange) {
   while (!exchange->line.empty()) {
     const ssize_t sent =
         send(exchange->fd, exchange->line.data(), exchange->line.size(), MSG_NOSIGNAL);
-    if (sent < 0) return IsForLater(errno) || errno == ENOTCONN;
+    if (sent < 0) return IsForLater(errno);
     exchange->line.erase(0, static_cast<std::size_t>(sent));
   }
   return true;

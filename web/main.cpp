@@ -38,7 +38,7 @@ Command ReadCommand(int argc, char **argv) {
   Command command;
   for (int letter; (letter = Tool_NextOption(argc, argv, ":", kOptions)) != -1;) {
     Tool_TakeInfoOption(letter, help.c_str());
-    if (letter == 'c') command.check = true;
+    command.check = true;  // the one that is left
   }
   if (optind + 1 < argc) Tool_Fail(EX_USAGE, "takes one configuration file, not %d", argc - optind);
   if (optind < argc) command.file = argv[optind];

@@ -84,11 +84,10 @@ void InComment(Markup *markup, char c) {
                                                            : MarkupPlace::kCommentDashes;
 }
 
+// In a text it is a "<".
 void Take(Markup *markup, char c) {
   switch (markup->place) {
-    case MarkupPlace::kText:
-      if (c == '<') markup->place = MarkupPlace::kLess;
-      break;
+    case MarkupPlace::kText: markup->place = MarkupPlace::kLess; break;
     case MarkupPlace::kLess:
       if (IsLetter(c) || c == '/' || c == '!' || c == '?')
         BeginTag(markup, c);

@@ -25,10 +25,8 @@ std::string Words(const Asked &asked) {
 // What was typed; who came by a field alone can type that field too.
 std::string Typed(const Asked &asked) { return asked.text.empty() ? Words(asked) : asked.text; }
 
-std::string GroupTitle(const PageView &view) {
-  const WebGroup *group = Conf_Group(*view.conf, view.asked->group);
-  return group == nullptr ? "" : group->title;
-}
+// That is searched: whoever names another gets no page of hits.
+const WebGroup &GroupOf(const PageView &view) { return *Conf_Group(*view.conf, view.asked->group); }
 
 std::string Status(const PageView &view, const PageFacts &facts) {
   const Texts &texts = *view.texts;
@@ -38,8 +36,8 @@ std::string Status(const PageView &view, const PageFacts &facts) {
     return Html_Escape(
         Texts_Fill(texts[TextName::kBehind], {{"matches", Texts_Count(texts, status.matches)}}));
   if (status.matches == 0)
-    return Html_Escape(Texts_Fill(texts[TextName::kNothing],
-                                  {{"query", Words(*view.asked)}, {"group", GroupTitle(view)}})) +
+    return Html_Escape(Texts_Fill(texts[TextName::kNothing], {{"query", Words(*view.asked)},
+                                                              {"group", GroupOf(view).title}})) +
            " " + Html_Escape(texts[TextName::kTry]);
   if (status.exact && status.matches == 1) return Html_Escape(texts[TextName::kOne]);
   return Html_Escape(Texts_Fill(texts[status.exact ? TextName::kExactly : TextName::kAbout],
@@ -67,15 +65,15 @@ std::string Pager(const PageView &view, const PageFacts &facts) {
 }
 
 std::string Sort(const PageView &view, const PageFacts &facts) {
-  const WebGroup *group = Conf_Group(*view.conf, view.asked->group);
-  if (group == nullptr || group->sorts.empty() || !facts.known || facts.status.shown == 0)
-    return {};
+  if (!facts.known || facts.status.shown == 0) return {};
+  const std::vector<WebSort> &sorts = GroupOf(view).sorts;
+  if (sorts.empty()) return {};
   const auto link = [&](const std::string &key, const std::string &title) {
     return Link(Asked_Link(*view.asked, 1, key),
                 key == view.asked->sort ? " aria-current=\"true\"" : "", title);
   };
   std::string items = link("", (*view.texts)[TextName::kRelevance]);
-  for (const WebSort &sort : group->sorts) items += link(sort.key, sort.title);
+  for (const WebSort &sort : sorts) items += link(sort.key, sort.title);
   return "<nav class=\"sort\" aria-labelledby=\"sort\"><p id=\"sort\">" +
          Html_Escape((*view.texts)[TextName::kSort]) + "</p><ul>" + items + "</ul></nav>";
 }

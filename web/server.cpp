@@ -245,9 +245,9 @@ void Advance(Server *server) {
 
 void Turn(Loop *loop) {
   Collect(loop);
-  const int count =
-      poll(loop->polled.data(), loop->polled.size(), WaitTime(*loop->server, WebClock::now()));
-  if (count >= 0) Dispatch(loop);
+  // One that fails tells of nothing.
+  (void)poll(loop->polled.data(), loop->polled.size(), WaitTime(*loop->server, WebClock::now()));
+  Dispatch(loop);
   Advance(loop->server);
   MHD_run(loop->server->http);
   Advance(loop->server);  // a new request asks at once
@@ -262,8 +262,7 @@ bool IsServing(const Server &server) {
 // No browser is accepted any more; the running requests have their deadline.
 void Finish(Loop *loop) {
   Server *server = loop->server;
-  const int listener = MHD_quiesce_daemon(server->http);
-  if (listener >= 0) close(listener);
+  close(MHD_quiesce_daemon(server->http));
   const WebTime end = WebClock::now() + std::chrono::milliseconds(server->conf.deadline);
   while (IsServing(*server) && WebClock::now() < end) Turn(loop);
   for (Visit &visit : server->visits) {
@@ -284,7 +283,6 @@ void Notify(std::string_view state) {
   std::memcpy(to.sun_path, path, length);
   if (*path == '@') to.sun_path[0] = '\0';
   const int sock = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (sock < 0) return;
   (void)sendto(sock, state.data(), state.size(), MSG_NOSIGNAL,
                reinterpret_cast<const sockaddr *>(&to),
                static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length));
@@ -305,7 +303,7 @@ int CatchSignals() {
 bool FindDescriptors(WebConf *conf, std::string *wrong) {
   constexpr std::int64_t kOthers = 64;  // the program's own, files and PINGs
   rlimit limit = {};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return true;
+  getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
   setrlimit(RLIMIT_NOFILE, &limit);
   const auto most = static_cast<std::int64_t>(std::min<rlim_t>(limit.rlim_cur, INT32_MAX));

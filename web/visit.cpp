@@ -82,7 +82,7 @@ bool GiveText(Visit *visit, int status, const char *type, const std::string &tex
 std::string TailFrame(const std::string &macro) {
   std::string text(kTailFrameSize, '\0');
   const FdGuard file(open((macro + ".tail").c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  const ssize_t got = file.Get() < 0 ? 0 : read(file.Get(), text.data(), text.size());
+  const ssize_t got = read(file.Get(), text.data(), text.size());  // none where it is not open
   text.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
   return text.substr(0, text.find('\0'));
 }
@@ -90,7 +90,7 @@ std::string TailFrame(const std::string &macro) {
 std::string FrontFrame(Visit *visit) {
   std::ostringstream text;
   std::ifstream file(visit->server->conf.front_page, std::ios::binary);
-  visit->fallback = !file || !(text << file.rdbuf());
+  visit->fallback = !(text << file.rdbuf());  // nothing comes of one that is not open, either
   return visit->fallback ? kFallback : text.str();
 }
 
@@ -154,7 +154,7 @@ bool GiveFile(Visit *visit) {
   const std::string path = visit->server->conf.static_directory + "/" + name;
   FdGuard file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat info = {};
-  if (file.Get() < 0 || fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
+  if (fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
     return GiveFront(visit, Trouble::kNoPage);
   visit->file = file.Release();
   return Give(visit, 200, TypeOf(name),
