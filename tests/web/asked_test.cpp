@@ -32,6 +32,7 @@ TEST(Asked, Routes) {
                                                     {"/static/a.css", Route::kStatic},
                                                     {"", Route::kNone},
                                                     {"*", Route::kNone},
+                                                    {"?q=a", Route::kNone},
                                                     {"/other", Route::kNone}};
   for (const auto &[target, route] : targets) EXPECT_EQ(Asked_Read(target).route, route) << target;
 }
@@ -64,6 +65,26 @@ TEST(Asked, Parameters) {
   EXPECT_EQ(asked.sort, "-Date");
   ASSERT_EQ(asked.fields.size(), 1u);
   EXPECT_EQ(asked.fields[0], (std::pair<std::string, std::string>("Section", "x")));
+}
+
+// The daemon keeps 127 bytes of a field.
+TEST(Asked, NameThatIsTooLong_IsLeftOut) {
+  const std::string longest(127, 'a'), longer(128, 'a');
+  EXPECT_EQ(Asked_Read("/search?sort=" + longest).sort, longest);
+  EXPECT_EQ(Asked_Read("/search?sort=" + longer).sort, "");
+  EXPECT_EQ(Asked_Read("/doc/grp1/1?type=" + longest).type, longest);
+  EXPECT_EQ(Asked_Read("/doc/grp1/1?type=" + longer).type, "");
+  EXPECT_EQ(Asked_Read("/search?" + longest + "=x").fields.size(), 1u);
+  EXPECT_EQ(Asked_Read("/search?" + longer + "=x").fields.size(), 0u);
+}
+
+TEST(Asked, FieldsBehindThe32nd_AreLeftOut) {
+  std::string target = "/search?q=a";
+  for (int i = 1; i <= 33; ++i) target += "&f" + std::to_string(i) + "=x";
+  const Asked asked = Asked_Read(target + "&group=grp1");
+  ASSERT_EQ(asked.fields.size(), 32u);
+  EXPECT_EQ(asked.fields.back().first, "f32");
+  EXPECT_EQ(asked.group, "grp1");
 }
 
 TEST(Asked, PagesThatAreNone_AreTheFirst) {
@@ -135,4 +156,6 @@ TEST(Asked, Link_AsksForTheSame) {
   EXPECT_EQ(Asked_Link(asked, 1, ""), "/search?q=a%26b%20c&group=grp1&Section=x%3Dy");
   EXPECT_EQ(Asked_Link(asked, 3, "-Date"),
             "/search?q=a%26b%20c&group=grp1&page=3&sort=-Date&Section=x%3Dy");
+  EXPECT_EQ(Asked_Link(asked, 2, ""), "/search?q=a%26b%20c&group=grp1&page=2&Section=x%3Dy");
+  EXPECT_EQ(Asked_Link(Asked_Read("/?q=a"), 1, ""), "/search?q=a");
 }

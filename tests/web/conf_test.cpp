@@ -50,6 +50,7 @@ TEST(Conf, Lines_AreTaken) {
   ASSERT_EQ(Wrong("# comment\n\n  listen-port\t 81 \r\nmacro-directory /m\nlog-queries no\n"
                   "public-url https://search.example\n"
                   "group a results document All of it\nsort a -Date Newest first\ngroup b r d B\n"
+                  "sort b Size Largest\n"
                   "documents e1 b\n",
                   &conf),
             "");
@@ -62,6 +63,8 @@ TEST(Conf, Lines_AreTaken) {
   EXPECT_EQ(conf.groups[0].sorts[0].key, "-Date");
   EXPECT_EQ(conf.groups[0].sorts[0].title, "Newest first");
   EXPECT_EQ(conf.groups[1].results, "/m/r");
+  ASSERT_EQ(conf.groups[1].sorts.size(), 1u);
+  EXPECT_EQ(conf.groups[1].sorts[0].key, "Size");
   EXPECT_EQ(Conf_Group(conf, "b")->document, "/m/d");
   EXPECT_EQ(Conf_Group(conf, "c"), nullptr);
   EXPECT_EQ(Conf_Group(conf, "e1"), nullptr);
@@ -96,6 +99,10 @@ TEST(Conf, WrongLines_AreNamed) {
        ":1: group takes an id, the macro of its hits, the macro of its documents and a title"},
       {"group a ../b c T",
        ":1: group takes an id, the macro of its hits, the macro of its documents and a title"},
+      {"group ../a b c T",
+       ":1: group takes an id, the macro of its hits, the macro of its documents and a title"},
+      {"group a b ../c T",
+       ":1: group takes an id, the macro of its hits, the macro of its documents and a title"},
       {"group a b c T\ngroup a b c T", ":2: group a stands here twice"},
       {"documents e1 a", ":1: documents names the group a, which no line above it does"},
       {"documents e1",
@@ -110,9 +117,27 @@ TEST(Conf, WrongLines_AreNamed) {
       {"group a b c T\ndocuments e1 a\ngroup e1 b c T",
        ":3: the documents of e1 have their group already"},
       {"sort a Date Newest", ":1: sort names the group a, which no line above it does"},
+      {"group a b c T\nsort b Date Newest",
+       ":2: sort names the group b, which no line above it does"},
+      {"group a b c T\nsort ../a Date Newest",
+       ":2: sort takes the id of a group, a field with '-' before it for descending order, and a title"},
+      {"group a b c T\nsort a Da/te Newest",
+       ":2: sort takes the id of a group, a field with '-' before it for descending order, and a title"},
+      {"group a b c T\nsort a Date",
+       ":2: sort takes the id of a group, a field with '-' before it for descending order, and a title"},
       {"sort a",
        ":1: sort takes the id of a group, a field with '-' before it for descending order, and a title"}};
   for (const auto &[text, wrong] : lines) EXPECT_EQ(Wrong(text), wrong);
+}
+
+TEST(Conf, Names_AreOfLettersDigitsAndThreeMarks) {
+  for (const std::string name : {"a", "z", "A", "Z", "0", "9", "-", "_", "."})
+    EXPECT_TRUE(Conf_IsName(name)) << name;
+  for (const std::string name :
+       {"", "`", "{", "@", "[", "/", ":", ",", "^", "~", "\xc3\xa4", "a b"})
+    EXPECT_FALSE(Conf_IsName(name)) << name;
+  EXPECT_TRUE(Conf_IsName(std::string(127, 'x')));
+  EXPECT_FALSE(Conf_IsName(std::string(128, 'x')));
 }
 
 TEST(Conf, FileThatIsNotThere_IsNamed) {

@@ -1,9 +1,11 @@
 #include "web/door.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include "tests/support/syscall_seams.h"
 #include "tests/system/harness.h"
 
 namespace {
@@ -86,6 +88,21 @@ TEST(Door, WhoeverWaitsTooLong_FindsItBusy) {
   EXPECT_TRUE(door.asking.empty());
 }
 
+TEST(Door, WhoeverCannotConnect_LetsTheNextIn) {
+  const Manager daemon;
+  Door door = DoorTo(daemon.Port(), 1);
+  Exchange first = Asking(), second = Asking();
+  EXPECT_TRUE(Door_Enter(&door, &first));
+  EXPECT_TRUE(Door_Enter(&door, &second));
+  Seams seams;
+  seams.Fail(Call::kSocket, EMFILE);
+  Door_Turn(&door, kNow);
+  EXPECT_EQ(first.stage, Stage::kOver);
+  EXPECT_EQ(first.trouble, Trouble::kGone);
+  EXPECT_EQ(door.asking, (std::vector<Exchange *>{&second}));
+  Door_Leave(&door, &second);
+}
+
 TEST(Exchange, BytesAreGivenAsTheyCome) {
   const Manager daemon;
   Exchange exchange = Asking();
@@ -129,6 +146,126 @@ TEST(Exchange, NobodyListens) {
   if (Exchange_Open(&exchange, DoorTo(port, 1).daemon)) AwaitEnd(&exchange);
   EXPECT_EQ(exchange.trouble, Trouble::kGone);
   ReleasePort(port);
+}
+
+TEST(Exchange, AddressWithoutARoute_IsGone) {
+  Exchange exchange = Asking();
+  Seams seams;
+  seams.Fail(Call::kConnect, ENETUNREACH);
+  EXPECT_FALSE(Exchange_Open(&exchange, DoorTo(9, 1).daemon));
+  EXPECT_EQ(exchange.trouble, Trouble::kGone);
+  EXPECT_EQ(exchange.stage, Stage::kOver);
+  EXPECT_EQ(exchange.fd, -1);
+}
+
+TEST(Exchange, ConnectionThatIsThereAtOnce_IsTaken) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  {
+    Seams seams;
+    seams.Before(Call::kConnect, 1, [&seams] { fcntl(seams.LastSocket(), F_SETFL, 0); });
+    ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  }
+  fcntl(exchange.fd, F_SETFL, O_NONBLOCK);
+  EXPECT_EQ(exchange.stage, Stage::kAsking);
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  EXPECT_EQ(daemon.Accept().ReadLine(), "ask\n");
+  AwaitEnd(&exchange);
+}
+
+TEST(Exchange, CallsThatAreForLater_AreMadeAgain) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  {
+    Seams seams;
+    seams.Fail(Call::kSend, EINTR, 1).Fail(Call::kSend, EAGAIN, 2);
+    for (int i = 0; i < 2; ++i) Exchange_Step(&exchange);
+    EXPECT_EQ(exchange.line, "ask\n");
+    EXPECT_EQ(seams.Count(Call::kRecv), 0);
+  }
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  Socket connection = daemon.Accept();
+  EXPECT_EQ(connection.ReadLine(), "ask\n");
+  connection.Send("page");
+  {
+    Seams seams;
+    seams.Fail(Call::kRecv, EINTR, 1).Fail(Call::kRecv, EAGAIN, 2);
+    for (int i = 0; i < 2; ++i) Exchange_Step(&exchange);
+    EXPECT_EQ(exchange.stage, Stage::kAsking);
+  }
+  Await(&exchange, [&] { return exchange.out == "page"; });
+  connection.Close();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.trouble, Trouble::kNone);
+}
+
+TEST(Exchange, ConnectionThatIsResetInFrontOfThePage_IsGone) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  daemon.Accept().Reset();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.out, "");
+  EXPECT_EQ(exchange.trouble, Trouble::kGone);
+}
+
+// What came held a placeholder back, or less.
+TEST(Exchange, ConnectionThatIsResetBehindItsFirstBytes_IsBroken) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  Socket connection = daemon.Accept();
+  EXPECT_EQ(connection.ReadLine(), "ask\n");
+  connection.Send("<!--korvo:");
+  Await(&exchange, [&] { return exchange.heard; });
+  connection.Reset();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.out, "");
+  EXPECT_EQ(exchange.trouble, Trouble::kBroken);
+}
+
+TEST(Exchange, ConnectionThatEndsBeforeItIsAsked_IsGone) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Seams seams;
+  seams.Fail(Call::kSend, ECONNRESET);
+  Exchange_Step(&exchange);
+  EXPECT_EQ(exchange.stage, Stage::kOver);
+  EXPECT_EQ(exchange.trouble, Trouble::kGone);
+}
+
+// The frames and the macro of a group may all be empty.
+TEST(Exchange, PageOfNothing_IsNoTrouble) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  exchange.filter.awaits = true;
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  Socket connection = daemon.Accept();
+  connection.ReadLine();
+  connection.Send("\t<!--korvo matches=0 first=0 shown=0 shards=1/1 ms=3-->\n");
+  connection.Close();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.out, "");
+  EXPECT_EQ(exchange.trouble, Trouble::kNone);
+}
+
+TEST(Exchange, PageThatIsHeldBackToItsEnd_IsGivenThen) {
+  const Manager daemon;
+  Exchange exchange = Asking();
+  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+  Await(&exchange, [&] { return exchange.line.empty(); });
+  Socket connection = daemon.Accept();
+  connection.ReadLine();
+  connection.Send("<!--");
+  connection.Close();
+  AwaitEnd(&exchange);
+  EXPECT_EQ(exchange.out, "<!--");
+  EXPECT_EQ(exchange.trouble, Trouble::kNone);
 }
 
 TEST(Exchange, PageThatBreaksOff_SaysSo) {

@@ -112,6 +112,24 @@ TEST(Filter, UnknownPlaceholder_StaysAsItIs) {
   EXPECT_EQ(Document(text), text);
 }
 
+TEST(Filter, PlaceholderThatIsCutOff_StaysAsItIs) {
+  for (const std::string text : {"a<!--korvo:", "a<!--korvo:query", "a<!--korvo:query--"})
+    EXPECT_EQ(Document(text), text);
+}
+
+// Its name is there, and what follows might yet end it, when the service says something else.
+TEST(Filter, PlaceholderThatIsOpen_HoldsNoReasonBack) {
+  EXPECT_EQ(Search("<!--korvo:status--><!--korvo:q\tUnable to sort: x\ntail"),
+            "[status]<!--korvo:qtail[notice query]");
+}
+
+TEST(Filter, TabsThatBeginNothing_StayWhereTheyAre) {
+  EXPECT_EQ(Search("<ol>\t\n" + StatusOf(1, 1) + "<li>"), "<ol>\t\n<li>");
+  EXPECT_EQ(Search("<ol>\t<b>\n" + StatusOf(1, 1) + "<li>"), "<ol>\t<b>\n<li>");
+  EXPECT_EQ(Search(StatusOf(1, 1) + "<li>\t"), "<li>\t");
+  EXPECT_EQ(Search(StatusOf(1, 1) + "<li>\t\n"), "<li>\t\n");
+}
+
 TEST(Filter, Status_IsTakenOutAndKnownInFrontOfIt) {
   EXPECT_EQ(Search("<h1><!--korvo:status--></h1>\n" + StatusOf(7, 2) + "hits <!--korvo:status-->"),
             "<h1>[status 7]</h1>\nhits [status 7]");
@@ -251,6 +269,9 @@ TEST(Filter, PageThatIsCutInItsMarkup_IsClosed) {
       {"<!-- a --><!x", "<!-- a --><!x>"},
       {"<li><img src=\"a>b\"", "<li><img src=\"a>b\"></li>"},
       {"<li>a<li>b<p>c<p>d", "<li>a<li>b<p>c<p>d</p></li>"},
+      {"<li><div><div>a", "<li><div><div>a</div></div></li>"},
+      {"<x-y1 z{>a", "<x-y1 z{>a</x-y1>"},
+      {"<?x y", "<?x y>"},
       {"<", "<"}};
   for (const auto &[cut, closed] : cuts) {
     EXPECT_EQ(Tailed(front + cut, tail), front + closed + end);
@@ -267,6 +288,14 @@ TEST(Filter, PageThatIsCut_HasElementsWithoutAnEnd) {
   for (const std::string name : {"p", "li", "dt", "dd", "option", "tr", "td"})
     EXPECT_EQ(Tailed("<main><" + name + "><" + name + ">", tail),
               "<main><" + name + "><" + name + "></" + name + ">" + end);
+}
+
+TEST(Filter, ElementsBehindThe64th_AreNotClosed) {
+  std::string opened, closed;
+  for (int i = 0; i < 70; ++i) opened += "<b>";
+  for (int i = 0; i < 63; ++i) closed += "</b>";
+  EXPECT_EQ(Tailed("<main>" + opened, "</main>"),
+            "<main>" + opened + closed + "</main>[notice broken]");
 }
 
 TEST(Filter, WhatIsNotDecided_HasABound) {

@@ -31,7 +31,17 @@ TEST(Html, UrlDecode_BadEscapes_StandForThemselves) {
 
 TEST(Html, Clean_ControlCharactersAreBlanks) {
   EXPECT_EQ(Html_Clean(std::string("a\tb\nc\rd\0e\x7f", 10)), "a b c d e ");
+  EXPECT_EQ(Html_Clean("\x1f \x20~\x7f"), "   ~ ");
   EXPECT_EQ(Html_Clean("a\xc2\x85z"), "a z");
+  EXPECT_EQ(Html_Clean("\xc2\x80\xc2\x9f\xc2\xa0"), "  \xc2\xa0");  // the last is a blank to see
+}
+
+TEST(Html, Clean_FirstAndLastOfEachLength_StayAsTheyAre) {
+  for (const std::string text :
+       {"\xc3\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xe0\xbf\xbf", "\xe1\x80\x80", "\xed\x80\x80",
+        "\xed\x9f\xbf", "\xee\x80\x80", "\xef\xbf\xbd", "\xf0\x90\x80\x80", "\xf0\xbf\xbf\xbf",
+        "\xf1\x80\x80\x80", "\xf4\x80\x80\x80", "\xf4\x8f\xbf\xbf"})
+    EXPECT_EQ(Html_Clean(text), text);
 }
 
 TEST(Html, Clean_BytesThatAreNoUtf8_AreReplaced) {
@@ -45,4 +55,11 @@ TEST(Html, Clean_BytesThatAreNoUtf8_AreReplaced) {
   EXPECT_EQ(Html_Clean("\xf0\x8f\xbf\xbf"), bad + bad + bad + bad);
   EXPECT_EQ(Html_Clean("\xf4\x90\x80\x80"), bad + bad + bad + bad);
   EXPECT_EQ(Html_Clean("\xff<"), bad + "<");
+  EXPECT_EQ(Html_Clean("\x80"), bad);
+  EXPECT_EQ(Html_Clean("\xc1\xbf"), bad + bad);
+  EXPECT_EQ(Html_Clean("\xf5\x80\x80\x80"), bad + bad + bad + bad);
+  EXPECT_EQ(Html_Clean("\xc3z"), bad + "z");
+  EXPECT_EQ(Html_Clean("\xe2\x82z"), bad + bad + "z");
+  EXPECT_EQ(Html_Clean("\xe2\x82\xc0"), bad + bad + bad);
+  EXPECT_EQ(Html_Clean("\xf0\x9f\x98z"), bad + bad + bad + "z");
 }

@@ -37,6 +37,12 @@ TEST(Main, Check_SaysThatAllIsRight) {
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_EQ(outcome.output, path + ": right\n");
   EXPECT_EQ(ReadFile(folder.Path() + "/log"), "");
+  const std::string old = folder.Write("old.log", "a line\n");
+  EXPECT_EQ(RunWeb({"--check", folder.Write("web.conf", whole + "log " + old + "\n")}).output,
+            path + ": right\n");
+  EXPECT_EQ(ReadFile(old), "a line\n");
+  EXPECT_EQ(RunWeb({"--check", folder.Write("web.conf", whole + "log " + old + "/log\n")}).errors,
+            "korvo-web: " + old + "/log: cannot be opened: Not a directory\n");
   for (const char *lines : {"log /nowhere/log\n", "log /nowhere/log"}) {
     const Outcome log = RunWeb({"--check", folder.Write("web.conf", whole + lines)});
     EXPECT_EQ(log.status, 78);

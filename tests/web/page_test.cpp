@@ -86,6 +86,16 @@ TEST_F(Page, Pager_LeadsAround) {
       "</ul></nav>");
 }
 
+TEST_F(Page, Pager_OfTheFirstPage_LeadsOn) {
+  facts_.status = {11, true, 1, 10, 1, 1, ""};
+  EXPECT_EQ(Fill(Placeholder::kPager),
+            "<nav class=\"pager\" aria-label=\"Pages\"><ul>"
+            "<li><a href=\"/search?q=a%22b&amp;group=grp1\" aria-current=\"page\">1</a></li>"
+            "<li><a href=\"/search?q=a%22b&amp;group=grp1&amp;page=2\">2</a></li>"
+            "<li><a href=\"/search?q=a%22b&amp;group=grp1&amp;page=2\" rel=\"next\">Next</a></li>"
+            "</ul></nav>");
+}
+
 TEST_F(Page, Pager_OfOnePage_IsNone) {
   facts_.status = {10, true, 1, 10, 1, 1, ""};
   EXPECT_EQ(Fill(Placeholder::kPager), "");
@@ -110,6 +120,14 @@ TEST_F(Page, Sort_OffersTheOrdersOfTheGroup) {
       "<li><a href=\"/search?q=a&amp;group=grp1&amp;sort=-Date\" aria-current=\"true\">Newest</a></li>"
       "</ul></nav>");
   facts_.status.shown = 0;
+  EXPECT_EQ(Fill(Placeholder::kSort), "");
+}
+
+TEST_F(Page, Sort_WithoutOrdersOrHits_IsNone) {
+  facts_.known = false;
+  EXPECT_EQ(Fill(Placeholder::kSort), "");
+  facts_.known = true;
+  conf_.groups[0].sorts.clear();
   EXPECT_EQ(Fill(Placeholder::kSort), "");
 }
 
@@ -147,6 +165,14 @@ TEST_F(Page, Notice_SaysWhatIsMissing) {
   EXPECT_EQ(
       Fill(Placeholder::kNotice),
       "<div class=\"notice\" role=\"alert\"><p>This search was not understood. Try plain words.</p></div>");
+}
+
+TEST_F(Page, Notice_OfSeveralTroubles_SaysEach) {
+  facts_.unsaid = {Trouble::kShards, Trouble::kQuery};
+  EXPECT_EQ(
+      Fill(Placeholder::kNotice),
+      "<div class=\"notice incomplete\" role=\"alert\"><p>Part of the documents could not be searched.</p>"
+      "<p>This search was not understood. Try plain words.</p><p>This page is incomplete.</p></div>");
 }
 
 TEST_F(Page, Hit_IsItsNumber) {

@@ -178,6 +178,12 @@ TEST(Server, AnswerThatEndsTooEarly_IsANotice) {
   EXPECT_EQ(web.Told("/doc/grp1/1", "<p>end").body, "<p>end");
 }
 
+TEST(Server, GroupWithoutATail_EndsWhereTheDaemonEnds) {
+  Web web;
+  std::filesystem::remove(web.site.Files().Path() + "/web/document.tail");
+  EXPECT_EQ(web.Told("/doc/grp1/1", "<p>all").body, "<p>all");
+}
+
 TEST(Server, NoHitOfThose_ThatWereSent_IsANotice) {
   Web web;
   web.site.Files().Write("web/results.mo", TextOp("<li value=\"<!--korvo:hit-->\">") + EndOp());
@@ -383,13 +389,26 @@ TEST(Server, Files_OfOneDirectoryAlone) {
               std::string::npos)
         << answer.headers;
   }
+  std::filesystem::create_directory(web.site.Files().Path() + "/web/static/folder");
   for (const char *target :
        {"/static/", "/static/../texts.en", "/static/..%2ftexts.en", "/static/.", "/static/none",
-        "/static/x.css%00", "/static//etc/passwd"})
+        "/static/x.css%00", "/static//etc/passwd", "/static/folder"})
     EXPECT_EQ(web.site.Get(target).status, 404) << target;
 }
 
-TEST(Server, FrontPageThatIsGone_HasAForm) {
+TEST(Server, FileThatBecomesShorter_BreaksOff) {
+  Web web;
+  const std::string path = web.site.Files().Write("web/static/large", "");
+  std::filesystem::resize_file(path, 64 << 20);
+  const Socket browser = web.site.Begin("/static/large");
+  EXPECT_TRUE(browser.Readable(kPatienceMs));
+  std::filesystem::resize_file(path, 0);
+  const Answer answer = ReadAnswer(browser.ReadAll());
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_FALSE(answer.whole);
+}
+
+TEST(Server, FrontPageThatIsGoneOrEmpty_HasAForm) {
   Web web;
   std::filesystem::remove(web.site.Files().Path() + "/web/front.html");
   const Answer answer = web.site.Get("/none?q=a");
@@ -403,6 +422,8 @@ TEST(Server, FrontPageThatIsGone_HasAForm) {
       "<button>Search</button></form></body></html>\n");
   EXPECT_TRUE(
       Eventually([&] { return web.site.Log().find(",\"fallback\":true,") != std::string::npos; }));
+  web.site.Files().Write("web/front.html", "");
+  EXPECT_EQ(web.site.Get("/none?q=a").body, answer.body);
 }
 
 TEST(Server, EveryAnswer_ForbidsScripts) {
@@ -447,6 +468,9 @@ TEST(Server, OpenSearch_NamesTheHost) {
         << host;
   }
   EXPECT_TRUE(plain.site.Get("/opensearch.xml").Has("template=\"http://search.example/search?q="));
+  const Socket old = ConnectTo(plain.site.Port());
+  old.Send("GET /opensearch.xml HTTP/1.0\r\n\r\n");  // names none
+  EXPECT_NE(old.ReadAll().find("template=\"http://localhost/search?q="), std::string::npos);
 }
 
 TEST(Server, Health_IsThatOfTheDaemon) {
@@ -459,6 +483,26 @@ TEST(Server, Health_IsThatOfTheDaemon) {
   EXPECT_EQ(answer.status, 503);
   EXPECT_EQ(answer.body, "the daemon does not answer\n");
   ReleasePort(port);
+}
+
+TEST(Server, HealthOfADaemonThatSaysNothing_Is503) {
+  const int port = ReservePort();
+  const Socket silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in own = {
+      AF_INET, htons(static_cast<std::uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+  ASSERT_EQ(bind(silent.Fd(), reinterpret_cast<const sockaddr *>(&own), sizeof own), 0);
+  const Site site(9, port);
+  EXPECT_EQ(site.Get("/healthz").status, 503);
+  EXPECT_TRUE(silent.Readable(0));
+  ReleasePort(port);
+}
+
+// The system lets nobody speak to all machines unasked.
+TEST(Server, HealthOfADaemonThatCannotBeAsked_Is503) {
+  const Site site(9, 9, "daemon-address 255.255.255.255\n");
+  const Answer answer = site.Get("/healthz");
+  EXPECT_EQ(answer.status, 503);
+  EXPECT_EQ(answer.body, "the daemon does not answer\n");
 }
 
 TEST(Server, Metrics_CountRequests) {
@@ -654,6 +698,14 @@ TEST(Server, AddressWithManyConnections_GetsNoMore) {
   }));
 }
 
+TEST(Server, AddressWithManyConnections_GetsMoreWithoutALimit) {
+  const std::string address = OuterAddress();
+  if (address.empty()) GTEST_SKIP() << "this machine has no address but the loopback";
+  Web web("listen-address 0.0.0.0\nclient-connections 0\n");
+  const Socket one = BeginFrom(address, web.site.Port(), "");
+  EXPECT_EQ(ReadAnswer(BeginFrom(address, web.site.Port(), "/").ReadAll()).status, 200);
+}
+
 TEST(Server, SlowSender_IsCutOff) {
   Web web("sender-time 1\n");
   const Socket idle = ConnectTo(web.site.Port()), slow = ConnectTo(web.site.Port());
@@ -672,27 +724,32 @@ TEST(Server, BodyThatDoesNotCome_IsCutOff) {
 }
 
 TEST(Server, SlowReader_IsCutOff) {
-  Web web("reader-time 1\ndeadline 300\n");
-  const Socket browser = web.site.Begin("/search?q=a");
-  Socket connection = web.Accept();
-  connection.Send("<p>" + kStatus);
-  const std::string some(65536, 'x');
-  bool taken = true;
-  for (int i = 0; i < 1000 && taken; ++i)
-    taken = send(connection.Fd(), some.data(), some.size(), MSG_NOSIGNAL | MSG_DONTWAIT) > 0;
-  EXPECT_TRUE(
-      Eventually([&] { return web.site.Log().find("\"query\":\"a\"") != std::string::npos; }));
+  Web web("reader-time 1\ndeadline 100\n");
+  const std::size_t size = 64 << 20;
+  std::filesystem::resize_file(web.site.Files().Write("web/static/large", ""), size);
+  const Socket browser = web.site.Begin("/static/large");
+  EXPECT_TRUE(Eventually([&] { return web.site.Log().ends_with("}\n"); }));
+  const Answer answer = ReadAnswer(browser.ReadAll());
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_LT(answer.body.size(), size);
 }
 
-TEST(Server, Ready_IsToldToTheServiceManager) {
-  const Folder folder;
-  const std::string path = folder.Path() + "/notify";
-  sockaddr_un name = {};
-  name.sun_family = AF_UNIX;
-  std::memcpy(name.sun_path, path.data(), path.size());
-  const Socket manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ASSERT_EQ(bind(manager.Fd(), reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
-  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+// The socket of a service manager, by the bytes of its name.
+Socket ManagerAt(const std::string &name) {
+  sockaddr_un own = {};
+  own.sun_family = AF_UNIX;
+  std::memcpy(own.sun_path, name.data(), name.size());
+  Socket manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(bind(manager.Fd(), reinterpret_cast<const sockaddr *>(&own),
+                 static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
+            0);
+  return manager;
+}
+
+// environment is that name as the service manager writes it there.
+void TellsTheServiceManager(const std::string &name, const std::string &environment) {
+  const Socket manager = ManagerAt(name);
+  setenv("NOTIFY_SOCKET", environment.c_str(), 1);
   Web web;
   unsetenv("NOTIFY_SOCKET");
   char text[64] = "";
@@ -701,6 +758,33 @@ TEST(Server, Ready_IsToldToTheServiceManager) {
   EXPECT_STREQ(text, "READY=1");
   web.site.Program().Signal(SIGTERM);
   std::memset(text, 0, sizeof text);
+  EXPECT_TRUE(manager.Readable(kPatienceMs));
   EXPECT_GT(recv(manager.Fd(), text, sizeof text - 1, 0), 0);
   EXPECT_STREQ(text, "STOPPING=1");
+}
+
+TEST(Server, Ready_IsToldToTheServiceManager) {
+  const Folder folder;
+  const std::string path = folder.Path() + "/notify";
+  TellsTheServiceManager(path, path);
+  const std::string longest = path + std::string(107 - path.size(), 'x');
+  TellsTheServiceManager(longest, longest);
+}
+
+TEST(Server, Ready_IsToldToANameWithoutAFile) {
+  const std::string name = "korvo-test-" + std::to_string(getpid());
+  TellsTheServiceManager(std::string(1, '\0') + name, "@" + name);
+}
+
+TEST(Server, Ready_IsNotToldToANameThatIsTooLong) {
+  const Folder folder;
+  const std::string name = folder.Path() + "/" + std::string(107 - folder.Path().size(), 'x');
+  const Socket manager = ManagerAt(name);
+  for (const std::string &longer : {name, name + "x"}) {
+    setenv("NOTIFY_SOCKET", longer.c_str(), 1);
+    const Web web;
+    unsetenv("NOTIFY_SOCKET");
+    EXPECT_EQ(web.site.Get("/").status, 200);
+    EXPECT_FALSE(manager.Readable(0));
+  }
 }

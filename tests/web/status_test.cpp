@@ -30,6 +30,14 @@ TEST(Status, SpellingWithControlCharacters_IsCleaned) {
   EXPECT_EQ(status.spelling, "a @ b\xef\xbf\xbd");
 }
 
+TEST(Status, WordsThatSayNothing_ArePassedOver) {
+  PageStatus status;
+  ASSERT_TRUE(Status_Read("<!--korvo matches=3 x first=1 y=2 shown=2 shards=1/1-->", &status));
+  EXPECT_EQ(status.matches, 3);
+  EXPECT_EQ(status.shown, 2);
+  EXPECT_EQ(status.shards, 1);
+}
+
 TEST(Status, OtherComments_AreNone) {
   PageStatus status;
   EXPECT_FALSE(Status_Read("<!--korvo:status-->", &status));
@@ -43,8 +51,9 @@ TEST(Status, NumbersThatCannotBe_AreNone) {
   for (const char *numbers :
        {"matches=9 first=2147483647 shown=10", "matches=9 first=1 shown=2147483647",
         "matches=9 first=10001 shown=1", "matches=9 first=9990 shown=12",
-        "matches=9 first=0 shown=1", "matches=9 first=-1 shown=1",
-        "matches=9 first=1 shown=1 shards=-1/4", "matches=9 first=1 shown=1 shards=5/4"})
+        "matches=9 first=0 shown=1", "matches=9 first=-1 shown=1", "matches=9 first=-1 shown=0",
+        "matches=9 first=1 shown=-1", "matches=9 first=1 shown=1 shards=-1/4",
+        "matches=9 first=1 shown=1 shards=5/4"})
     EXPECT_FALSE(Status_Read(std::string("<!--korvo ") + numbers + "-->", &status)) << numbers;
   for (const char *numbers :
        {"matches=0 first=0 shown=0", "matches=9 first=1 shown=0",
