@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """tests/coverage/check.py REPORT LIST   holds a report of gcovr (--json) against the list of what never runs
 
-Every line of the daemon's folders runs, and so does every branch but those that the list explains: at least 97 of
-100.  The explained ones and the figures go to standard output.  Whatever is otherwise is a line on standard error,
+Every line of the daemon and of korvo-web runs, and so does every branch but those that the list explains: at least
+97 of 100.  The explained ones and the figures go to standard output.  Whatever is otherwise is a line on standard error,
 and exit status 1.
 """
 import collections

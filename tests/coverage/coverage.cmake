@@ -1,4 +1,4 @@
-# Counters in the code of the daemon's folders; see check.py.  Included by the root's CMakeLists.txt under
+# Counters in the code of the daemon and of korvo-web; see check.py.  Included by the root's CMakeLists.txt under
 # KORVO_COVERAGE, before its first target.
 #
 # Nothing throws, so the compiler need not lay a branch beside each call for that.

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# tests/coverage/run.sh   runs every test and says what of the daemon's folders never ran; see check.py
+# tests/coverage/run.sh   runs every test and says what of the daemon and of korvo-web never ran; see check.py
 #
 # From the root, after `cmake --preset coverage && cmake --build --preset coverage`.  The counts are those of
 # this run alone; the page of gcovr about them is build/coverage/report.txt.
