@@ -2,12 +2,12 @@
 # ./check.sh        builds and runs every test, native and 32-bit, and fuzzes for a moment
 # ./check.sh asan   the same under the address and undefined-behaviour sanitizers
 # ./check.sh lint   looks for faults in the sources, scripts and manual pages without running them
-# ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon never runs
+# ./check.sh coverage   runs every test natively; fails if a line or an unexplained branch of the daemon or korvo-web never runs
 # ./check.sh browser [CASE...]   uses the page of korvo-web in Chromium as a person would
 # ./check.sh operation [CASE...] runs the examples of docs/examples/operation with the real programs
 # ./check.sh scale  searches four engines and one database with the same documents, and four while they die and hang
 # ./check.sh soak MINUTES   loads, signals and starves the daemon: its load lasts that long, the rest what it needs
-# ./check.sh mutants N [SEED]   breaks the daemon in N places, one at a time; fails if the tests miss one unexplained
+# ./check.sh mutants N [SEED]   breaks the daemon or korvo-web in N places, one at a time; fails if the tests miss one unexplained
 # ./check.sh macros N   holds what korvo-macro check says about N macros to the engine, under the sanitizers
 # ./check.sh fuzz SECONDS   runs every fuzz target for that processor time; findings stay in build/fuzz/findings
 #

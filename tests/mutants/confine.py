@@ -14,12 +14,15 @@ import sys
 MEBIBYTE = 1 << 20
 FILE = 1200 * MEBIBYTE  # a test makes a sparse one of 1100 million bytes
 PROCESSES = 200
-IFF_UP, SIOCSIFFLAGS = 1, 0x8914
+IFF_UP, SIOCSIFFLAGS, SIOCSIFADDR = 1, 0x8914, 0x8916
+ADDRESS = "192.0.2.1"  # besides the loopback's, whose clients have no limits
 
 
 def raise_loopback():
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
         fcntl.ioctl(probe, SIOCSIFFLAGS, struct.pack("16sh14x", b"lo", IFF_UP))
+        fcntl.ioctl(probe, SIOCSIFADDR,
+                    struct.pack("16shH4s8x", b"lo:1", socket.AF_INET, 0, socket.inet_aton(ADDRESS)))
 
 
 def limit(cpu_seconds):

@@ -7,7 +7,7 @@ _LEFT_OUT = re.compile(r"\s+|//[^\n]*|/\*.*?\*/|\[\[.*?\]\]|^[ \t]*#(?:[^\n]*\\\
 _KINDS = (
     ("text", re.compile(r'"(?:[^"\\\n]|\\.)*"')),
     ("char", re.compile(r"'(?:[^'\\\n]|\\.)+'")),
-    ("number", re.compile(r"0[xX][0-9a-fA-F]+[uUlL]*|[0-9]+[uUlL]*")),
+    ("number", re.compile(r"0[xX][0-9a-fA-F]+[uUlL]*|[0-9]+\.[0-9]+|[0-9]+[uUlL]*")),
     ("name", re.compile(r"[A-Za-z_]\w*")),
     ("mark", re.compile(r"<<=|>>=|->|\+\+|--|<<|>>|<=|>=|==|!=|&&|\|\||[-+*/%&|^]=|::|\.\.\.|[^\w\s]")),
 )

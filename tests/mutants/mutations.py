@@ -1,4 +1,4 @@
-"""All mutants of the daemon's sources, in one fixed order: each changes one place."""
+"""All mutants of the sources of the daemon and of korvo-web, in one fixed order: each changes one place."""
 import collections
 import dataclasses
 import pathlib
@@ -7,7 +7,7 @@ import zlib
 
 import lexer
 
-FOLDERS = ("debug", "net", "protocol", "config", "macro", "core", "commmgr")
+FOLDERS = ("debug", "net", "protocol", "config", "macro", "core", "commmgr", "web")
 
 COMPARISONS = {"==": ("!=",), "!=": ("==",), "<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<")}
 ARITHMETIC = {"+": "-", "-": "+", "*": "/", "/": "*", "%": "*", "<<": ">>", ">>": "<<", "&": "|", "|": "&", "^": "|",
@@ -136,9 +136,8 @@ class _File:
             self.larger(index, index, f"({token.text} + 1)")
 
     def number(self, index):
-        digits, suffix = re.fullmatch(r"(0[xX][0-9a-fA-F]+|[0-9]+)([uUlL]*)", self.text(index)).groups()
-        spell = hex if digits[:2] in ("0x", "0X") else str
-        value = int(digits, 0)
+        digits, suffix = re.fullmatch(r"(0[xX][0-9a-fA-F]+|[0-9.]+)([uUlL]*)", self.text(index)).groups()
+        value, spell = _value(digits)
         self.larger(index, index, spell(value + 1) + suffix)
         if value > 0:
             self.change("constant", index, index, spell(value - 1) + suffix)
@@ -284,6 +283,18 @@ def _told_apart(mutants):
     return apart
 
 
+def _value(digits):
+    """The number, and how another one is written in the same way; of a fraction its last place counts."""
+    if digits[:2] in ("0x", "0X"):
+        return int(digits, 16), hex
+    if "." in digits:
+        places = len(digits.partition(".")[2])
+        return int(digits.replace(".", "")), lambda value: f"{value // 10 ** places}.{value % 10 ** places:0{places}}"
+    if digits[0] == "0" and digits != "0":
+        return int(digits, 8), lambda value: f"0{value:o}"
+    return int(digits), str
+
+
 def _next_char(literal):
     body = literal[1:-1]
     escapes = {"\\0": 0, "\\t": 9, "\\n": 10, "\\v": 11, "\\f": 12, "\\r": 13, "\\\\": 92, "\\'": 39}
@@ -308,7 +319,7 @@ def _changed_text(literal):
 
 
 def all_mutants(root):
-    """Of every source and header of the daemon below root, sorted by path and place."""
+    """Of every source and header in those folders below root, sorted by path and place."""
     mutants = []
     for folder in FOLDERS:
         for path in sorted(pathlib.Path(root, folder).iterdir()):

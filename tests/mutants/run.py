@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""run.py N [SEED]: changes the daemon's sources in N places, one at a time, and sees whether the tests notice.
+"""run.py N [SEED]: changes the sources of the daemon and of korvo-web in N places, one at a time, and sees whether the
+tests notice.
 
 Works in copies of the tree below build/mutants; leaves a line per mutant in build/mutants/results.txt.
 Exit status 1: a mutant survived that survivors.txt does not explain, or survivors.txt explains what is no mutant.
