@@ -101,6 +101,7 @@ void TakeConnection(void *cls, MHD_Connection *connection, void **context,
   auto *server = static_cast<Server *>(cls);
   if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
     server->browsers.erase(static_cast<Browser *>(*context)->self);
+    server->freed = true;
     return;
   }
   const int fd = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
@@ -132,28 +133,6 @@ bool Listen(Server *server) {
 
 // The loop.
 
-// When the next thing is due, in milliseconds.
-int WaitTime(const Server &server, WebTime now) {
-  WebTime next = now + std::chrono::milliseconds(kLongestWait);
-  const auto cut =
-      std::chrono::milliseconds(server.conf.deadline) + Seconds(server.conf.reader_time);
-  for (const Visit &visit : server.visits) {
-    if (visit.suspended) next = std::min(next, visit.exchange.deadline);
-    next = std::min(next, visit.arrived + cut);
-  }
-  for (const Exchange *exchange : server.door.asking) next = std::min(next, exchange->deadline);
-  for (const Browser &browser : server.browsers) {
-    if (browser.visiting) continue;
-    next = std::min(next, browser.since + Seconds(server.conf.sender_time));
-    break;  // those behind it were heard of later
-  }
-  MHD_UNSIGNED_LONG_LONG own = 0;
-  if (MHD_get_timeout(server.http, &own) == MHD_YES)
-    next = std::min(next, now + std::chrono::milliseconds(own));
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - now);
-  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
-}
-
 // A browser whose time is over is closed; the library sees its end.
 void CutOff(Server *server, WebTime now) {
   for (Browser &browser : server->browsers) {
@@ -181,6 +160,7 @@ struct Loop {
   int signals;
   std::vector<pollfd> polled;    // open ones alone: poll refuses more than may be open
   std::vector<Watched> watched;  // an entry of polled each
+  WebTime end;                   // of everything, once the server stops
 };
 
 void Watch(Loop *loop, int fd, short events, Watched watched) {
@@ -243,12 +223,37 @@ void Advance(Server *server) {
   }
 }
 
+// When the next thing is due, in milliseconds.
+int WaitTime(const Loop &loop, WebTime now) {
+  const Server &server = *loop.server;
+  if (server.freed) return 0;
+  WebTime next = std::min(loop.end, now + std::chrono::milliseconds(kLongestWait));
+  const auto cut =
+      std::chrono::milliseconds(server.conf.deadline) + Seconds(server.conf.reader_time);
+  for (const Visit &visit : server.visits) {
+    if (visit.suspended) next = std::min(next, visit.exchange.deadline);
+    next = std::min(next, visit.arrived + cut);
+  }
+  for (const Exchange *exchange : server.door.asking) next = std::min(next, exchange->deadline);
+  for (const Browser &browser : server.browsers) {
+    if (browser.visiting) continue;
+    next = std::min(next, browser.since + Seconds(server.conf.sender_time));
+    break;  // those behind it were heard of later
+  }
+  MHD_UNSIGNED_LONG_LONG own = 0;
+  if (MHD_get_timeout(server.http, &own) == MHD_YES)
+    next = std::min(next, now + std::chrono::milliseconds(own));
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - now);
+  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+}
+
 void Turn(Loop *loop) {
   Collect(loop);
   // One that fails tells of nothing.
-  (void)poll(loop->polled.data(), loop->polled.size(), WaitTime(*loop->server, WebClock::now()));
+  (void)poll(loop->polled.data(), loop->polled.size(), WaitTime(*loop, WebClock::now()));
   Dispatch(loop);
   Advance(loop->server);
+  loop->server->freed = false;
   MHD_run(loop->server->http);
   Advance(loop->server);  // a new request asks at once
 }
@@ -263,8 +268,8 @@ bool IsServing(const Server &server) {
 void Finish(Loop *loop) {
   Server *server = loop->server;
   close(MHD_quiesce_daemon(server->http));
-  const WebTime end = WebClock::now() + std::chrono::milliseconds(server->conf.deadline);
-  while (IsServing(*server) && WebClock::now() < end) Turn(loop);
+  loop->end = WebClock::now() + std::chrono::milliseconds(server->conf.deadline);
+  while (IsServing(*server) && WebClock::now() < loop->end) Turn(loop);
   for (Visit &visit : server->visits) {
     visit.left = true;
     Visit_Resume(&visit);
@@ -320,7 +325,7 @@ bool FindDescriptors(WebConf *conf, std::string *wrong) {
 }  // namespace
 
 int Server_Run(const WebConf &conf, const Texts &texts, std::string *wrong) {
-  Server server = {conf, texts, {}, {}, {}, {}, nullptr, {}, {}, false};
+  Server server = {conf, texts, {}, {}, {}, {}, nullptr, {}, {}, false, false};
   server.door = {AddressFrom(conf.daemon_address, conf.daemon_port),
                  static_cast<std::size_t>(conf.connections),
                  static_cast<std::size_t>(conf.waiting),
@@ -330,7 +335,7 @@ int Server_Run(const WebConf &conf, const Texts &texts, std::string *wrong) {
       static_cast<double>(conf.client_rate), static_cast<double>(conf.client_burst), {}};
   server.journal = {-1, conf.log, conf.log_queries == "yes"};
   if (!FindDescriptors(&server.conf, wrong)) return EX_OSERR;
-  Loop loop = {&server, CatchSignals(), {}, {}};
+  Loop loop = {&server, CatchSignals(), {}, {}, WebTime::max()};
   if (!Journal_Open(&server.journal)) {
     *wrong = conf.log + ": cannot be opened: " + std::strerror(errno);
     return EX_CANTCREAT;

@@ -67,6 +67,7 @@ struct Server {
   std::list<Browser> browsers;  // those that were heard of longest ago in front
   std::list<Visit> visits;
   bool stopping = false;
+  bool freed = false;  // a browser has gone, and the library can accept another in its next run
 };
 
 // Serves a request, or goes on with it: an answer is given to the library, or the request is

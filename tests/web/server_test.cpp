@@ -272,6 +272,20 @@ TEST(Server, ManyThatWait_AreServedWithFewDescriptors) {
   for (const Socket &browser : browsers) EXPECT_EQ(ReadAnswer(browser.ReadAll()).status, 200);
 }
 
+TEST(Server, DescriptorsThatAreEnough_AreNoMessage) {
+  Web web("connections 1\nclients 135\n", LimitDescriptors);
+  EXPECT_EQ(web.site.Program().RawLog(), "");
+  Web less("connections 1\nclients 136\n", LimitDescriptors);
+  EXPECT_EQ(
+      less.site.Program().RawLog(),
+      "korvo-web: 136 clients need more than the 200 descriptors there are: 135 are served\n");
+}
+
+TEST(Server, DescriptorsForOneBrowser_AreEnough) {
+  const Site site(9, 9, "connections 135\n", LimitDescriptors);
+  EXPECT_EQ(site.Get("/").status, 200);
+}
+
 TEST(Server, TooFewDescriptors_NothingIsServed) {
   const Folder folder;
   const std::string conf = folder.Write("web.conf", "texts " KORVO_PAGES "/texts.en\n");
@@ -282,6 +296,18 @@ TEST(Server, TooFewDescriptors_NothingIsServed) {
   ASSERT_TRUE(Eventually([&] { return program.Ended(); }));
   EXPECT_EQ(ExitStatus(program.Wait()), 71);
   EXPECT_EQ(program.RawLog(), "korvo-web: 70 descriptors are too few to serve anybody\n");
+}
+
+TEST(Server, ClientsThatAreTooMany_AreServedWhenOneLeaves) {
+  Web web("clients 2\nsender-time 3600\n");
+  Socket one = ConnectTo(web.site.Port());
+  const Socket other = ConnectTo(web.site.Port());
+  const Socket next = web.site.Begin("/");
+  other.Send("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
+  EXPECT_TRUE(Comes(other, "</html>"));
+  EXPECT_FALSE(next.Readable(0));
+  one.Close();
+  EXPECT_EQ(ReadAnswer(next.ReadAll()).status, 200);
 }
 
 TEST(Server, QueueThatIsFull_Is503AtOnce) {
@@ -518,6 +544,17 @@ TEST(Server, Metrics_CountRequests) {
   }));
 }
 
+TEST(Server, Metrics_TellWhoIsServedAndWhoWaits) {
+  Web web("connections 1\n");
+  const Socket first = web.site.Begin("/search?q=a");
+  const Socket connection = web.Accept();
+  const Socket second = web.site.Begin("/search?q=b");
+  EXPECT_TRUE(Eventually([&] {
+    const Answer answer = web.site.Get("/metrics");
+    return answer.Has("\nkorvo_web_in_flight 3\n") && answer.Has("\nkorvo_web_waiting 1\n");
+  }));
+}
+
 TEST(Server, EveryTroubleOfAPage_IsLoggedAndCounted) {
   Web web;
   web.Told("/search?q=a", kFrame +
@@ -565,7 +602,17 @@ TEST(Server, Log_HasALineARequest) {
           "\"route\":\"search\",\"status\":200,\"hits\":2,\"matches\":25,\"shards\":\"1/1\",\"bytes\":3,"),
       std::string::npos)
       << log;
+  EXPECT_NE(log.find("\"address\":\"127.0.0.1\""), std::string::npos) << log;
   EXPECT_EQ(log.find("secret"), std::string::npos);
+}
+
+TEST(Server, LogOfAHead_HasNoBytes) {
+  Web web;
+  web.site.Get("/", "HEAD");
+  EXPECT_TRUE(Eventually([&] { return web.site.Log().ends_with("}\n"); }));
+  EXPECT_NE(web.site.Log().find("\"route\":\"front\",\"status\":200,\"bytes\":0,"),
+            std::string::npos)
+      << web.site.Log();
 }
 
 TEST(Server, Hup_OpensTheLogAgain) {
@@ -619,6 +666,15 @@ TEST(Server, Term_DoesNotWaitForARequestThatIsNotWhole) {
   EXPECT_EQ(ExitStatus(web.site.Program().Wait()), 0);
 }
 
+TEST(Server, Term_DoesNotWaitForAReader) {
+  Web web("reader-time 3600\ndeadline 300\n");
+  std::filesystem::resize_file(web.site.Files().Write("web/static/large", ""), 64 << 20);
+  const Socket browser = web.site.Begin("/static/large");
+  EXPECT_TRUE(browser.Readable(kPatienceMs));
+  web.site.Program().Signal(SIGTERM);
+  EXPECT_EQ(ExitStatus(web.site.Program().Wait()), 0);
+}
+
 TEST(Server, RequestWhileItStops_Is503) {
   Web web;
   const Socket running = web.site.Begin("/search?q=a");
@@ -637,6 +693,7 @@ TEST(Server, RequestWhileItStops_Is503) {
   }));
   EXPECT_NE(bytes.find("This server is about to stop. Please try again in a moment."),
             std::string::npos);
+  EXPECT_NE(bytes.find("\r\nConnection: close\r\n"), std::string::npos) << bytes;
 }
 
 // An address of this machine that is not of the loopback, or nothing.
@@ -680,6 +737,7 @@ TEST(Server, AddressThatAsksTooOften_Is429) {
   const Answer answer = ReadAnswer(BeginFrom(address, web.site.Port(), "/search?q=a").ReadAll());
   EXPECT_EQ(answer.status, 429);
   EXPECT_TRUE(answer.Has("You have asked very often within a short time. Please wait a moment."));
+  EXPECT_NE(answer.headers.find("\r\nRetry-After: 5\r\n"), std::string::npos);
 }
 
 TEST(Server, AddressWithManyConnections_GetsNoMore) {
@@ -714,6 +772,23 @@ TEST(Server, SlowSender_IsCutOff) {
     return slow.Readable(0);
   }));
   EXPECT_EQ(idle.ReadAll(), "");
+}
+
+TEST(Server, BrowserThatAsksForNothingMore_IsCutOff) {
+  Web web("sender-time 1\n");
+  const Socket browser = ConnectTo(web.site.Port());
+  browser.Send("GET /none HTTP/1.1\r\nHost: x\r\n\r\n");
+  EXPECT_TRUE(browser.ReadAll().starts_with("HTTP/1.1 404 "));
+}
+
+TEST(Server, BrowserThatIsServed_IsNotCutOffAsASender) {
+  Web web("sender-time 1\n");
+  const Socket browser = web.site.Begin("/search?q=a");
+  Socket connection = web.Accept();
+  EXPECT_EQ(ConnectTo(web.site.Port()).ReadAll(), "");  // it came later
+  connection.Send("<p>");
+  connection.Close();
+  EXPECT_EQ(ReadAnswer(browser.ReadAll()).body, "<p>");
 }
 
 TEST(Server, BodyThatDoesNotCome_IsCutOff) {
