@@ -116,8 +116,13 @@ TEST(Asked, LineOfADocument) {
 }
 
 TEST(Asked, LastPage_IsTheLastThatASearchManagerGives) {
-  EXPECT_EQ(LineOf("/search?q=a&page=10000"),
-            kQuery + "\t@FIRSTHIT=9990\t@DEADLINE=8000\t@STATUS=1\ta\n");
+  EXPECT_EQ(Asked_Read("/search?page=10000").page, 10000);
+  EXPECT_EQ(Asked_Read("/search?page=10001").page, 10000);
+  for (const char *page : {"1000", "1001", "10000"})
+    EXPECT_EQ(LineOf(std::string("/search?q=a&page=") + page),
+              kQuery + "\t@FIRSTHIT=9990\t@DEADLINE=8000\t@STATUS=1\ta\n");
+  EXPECT_EQ(LineOf("/search?q=a&page=999"),
+            kQuery + "\t@FIRSTHIT=9980\t@DEADLINE=8000\t@STATUS=1\ta\n");
 }
 
 TEST(Asked, NoByteOfAUser_BeginsAField) {

@@ -80,10 +80,15 @@ TEST(Door, WhoeverWaitsTooLong_FindsItBusy) {
   EXPECT_TRUE(Door_Enter(&door, &first));
   EXPECT_TRUE(Door_Enter(&door, &second));
   Door_Turn(&door, kNow);
-  Door_Turn(&door, kNow + milliseconds(1500));
+  Door_Turn(&door, kNow + milliseconds(999));
+  EXPECT_EQ(second.stage, Stage::kWaiting);
+  Door_Turn(&door, kNow + milliseconds(1000));
   EXPECT_EQ(second.stage, Stage::kOver);
   EXPECT_EQ(second.trouble, Trouble::kBusy);
-  Door_Turn(&door, kNow + milliseconds(2500));
+  EXPECT_TRUE(door.waiting.empty());
+  Door_Turn(&door, kNow + milliseconds(1999));
+  EXPECT_EQ(first.stage, Stage::kAsking);
+  Door_Turn(&door, kNow + milliseconds(2000));
   EXPECT_EQ(first.trouble, Trouble::kTooLate);
   EXPECT_TRUE(door.asking.empty());
 }
@@ -284,7 +289,9 @@ TEST(Exchange, PageThatBreaksOff_SaysSo) {
 TEST(Exchange, SlowBrowser_HoldsTheDaemonUp) {
   Exchange exchange = Asking("");
   EXPECT_EQ(Exchange_Events(exchange), POLLIN);
-  exchange.out = std::string(262144, 'x');
+  exchange.out = std::string(262143, 'x');
+  EXPECT_EQ(Exchange_Events(exchange), POLLIN);
+  exchange.out += 'x';
   EXPECT_EQ(Exchange_Events(exchange), 0);
 }
 
@@ -315,7 +322,9 @@ TEST(Rates, NoLimit_KeepsNothing) {
 
 TEST(Rates, AddressesOfLongAgo_AreForgotten) {
   Rates rates = {1, 1, {}};
-  for (int i = 0; i < 10000; ++i) EXPECT_TRUE(Rates_Take(&rates, std::to_string(i), kNow));
-  EXPECT_TRUE(Rates_Take(&rates, "new", kNow + milliseconds(5000)));
+  for (int i = 0; i < 9999; ++i) EXPECT_TRUE(Rates_Take(&rates, std::to_string(i), kNow));
+  EXPECT_TRUE(Rates_Take(&rates, "9999", kNow + milliseconds(2000)));
+  EXPECT_EQ(rates.buckets.size(), 10000u);
+  EXPECT_TRUE(Rates_Take(&rates, "new", kNow + milliseconds(3000)));
   EXPECT_EQ(rates.buckets.size(), 1u);
 }

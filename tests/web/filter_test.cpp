@@ -157,6 +157,42 @@ TEST(Filter, StatusBehindTooLongAFrame_IsNotAwaited) {
             "[status]" + text + StatusOf(1, 1));
 }
 
+TEST(Filter, StatusInTheFirst16384BytesBehindAPlaceholder_IsAwaited) {
+  const std::string mark = "<!--korvo:status-->", text(16383 - mark.size(), 'x');
+  EXPECT_EQ(Filtered(true, mark + text + StatusOf(1, 1), 1000), "[status 1]" + text);
+  EXPECT_EQ(Filtered(true, mark + text + "x" + StatusOf(1, 1), 1000),
+            "[status]" + text + "x" + StatusOf(1, 1));
+}
+
+TEST(Filter, FrameThatIsHeldBack_IsGivenAfter20480Bytes) {
+  const std::string mark = "<!--korvo:status-->", text(20479 - mark.size(), 'x');
+  EXPECT_EQ(Given(mark + text), "");
+  EXPECT_EQ(Given(mark + text + "x"), "[status]" + text + "x");
+}
+
+TEST(Filter, ReasonOf4096Bytes_IsTheLongest) {
+  const std::string reason = "\tUnable to sort: ";
+  const std::string longest = reason + std::string(4095 - reason.size(), 'x');
+  EXPECT_EQ(Search(longest + "\ntail"), "tail[notice query]");
+  EXPECT_EQ(Filtered(true, longest + "x\ntail", 1000), longest + "x\ntail");
+}
+
+TEST(Filter, PlaceholderOf64Bytes_IsTheLongest) {
+  const std::string open = "<!--korvo:" + std::string(53, 'x');
+  EXPECT_EQ(Given(open), "");
+  EXPECT_EQ(Given(open + "x"), open + "x");
+}
+
+TEST(Filter, ErrorLine_IsHeldBackUntilItIsKnown) {
+  const std::string line = "\t@COMMAND=ERROR\tUnable to retreive document.";
+  Filter filter = Filter_Begin(true, Shown);
+  std::string out;
+  Filter_Feed(&filter, line + std::string(99, 'x'), &out);
+  EXPECT_TRUE(filter.facts.troubles.empty());
+  Filter_Feed(&filter, "x", &out);
+  EXPECT_EQ(filter.facts.troubles, std::vector<Trouble>{Trouble::kLostDocument});
+}
+
 TEST(Filter, MissingShards_AreANotice) {
   EXPECT_EQ(Search("<!--korvo:notice-->" + StatusOf(1, 1, "3/4") + "x<!--korvo:notice-->"),
             "[notice shards]x[notice]");

@@ -12,6 +12,17 @@ VisitRecord Of(const Asked &asked, const PageFacts &facts) {
   return {&asked, "127.0.0.1", 200, {}, &facts, 17, 1.5, 2.25};
 }
 
+std::string HistogramOf(const std::string &name, const std::vector<int> &counts,
+                        const std::string &sum) {
+  const char *bounds[] = {"0.001", "0.0025", "0.005", "0.01", "0.025", "0.05", "0.1",
+                          "0.25",  "0.5",    "1",     "2.5",  "5",     "10",   "+Inf"};
+  std::string text = "# TYPE " + name + " histogram\n";
+  for (std::size_t i = 0; i < counts.size(); ++i)
+    text += name + "_bucket{le=\"" + bounds[i] + "\"} " + std::to_string(counts[i]) + "\n";
+  return text + name + "_sum " + sum + "\n" + name + "_count " + std::to_string(counts.back()) +
+         "\n";
+}
+
 }  // namespace
 
 TEST(Journal, Line_HasWhatIsKnown) {
@@ -68,21 +79,45 @@ TEST(Measures, AreCounted) {
   Measures measures = {};
   VisitRecord finished = Of(asked, facts);
   Measures_Add(&measures, finished);
+  finished.first_ms = finished.ms = 2.5;  // exactly a bound
+  Measures_Add(&measures, finished);
   finished.troubles = {Trouble::kBusy};
   finished.first_ms = finished.ms = 20000;
   Measures_Add(&measures, finished);
-  const std::string text = Measures_Text(measures, 3, 2);
-  for (const char *line :
-       {"# TYPE korvo_web_requests_total counter\n",
-        "\nkorvo_web_requests_total{route=\"search\"} 2\n",
-        "\n# TYPE korvo_web_errors_total counter\n", "\nkorvo_web_errors_total{kind=\"busy\"} 1\n",
-        "\n# TYPE korvo_web_first_byte_seconds histogram\n",
-        "\nkorvo_web_first_byte_seconds_bucket{le=\"0.001\"} 0\n",
-        "\nkorvo_web_first_byte_seconds_bucket{le=\"0.0025\"} 1\n",
-        "\nkorvo_web_first_byte_seconds_bucket{le=\"+Inf\"} 2\n",
-        "\nkorvo_web_first_byte_seconds_sum 20.002\n", "\nkorvo_web_first_byte_seconds_count 2\n",
-        "\nkorvo_web_last_byte_seconds_bucket{le=\"10\"} 1\n",
-        "\n# TYPE korvo_web_in_flight gauge\nkorvo_web_in_flight 3\n",
-        "\n# TYPE korvo_web_waiting gauge\nkorvo_web_waiting 2\n"})
-    EXPECT_NE(text.find(line), std::string::npos) << line << text;
+  std::string text;
+  for (const std::string route :
+       {"none", "front", "search", "doc", "opensearch", "metrics", "healthz", "static"})
+    text += "korvo_web_requests_total{route=\"" + route + "\"} " + (route == "search" ? "3" : "0") +
+            "\n";
+  text += "# TYPE korvo_web_errors_total counter\n";
+  for (const std::string kind : {"no-page", "no-group", "no-document", "method", "long-request",
+                                 "too-many", "query", "gone", "failed", "broken", "busy",
+                                 "stopping", "too-late", "lost-document", "missing-hits", "shards"})
+    text += "korvo_web_errors_total{kind=\"" + kind + "\"} " + (kind == "busy" ? "1" : "0") + "\n";
+  const std::string first = "korvo_web_first_byte_seconds", last = "korvo_web_last_byte_seconds";
+  EXPECT_EQ(Measures_Text(measures, 3, 2),
+            "# TYPE korvo_web_requests_total counter\n" + text +
+                HistogramOf(first, {0, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3}, "20.004") +
+                HistogramOf(last, {0, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3}, "20.005") +
+                "# TYPE korvo_web_in_flight gauge\nkorvo_web_in_flight 3\n"
+                "# TYPE korvo_web_waiting gauge\nkorvo_web_waiting 2\n");
+}
+
+TEST(Measures, TimesAreOfSearchesAndDocumentsThatWereAnswered) {
+  const Asked search = Asked_Read("/search?q=a"), document = Asked_Read("/doc/a/1"),
+              front = Asked_Read("/");
+  const PageFacts facts;
+  Measures measures = {};
+  Measures_Add(&measures, Of(document, facts));
+  EXPECT_EQ(measures.first.counts[1], 1u);
+  EXPECT_EQ(measures.last.counts[1], 1u);
+  Measures_Add(&measures, Of(front, facts));
+  VisitRecord left = Of(search, facts);
+  left.first_ms = -1;
+  Measures_Add(&measures, left);
+  EXPECT_EQ(measures.first.sum, 0.0015);
+  EXPECT_EQ(measures.last.sum, 0.00225);
+  left.first_ms = 0;
+  Measures_Add(&measures, left);
+  EXPECT_EQ(measures.first.counts[0], 1u);
 }
