@@ -23,7 +23,6 @@ std::string_view Lines_Word(std::string_view *text) {
 }
 
 bool Lines_Read(const std::string &path, const LineFn &take, std::string *wrong) {
-  errno = 0;
   std::ifstream file(path, std::ios::binary);
   int number = 0;
   for (std::string line; std::getline(file, line);) {

@@ -145,6 +145,8 @@ TEST(Conf, FileThatIsNotThere_IsNamed) {
   std::string wrong;
   EXPECT_FALSE(Conf_Read("/nowhere/web.conf", &conf, &wrong));
   EXPECT_EQ(wrong, "/nowhere/web.conf: cannot be read: No such file or directory");
+  EXPECT_FALSE(Conf_Read("/tmp", &conf, &wrong));
+  EXPECT_EQ(wrong, "/tmp: cannot be read: Is a directory");
 }
 
 TEST(Conf, LongMacro_IsRefused) {

@@ -140,6 +140,13 @@ TEST(Filter, Frame_IsGivenUpToTheFirstPlaceholderThatWaits) {
   EXPECT_EQ(Given("a <!--korvo:status--> b" + StatusOf(1, 1) + "first"), "a [status 1] bfirst");
 }
 
+TEST(Filter, Placeholders_WaitForTheSearchWhereTheyTellOfIt) {
+  EXPECT_EQ(Given("<!--korvo:query--><!--korvo:groups--><!--korvo:hit--><!--korvo:links-->a<p>"),
+            "[query][groups][hit 1][links 'a']<p>");
+  for (const std::string name : {"status", "pager", "sort", "spelling", "notice"})
+    EXPECT_EQ(Given("<p><!--korvo:" + name + "--></p>"), "<p>") << name;
+}
+
 TEST(Filter, Hits_AreGivenAsTheyCome) {
   EXPECT_EQ(Given("<" + StatusOf(2, 2) + "<li>one</li>"), "<<li>one</li>");
 }

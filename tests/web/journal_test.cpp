@@ -73,6 +73,10 @@ TEST(Journal, AFullDiskIsSaidOnce) {
   EXPECT_FALSE(journal.is_failing);
 }
 
+TEST(Clock, TimesAreMillisecondsWithTheirParts) {
+  EXPECT_EQ(Clock_Ms(std::chrono::microseconds(1500)), 1.5);
+}
+
 TEST(Measures, AreCounted) {
   const Asked asked = Asked_Read("/search?q=a");
   const PageFacts facts;

@@ -202,6 +202,13 @@ TEST(Server, DaemonThatIsGone_Is502) {
   ReleasePort(port);
 }
 
+TEST(Server, DaemonOfAnotherAddress_IsNotAsked) {
+  const Manager daemon;
+  const Site site(daemon.Port(), 9, "daemon-address 127.0.0.2\n");
+  EXPECT_EQ(site.Get("/search?q=a").status, 502);
+  EXPECT_FALSE(daemon.Called());
+}
+
 TEST(Server, DaemonThatSaysNothing_Is504) {
   Web web("deadline 300\n");
   const Socket browser = web.site.Begin("/search?q=a");
@@ -253,7 +260,7 @@ TEST(Server, WhoeverWaitsTooLong_Is503) {
 }
 
 void LimitDescriptors() {
-  const rlimit limit = {200, 200};
+  const rlimit limit = {100, 200};
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
@@ -374,6 +381,7 @@ TEST(Server, OtherMethods_Are405) {
     const Answer answer = web.site.Get("/search?q=a", method);
     EXPECT_EQ(answer.status, 405) << method;
     EXPECT_NE(answer.headers.find("\r\nAllow: GET, HEAD\r\n"), std::string::npos);
+    EXPECT_TRUE(answer.Has(" value=\"a\"")) << answer.body;
   }
   EXPECT_FALSE(web.daemon.Called());
 }
@@ -712,17 +720,27 @@ std::string OuterAddress() {
   return found;
 }
 
-// A browser of that address.
-Socket BeginFrom(const std::string &address, int port, const std::string &target) {
-  Socket browser(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+bool Connects(const Socket &browser, const std::string &address, int port) {
   sockaddr_in to = {};
   to.sin_family = AF_INET;
   to.sin_port = htons(static_cast<std::uint16_t>(port));
   inet_pton(AF_INET, address.c_str(), &to.sin_addr);
-  EXPECT_EQ(connect(browser.Fd(), reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
+  return connect(browser.Fd(), reinterpret_cast<const sockaddr *>(&to), sizeof to) == 0;
+}
+
+// A browser of that address.
+Socket BeginFrom(const std::string &address, int port, const std::string &target) {
+  Socket browser(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  EXPECT_TRUE(Connects(browser, address, port));
   if (!target.empty())
     browser.Send("GET " + target + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
   return browser;
+}
+
+TEST(Server, OneAddressIsListenedOnAlone) {
+  const Site site(9, 9);
+  const Socket other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  EXPECT_FALSE(Connects(other, "127.0.0.2", site.Port()));
 }
 
 TEST(Server, AddressThatAsksTooOften_Is429) {
