@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -257,11 +256,9 @@ bool Conf_CheckFiles(const WebConf &conf, std::string *wrong) {
 }
 
 bool Conf_IsName(std::string_view text) {
+  constexpr const char *kName = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
   return !text.empty() && text.size() < kHdrText &&
-         std::all_of(text.begin(), text.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                  c == '-' || c == '_' || c == '.';
-         });
+         text.find_first_not_of(kName) == std::string_view::npos;
 }
 
 const WebGroup *Conf_Group(const WebConf &conf, std::string_view id) {

@@ -103,7 +103,7 @@ Item TabAt(const Filter &filter, std::string_view text, bool in_front) {
   }
   if (text.starts_with(kErrorMark)) return ErrorAt(filter, text);
   // Among the hits a text may begin with a tab, and only what is known is no part of one.
-  const bool reason = filter.facts.known && text.size() > 1 && Trouble_MayBeReason(text.substr(1));
+  const bool reason = filter.facts.known && Trouble_MayBeReason(text.substr(1));
   return in_front || reason ? RecordAt(filter, text) : Plain(1);
 }
 

@@ -73,6 +73,11 @@ TEST(Conf, Lines_AreTaken) {
   EXPECT_EQ(Conf_GroupOfDocuments(conf, "e2"), nullptr);
 }
 
+TEST(Conf, Hosts_AreOfLettersDigitsAndFiveMarks) {
+  for (const std::string scheme : {"http://", "https://"})
+    EXPECT_EQ(Wrong("public-url " + scheme + "AZaz09.-:[]\n"), "");
+}
+
 TEST(Conf, WrongLines_AreNamed) {
   const std::pair<const char *, const char *> lines[] = {
       {"no-such 1", ":1: no setting has the name 'no-such'"},
@@ -131,11 +136,14 @@ TEST(Conf, WrongLines_AreNamed) {
 }
 
 TEST(Conf, Names_AreOfLettersDigitsAndThreeMarks) {
-  for (const std::string name : {"a", "z", "A", "Z", "0", "9", "-", "_", "."})
-    EXPECT_TRUE(Conf_IsName(name)) << name;
-  for (const std::string name :
-       {"", "`", "{", "@", "[", "/", ":", ",", "^", "~", "\xc3\xa4", "a b"})
-    EXPECT_FALSE(Conf_IsName(name)) << name;
+  for (int byte = 0; byte < 256; ++byte) {
+    const char c = static_cast<char>(byte);
+    const bool right = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                       c == '-' || c == '_' || c == '.';
+    EXPECT_EQ(Conf_IsName(std::string(1, c)), right) << byte;
+    EXPECT_EQ(Conf_IsName(std::string("a") + c), right) << byte;
+  }
+  EXPECT_FALSE(Conf_IsName(""));
   EXPECT_TRUE(Conf_IsName(std::string(127, 'x')));
   EXPECT_FALSE(Conf_IsName(std::string(128, 'x')));
 }

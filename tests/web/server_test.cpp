@@ -502,6 +502,9 @@ TEST(Server, OpenSearch_NamesTheHost) {
         << host;
   }
   EXPECT_TRUE(plain.site.Get("/opensearch.xml").Has("template=\"http://search.example/search?q="));
+  const Socket browser = ConnectTo(plain.site.Port());
+  browser.Send("GET /opensearch.xml HTTP/1.1\r\nHost: AZaz09.-:[]\r\nConnection: close\r\n\r\n");
+  EXPECT_TRUE(ReadAnswer(browser.ReadAll()).Has("template=\"http://AZaz09.-:[]/search?q="));
   const Socket old = ConnectTo(plain.site.Port());
   old.Send("GET /opensearch.xml HTTP/1.0\r\n\r\n");  // names none
   EXPECT_NE(old.ReadAll().find("template=\"http://localhost/search?q="), std::string::npos);
