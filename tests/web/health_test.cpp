@@ -6,6 +6,7 @@
 
 #include "tests/support/syscall_seams.h"
 #include "tests/system/harness.h"
+#include "tests/web/site.h"
 
 namespace {
 
@@ -19,6 +20,7 @@ class Admin {
   }
   ~Admin() { ReleasePort(port_); }
 
+  int Port() const { return port_; }
   WebConf Conf() const {
     WebConf conf = Conf_Default();
     conf.admin_port = port_;
@@ -96,4 +98,17 @@ TEST(Health, WhoeverCannotAsk_GetsNoDescriptor) {
     EXPECT_EQ(seams.Count(call), times);
     EXPECT_EQ(seams.Count(Call::kClose), call == Call::kSocket ? 0 : 1);
   }
+}
+
+TEST(Health, Answer_OvertakesWhoeverStillWaits) {
+  Admin admin;
+  const Site site(9, admin.Port());
+  EXPECT_TRUE(Eventually([&] {
+    const Socket waiting = site.Begin("/healthz");
+    admin.Asked();
+    const Socket answered = site.Begin("/healthz");
+    admin.Asked();
+    admin.Answer("\t@COMMAND=PONG\t@SEQNUM=1\n");
+    return answered.Readable(kPatienceMs) && !waiting.Readable(0);
+  }));
 }
