@@ -19,13 +19,14 @@
 #include <cstring>
 #include <string_view>
 
+#include "debug/fd_guard.h"
 #include "web/visit.h"
 
 namespace {
 
 constexpr std::size_t kMemory =
     16384;  // of a connection: a longer header is refused by the library
-constexpr unsigned kBacklog = 1024;
+constexpr int kBacklog = 1024;
 constexpr int kLongestWait = 60000;  // milliseconds, while nothing is due
 
 std::chrono::seconds Seconds(std::int32_t count) { return std::chrono::seconds(count); }
@@ -118,16 +119,30 @@ sockaddr_in AddressFrom(const std::string &address, std::int32_t port) {
   return found;
 }
 
+// The socket that listens; -1, and errno.
+int OpenListener(const WebConf &conf) {
+  const sockaddr_in own = AddressFrom(conf.listen_address, conf.listen_port);
+  FdGuard listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const bool listens =
+      bind(listener.Get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0 &&
+      listen(listener.Get(), kBacklog) == 0;
+  return listens ? listener.Release() : -1;
+}
+
+// Not every version of the library leaves the reason of a failure in errno, so it is given a socket
+// that listens.
 bool Listen(Server *server) {
   const WebConf &conf = server->conf;
-  const sockaddr_in own = AddressFrom(conf.listen_address, conf.listen_port);
-  server->http =
-      MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, Admit, server, TakeRequest,
-                       server, MHD_OPTION_SOCK_ADDR, &own, MHD_OPTION_LISTEN_BACKLOG_SIZE, kBacklog,
-                       MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemory, MHD_OPTION_CONNECTION_LIMIT,
-                       static_cast<unsigned>(conf.clients), MHD_OPTION_URI_LOG_CALLBACK, TakeTarget,
-                       server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest, server,
-                       MHD_OPTION_NOTIFY_CONNECTION, TakeConnection, server, MHD_OPTION_END);
+  const int listener = OpenListener(conf);
+  if (listener < 0) return false;
+  server->http = MHD_start_daemon(
+      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, Admit, server, TakeRequest, server,
+      MHD_OPTION_LISTEN_SOCKET, listener, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemory,
+      MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(conf.clients), MHD_OPTION_URI_LOG_CALLBACK,
+      TakeTarget, server, MHD_OPTION_NOTIFY_COMPLETED, EndRequest, server,
+      MHD_OPTION_NOTIFY_CONNECTION, TakeConnection, server, MHD_OPTION_END);
   return server->http != nullptr;
 }
 
