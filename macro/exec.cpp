@@ -107,18 +107,18 @@ void EmitDocument(Run *run) {
   run->count += static_cast<int>(length);
 }
 
-// The value of a field replaces the name in run->name; its length.  A value that is too long is cut
-// to 4096 characters, and is not terminated by whoever cut it.
-int ReadValue(Run *run, const char *field) {
+// The value of a field replaces the name in run->name.  A value that is too long is cut to 4096
+// characters, and is not terminated by whoever cut it.
+void ReadValue(Run *run, const char *field) {
   int size = kMacroNameSize + 1;
   if (Macro_GetTerms(field, run->name, &size) == nullptr) run->name[size] = '\0';
-  return size;
 }
 
-// The same for the field of that name; -1: there is no such field.
-int TakeValue(Run *run, int skip) {
+// The same for the field of that name.  False: there is no such field.
+bool TakeValue(Run *run, int skip) {
   const char *field = Macro_FindField(run->name, skip);
-  return field != nullptr ? ReadValue(run, field) : -1;
+  if (field != nullptr) ReadValue(run, field);
+  return field != nullptr;
 }
 
 void EmitValue(Run *run, int skip) {
@@ -128,7 +128,7 @@ void EmitValue(Run *run, int skip) {
 }
 
 void EmitNumber(Run *run) {
-  if (run->failed || TakeValue(run, 0) < 0) return;
+  if (run->failed || !TakeValue(run, 0)) return;
   const auto number = static_cast<std::uint32_t>(Text_ToInt32(run->name));
   char bytes[4];
   for (int i = 0; i < 4; ++i) bytes[i] = static_cast<char>(number >> (8 * i) & 0xff);
@@ -210,7 +210,7 @@ void FetchToOutput(Run *run) {
 // Ops 14 and 15.
 void FetchIntoDocument(Run *run, int skip) {
   TakeName(run, TakeByte(run));
-  if (run->failed || TakeValue(run, skip) < 0) return;
+  if (run->failed || !TakeValue(run, skip)) return;
   DPRINTF(nullptr, kWarning, "[Macro: Exec] FOLE_INSERT %s\n", run->name);
   if (!FillRequest(run, run->name)) return;
   const int before = Macro_Length();

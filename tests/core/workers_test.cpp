@@ -240,14 +240,16 @@ TEST(Workers, WaitFiveSecondsForALine) {
 
 TEST(Workers, WaitFiveSecondsAlsoWhereTheAlarmWasHeldBack) {
   const Setting number("KORVO_WORKERS", "1");
-  const Daemon daemon(WORKER_PROGRAM, [] {
+  Daemon daemon(WORKER_PROGRAM, [] {
     sigset_t all;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, nullptr);
   });
+  daemon.SetLevel("FATAL");
   const Socket silent = daemon.Client();
   EXPECT_EQ(silent.ReadAll(), "");
   EXPECT_EQ(daemon.Exchange("tree\n"), "0");
+  EXPECT_EQ(Occurrences(daemon.Log(), "No command came"), 0u);  // a line of 103
 }
 
 TEST(Workers, SignalsThatWereHeldBackStaySoButThoseThatAreNeeded) {
@@ -411,6 +413,22 @@ TEST(Workers, OneThatCannotWatchTheListenerIsReplaced) {
   EXPECT_TRUE(service.Logs("[MainCore: Worker] Unable to watch the listener: errno = 24\n"));
   EXPECT_TRUE(service.Logs(" ended with status 71\n"));
   service.daemon.Ping();
+}
+
+TEST(Workers, OneThatCannotWatchTheListener_SaysNothingAbove104) {
+  Service service(1, "epoll_create1:1:24");
+  const auto three_come = [&service] {
+    std::set<pid_t> seen;
+    return Eventually([&] {
+      for (const pid_t pid : service.Workers()) seen.insert(pid);
+      return seen.size() >= 3;
+    });
+  };
+  service.daemon.SetLevel("OFF");
+  EXPECT_TRUE(three_come());  // and those that had the old level are gone
+  const std::string before = service.daemon.Log();
+  EXPECT_TRUE(three_come());
+  EXPECT_EQ(service.daemon.Log(), before);
 }
 
 TEST(Workers, AnAdminSocketBeyondTheReadSet_IsRefused) {
