@@ -362,7 +362,7 @@ struct {
 void Receive(int sock, SockAddr *sender, const char *buf, int len) {
   received = {received.calls + 1, sock, len,
               std::string(sender->IP) + "/" + std::to_string(sender->Port),
-              std::string(buf, kCommandSize)};
+              std::string(buf, kCommandSize + 1)};  // with its end
 }
 
 class UDPRead : public ::testing::Test {
@@ -387,7 +387,7 @@ TEST_F(UDPRead, Datagram_IsHandedOnZeroFilledTo4096Bytes) {
     EXPECT_EQ(admin_, received.sock);
     EXPECT_EQ("127.0.0.1/" + std::to_string(port_), received.sender);
     EXPECT_EQ(static_cast<int>(size), received.len);
-    EXPECT_EQ(ZeroFilled(std::string(size, 'x')), received.buffer);
+    EXPECT_EQ(ZeroFilled(std::string(size, 'x')) + '\0', received.buffer);
   }
   EXPECT_EQ(3, received.calls);
 }
@@ -401,7 +401,7 @@ TEST_F(UDPRead, Datagram_IsAskedForWithoutFlags) {
 TEST_F(UDPRead, LongerDatagram_IsCutTo4096Bytes) {
   Read(std::string(4096, 'x') + "y");
   EXPECT_EQ(4096, received.len);
-  EXPECT_EQ(std::string(4096, 'x'), received.buffer);
+  EXPECT_EQ(std::string(4096, 'x') + '\0', received.buffer);
 }
 
 TEST_F(UDPRead, EmptyDatagram_IsHandedOnAsZeros) {
@@ -413,7 +413,7 @@ TEST_F(UDPRead, EmptyDatagram_IsHandedOnAsZeros) {
   MainCore_UDPRead(admin_, Receive);
   EXPECT_EQ(1, received.calls);
   EXPECT_EQ(0, received.len);
-  EXPECT_EQ(ZeroFilled(""), received.buffer);
+  EXPECT_EQ(ZeroFilled("") + '\0', received.buffer);
 }
 
 TEST_F(UDPRead, Datagram_IsDumpedWithItsTitleAt101) {
