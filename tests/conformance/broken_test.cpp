@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 
 #include "tests/tools/run.h"
 
@@ -15,13 +16,15 @@ struct Fault {
   const char *which;
 };
 
+void PrintTo(const Fault &fault, std::ostream *out) { *out << fault.fault; }
+
 class Broken : public ::testing::TestWithParam<Fault> {};
 
 TEST_P(Broken, ProgramIsCaughtByTheCaseOfItsFault) {
   const Fault &fault = GetParam();
   for (const bool broken : {false, true}) {
-    const std::string command = "python3 " KORVO_SOURCES "/tests/conformance/broken.py " +
-                                std::string(broken ? fault.fault : "none") + " " + fault.program;
+    const std::string command = "python3 " + Quoted(KORVO_SOURCES "/tests/conformance/broken.py") +
+                                " " + (broken ? fault.fault : "none") + " " + Quoted(fault.program);
     const Outcome outcome =
         RunTool({KORVO_WIRE, "check", "--cases", KORVO_SOURCES "/conformance", "--case",
                  fault.which, "--patience", broken ? "4000" : "10000", fault.role, command});

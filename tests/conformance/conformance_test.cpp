@@ -6,8 +6,8 @@
 namespace {
 
 void ExpectAllPass(const std::string &role, const std::string &program, int least) {
-  const Outcome outcome = RunTool(
-      {KORVO_WIRE, "check", "--cases", KORVO_SOURCES "/conformance", "--jobs", "4", role, program});
+  const Outcome outcome = RunTool({KORVO_WIRE, "check", "--cases", KORVO_SOURCES "/conformance",
+                                   "--jobs", "4", role, Quoted(program)});
   EXPECT_EQ(0, outcome.status) << outcome.output << outcome.errors;
   const int cases = std::atoi(outcome.output.c_str());
   EXPECT_GE(cases, least) << outcome.output;

@@ -52,4 +52,7 @@ void ExpectVersion(const std::string &tool);
 // library makes it through socketcall(2), where it has a number of its own (linux/net.h).
 void RefuseSocketCall(int number, int multiplexed);
 
+// A word of a command line, whatever blanks are in it.
+inline std::string Quoted(const std::string &word) { return "'" + word + "'"; }
+
 #endif

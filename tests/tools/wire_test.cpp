@@ -8,7 +8,7 @@ namespace {
 Outcome Check(const Folder &folder, const std::string &cases, Arguments options = {}) {
   Arguments argv = {KORVO_WIRE, "check", "--cases", folder.Write("c.transcript", cases)};
   argv.insert(argv.end(), options.begin(), options.end());
-  argv.insert(argv.end(), {"--patience", "2000", "daemon", KORVO_COMMMGR});
+  argv.insert(argv.end(), {"--patience", "2000", "daemon", Quoted(KORVO_COMMMGR)});
   return RunTool(argv);
 }
 
@@ -118,7 +118,7 @@ TEST(WireCheck, Failures_SayWhy) {
        {"client > \"\\n\" times 9000 \"x\"\nclient < end\n",
         "expected the end; nothing came and then a reset"},
        {"file a/b \"x\"\nfile a \"x\"\n", "cannot write DIR/a"}},
-      "daemon", KORVO_COMMMGR);
+      "daemon", Quoted(KORVO_COMMMGR));
 }
 
 TEST(WireCheck, FailuresOfAClient_SayWhy) {
