@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/tools/run.h"
 
 namespace {
@@ -24,6 +26,21 @@ TEST(WireCheck, ACaseThatFits_Passes) {
   EXPECT_EQ("1 cases: 1 passed, 0 failed, 0 left out\n", outcome.output);
   EXPECT_EQ(0, outcome.status);
   EXPECT_EQ("", outcome.errors);
+}
+
+// The tool runs in a folder of its own, beside that of the program.
+TEST(WireCheck, APathOfTheProgramMayBeRelativeAndQuoted) {
+  const Folder folder, programs;
+  std::filesystem::create_directory(programs.Path() + "/a b");
+  std::filesystem::create_symlink(KORVO_COMMMGR, programs.Path() + "/a b/daemon");
+  const std::string path =
+      ".." + programs.Path().substr(programs.Path().rfind('/')) + "/a b/daemon";
+  for (const std::string quote : {"'", "\""})
+    EXPECT_EQ("1 cases: 1 passed, 0 failed, 0 left out\n",
+              RunTool({KORVO_WIRE, "check", "--cases",
+                       folder.Write("c.transcript", std::string(kPing) + kPong), "--patience",
+                       "2000", "daemon", quote + path + quote})
+                  .output);
 }
 
 TEST(WireCheck, ManagersOfACase_AreAnnounced) {

@@ -149,7 +149,7 @@ std::string Files_Code(const std::string &path, AsmProgram *program) {
     Files_Assemble(path, true, program);
     return program->code;
   }
-  const std::string code = Files_Read(path, kMacroLimit);
+  std::string code = Files_Read(path, kMacroLimit);
   AsmSource source = {path.substr(0, path.rfind('.')) + ".ms", ""};
   if (!path.ends_with(".mo") || !Files_TryRead(source.name, kSourceLimit, &source.text))
     return code;

@@ -88,11 +88,16 @@ std::string UsualCases() {
   return program.parent_path().parent_path().string() + "/share/korvo/conformance";
 }
 
-// A program is started in the folder of its case, so its own path may not depend on the folder.
+// A program is started in the folder of its case, so its own path, which may stand in quotes, may
+// not depend on the folder.
 std::string FromHere(const std::string &command) {
-  const std::string program = command.substr(0, command.find(' '));
+  const bool quoted = command.starts_with("'") || command.starts_with("\"");
+  const std::size_t begin = quoted ? 1 : 0;
+  const std::string program =
+      command.substr(begin, command.find(quoted ? command[0] : ' ', begin) - begin);
   if (program.starts_with("/") || program.find('/') == std::string::npos) return command;
-  return std::filesystem::current_path().string() + "/" + command;
+  return command.substr(0, begin) + std::filesystem::current_path().string() + "/" +
+         command.substr(begin);
 }
 
 void TakeSubject(Check *check, const RoleName &role, const char *what) {
