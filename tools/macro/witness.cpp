@@ -28,7 +28,7 @@ using Seen = std::unordered_map<std::size_t, unsigned>;
 // A look-up that is logged is one, for whatever reason.
 unsigned BitOf(Fault fault) {
   const bool looks_up = fault >= Fault::kUnknown && fault <= Fault::kOrder;
-  return 1u << static_cast<unsigned>(looks_up ? Fault::kOrder : fault);
+  return 1U << static_cast<unsigned>(looks_up ? Fault::kOrder : fault);
 }
 
 bool IsSeen(const Seen &seen, const Finding &finding) {
