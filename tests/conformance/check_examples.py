@@ -1,0 +1,68 @@
+#!/usr/bin/env python3
+"""check_examples.py BIN   holds examples/ against the cases and against the macro assembler; from the root
+
+BIN is the folder of the programs that were built.
+"""
+import contextlib
+import pathlib
+import random
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+BIN = pathlib.Path(sys.argv[1])
+PATIENCE = 20  # seconds
+MANAGERS = {"searchmgr": 60, "docmgr": 40}  # the fewest cases of each
+SOURCES = ["tools/macro/examples/package.ms", "share/korvo/web/results.ms", "share/korvo/web/document.ms"]
+
+
+def free_port(kind):
+    """One that the wire can name: it is a signed number of 16 bits."""
+    while True:
+        with socket.socket(socket.AF_INET, kind) as own, contextlib.suppress(OSError):
+            own.bind(("127.0.0.1", random.randint(20000, 32000)))
+            return own.getsockname()[1]
+
+
+def answers(port):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asking:
+        asking.settimeout(0.2)
+        asking.sendto(b"\t@COMMAND=PING\t@SEQNUM=7\n", ("127.0.0.1", port))
+        with contextlib.suppress(OSError):
+            return asking.recv(100) == b"\t@COMMAND=PONG\t@SEQNUM=7\n"
+    return False
+
+
+def hold_manager(kind, least):
+    client, admin = free_port(socket.SOCK_STREAM), free_port(socket.SOCK_DGRAM)
+    manager = subprocess.Popen([sys.executable, "examples/manager.py", kind, str(client), str(admin), "conformance/documents"])
+    try:
+        end = time.monotonic() + PATIENCE
+        while not answers(admin):
+            if manager.poll() is not None or time.monotonic() > end:
+                sys.exit(f"examples/manager.py {kind} does not answer")
+        command = [BIN / "korvo-wire", "check", "--cases", "conformance", "--admin", str(admin), kind, str(client)]
+        outcome = subprocess.run(command, capture_output=True, text=True, check=False)
+        cases = int(outcome.stdout.split(" ", 1)[0]) if outcome.returncode == 0 else 0
+        if outcome.stdout != f"{cases} cases: {cases} passed, 0 failed, 0 left out\n" or cases < least:
+            sys.exit(f"examples/manager.py {kind}:\n{outcome.stdout}{outcome.stderr}")
+    finally:
+        manager.kill()
+        manager.wait()
+
+
+def hold_assembler(folder, source):
+    theirs, ours = folder / "theirs.mo", folder / "ours.mo"
+    subprocess.run([sys.executable, "examples/assembler.py", source, "-o", theirs], check=True)
+    subprocess.run([BIN / "korvo-macro", "asm", source, "-o", ours], check=True)
+    if theirs.read_bytes() != ours.read_bytes():
+        sys.exit(f"examples/assembler.py makes other bytes of {source}")
+
+
+for kind, least in MANAGERS.items():
+    hold_manager(kind, least)
+with tempfile.TemporaryDirectory() as folder:
+    for source in SOURCES:
+        hold_assembler(pathlib.Path(folder), source)
