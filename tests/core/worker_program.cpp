@@ -35,6 +35,10 @@ void Client(int, int sock, const char *text) {
   if (word == "kill") kill(getpid(), SIGKILL);
   if (word == "much") SendMuch(sock);
   if (word == "last") MainCore_EndAfter(60000, "a last word");
+  if (word == "late") {
+    MainCore_EndAfter(100, "a last word");
+    for (;;) pause();
+  }
   if (word == "hang") {
     Say(sock, std::to_string(getpid()));
     for (;;) pause();

@@ -265,6 +265,12 @@ TEST(Workers, SignalsThatWereHeldBackStaySoButThoseThatAreNeeded) {
   EXPECT_NE(daemon.Exchange("pid\n"), first);
 }
 
+TEST(Workers, ARequestThatTakesTooLongEndsWithItsLastWord) {
+  Service service(1);
+  EXPECT_EQ(service.Ask("late"), "a last word");
+  EXPECT_EQ(service.Ask("tree"), "0");
+}
+
 TEST(Workers, TheLastWordOfARequestIsOfThatOneAlone) {
   Service service(1);
   EXPECT_EQ(service.Ask("last"), "");
