@@ -353,6 +353,21 @@ TEST_F(Listen, ShortageOfProcesses_IsTriedSixTimesFiveSecondsApart) {
   EXPECT_EQ(0, served.calls);
 }
 
+TEST(Reader, AnotherOneReadsWhatItIsGiven) {
+  static int read_from[2];
+  MainCore_SetReader([](int listener, int sock, MainCore_ClientFn handler) {
+    read_from[0] = listener;
+    read_from[1] = sock;
+    handler(listener, sock, "said by the reader");
+  });
+  static std::string said;
+  MainCore_Read(7, 8, [](int, int, const char *text) { said = text; });
+  MainCore_SetReader(MainCore_TCPRead);
+  EXPECT_EQ(read_from[0], 7);
+  EXPECT_EQ(read_from[1], 8);
+  EXPECT_EQ(said, "said by the reader");
+}
+
 // The datagram that the handler was given.
 struct {
   int calls, sock, len;
