@@ -2,14 +2,18 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 
-Seam calloc_seam, epoll_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
+Seam calloc_seam, epoll_create_seam, epoll_ctl_seam, open_seam, select_seam, setpgid_seam,
+    signal_seam, wait_seam;
+Seam getppid_seam;
 
 bool select_reads_alone = false;
 
@@ -32,8 +36,16 @@ void *__wrap_calloc(std::size_t count, std::size_t size) {
 
 int __real_epoll_create1(int);
 int __wrap_epoll_create1(int flags) {
-  return epoll_seam.Fails() ? -1 : __real_epoll_create1(flags);
+  return epoll_create_seam.Fails() ? -1 : __real_epoll_create1(flags);
 }
+
+int __real_epoll_ctl(int, int, int, epoll_event *);
+int __wrap_epoll_ctl(int watch, int change, int fd, epoll_event *event) {
+  return epoll_ctl_seam.Fails() ? -1 : __real_epoll_ctl(watch, change, fd, event);
+}
+
+pid_t __real_getppid();
+pid_t __wrap_getppid() { return getppid_seam.Fails() ? 1 : __real_getppid(); }
 
 int __real_open(const char *, int, ...);
 int __wrap_open(const char *path, int flags, ...) {

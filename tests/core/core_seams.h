@@ -14,7 +14,9 @@ struct Seam {
   bool Fails();
 };
 
-extern Seam calloc_seam, epoll_seam, open_seam, select_seam, setpgid_seam, signal_seam, wait_seam;
+extern Seam calloc_seam, epoll_create_seam, epoll_ctl_seam, open_seam, select_seam, setpgid_seam,
+    signal_seam, wait_seam;
+extern Seam getppid_seam;  // which fails with 1: that of a process whose parent is gone
 
 extern bool select_reads_alone;  // the last select() waited for bytes alone, and without limit
 

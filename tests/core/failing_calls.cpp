@@ -28,7 +28,9 @@ struct SeamName {
   const char *name;
   Seam *seam;
 };
-const SeamName kSeamNames[] = {{"epoll_create1", &epoll_seam},
+const SeamName kSeamNames[] = {{"epoll_create1", &epoll_create_seam},
+                               {"epoll_ctl", &epoll_ctl_seam},
+                               {"getppid", &getppid_seam},
                                {"open", &open_seam},
                                {"select", &select_seam},
                                {"setpgid", &setpgid_seam},

@@ -27,6 +27,9 @@ constexpr const char *kTerm = "[MainCore: SigHndlr] Recieved SIGTERM.\n";
 constexpr const char *kUser = "[MainCore: SigHndlr] Recieved SIGUSR1.\n";
 constexpr const char *kLeft = "[MainCore: Shutdown] Tovak has left the building.\n";
 
+std::string Process(pid_t pid) { return "/proc/" + std::to_string(pid); }
+bool Lives(pid_t pid) { return access(Process(pid).c_str(), F_OK) == 0; }
+
 // A service of so many workers.
 struct Service {
   explicit Service(int workers, const std::string &failures = "")
@@ -46,13 +49,17 @@ struct Service {
     return pids;
   }
   bool Logs(const std::string &text) { return daemon.Program().WaitForLog(text); }
+  // Nothing is logged from now on: also the workers that were told another level are gone.
+  void Silence() {
+    const std::vector<pid_t> before = Workers();
+    daemon.SetLevel("OFF");
+    for (const pid_t pid : before) EXPECT_TRUE(Eventually([&] { return !Lives(pid); }));
+    EXPECT_TRUE(Eventually([&] { return Workers().size() == before.size(); }));
+  }
 
   const Setting number, fail;
   Daemon daemon{WORKER_PROGRAM};
 };
-
-std::string Gone(pid_t pid) { return "/proc/" + std::to_string(pid); }
-bool Lives(pid_t pid) { return access(Gone(pid).c_str(), F_OK) == 0; }
 
 }  // namespace
 
@@ -83,7 +90,7 @@ TEST(Workers, ANumberOfAnyDigits_IsTheirs) {
 
 TEST(Workers, OneThatDies_IsNotLoggedAbove104) {
   Service service(2);
-  service.daemon.SetLevel("OFF");
+  service.Silence();
   const std::string before = service.daemon.Log();
   const pid_t worker = service.Workers().front();
   kill(worker, SIGKILL);
@@ -105,6 +112,12 @@ TEST(Workers, ANumberThatIsNone_EndsStartUp) {
                              std::string(text) + "'\n"))
         << ended.log;
   }
+}
+
+TEST(Workers, ANumberThatIsNone_IsALineOf104) {
+  const Setting number("KORVO_WORKERS", "none");
+  EXPECT_EQ(MessagesAt(104, [] { EXPECT_EQ(MainCore_SetWorkers(), 0); }),
+            "[MainCore: Workers] KORVO_WORKERS takes a number from 1 to 1000, not 'none'\n");
 }
 
 TEST(Workers, AreAllUsedAtOnceAndTheNextConnectionWaits) {
@@ -326,6 +339,16 @@ TEST(Workers, OneThatIsStoppedKeepsNoConnectionForItself) {
   kill(service.Workers().front(), SIGCONT);
 }
 
+TEST(Workers, OneThatWasStoppedServesOn) {
+  Service service(1);
+  const std::string pid = service.Ask("pid");
+  for (int i = 0; i < 10; ++i) {
+    kill(service.Workers().front(), SIGSTOP);
+    kill(service.Workers().front(), SIGCONT);
+    EXPECT_EQ(service.Ask("pid"), pid) << i;
+  }
+}
+
 TEST(Workers, AConnectionIsLoggedAndTakenWithoutWaiting) {
   Service service(2);
   service.daemon.SetLevel("STATUS");
@@ -401,6 +424,32 @@ TEST(Workers, AForkThatFailsIsTriedAgain) {
             2u);
 }
 
+TEST(Workers, AForkThatFails_SaysNothingAbove104) {
+  Service service(1, "fork:3:11:2");
+  service.Silence();  // with a second one
+  const std::string before = service.daemon.Log();
+  const std::string second = service.Ask("pid");
+  kill(service.Workers().front(), SIGKILL);
+  EXPECT_NE(service.Ask("pid"), second);
+  EXPECT_EQ(service.daemon.Log(), before);
+}
+
+TEST(Workers, ThoseThatAreNotThereAreNotRenewed) {
+  Service service(2, "fork:1:11:100000");
+  service.daemon.SetLevel("STATUS");
+  EXPECT_TRUE(service.Logs("[MainCore: Workers] Renewing the workers\n"));
+  service.daemon.Ping();
+  EXPECT_EQ(service.Workers(), std::vector<pid_t>());
+}
+
+TEST(Workers, AnAcceptThatFails_SaysNothingAbove104) {
+  Service service(1, "accept:1:24");
+  service.Silence();
+  const std::string before = service.daemon.Log();
+  EXPECT_EQ(service.Ask("tree"), "0");
+  EXPECT_EQ(service.daemon.Log(), before);
+}
+
 TEST(Workers, AnAcceptThatFailsIsTriedAgain) {
   Service service(1, "accept:1:24");
   EXPECT_EQ(service.Ask("tree"), "0");
@@ -415,9 +464,19 @@ TEST(Workers, AConnectionThatIsGoneIsNoFault) {
 }
 
 TEST(Workers, OneThatCannotWatchTheListenerIsReplaced) {
-  Service service(1, "epoll_create1:1:24");
-  EXPECT_TRUE(service.Logs("[MainCore: Worker] Unable to watch the listener: errno = 24\n"));
-  EXPECT_TRUE(service.Logs(" ended with status 71\n"));
+  for (const char *call : {"epoll_create1", "epoll_ctl"}) {
+    Service service(1, call + std::string(":1:24"));
+    EXPECT_TRUE(service.Logs("[MainCore: Worker] Unable to watch the listener: errno = 24\n"));
+    EXPECT_TRUE(service.Logs(" ended with status 71\n"));
+    service.daemon.Ping();
+  }
+}
+
+// The signal that tells of its end is asked for only afterwards.
+TEST(Workers, OneThatFindsTheMainProcessGoneLeaves) {
+  Service service(1, "getppid:1:1");
+  EXPECT_TRUE(service.Logs(kTerm));
+  EXPECT_TRUE(service.Logs(kLeft));
   service.daemon.Ping();
 }
 
