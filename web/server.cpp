@@ -123,6 +123,7 @@ sockaddr_in AddressFrom(const std::string &address, std::int32_t port) {
 int OpenListener(const WebConf &conf) {
   const sockaddr_in own = AddressFrom(conf.listen_address, conf.listen_port);
   FdGuard listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (listener.Get() < 0) return -1;
   const int on = 1;
   setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   const bool listens =

@@ -1,25 +1,20 @@
 // The command line of korvo-web.
 #include <gtest/gtest.h>
+#include <linux/net.h>
 #include <signal.h>
+#include <sys/syscall.h>
 
 #include <filesystem>
 
+#include "tests/tools/run.h"
 #include "tests/web/site.h"
 
 namespace {
 
-struct Outcome {
-  int status;
-  std::string output, errors;
-};
-
-Outcome RunWeb(const std::vector<std::string> &arguments) {
-  const Folder folder;
-  std::vector<std::string> argv = {KORVO_WEB};
+Outcome RunWeb(const Arguments &arguments) {
+  Arguments argv = {KORVO_WEB};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
-  Process program(argv, folder.Path());
-  const int status = ExitStatus(program.Wait());
-  return {status, program.Output(), program.RawLog()};
+  return RunTool(argv);
 }
 
 const std::string kTexts = "texts " KORVO_PAGES "/texts.en\n";
@@ -111,6 +106,13 @@ TEST(Main, PortThatIsTaken_Is69) {
   EXPECT_EQ(outcome.status, 69);
   EXPECT_EQ(outcome.errors,
             "korvo-web: cannot listen on 127.0.0.1 port " + port + ": Address already in use\n");
+}
+
+TEST(Main, SocketThatIsRefused_Is69) {
+  const Folder folder;
+  const std::string conf = folder.Write("web.conf", kServed + "listen-port 8080\n");
+  ExpectRefused({KORVO_WEB, conf}, 69, "cannot listen on 127.0.0.1 port 8080: Permission denied",
+                [] { RefuseSocketCall(SYS_socket, SYS_SOCKET); });
 }
 
 TEST(Main, SecondOneOnAPort_Is69) {
