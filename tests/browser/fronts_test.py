@@ -99,7 +99,7 @@ class Fronts(unittest.TestCase):
     def test_apache(self):
         port = free_port()
         modules = self.software / "usr/lib/apache2/modules"
-        conf = "".join(f"LoadModule {name}_module {modules}/mod_{name}.so\n"
+        conf = "".join(f'LoadModule {name}_module "{modules}/mod_{name}.so"\n'
                        for name in ("mpm_event", "authz_core", "socache_shmcb", "ssl", "proxy", "proxy_http"))
         conf += (f"ServerName search.example\nServerRoot {self.folder}\nPidFile {self.folder}/apache.pid\n"
                  f"DefaultRuntimeDir {self.folder}\nMutex file:{self.folder} default\n"
