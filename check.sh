@@ -83,7 +83,7 @@ case "${1-all}" in
     ;;
   operation)
     need openssl "${build_packages[@]}"
-    build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-web korvoctl
+    build release korvo-commmgr korvo-searchmgr korvo-docmgr korvo-engine korvo-index korvo-macro korvo-query korvo-web korvoctl
     /usr/bin/python3 tests/operation/operation_test.py build/release "${@:2}"
     ;;
   scale)

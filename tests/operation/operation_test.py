@@ -4,6 +4,7 @@
 BUILD is build/release."""
 import pathlib
 import re
+import resource
 import shutil
 import socket
 import ssl
@@ -51,6 +52,9 @@ class Balancer(Case):
         text = text.replace("/etc/ssl/private/korvo.pem", f"{self.folder}/korvo.pem").replace(":8443", f":{self.port}")
         for number, service in enumerate(self.services, 1):
             text = text.replace(f"192.0.2.{number}:8001", f"127.0.0.1:{service.ports['C', 'web1'][0]}")
+        # Each connection takes two descriptors, and HAProxy does not start without all of them.
+        most = (resource.getrlimit(resource.RLIMIT_NOFILE)[1] - 100) // 2
+        text = text.replace("maxconn 2000", f"maxconn {min(most, 2000)}")
         (self.folder / "haproxy.cfg").write_text(text)
         command = [self.software / "usr/sbin/haproxy", "-db", "-f", self.folder / "haproxy.cfg"]
         subprocess.run([*command, "-c"], check=True, capture_output=True, env=environment(self.software))
