@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -206,6 +207,76 @@ TEST(WireTap, ATargetThatIsGone_IsRefused) {
   EXPECT_NE(std::string::npos, tapped.line.find("\"end\":\"refused\"}\n")) << tapped.line;
 }
 
+struct Redaction {
+  const char *request;
+  const char *written;  // as in a transcript
+};
+
+// A line of a client and what is left of it; a name of a field is shown when the wire knows it, a
+// value when the client, and not a person, chose it.
+constexpr Redaction kRedactions[] = {
+    {"\t@COMMAND=QUERY\t@SEARCHGROUP=g\t@MACROFILE=/m\t@MAXHITS=2\t@FIRSTHIT=20\tsecret words\n",
+     "\\t@COMMAND=QUERY\\t@SEARCHGROUP=g\\t@MACROFILE=/m\\t@MAXHITS=2\\t@FIRSTHIT=20\\txxxxxxxxxxxx\\n"},
+    {"\t@COMMAND=GETDOC\t@SEARCHGROUP=g\t@RECTYPE=r\t@DOCNUM=17\n",
+     "\\t@COMMAND=GETDOC\\t@SEARCHGROUP=g\\t@RECTYPE=r\\t@DOCNUM=17\\n"},
+    {"\t@COMMAND=QUERY\t@RECTYPE=secret\n", "\\t@COMMAND=QUERY\\t@RECTYPE=xxxxxx\\n"},
+    {"\t@COMMAND=QUERY\t@AUTHCODE=bob:secret\t@FILENAME=bob\t@SORT=bob\tsecret\n",
+     "\\t@COMMAND=QUERY\\t@AUTHCODE=xxxxxxxxxx\\t@FILENAME=xxx\\t@SORT=xxx\\txxxxxx\\n"},
+    {"\t@COMMAND=QUERY\t@secret words\t@MAXHITS=2\n",
+     "\\t@COMMAND=QUERY\\txxxxxxxxxxxxx\\txxxxxxxxxx\\n"},
+    {"\t@COMMAND=QUERY\t@bob=secret\r@MAXHITS=2\r\n",
+     "\\t@COMMAND=QUERY\\t@xxx=xxxxxx\\x0d@MAXHITS=2\\x0d\\n"},
+    {"\t@COMMAND=QUERY\t@SEARCHGROUP=g\t@SEARCHGROUP=secret\t@COMMAND=secret\n",
+     "\\t@COMMAND=QUERY\\t@SEARCHGROUP=g\\t@SEARCHGROUP=xxxxxx\\t@COMMAND=xxxxxx\\n"},
+    {"\t@COMMAND=QUERY\t@DEADLINE=500\t@STATUS=1\t@BESTFIT=bob\n",
+     "\\t@COMMAND=QUERY\\t@DEADLINE=500\\t@STATUS=1\\t@BESTFIT=xxx\\n"},
+    {"\t@COMMAND=secret\t@MAXHITS=2 bob\t@DOCNUM=\n",
+     "\\t@COMMAND=xxxxxx\\t@MAXHITS=xxxxx\\t@DOCNUM=\\n"},
+    {"\t@COMMAND=QUERY\t@OPER=secret\t@MAXHITS=2\n",
+     "\\t@COMMAND=QUERY\\txxxxxxxxxxxx\\txxxxxxxxxx\\n"},
+    {"secret\t@COMMAND=QUERY\n", "xxxxxx\\txxxxxxxxxxxxxx\\n"},
+    {"\t@COMMAND=QUERY\tsec\nbob\n\t@MACROFILE=bob\n",
+     "\\t@COMMAND=QUERY\\txxx\\nxxx\\n\\txxxxxxxxxxxxxx\\n"},
+};
+
+TEST(WireTap, Redacted_ALineInAnyFormAndInPieces) {
+  for (const std::size_t piece : {std::size_t{4096}, std::size_t{5}}) {
+    const Folder folder;
+    const Manager manager;
+    const int port = ReservePort();
+    Tool tap({KORVO_WIRE, "tap", "--redact", "--record", folder.Path() + "/r", At(port),
+              At(manager.Port())});
+    EXPECT_TRUE(Eventually([&] { return Listens(port); }));
+    manager.Accept().ReadAll();  // the connection that has found the tap ready
+    std::size_t number = 1;
+    for (const Redaction &redaction : kRedactions) {
+      const std::string request = redaction.request;
+      {
+        const Socket client = ConnectTo(port);
+        for (std::size_t at = 0; at < request.size(); at += piece)
+          client.Send(request.substr(at, piece));
+        shutdown(client.Fd(), SHUT_WR);
+        EXPECT_EQ(request, manager.Accept().ReadAll());
+        client.ReadAll();
+      }
+      ++number;
+      const std::string path = folder.Path() + "/r/" + std::string(number < 10 ? "00000" : "0000") +
+                               std::to_string(number) + ".transcript";
+      EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(path); }));
+      const std::string record = ReadFile(path);
+      EXPECT_NE(std::string::npos,
+                record.find("\nclient > \"" + std::string(redaction.written) + "\"\n"))
+          << redaction.written << "\n"
+          << record;
+    }
+    EXPECT_EQ(std::string::npos, tap.Output().find("secret"));
+    EXPECT_EQ(std::string::npos, tap.Output().find("bob"));
+    tap.Signal(SIGTERM);
+    tap.Wait();
+    ReleasePort(port);
+  }
+}
+
 // A manager that answers each of so many connections with that.
 void Answer(const Manager &manager, int connections, const std::string &bytes) {
   for (int i = 0; i < connections; ++i) {
@@ -230,6 +301,232 @@ TEST(WireReplay, Answers_AreComparedWithTheRecording) {
                          ": byte 3 was \"c\" and is \"d\"\n1 exchanges: 0 the same, 1 differ\n",
               tool.Output());
   }
+}
+
+// A tap that forwards to a manager and is ready.
+class Relay {
+ public:
+  explicit Relay(const Manager &manager, const Arguments &options = {},
+                 const std::function<void()> &prepare = {}, const std::string &shell = "")
+      : port_(ReservePort()), tap_(Command(options, At(manager.Port()), shell), prepare) {
+    EXPECT_TRUE(Eventually([&] { return Listens(port_); }));
+    manager.Accept().ReadAll();
+  }
+  ~Relay() {
+    tap_.Signal(SIGTERM);
+    tap_.Wait();
+    ReleasePort(port_);
+  }
+  int Port() const { return port_; }
+  std::string Errors() const { return tap_.Errors(); }
+  // The line of JSON of the exchange of that number, when it is there.
+  std::string Line(int number) const {
+    const std::string wanted = "\"number\":" + std::to_string(number) + ",";
+    std::string line;
+    EXPECT_TRUE(Eventually([&] {
+      const std::string all = tap_.Output();
+      const std::size_t at = all.find(wanted);
+      if (at == std::string::npos || all.find('\n', at) == std::string::npos) return false;
+      line = all.substr(all.rfind('\n', at) + 1, all.find('\n', at) - all.rfind('\n', at) - 1);
+      return true;
+    }));
+    return line;
+  }
+
+ private:
+  Arguments Command(const Arguments &options, const std::string &forward,
+                    const std::string &shell) const {
+    Arguments argv = {KORVO_WIRE, "tap"};
+    if (!shell.empty()) argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" " + shell, KORVO_WIRE, "tap"};
+    argv.insert(argv.end(), options.begin(), options.end());
+    argv.insert(argv.end(), {At(port_), forward});
+    return argv;
+  }
+
+  int port_;
+  Tool tap_;
+};
+
+// The last of two fields counts, and what stands in the predicate is no field.
+TEST(WireTap, CommandAndGroup_AreWhatTheDaemonReads) {
+  const Manager manager;
+  const Relay relay(manager);
+  const Socket client = ConnectTo(relay.Port());
+  client.Send("\t@SEARCHGROUP=a\t@COMMAND=X\t@SEARCHGROUP=b\t@COMMAND=QUERY\tx\t@COMMAND=Y\n");
+  shutdown(client.Fd(), SHUT_WR);
+  manager.Accept().ReadAll();
+  EXPECT_NE(std::string::npos, relay.Line(2).find(",\"command\":\"QUERY\",\"group\":\"b\","));
+}
+
+TEST(WireTap, HitsAndErrors_AreRecordsOfTheAnswer) {
+  const Manager manager;
+  const Relay relay(manager);
+  const Socket client = ConnectTo(relay.Port());
+  client.Send(kQuery);
+  {
+    const Socket server = manager.Accept();
+    server.ReadLine();
+    server.Send("\t@DOCNUM=1\t@COMMAND=HIT\n\t@COMMAND=HIT\n\t@COMM");
+    EXPECT_TRUE(client.Readable(kPatienceMs));
+    server.Send("AND=HIT\t@DOCNUM=2\n\t@COMMAND=RAW\t\t@COMMAND=HIT\t\nx\t@COMMAND=ERROR\ty");
+  }
+  EXPECT_NE(std::string::npos, relay.Line(2).find("\"hits\":3,\"errors\":1,"));
+}
+
+TEST(WireTap, AClientThatResets_IsRecordedAsOne) {
+  const Folder folder;
+  const Manager manager;
+  const Relay relay(manager, {"--record", folder.Path() + "/r"});
+  Socket client = ConnectTo(relay.Port());
+  client.Send(kQuery);
+  const Socket server = manager.Accept();
+  EXPECT_EQ(kQuery, server.ReadLine());
+  client.Reset();
+  server.ReadAll();
+  EXPECT_NE(std::string::npos, relay.Line(2).find("\"end\":\"reset\"}"));
+  const std::string record = ReadFile(folder.Path() + "/r/000002.transcript");
+  EXPECT_TRUE(record.ends_with("\nclient > \"\\t@COMMAND=QUERY\\tx\\n\"\nclient resets\n"))
+      << record;
+}
+
+// What stands before the client port holds nobody because its disk is full.
+TEST(WireTap, WhatCannotBeWritten_IsSaidOnceAndForwarded) {
+  const Folder folder;
+  const Manager manager;
+  const Relay relay(manager, {"--record", folder.Path() + "/r"});
+  relay.Line(1);
+  std::filesystem::remove_all(folder.Path() + "/r");
+  for (int number = 2; number < 4; ++number) {
+    const Socket client = ConnectTo(relay.Port());
+    client.Send(kQuery);
+    {
+      const Socket server = manager.Accept();
+      EXPECT_EQ(kQuery, server.ReadLine());
+      server.Send(kComplete);
+    }
+    EXPECT_EQ(kComplete, client.ReadAll());
+    relay.Line(number);
+  }
+  EXPECT_EQ(
+      "korvo-wire: cannot write " + folder.Path() +
+          "/r/000002.transcript: No such file or directory; what cannot be written is left out\n",
+      relay.Errors());
+}
+
+TEST(WireTap, AStandardOutputThatIsFull_HoldsNobody) {
+  const Manager manager;
+  const Relay relay(manager, {}, {}, ">/dev/full");
+  for (int i = 0; i < 2; ++i) {
+    const Socket client = ConnectTo(relay.Port());
+    client.Send(kQuery);
+    {
+      const Socket server = manager.Accept();
+      EXPECT_EQ(kQuery, server.ReadLine());
+      server.Send(kComplete);
+    }
+    EXPECT_EQ(kComplete, client.ReadAll());
+  }
+  EXPECT_EQ(
+      "korvo-wire: cannot write to standard output: No space left on device; what cannot be written is left out\n",
+      relay.Errors());
+}
+
+// Whoever finds no descriptor free waits for one.
+TEST(WireTap, MoreConnectionsThanDescriptors_AreServedInTurn) {
+  const Manager manager;
+  const Relay relay(manager, {}, [] {
+    const rlimit few = {12, 12};
+    setrlimit(RLIMIT_NOFILE, &few);
+  });
+  std::vector<Socket> clients;
+  for (int i = 0; i < 20; ++i) {
+    clients.push_back(ConnectTo(relay.Port()));
+    clients.back().Send(kQuery);
+  }
+  for (const Socket &client : clients) {
+    const Socket server = manager.Accept();
+    EXPECT_EQ(kQuery, server.ReadLine());
+    server.Send(kComplete);
+    shutdown(server.Fd(), SHUT_WR);
+    EXPECT_EQ(kComplete, client.ReadAll());
+  }
+}
+
+TEST(WireReplay, AClientThatLeftEarly_LeavesAgain) {
+  const Folder folder;
+  folder.Write("000001.transcript",
+               "client > \"x\"\nclient half-closes\nclient > \"\"\nclient < end\n");
+  folder.Write("000002.transcript", "client > \"y\\n\"\nclient < \"ab\"\nclient resets\n");
+  const Manager manager;
+  Tool tool(
+      {KORVO_WIRE, "replay", "--patience", "5000", "--to", At(manager.Port()), folder.Path()});
+  std::vector<Socket> open;
+  for (int i = 0; i < 2; ++i) {
+    open.push_back(manager.Accept());
+    const std::string line = open.back().ReadLine();
+    if (line == "x")
+      open.pop_back();
+    else
+      open.back().Send("abcdef");  // and goes on
+  }
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_EQ("2 exchanges: 2 the same, 0 differ\n", tool.Output());
+}
+
+TEST(WireReplay, AnAnswerThatIsReset_DiffersFromOneThatEnds) {
+  for (const bool resets : {true, false}) {
+    const Folder folder;
+    const std::string file =
+        folder.Write("000001.transcript", std::string("client > \"x\\n\"\nclient < ") +
+                                              (resets ? "end" : "reset") + "\n");
+    const Manager manager;
+    Tool tool({KORVO_WIRE, "replay", "--to", At(manager.Port()), folder.Path()});
+    Socket server = manager.Accept();
+    EXPECT_EQ("x\n", server.ReadLine());
+    resets ? server.Reset() : server.Close();
+    EXPECT_EQ(1, tool.Status());
+    EXPECT_EQ("differs: " + file + ": " +
+                  (resets ? "it ends in a reset now" : "it ended in a reset then") +
+                  "\n1 exchanges: 0 the same, 1 differ\n",
+              tool.Output());
+  }
+}
+
+// A recording goes on for longer than a step may wait.
+TEST(WireReplay, WaitsInFrontAreAddedUp) {
+  const Folder folder;
+  folder.Write("000001.transcript",
+               "wait 3600000 ms\nclient > \"x\\n\"\nclient < \"a\"\nclient < end\n");
+  folder.Write("000002.transcript",
+               "wait 3600000 ms\nwait 3600000 ms\nclient > \"y\\n\"\nclient < end\n");
+  const Manager manager;
+  Tool tool({KORVO_WIRE, "replay", "--to", At(manager.Port()), folder.Path()});
+  Answer(manager, 1, "a");
+  EXPECT_FALSE(Eventually([&] { return manager.Called(); }, 200));
+  tool.Signal(SIGTERM);
+  tool.Wait();
+  Tool fast({KORVO_WIRE, "replay", "--speed", "100000", "--to", At(manager.Port()), folder.Path()});
+  Answer(manager, 1, "a");
+  Answer(manager, 1, "");
+  EXPECT_EQ("2 exchanges: 2 the same, 0 differ\n", (fast.Wait(), fast.Output()));
+}
+
+TEST(WireReplay, WhatIsNoRecording_IsRefused) {
+  const Folder folder;
+  const std::string file = folder.Write("a.transcript", "case a\nsays x\n");
+  ExpectRefused({KORVO_WIRE, "replay", "--to", "9", folder.Path()}, 65,
+                file + " is no recording: it has no step of a client");
+}
+
+TEST(WireReplay, AnAnswerWithPatterns_IsHeldAgainstThem) {
+  const Folder folder;
+  folder.Write("000001.transcript",
+               "client > \"x\\n\"\nclient < \"ms=\" digits \"\\n\"\nclient < end\n");
+  const Manager manager;
+  Tool tool({KORVO_WIRE, "replay", "--to", At(manager.Port()), folder.Path()});
+  Answer(manager, 1, "ms=42\n");
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_EQ("1 exchanges: 1 the same, 0 differ\n", tool.Output());
 }
 
 TEST(WireReplay, ARedactedAnswer_IsComparedByItsLength) {

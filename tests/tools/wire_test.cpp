@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <filesystem>
 
@@ -41,6 +42,69 @@ TEST(WireCheck, APathOfTheProgramMayBeRelativeAndQuoted) {
                        folder.Write("c.transcript", std::string(kPing) + kPong), "--patience",
                        "2000", "daemon", quote + path + quote})
                   .output);
+}
+
+// So does whatever else stands in the command.
+TEST(WireCheck, ACommandRunsWhereTheUserIs) {
+  const Folder folder, programs;
+  programs.Write("client", "echo \"$*\"\n");
+  const std::string path = ".." + programs.Path().substr(programs.Path().rfind('/')) + "/client";
+  Tool tool({KORVO_WIRE, "check", "--cases",
+             folder.Write("c.transcript", "case a\nstart \"x\"\noutput \"x\\n\"\n"), "client",
+             "sh " + path},
+            [&] { setenv("TMPDIR", folder.Path().c_str(), 1); });
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_EQ("1 cases: 1 passed, 0 failed, 0 left out\n", tool.Output());
+}
+
+// Neither a program nor a folder is left behind.
+TEST(WireCheck, ASignal_EndsTheProgramsToo) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    const Folder folder, temporary;
+    const std::string started = folder.Path() + "/pid";
+    Tool tool({KORVO_WIRE, "check", "--cases",
+               folder.Write("c.transcript", "case a\nstart \"echo $$ >" + started +
+                                                "; exec sleep 1000\"\nstatus 0\n"),
+               "client", "sh -c"},
+              [&] { setenv("TMPDIR", temporary.Path().c_str(), 1); });
+    EXPECT_TRUE(Eventually([&] { return ReadFile(started).ends_with("\n"); }));
+    const std::string program = std::to_string(std::stoi(ReadFile(started)));
+    tool.Signal(number);
+    tool.Wait();
+    EXPECT_TRUE(Eventually([&] { return ReadFile("/proc/" + program + "/cmdline").empty(); }));
+    EXPECT_TRUE(Eventually([&] { return std::filesystem::is_empty(temporary.Path()); }));
+  }
+}
+
+TEST(WireCheck, AManagerThatIsAboutToStart_IsWaitedFor) {
+  const Folder folder;
+  const int port = ReservePort();
+  Tool tool(
+      {KORVO_WIRE, "check", "--cases",
+       folder.Write("c.transcript",
+                    "case a\ndaemon > \"\\t@COMMAND=GETDOC\\n\"\ndaemon < \"x\"\ndaemon < end\n"),
+       "docmgr", std::to_string(port)});
+  EXPECT_FALSE(Eventually([&] { return !tool.Output().empty(); }, 100));
+  const Folder played;
+  Tool manager(
+      {KORVO_WIRE, "play", "--port", std::to_string(port),
+       played.Write("p.transcript", "docmgr < record GETDOC\ndocmgr > \"x\"\ndocmgr closes\n")});
+  EXPECT_EQ(0, tool.Status());
+  EXPECT_EQ("1 cases: 1 passed, 0 failed, 0 left out\n", tool.Output());
+  manager.Signal(SIGTERM);
+  manager.Wait();
+  ReleasePort(port);
+}
+
+// Whatever bytes a sentence or a command has, a parser takes the report.
+TEST(WireCheck, Junit_IsXmlWhateverIsQuoted) {
+  const Folder folder;
+  const std::string file = folder.Write(
+      "c.transcript", "case a\nsays protocol.md: \x01\xff \xc3\xa4.\nstart \"x\"\nstatus 3\n");
+  const Outcome outcome =
+      RunTool({KORVO_WIRE, "check", "--format", "junit", "--cases", file, "client", "true"});
+  EXPECT_NE(std::string::npos, outcome.output.find(">protocol.md: \\x01\\xff \\xc3\\xa4.<"))
+      << outcome.output;
 }
 
 TEST(WireCheck, ManagersOfACase_AreAnnounced) {
@@ -159,8 +223,8 @@ TEST(WireCheck, AManagerThatIsGone_AndWhatNeedsMore) {
   const Folder folder;
   const std::string file = folder.Write(
       "c.transcript", "case a\nadmin > \"x\"\ncase b\nlog has \"x\"\ncase c\ndaemon > \"x\"\n");
-  const Outcome text =
-      RunTool({KORVO_WIRE, "check", "--cases", file, "docmgr", std::to_string(ReservePort())});
+  const Outcome text = RunTool({KORVO_WIRE, "check", "--cases", file, "--patience", "100", "docmgr",
+                                std::to_string(ReservePort())});
   EXPECT_EQ("left out: a\n  " + file + ":1: it needs --admin PORT\n" + "left out: b\n  " + file +
                 ":3: it needs the log of the program\n" + "failed: c\n  " + file +
                 ":6: cannot connect: Connection refused\n" +
@@ -168,7 +232,7 @@ TEST(WireCheck, AManagerThatIsGone_AndWhatNeedsMore) {
             text.output);
   EXPECT_EQ("TAP version 13\n1..1\nok 1 - a # SKIP it needs --admin PORT\n",
             RunTool({KORVO_WIRE, "check", "--format", "tap", "--case", "a", "--cases", file,
-                     "docmgr", "1"})
+                     "--patience", "100", "docmgr", "1"})
                 .output);
   EXPECT_EQ(
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -176,8 +240,8 @@ TEST(WireCheck, AManagerThatIsGone_AndWhatNeedsMore) {
       "<testcase classname=\"" +
           file +
           "\" name=\"a\"><skipped message=\"it needs --admin PORT\"/></testcase>\n</testsuite>\n",
-      RunTool(
-          {KORVO_WIRE, "check", "--format", "junit", "--case", "a", "--cases", file, "docmgr", "1"})
+      RunTool({KORVO_WIRE, "check", "--format", "junit", "--case", "a", "--cases", file,
+               "--patience", "100", "docmgr", "1"})
           .output);
 }
 
@@ -207,7 +271,11 @@ TEST(WireCheck, WrongUse_IsRefused) {
       bad +
           ":1: behind an actor stands >, <, connects, closes, resets, half-closes, leaves or is not called, not 'sings'");
   ExpectRefused({KORVO_WIRE, "check", "--cases", good, "--case", "b", "client", "x"}, 66,
-                "there is no such case in " + good);
+                "there is no case b in " + good);
+  ExpectRefused({KORVO_WIRE, "check", "--cases", good, "--case", "a", "--case", "b", "client", "x"},
+                66, "there is no case b in " + good);
+  ExpectRefused({KORVO_WIRE, "check", "--cases", "/no/such", "client", "x"}, 66,
+                "cannot read /no/such: No such file or directory");
   ExpectRefused({KORVO_WIRE, "check", "searchmgr", "127.0.0.1:99999"}, 64,
                 "searchmgr takes a number from 1 to 32767, not '99999'");
   ExpectRefused({KORVO_WIRE, "check", "--admin", "x", "client", "x"}, 64,

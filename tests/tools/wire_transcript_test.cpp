@@ -156,6 +156,31 @@ TEST(Transcript, Patterns_TakeWhatTheyCan) {
   ExpectNoFit("either \"a\" or \"b\"", "c");
 }
 
+TEST(Transcript, Patterns_MayStandInTimes) {
+  ExpectFit("times 3 (digits \",\")", "1,22,333,");
+  ExpectFit("times 2 (ordinal \"=\" text \"\\n\")", "1=a\n2=b\n");
+  ExpectNoFit("times 2 (ordinal \"=\" text \"\\n\")", "1=a\n1=b\n");
+  EXPECT_EQ(Fit::kMore, Match("times 3 (digits \",\")", "1,22,").fit);
+  EXPECT_EQ("times 3 (digits \",\")", Shown("times 3 (digits \",\")"));
+}
+
+// The daemon reads no field there, so a record does not have it.
+TEST(Transcript, Records_HaveTheFieldsOfTheHeaderAlone) {
+  const std::string front = "\t@COMMAND=QUERY";
+  ExpectFit("record QUERY MAXHITS=\"2\"", front + "\r@MAXHITS=2\n");
+  ExpectFit("record QUERY MAXHITS=\"2\"", front + "\t@MAXHITS=1\t@MAXHITS=2\n");
+  for (const std::string behind : {"\t@OPER=OR", "\t@STATUS", "\tmail", "\t", "\t@", "\r"})
+    ExpectNoFit("record QUERY MAXHITS=\"2\"", front + behind + "\t@MAXHITS=2\n");
+  ExpectNoFit("record QUERY MAXHITS=\"2\"",
+              front + "\t@X=" + std::string(1022, 'x') + "\t@MAXHITS=2\n");
+  ExpectNoFit("record QUERY MAXHITS=\"2\"",
+              front + "\t@" + std::string(129, 'N') + "=\t@MAXHITS=2\n");
+  ExpectFit("record QUERY MAXHITS=\"2\"", front + "\t@X=" + std::string(1021, 'x') + "\t@" +
+                                              std::string(128, 'N') + "=\t@MAXHITS=2\n");
+  ExpectNoFit("header", front + "\t@" + std::string(129, 'N') + "=\t@MAXHITS=2\n");
+  ExpectFit("header \"\\tmail\\n\"", front + "\r@X=\tmail\n");
+}
+
 TEST(Transcript, Patterns_WaitForWhatFollows) {
   for (const char *items : {"\"abc\"", "digits", "text", "line", "bytes 9", "record HIT", "header",
                             "either \"x\" or \"12345\"", "keep n digits"})
@@ -222,6 +247,7 @@ TEST(Transcript, Faults_NameTheLine) {
       {"client < (\"x\"\n", "f:1: a bracket has no second, not the end of the line"},
       {"client > port\n", "f:1: behind port stands an actor, not the end of the line"},
       {"client > kept\n", "f:1: behind kept stands a name, not the end of the line"},
+      {"client < n8 digits\n", "f:1: what has a length in front of it has no patterns"},
       {"client < keep\n", "f:1: behind keep stands a name, not the end of the line"},
       {"client < record \"x\"\n", "f:1: behind record stands the word of its command, not 'x'"},
       {"wait 3600001 ms\n", "f:1: here stands a number from 0 to 3600000, not '3600001'"},
@@ -241,6 +267,30 @@ TEST(Transcript, Faults_NameTheLine) {
   EXPECT_EQ(std::string(kItem) + "'who'", WrongIn("client > who\n"));
   std::string deep = "client < " + std::string(20, '(') + "\"x\"" + std::string(20, ')') + "\n";
   EXPECT_EQ("f:1: items stand too deep within each other", WrongIn(deep));
+}
+
+// A few lines that would be more bytes than any machine has.
+TEST(Transcript, WhatGrowsWithoutBound_IsRefused) {
+  const std::string large = "items make more than 67108864 bytes";
+  EXPECT_EQ("f:1: " + large, WrongIn("client > times 100000 (times 100000 \"x\")\n"));
+  EXPECT_EQ("f:1: " + large, WrongIn("let a times 100000 (times 100000 \"x\")\nwait 0 ms\n"));
+  EXPECT_EQ("f:1: " + large,
+            WrongIn("client < times 100000 (times 100000 (times 100000 (times 100000 digits)))\n"));
+  std::string chain = "let a0 \"x\"\n", wide = "let a0 \"x\"\n";
+  for (int i = 1; i < 100; ++i)
+    chain += "let a" + std::to_string(i) + " (a" + std::to_string(i - 1) + ")\n";
+  EXPECT_EQ("f:10: items stand too deep within each other", WrongIn(chain));
+  for (int i = 1; i < 8; ++i) {
+    wide += "let a" + std::to_string(i);
+    for (int j = 0; j < 100; ++j) wide += " a" + std::to_string(i - 1);
+    wide += "\n";
+  }
+  EXPECT_EQ("f:4: names of let and steps of every case are more than 1000000 items", WrongIn(wide));
+  std::string cases;
+  for (int i = 0; i < 1001; ++i) cases += "wait 0 ms\n";
+  for (int i = 0; i < 1001; ++i) cases += "case c" + std::to_string(i) + "\n";
+  EXPECT_EQ("f:2001: names of let and steps of every case are more than 1000000 items",
+            WrongIn(cases));
 }
 
 TEST(Transcript, AFileThatIsNotThere_IsNamed) {

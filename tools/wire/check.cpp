@@ -10,8 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,7 +21,7 @@
 #include "tools/common/tool.h"
 #include "tools/wire/commands.h"
 #include "tools/wire/report.h"
-#include "tools/wire/run.h"
+#include "tools/wire/stage.h"
 
 namespace {
 
@@ -88,22 +90,10 @@ std::string UsualCases() {
   return program.parent_path().parent_path().string() + "/share/korvo/conformance";
 }
 
-// A program is started in the folder of its case, so its own path, which may stand in quotes, may
-// not depend on the folder.
-std::string FromHere(const std::string &command) {
-  const bool quoted = command.starts_with("'") || command.starts_with("\"");
-  const std::size_t begin = quoted ? 1 : 0;
-  const std::string program =
-      command.substr(begin, command.find(quoted ? command[0] : ' ', begin) - begin);
-  if (program.starts_with("/") || program.find('/') == std::string::npos) return command;
-  return command.substr(0, begin) + std::filesystem::current_path().string() + "/" +
-         command.substr(begin);
-}
-
 void TakeSubject(Check *check, const RoleName &role, const char *what) {
   check->subject.role = role.role;
   if (role.started)
-    check->subject.command = FromHere(what);
+    check->subject.command = what;
   else
     check->subject.client_port = Wire_Address(what, role.word);
 }
@@ -137,22 +127,37 @@ std::vector<std::string> FilesOf(const std::string &cases) {
   return files;
 }
 
-bool IsWanted(const Check &check, const Case &which) {
-  const auto names = [&](const std::string &name) { return name == which.name; };
-  return check.wanted.empty() || std::any_of(check.wanted.begin(), check.wanted.end(), names);
-}
-
 std::vector<Case> ReadCases(const Check &check) {
   std::vector<Case> cases;
+  std::set<std::string> missed(check.wanted.begin(), check.wanted.end());
   for (const std::string &file : FilesOf(check.cases)) {
     Transcript transcript;
     std::string wrong;
+    if (access(file.c_str(), R_OK) != 0)
+      Tool_Fail(EX_NOINPUT, "cannot read %s: %s", file.c_str(), std::strerror(errno));
     if (!Transcript_Read(file, &transcript, &wrong)) Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
     for (const Case &which : transcript.cases)
-      if (IsWanted(check, which)) cases.push_back(which);
+      if (missed.erase(which.name) > 0 || check.wanted.empty()) cases.push_back(which);
   }
-  if (cases.empty()) Tool_Fail(EX_NOINPUT, "there is no such case in %s", check.cases.c_str());
+  if (!missed.empty())
+    Tool_Fail(EX_NOINPUT, "there is no case %s in %s", missed.begin()->c_str(),
+              check.cases.c_str());
   return cases;
+}
+
+// A manager may be about to start.  One that never does fails case by case.
+void AwaitManager(const Subject &subject) {
+  constexpr std::chrono::milliseconds kPause(20);
+  const auto begin = std::chrono::steady_clock::now();
+  while (Stage_MsSince(begin) < subject.patience) {
+    Stage stage;
+    stage.client_port = subject.client_port;
+    std::string why;
+    const bool listens = Stage_Connect(&stage, &stage.actors["daemon"], &why);
+    Stage_Close(&stage);
+    if (listens) return;
+    std::this_thread::sleep_for(kPause);
+  }
 }
 
 // A case in a process of its own, which writes its outcome.
@@ -170,8 +175,8 @@ Worker Begin(const Case &which, const Subject &subject, std::size_t index) {
   const pid_t pid = fork();
   if (pid < 0) Tool_Fail(EX_OSERR, "cannot start a process: %s", std::strerror(errno));
   if (pid == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const Outcome outcome = Run_Case(which, subject);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    const Outcome outcome = Case_Run(which, subject);
     const std::string said = std::to_string(static_cast<int>(outcome.result)) + " " +
                              std::to_string(outcome.line) + " " + outcome.why;
     _exit(Tool_Write(ends[1], said) == 0 ? 0 : 1);
@@ -226,6 +231,7 @@ std::vector<Ran> RunAll(const Check &check, const std::vector<Case> &cases) {
 int Wire_Check(int argc, char **argv) {
   const Check check = ReadCommand(argc, argv);
   const std::vector<Case> cases = ReadCases(check);
+  if (check.subject.command.empty()) AwaitManager(check.subject);
   const std::vector<Ran> all = RunAll(check, cases);
   Tool_Print(Report_Format(check.form, all));
   const bool failed = std::any_of(

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/common/tool.h"
+#include "tools/wire/header.h"
 
 namespace {
 
@@ -53,6 +54,7 @@ struct Rest {
   std::string_view bytes;
   bool ended;
   Scene *scene;
+  int ordinal = 0;  // of the times around an item
 };
 
 Fit MatchItem(const Item &item, Rest *rest);
@@ -97,32 +99,17 @@ Fit MatchEither(const Item &item, Rest *rest) {
   return Fit::kNo;
 }
 
-// The value of a field of the header of a line; null is none.
-bool FieldOf(std::string_view line, std::string_view name, std::string_view *value) {
-  bool found = false;
-  while (line.starts_with("\t@")) {
-    const std::string_view token = line.substr(2, line.find_first_of("\t\r\n", 2) - 2);
-    const std::size_t equals = token.find('=');
-    if (token.substr(0, equals) == name && equals != std::string_view::npos) {
-      *value = token.substr(equals + 1);
-      found = true;
-    }
-    line.remove_prefix(std::min(line.size(), token.size() + 2));
-  }
-  return found;
-}
-
 // A field counts when what ends it has come; a token without "=" is a fault of the header.
 Fit MatchHeader(Rest *rest) {
-  while (std::string_view("\t@").starts_with(rest->bytes.substr(0, 2))) {
-    const std::size_t end = rest->bytes.find_first_of("\t\r\n", 1);
-    if (end == std::string_view::npos) return rest->ended ? Fit::kNo : Fit::kMore;
-    const std::string_view token = rest->bytes.substr(0, end);
-    if (!token.starts_with("\t@") || token.starts_with("\t@OPER=")) break;
-    if (token.find('=') == std::string_view::npos) return Fit::kNo;
-    rest->bytes.remove_prefix(end);
+  for (HeaderField field; Header_Take(&rest->bytes, &field);) {
   }
-  return rest->bytes.empty() && !rest->ended ? Fit::kMore : Fit::kYes;
+  const std::string_view left = rest->bytes;
+  const bool may_be_field = left.empty() || ((left[0] == '\t' || left[0] == '\r') &&
+                                             (left.size() == 1 || left[1] == '@'));
+  if (!may_be_field) return Fit::kYes;
+  if (left.find_first_of("\t\r\n", 1) == std::string_view::npos)
+    return rest->ended ? Fit::kNo : Fit::kMore;
+  return left.substr(1).starts_with("@OPER=") ? Fit::kYes : Fit::kNo;
 }
 
 Fit MatchRecord(const Item &item, Rest *rest) {
@@ -130,14 +117,29 @@ Fit MatchRecord(const Item &item, Rest *rest) {
   if (end == std::string_view::npos) return rest->ended ? Fit::kNo : Fit::kMore;
   const std::string_view line = rest->bytes.substr(0, end + 1);
   std::string_view value;
-  if (!FieldOf(line, "COMMAND", &value) || value != item.text) return Fit::kNo;
+  if (!Header_Find(line, "COMMAND", &value) || value != item.text) return Fit::kNo;
   for (const Item &field : item.inside) {
-    if (!FieldOf(line, field.text, &value)) return Fit::kNo;
-    Rest inside = {value, true, rest->scene};
+    if (!Header_Find(line, field.text, &value)) return Fit::kNo;
+    Rest inside = {value, true, rest->scene, rest->ordinal};
     if (MatchAll(field.inside, &inside) != Fit::kYes || !inside.bytes.empty()) return Fit::kNo;
   }
   rest->bytes.remove_prefix(end + 1);
   return Fit::kYes;
+}
+
+Fit MatchTimes(const Item &item, Rest *rest) {
+  const int ordinal = rest->ordinal;
+  Fit fit = Fit::kYes;
+  for (rest->ordinal = 1; fit == Fit::kYes && rest->ordinal <= item.count; ++rest->ordinal)
+    fit = MatchAll(item.inside, rest);
+  rest->ordinal = ordinal;
+  return fit;
+}
+
+Fit MatchKnown(const Item &item, Rest *rest) {
+  std::string wanted;
+  AddItem(item, *rest->scene, rest->ordinal, &wanted);
+  return MatchBytes(wanted, rest);
 }
 
 Fit MatchItem(const Item &item, Rest *rest) {
@@ -161,17 +163,10 @@ Fit MatchItem(const Item &item, Rest *rest) {
         rest->scene->kept[item.text] = before.substr(0, before.size() - rest->bytes.size());
       return fit;
     }
-    default: {
-      std::string wanted;
-      AddItem(item, *rest->scene, 0, &wanted);
-      return MatchBytes(wanted, rest);
-    }
+    case ItemKind::kTimes:
+      return Transcript_HasPattern(item) ? MatchTimes(item, rest) : MatchKnown(item, rest);
+    default: return MatchKnown(item, rest);
   }
-}
-
-bool HasPattern(const Item &item) {
-  if (item.kind >= ItemKind::kDigits) return true;
-  return std::any_of(item.inside.begin(), item.inside.end(), HasPattern);
 }
 
 std::string Short(const std::string &bytes) {
@@ -187,6 +182,10 @@ std::string ShowItem(const Item &item, const Scene &scene) {
     case ItemKind::kLine: return "line";
     case ItemKind::kHeader: return "header";
     case ItemKind::kBytes: return Tool_Format("bytes %d", item.count);
+    case ItemKind::kTimes: {
+      if (!Transcript_HasPattern(item)) break;
+      return Tool_Format("times %d ", item.count) + ShowItem(item.inside[0], scene);
+    }
     case ItemKind::kKeep:
       return std::string("keep ").append(item.text).append(" ") + ShowItem(item.inside[0], scene);
     case ItemKind::kEither: {
@@ -203,7 +202,7 @@ std::string ShowItem(const Item &item, const Scene &scene) {
     }
     default: break;
   }
-  if (HasPattern(item))
+  if (Transcript_HasPattern(item))
     return std::string("(").append(Pattern_Show(item.inside, scene)).append(")");
   std::string bytes;
   AddItem(item, scene, 0, &bytes);
@@ -233,7 +232,7 @@ std::string Pattern_Show(const std::vector<Item> &items, const Scene &scene) {
     shown += text;
   };
   for (const Item &item : items) {
-    if (!HasPattern(item)) {
+    if (!Transcript_HasPattern(item)) {
       AddItem(item, scene, 0, &bytes);
       continue;
     }

@@ -8,7 +8,6 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -17,72 +16,15 @@
 
 #include "tools/common/peer.h"
 #include "tools/common/tool.h"
+#include "tools/wire/case.h"
 #include "tools/wire/commands.h"
+#include "tools/wire/misbehave.h"
 #include "tools/wire/run.h"
 
 namespace {
 
 constexpr int kPatienceMs = 60000;
-constexpr std::size_t kRecord = 40960;  // bytes of the longest record
-constexpr int kManyHits = 10000;
-
-// What happens behind the first bytes that are sent.
-enum class After { kGoOn, kHang, kReset, kHalfClose, kClose };
-
-struct Sent {
-  std::string bytes;
-  bool first;  // of a connection
-  int piece = 0, every = 0;
-  After after = After::kGoOn;
-};
-
-// The first record becomes one of that many bytes, its newline included.
-void Fill(Sent *sent, std::size_t size) {
-  const std::size_t end = sent->bytes.find('\n');
-  if (!sent->first || end == std::string::npos || end + 1 >= size) return;
-  const std::size_t at = end > 0 && sent->bytes[end - 1] == '\t' ? end - 1 : end;
-  sent->bytes.insert(at, size - end - 1, 'y');
-}
-
-void Halve(Sent *sent, After after) {
-  if (!sent->first) return;
-  sent->bytes.resize(sent->bytes.size() / 2);
-  sent->after = after;
-}
-
-void Repeat(Sent *sent) {
-  const std::string record = sent->bytes.substr(0, sent->bytes.find('\n') + 1);
-  for (int i = 1; sent->first && i < kManyHits; ++i) sent->bytes.insert(0, record);
-}
-
-struct Misbehaviour {
-  const char *word;
-  void (*apply)(Sent *sent);
-};
-
-constexpr Misbehaviour kMisbehaviours[] = {
-    {"drips", [](Sent *sent) { sent->piece = sent->every = 1; }},
-    {"hangs", [](Sent *sent) { Halve(sent, After::kHang); }},
-    {"resets", [](Sent *sent) { Halve(sent, After::kReset); }},
-    {"half-closes", [](Sent *sent) { sent->after = After::kHalfClose; }},
-    {"40960-bytes", [](Sent *sent) { Fill(sent, kRecord); }},
-    {"40961-bytes", [](Sent *sent) { Fill(sent, kRecord + 1); }},
-    {"no-newline",
-     [](Sent *sent) {
-       sent->bytes.resize(std::min(sent->bytes.find('\n'), sent->bytes.size()));
-       sent->after = After::kClose;
-     }},
-    {"nuls",
-     [](Sent *sent) {
-       const std::size_t end = sent->bytes.find('\n');
-       if (sent->first && end != std::string::npos) sent->bytes.insert(end, 1, '\0');
-     }},
-    {"10000-hits", Repeat},
-    {"unknown-words",
-     [](Sent *sent) {
-       if (sent->first) sent->bytes.insert(0, "\t@COMMAND=UNKNOWN\tx\n");
-     }},
-};
+constexpr int kPauseMs = 100;  // where there is no descriptor for a connection
 
 struct Play {
   std::string file, actor, which;
@@ -104,15 +46,6 @@ constexpr option kOptions[] = {{"as", required_argument, nullptr, 'a'},
                                {"version", no_argument, nullptr, 'V'},
                                {nullptr, 0, nullptr, 0}};
 
-const Misbehaviour *MisbehaviourOf(const char *word) {
-  for (const Misbehaviour &known : kMisbehaviours)
-    if (std::strcmp(word, known.word) == 0) return &known;
-  Tool_Fail(EX_USAGE,
-            "--misbehave takes drips, hangs, resets, half-closes, 40960-bytes, 40961-bytes, "
-            "no-newline, nuls, 10000-hits or unknown-words, not '%s'",
-            word);
-}
-
 void TakeOption(Play *play, int letter) {
   switch (letter) {
     case 'a': play->actor = optarg; break;
@@ -120,7 +53,7 @@ void TakeOption(Play *play, int letter) {
     case 't': play->to = Wire_Address(optarg, "--to"); break;
     case 'l': play->port = Tool_Number("--port", optarg, 1, kPeerMaxPort); break;
     case 'n': play->announce = Wire_Address(optarg, "--announce"); break;
-    case 'm': play->misbehaviour = MisbehaviourOf(optarg); break;
+    case 'm': play->misbehaviour = Misbehave_Of(optarg); break;
     case 'i': play->times = Tool_Number("--times", optarg, 1, kTranscriptTimes); break;
     case 'p': play->patience = Tool_Number("--patience", optarg, 1, kTranscriptMs); break;
     default: Wire_TakeInfo(letter);
@@ -243,7 +176,7 @@ std::vector<std::vector<Step>> Connections(const Play &play) {
 
 void Announce(const Play &play) {
   if (play.announce.sin_port == 0) return;
-  const std::string text = Run_Announcement(play.actor, play.port);
+  const std::string text = Case_Announcement(play.actor, play.port);
   const int sock = Peer_Socket(SOCK_DGRAM);
   sendto(sock, text.data(), text.size(), 0, reinterpret_cast<const sockaddr *>(&play.announce),
          sizeof play.announce);
@@ -260,10 +193,12 @@ int PlayIn(const Play &play) {
   Announce(play);
   const std::vector<std::vector<Step>> connections = Connections(play);
   int failed = 0, status = 0;
-  for (std::size_t number = 0; play.times == 0 || number < static_cast<std::size_t>(play.times);
-       ++number) {
+  for (std::size_t number = 0; play.times == 0 || number < static_cast<std::size_t>(play.times);) {
     const int sock = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (sock < 0) continue;
+    if (sock < 0) {
+      poll(nullptr, 0, kPauseMs);
+      continue;
+    }
     const pid_t pid = fork();
     if (pid < 0) Tool_Fail(EX_OSERR, "cannot start a process: %s", std::strerror(errno));
     if (pid == 0) {
@@ -271,6 +206,7 @@ int PlayIn(const Play &play) {
       PlayConnection(play, sock, connections[number % connections.size()]);
     }
     close(sock);
+    ++number;
     while (waitpid(-1, &status, WNOHANG) > 0)
       if (status != 0) ++failed;
   }

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +17,20 @@ namespace {
 
 constexpr int kLookEveryMs = 2;
 constexpr int kLeaveMs = 2000;  // for a program that is asked to end
+
+// What a signal that ends this process takes along.
+volatile sig_atomic_t taken_group = 0;  // 0: none
+char taken_folder[PATH_MAX];
+
+constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP};
+
+// Becomes the program that removes the folder, which no second signal may end.
+void TakeAlong(int) {
+  for (const int number : kEnding) signal(number, SIG_IGN);
+  if (taken_group > 0) kill(-taken_group, SIGKILL);
+  execl("/bin/rm", "rm", "-rf", taken_folder, nullptr);
+  _exit(1);
+}
 
 std::string OutputFile(const Program &program) { return program.folder + "/stdout"; }
 std::string ErrorsFile(const Program &program) { return program.folder + "/stderr"; }
@@ -34,6 +50,8 @@ void OpenAs(int fd, const char *path, int flags) {
                          const std::vector<std::string> &arguments,
                          const std::vector<std::string> &settings) {
   setpgid(0, 0);
+  for (const int number : kEnding) signal(number, SIG_DFL);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   OpenAs(STDIN_FILENO, "/dev/null", O_RDONLY);
   OpenAs(STDOUT_FILENO, OutputFile(program).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
   OpenAs(STDERR_FILENO, ErrorsFile(program).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
@@ -42,7 +60,7 @@ void OpenAs(int fd, const char *path, int flags) {
   std::vector<const char *> argv = {"sh", "-c", line.c_str(), "sh"};
   for (const std::string &argument : arguments) argv.push_back(argument.c_str());
   argv.push_back(nullptr);
-  if (chdir(program.folder.c_str()) == 0) execv("/bin/sh", const_cast<char *const *>(argv.data()));
+  execv("/bin/sh", const_cast<char *const *>(argv.data()));
   _exit(127);
 }
 
@@ -51,7 +69,10 @@ void OpenAs(int fd, const char *path, int flags) {
 std::string Program_MakeFolder() {
   const char *tmp = std::getenv("TMPDIR");
   std::string path = std::string(tmp != nullptr && tmp[0] == '/' ? tmp : "/tmp") + "/korvo-XXXXXX";
-  return mkdtemp(path.data()) == nullptr ? std::string() : path;
+  if (mkdtemp(path.data()) == nullptr) return {};
+  std::snprintf(taken_folder, sizeof taken_folder, "%s", path.c_str());
+  for (const int number : kEnding) signal(number, TakeAlong);
+  return path;
 }
 
 void Program_RemoveFolder(const std::string &folder) {
@@ -80,9 +101,20 @@ std::string Program_ReadFile(const std::string &path) {
 bool Program_Start(Program *program, const std::string &command,
                    const std::vector<std::string> &arguments,
                    const std::vector<std::string> &settings) {
+  sigset_t ending, before;
+  sigemptyset(&ending);
+  for (const int number : kEnding) sigaddset(&ending, number);
+  sigprocmask(SIG_BLOCK, &ending, &before);
   program->pid = fork();
-  if (program->pid == 0) Become(*program, command, arguments, settings);
-  if (program->pid > 0) setpgid(program->pid, program->pid);
+  if (program->pid == 0) {
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    Become(*program, command, arguments, settings);
+  }
+  if (program->pid > 0) {
+    setpgid(program->pid, program->pid);
+    taken_group = program->pid;
+  }
+  sigprocmask(SIG_SETMASK, &before, nullptr);
   return program->pid > 0;
 }
 
@@ -106,4 +138,5 @@ void Program_Stop(Program *program) {
   Program_Wait(program, kLeaveMs);
   kill(-program->pid, SIGKILL);  // what does not end by itself, and what it has left
   Program_Wait(program, kLeaveMs);
+  taken_group = 0;
 }

@@ -1,4 +1,4 @@
-// tools/wire/program.h: a program that is started in a folder, and all that it leaves there.
+// tools/wire/program.h: a program that is started, and the folder with all that it leaves.
 #ifndef TOOLS_WIRE_PROGRAM_H
 #define TOOLS_WIRE_PROGRAM_H
 
@@ -14,7 +14,8 @@ struct Program {
   int status = -1;  // with which it ended, behind a signal 128 and its number
 };
 
-// A folder of its own below TMPDIR or /tmp, or an empty text.
+// A folder of its own below TMPDIR or /tmp, or an empty text.  From then on a signal that ends this
+// process removes the folder, and ends the program that was started last.
 std::string Program_MakeFolder();
 void Program_RemoveFolder(const std::string &folder);
 

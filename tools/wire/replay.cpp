@@ -22,6 +22,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
 constexpr int kPatienceMs = 60000;
 constexpr int kMaxSpeed = 1000000;
@@ -35,7 +36,7 @@ struct Replay {
 
 struct Recorded {
   std::string file;
-  int offset = 0;  // milliseconds behind the first
+  milliseconds offset = {};  // behind the beginning of the recording
   std::vector<Step> steps;
 };
 
@@ -58,27 +59,56 @@ Replay ReadCommand(int argc, char **argv) {
   return replay;
 }
 
+bool IsOfClient(const Step &step) { return step.actor.starts_with("client"); }
+
+Recorded Read(const std::string &file) {
+  Transcript transcript;
+  std::string wrong;
+  if (!Transcript_Read(file, &transcript, &wrong)) Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
+  Recorded recorded = {file, milliseconds(0), transcript.cases.front().steps};
+  const std::vector<Step> &steps = recorded.steps;
+  for (auto step = steps.begin(); step != steps.end() && step->verb == Verb::kWait; ++step)
+    recorded.offset += milliseconds(step->count);
+  if (std::none_of(steps.begin(), steps.end(), IsOfClient))
+    Tool_Fail(EX_DATAERR, "%s is no recording: it has no step of a client", file.c_str());
+  return recorded;
+}
+
 std::vector<Recorded> ReadAll(const std::string &folder) {
   std::vector<Recorded> all;
   std::error_code ignored;
-  for (const auto &entry : std::filesystem::directory_iterator(folder, ignored)) {
-    if (entry.path().extension() != ".transcript") continue;
-    Transcript transcript;
-    std::string wrong;
-    if (!Transcript_Read(entry.path(), &transcript, &wrong))
-      Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
-    Recorded recorded = {entry.path(), 0, transcript.cases.front().steps};
-    if (recorded.steps.front().verb == Verb::kWait) recorded.offset = recorded.steps.front().count;
-    all.push_back(recorded);
-  }
+  for (const auto &entry : std::filesystem::directory_iterator(folder, ignored))
+    if (entry.path().extension() == ".transcript") all.push_back(Read(entry.path()));
   if (all.empty()) Tool_Fail(EX_NOINPUT, "there is no transcript in %s", folder.c_str());
   std::sort(all.begin(), all.end(),
             [](const Recorded &a, const Recorded &b) { return a.file < b.file; });
   return all;
 }
 
-// Sends all that was sent then and reads to the end; false with the reason.
-bool Ask(const Replay &replay, const Recorded &recorded, const sockaddr_in &to, std::string *answer,
+bool Has(const Recorded &recorded, Verb verb) {
+  return std::any_of(recorded.steps.begin(), recorded.steps.end(),
+                     [&](const Step &step) { return step.verb == verb; });
+}
+
+// How many bytes a client that left in the middle has had.
+std::size_t BytesHad(const Recorded &recorded) {
+  std::size_t bytes = 0;
+  for (const Step &step : recorded.steps)
+    for (const Item &item : step.items)
+      if (step.verb == Verb::kExpect)
+        bytes += item.kind == ItemKind::kBytes ? static_cast<std::size_t>(item.count)
+                                               : Pattern_Bytes({item}, {}).size();
+  return bytes;
+}
+
+struct Answer {
+  std::string bytes;
+  bool reset = false;
+};
+
+// Sends all that was sent then and reads to the end, or as far as the client of then; false with
+// the reason.
+bool Ask(const Replay &replay, const Recorded &recorded, const sockaddr_in &to, Answer *answer,
          std::string *why) {
   Stage stage;
   stage.client_port = to;
@@ -86,15 +116,17 @@ bool Ask(const Replay &replay, const Recorded &recorded, const sockaddr_in &to, 
   Actor &actor = stage.actors["client"];
   bool good = Stage_Connect(&stage, &actor, why);
   for (const Step &step : recorded.steps) {
-    if (!good) break;
-    if (step.verb == Verb::kSend)
+    if (good && step.verb == Verb::kSend)
       good = Stage_Send(&stage, &actor, Pattern_Bytes(step.items, stage.scene), why);
+    if (good && step.verb == Verb::kHalfClose) shutdown(actor.sock, SHUT_WR);
   }
-  while (good && !actor.ended) {
+  const bool leaves = Has(recorded, Verb::kReset);
+  const std::size_t enough = leaves ? BytesHad(recorded) : 0;
+  while (good && !actor.ended && !(leaves && actor.came.size() >= enough)) {
     good = Stage_Receive(&actor, replay.patience);
     if (!good) *why = "the answer does not end";
   }
-  *answer = actor.came;
+  *answer = {leaves ? actor.came.substr(0, enough) : actor.came, actor.reset};
   Stage_Close(&stage);
   return good;
 }
@@ -114,28 +146,36 @@ bool IsSame(const std::string &first, const std::string &second, std::string *wh
   return false;
 }
 
+bool EndsAlike(bool was_reset, const Answer &answer, std::string *why) {
+  if (was_reset == answer.reset) return true;
+  *why = answer.reset ? "it ends in a reset now" : "it ended in a reset then";
+  return false;
+}
+
 // Against what was recorded: the bytes, or how many they were.
-bool IsAsRecorded(const Recorded &recorded, const std::string &answer, std::string *why) {
+bool IsAsRecorded(const Recorded &recorded, const Answer &answer, std::string *why) {
   std::vector<Item> items;
   for (const Step &step : recorded.steps)
     if (step.verb == Verb::kExpect) items.insert(items.end(), step.items.begin(), step.items.end());
   Scene scene;
-  const bool counted = std::any_of(items.begin(), items.end(),
-                                   [](const Item &item) { return item.kind == ItemKind::kBytes; });
-  if (!counted) return IsSame(Pattern_Bytes(items, scene), answer, why);
   std::size_t length = 0;
-  if (Pattern_Match(items, answer, true, &scene, &length) == Fit::kYes && length == answer.size())
-    return true;
-  *why = Tool_Format("it has %zu bytes now", answer.size());
+  if (Pattern_Match(items, answer.bytes, true, &scene, &length) == Fit::kYes &&
+      length == answer.bytes.size())
+    return EndsAlike(Has(recorded, Verb::kExpectReset), answer, why);
+  if (std::none_of(items.begin(), items.end(), Transcript_HasPattern))
+    return IsSame(Pattern_Bytes(items, scene), answer.bytes, why);
+  *why = Tool_Format("it has %zu bytes now", answer.bytes.size());
   return false;
 }
 
 [[noreturn]] void Again(const Replay &replay, const Recorded &recorded) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  std::string first, second, why;
+  Answer first, second;
+  std::string why;
   bool good = Ask(replay, recorded, replay.to[0], &first, &why);
   if (good && replay.to.size() == 2)
-    good = Ask(replay, recorded, replay.to[1], &second, &why) && IsSame(first, second, &why);
+    good = Ask(replay, recorded, replay.to[1], &second, &why) &&
+           IsSame(first.bytes, second.bytes, &why) && EndsAlike(first.reset, second, &why);
   else if (good)
     good = IsAsRecorded(recorded, first, &why);
   if (!good) Tool_Print("differs: " + recorded.file + ": " + why + "\n");
@@ -155,9 +195,8 @@ int Wire_Replay(int argc, char **argv) {
   const auto begin = Clock::now();
   std::size_t running = 0, same = 0;
   for (const Recorded &recorded : all) {
-    const int offset = recorded.offset - all.front().offset;
-    std::this_thread::sleep_until(begin +
-                                  std::chrono::microseconds(1000LL * offset / replay.speed));
+    const std::chrono::microseconds behind = recorded.offset - all.front().offset;
+    std::this_thread::sleep_until(begin + behind / replay.speed);
     for (; running >= kMaxAtOnce; --running)
       if (WaitForOne()) ++same;
     const pid_t pid = fork();

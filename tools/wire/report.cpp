@@ -39,14 +39,22 @@ std::string Tap(const std::vector<Ran> &all) {
     if (ran.outcome.result == Result::kSkipped) text += " # SKIP " + ran.outcome.why;
     text += "\n";
     if (ran.outcome.result == Result::kFailed)
-      text += "# " + Where(ran) + ": " + ran.outcome.why + "\n# " + ran.which->says + "\n";
+      text += "# " + Where(ran) + ": " + ran.outcome.why + "\n";
+    if (ran.outcome.result == Result::kFailed && !ran.which->says.empty())
+      text += "# " + ran.which->says + "\n";
   }
   return text;
 }
 
+// XML cannot hold every byte, so what is no printable ASCII stands as in a transcript.
 std::string Xml(const std::string &text) {
   std::string out;
   for (const char c : text) {
+    if (c < ' ' || c == 0x7f) {
+      const std::string quoted = Transcript_Quote({&c, 1});
+      out += quoted.substr(1, quoted.size() - 2);
+      continue;
+    }
     switch (c) {
       case '&': out += "&amp;"; break;
       case '<': out += "&lt;"; break;

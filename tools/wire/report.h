@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/wire/run.h"
+#include "tools/wire/case.h"
 
 enum class ReportForm { kText, kTap, kJunit };
 

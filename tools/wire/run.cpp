@@ -2,10 +2,8 @@
 
 #include <poll.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <set>
 #include <thread>
 
 namespace {
@@ -14,11 +12,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int kLookEveryMs = 2;
-constexpr const char *kId = "packages";  // of both managers, as in the examples of the documents
-
-int MsSince(Clock::time_point begin) {
-  return static_cast<int>(std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count());
-}
 
 Actor *ActorOf(Running *running, const Step &step) { return &running->stage.actors[step.actor]; }
 
@@ -68,7 +61,7 @@ bool Expect(Running *running, const Step &step, std::string *why) {
       break;
     }
     if (fit == Fit::kNo) return Expected(shown, *actor, why);
-    const int left = stage->patience - MsSince(begin);
+    const int left = stage->patience - Stage_MsSince(begin);
     if (left <= 0 || !Stage_Receive(actor, left)) return Expected(shown, *actor, why);
   }
   return true;
@@ -81,7 +74,7 @@ bool ExpectEnd(Running *running, const Step &step, std::string *why) {
   if (!Stage_Connect(&running->stage, actor, why)) return false;
   const auto begin = Clock::now();
   while (!actor->ended && actor->came.empty()) {
-    const int left = running->stage.patience - MsSince(begin);
+    const int left = running->stage.patience - Stage_MsSince(begin);
     if (left <= 0 || !Stage_Receive(actor, left)) return Expected(what, *actor, why);
   }
   if (!actor->came.empty() || (actor->reset && !reset)) return Expected(what, *actor, why);
@@ -110,7 +103,7 @@ bool Log(Running *running, const Step &step, std::string *why) {
     const std::string log = Program_Errors(running->program);
     const bool found = log.find(wanted) != std::string::npos;
     if (found == (step.verb == Verb::kLogHas)) return true;
-    if (!found && MsSince(begin) < running->stage.patience) {
+    if (!found && Stage_MsSince(begin) < running->stage.patience) {
       std::this_thread::sleep_for(milliseconds(kLookEveryMs));
       continue;
     }
@@ -139,7 +132,7 @@ bool Start(Running *running, const Step &step, std::string *why) {
   const std::string port = std::to_string(running->stage.scene.ports["daemon"]);
   if (Program_Start(&running->program, running->command, arguments,
                     {"KORVO_HOST=127.0.0.1", "KORVO_PORT=" + port,
-                     std::string("KORVO_GROUP=") + kId, "KORVO_MACRO=package"}))
+                     std::string("KORVO_GROUP=") + kRunId, "KORVO_MACRO=package"}))
     return true;
   *why = "cannot start " + running->command;
   return false;
@@ -195,115 +188,12 @@ bool Act(Running *running, const Step &step, std::string *why) {
   }
 }
 
-// Actors in the order in which the case names them.
-std::vector<std::string> ActorsOf(const Case &which) {
-  std::vector<std::string> names;
-  for (const Step &step : which.steps)
-    if (!step.actor.empty() && step.verb != Verb::kFile &&
-        std::find(names.begin(), names.end(), step.actor) == names.end())
-      names.push_back(step.actor);
-  return names;
-}
-
-bool Enter(Running *running, const std::vector<std::string> &names, std::string *why) {
-  for (const std::string &name : names)
-    if (!Stage_Enter(&running->stage, name)) {
-      *why = "there is no free port for " + name;
-      return false;
-    }
-  return true;
-}
-
-// The rest of a name, or the id that both managers have in the examples.
-std::string IdOf(const std::string &name) {
-  const std::size_t dash = name.find('-');
-  return dash == std::string::npos ? kId : name.substr(dash + 1);
-}
-
-// Pings until the answer is there.  What comes too early is lost.
-bool AwaitDaemon(Running *running, Actor *admin, std::string *why) {
-  const auto begin = Clock::now();
-  while (!Program_Wait(&running->program, 0) && MsSince(begin) < running->stage.patience) {
-    if (!Stage_Send(&running->stage, admin, "\t@COMMAND=PING\t@SEQNUM=1\n", why)) return false;
-    if (Stage_Receive(admin, 10) && !admin->came.empty()) return true;
-  }
-  *why = "the program does not answer a PING; its log is " +
-         Transcript_Quote(Program_Errors(running->program));
-  return false;
-}
-
-// Behind its answer everything that came before it has been carried out.
-bool Announce(Running *running, const std::vector<std::string> &names, std::string *why) {
-  Actor *admin = &running->stage.actors["admin-"];
-  if (!AwaitDaemon(running, admin, why)) return false;
-  for (const std::string &name : names) {
-    if (!running->stage.actors[name].listens) continue;
-    const std::string text = Run_Announcement(name, running->stage.scene.ports[name]);
-    if (!Stage_Send(&running->stage, admin, text, why)) return false;
-  }
-  if (!Stage_Send(&running->stage, admin, "\t@COMMAND=PING\t@SEQNUM=2\n", why)) return false;
-  while (admin->came.find("\t@COMMAND=PONG\t@SEQNUM=2\n") == std::string::npos)
-    if (!Stage_Receive(admin, running->stage.patience))
-      return Expected("\"\\t@COMMAND=PONG\\t@SEQNUM=2\\n\"", *admin, why);
-  return true;
-}
-
-bool StartDaemon(Running *running, const std::vector<std::string> &names, std::string *why) {
-  Stage *stage = &running->stage;
-  const int client = Stage_ReservePort(stage), admin = Stage_ReservePort(stage);
-  stage->client_port = Stage_Loopback(client);
-  stage->admin_port = Stage_Loopback(admin);
-  const std::string line =
-      "web1 C 127.0.0.1 " + std::to_string(client) + " " + std::to_string(admin) + " -\n";
-  if (!Stage_Enter(stage, "admin-") || !Program_WriteFile(stage->scene.dir + "/korvo.conf", line) ||
-      !Program_Start(&running->program, running->command, {"web1", stage->scene.dir}, {})) {
-    *why = "cannot start " + running->command;
-    return false;
-  }
-  return Announce(running, names, why);
-}
-
-bool SetUp(Running *running, const Case &which, const Subject &subject, std::string *why) {
-  Stage *stage = &running->stage;
-  stage->scene.dir = running->program.folder = Program_MakeFolder();
-  stage->subject = subject.role;
-  stage->patience = subject.patience;
-  stage->client_port = subject.client_port;
-  stage->admin_port = subject.admin_port;
-  running->command = subject.command;
-  if (stage->scene.dir.empty()) {
-    *why = "cannot make a folder";
-    return false;
-  }
-  const std::vector<std::string> names = ActorsOf(which);
-  if (!Enter(running, names, why)) return false;
-  return subject.role != Role::kDaemon || StartDaemon(running, names, why);
-}
-
-// Why the case cannot be held against the subject, or an empty text.
-std::string SkipReason(const Case &which, const Subject &subject) {
-  if (subject.role != Role::kSearchMgr && subject.role != Role::kDocMgr) return {};
-  for (const Step &step : which.steps) {
-    if (step.actor.starts_with("admin") && subject.admin_port.sin_port == 0)
-      return "it needs --admin PORT";
-    if (step.verb == Verb::kLogHas || step.verb == Verb::kLogLacks)
-      return "it needs the log of the program";
-  }
-  return {};
-}
-
 }  // namespace
-
-std::string Run_Announcement(const std::string &actor, int port) {
-  return std::string("\t@COMMAND=STARTUPANNOUNCEMENT\tID=") + IdOf(actor) +
-         "\tTYPE=" + (actor[0] == 's' ? "S" : "D") +
-         "\tIP=127.0.0.1\tCLIENTPORT=" + std::to_string(port) + "\tADMINPORT=9\n";
-}
 
 bool Run_Step(Running *running, const Step &step, std::string *why) {
   const auto begin = Clock::now();
   if (!Act(running, step, why)) return false;
-  const int took = MsSince(begin);
+  const int took = Stage_MsSince(begin);
   if (step.before > 0 && took >= step.before) {
     *why = "expected it before " + std::to_string(step.before) + " ms; it took " +
            std::to_string(took) + " ms";
@@ -313,25 +203,4 @@ bool Run_Step(Running *running, const Step &step, std::string *why) {
   *why = "expected it not before " + std::to_string(step.not_before) + " ms; it took " +
          std::to_string(took) + " ms";
   return false;
-}
-
-Outcome Run_Case(const Case &which, const Subject &subject) {
-  Outcome outcome;
-  outcome.why = SkipReason(which, subject);
-  outcome.line = which.line;
-  if (!outcome.why.empty()) {
-    outcome.result = Result::kSkipped;
-    return outcome;
-  }
-  Running running;
-  bool good = SetUp(&running, which, subject, &outcome.why);
-  for (std::size_t i = 0; good && i < which.steps.size(); ++i) {
-    outcome.line = which.steps[i].line;
-    good = Run_Step(&running, which.steps[i], &outcome.why);
-  }
-  if (!good) outcome.result = Result::kFailed;
-  Stage_Close(&running.stage);
-  Program_Stop(&running.program);
-  Program_RemoveFolder(running.program.folder);
-  return outcome;
 }

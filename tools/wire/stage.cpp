@@ -6,8 +6,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstddef>
 #include <cstring>
 
@@ -68,6 +68,11 @@ sockaddr_in Stage_Loopback(int port) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   return address;
+}
+
+int Stage_MsSince(std::chrono::steady_clock::time_point begin) {
+  const auto since = std::chrono::steady_clock::now() - begin;
+  return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
 int Stage_ReservePort(Stage *stage) {
@@ -147,8 +152,9 @@ bool Stage_Send(Stage *stage, Actor *actor, const std::string &bytes, std::strin
     if (sent < 0 && errno != ECONNREFUSED) *why = Error("cannot send");
     return sent >= 0 || errno == ECONNREFUSED;
   }
-  while (actor->listens && !actor->heard && Stage_Receive(actor, stage->patience)) {
-  }
+  const auto begin = std::chrono::steady_clock::now();
+  while (actor->listens && !actor->heard)
+    if (!Stage_Receive(actor, std::max(0, stage->patience - Stage_MsSince(begin)))) break;
   std::size_t done = 0;
   while (done < bytes.size()) {
     if (!Wait(actor->sock, POLLOUT, stage->patience)) {

@@ -6,6 +6,7 @@
 
 #include <netinet/in.h>
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,6 +40,8 @@ struct Stage {
 };
 
 sockaddr_in Stage_Loopback(int port);
+
+int Stage_MsSince(std::chrono::steady_clock::time_point begin);
 
 // A port from 1 to 32767 that is free for TCP and UDP and that no other stage of this machine gets;
 // 0: there is none.

@@ -3,15 +3,15 @@
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sysexits.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <list>
 #include <string>
@@ -19,17 +19,17 @@
 
 #include "tools/common/tool.h"
 #include "tools/wire/commands.h"
+#include "tools/wire/exchange.h"
 #include "tools/wire/program.h"
-#include "tools/wire/transcript.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = ExchangeClock;
 
+constexpr const char *kClientResets = "client resets";
+constexpr const char *kServerResets = "client < reset";
 constexpr std::size_t kHeld = 1 << 20;  // bytes for a reader that is slow; its writer waits
-constexpr std::size_t kLine = 65536;    // bytes of a request that are looked at
-constexpr std::string_view kHit = "\t@COMMAND=HIT\t";
-constexpr std::string_view kError = "\t@COMMAND=ERROR\t";
+constexpr int kPauseMs = 100;           // where there is no descriptor for a connection
 
 struct Side {
   int sock = -1;
@@ -38,17 +38,11 @@ struct Side {
   bool shut = false;   // and the other side knows it
 };
 
-struct Exchange {
-  int number = 0;
+// An exchange and its two connections.
+struct Pair {
   Side client, server;
   bool connected = false, over = false;
-  const char *end = "closed";
-  std::time_t wall = 0;
-  Clock::time_point begin, connect, asked, first, last;
-  std::string line;        // the request up to its newline
-  std::string unfinished;  // of the answer: the beginning of a record, perhaps
-  std::size_t request_bytes = 0, answer_bytes = 0, hits = 0, errors = 0;
-  std::string record;  // the transcript so far
+  Exchange exchange;
 };
 
 struct Tap {
@@ -57,8 +51,10 @@ struct Tap {
   bool redact = false;
   int listener = -1;
   int count = 0;
+  bool is_full = false;  // there is no descriptor for another connection
+  bool lost = false;     // something could not be written
   Clock::time_point begin;
-  std::list<Exchange> exchanges;
+  std::list<Pair> pairs;
 };
 
 constexpr option kOptions[] = {{"record", required_argument, nullptr, 'r'},
@@ -67,135 +63,51 @@ constexpr option kOptions[] = {{"record", required_argument, nullptr, 'r'},
                                {"version", no_argument, nullptr, 'V'},
                                {nullptr, 0, nullptr, 0}};
 
-bool AskedFor(const Exchange &exchange) { return exchange.line.find('\n') != std::string::npos; }
-
-// What a user typed stands behind the header, and in SCRIPT, where the words to mark are.
-std::string Redacted(const std::string &line) {
-  std::string text = line;
-  bool header = true;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find_first_of("\t\r\n", at + 1), text.size());
-    const std::string token = text.substr(at, end - at);
-    header = header && token.starts_with("\t@") && !token.starts_with("\t@OPER=");
-    std::size_t from = header ? end : at;
-    if (token.starts_with("\t@SCRIPT=")) from = at + std::strlen("\t@SCRIPT=");
-    for (; from < end; ++from)
-      if (text[from] != '\t' && text[from] != '\r' && text[from] != '\n') text[from] = 'x';
-    at = end;
-  }
-  return text;
+// What is lost of the recording and of the output is said once, and holds nobody.
+void Lose(Tap *tap, const std::string &what, const char *why) {
+  if (tap->lost) return;
+  tap->lost = true;
+  Tool_Warn("cannot write %s: %s; what cannot be written is left out", what.c_str(), why);
 }
 
-std::string Field(const std::string &line, const std::string &name) {
-  const std::size_t at = line.find("\t@" + name + "=");
-  if (at == std::string::npos) return {};
-  const std::size_t begin = at + name.size() + 3;
-  return line.substr(begin, line.find_first_of("\t\r\n", begin) - begin);
+void Record(Tap *tap, const Exchange &exchange) {
+  if (tap->folder.empty()) return;
+  const std::string path = tap->folder + Tool_Format("/%06d.transcript", exchange.number);
+  if (Exchange_IsTooLong(exchange)) return Lose(tap, path, "it has more than 67108864 bytes");
+  // Whoever finds a recording finds the whole of it.
+  const std::string begun = path + ".part";
+  if (Program_WriteFile(begun, exchange.transcript) && rename(begun.c_str(), path.c_str()) == 0)
+    return;
+  const int err = errno;
+  unlink(begun.c_str());
+  Lose(tap, path, std::strerror(err));
 }
 
-std::string Json(const std::string &text) {
-  std::string out = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\')
-      out.append("\\").append(1, c);
-    else if (c == '\t')
-      out += "\\t";
-    else if (c == '\n')
-      out += "\\n";
-    else if (byte < 0x20 || byte >= 0x7f)
-      out += Tool_Format("\\u%04x", byte);
-    else
-      out += c;
-  }
-  return out + "\"";
+void Print(Tap *tap, const Exchange &exchange) {
+  const int err = Tool_Write(STDOUT_FILENO, Exchange_Json(exchange));
+  if (err != 0) Lose(tap, "to standard output", std::strerror(err));
 }
 
-// Milliseconds from the beginning, or null for what has not been.
-std::string Ms(const Exchange &exchange, Clock::time_point time) {
-  if (time == Clock::time_point{}) return "null";
-  return Tool_Format("%.3f",
-                     std::chrono::duration<double, std::milli>(time - exchange.begin).count());
+void Finish(Tap *tap, Pair *pair, const char *end) {
+  if (pair->over) return;
+  pair->over = true;
+  pair->exchange.end = end;
+  pair->exchange.last = Clock::now();
+  Record(tap, pair->exchange);
+  Print(tap, pair->exchange);  // who reads it finds the recording
 }
 
-void PrintLine(const Tap &tap, const Exchange &exchange) {
-  char wall[32];
-  std::tm parts = {};
-  gmtime_r(&exchange.wall, &parts);
-  std::strftime(wall, sizeof wall, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  const std::string line = tap.redact ? Redacted(exchange.line) : exchange.line;
-  Tool_Print(Tool_Format(
-      "{\"time\":\"%s\",\"number\":%d,\"command\":%s,\"group\":%s,\"request\":%s,"
-      "\"request_bytes\":%zu,\"answer_bytes\":%zu,\"hits\":%zu,\"errors\":%zu,"
-      "\"connected_ms\":%s,\"request_ms\":%s,\"first_ms\":%s,\"end_ms\":%s,\"end\":\"%s\"}\n",
-      wall, exchange.number, Json(Field(line, "COMMAND")).c_str(),
-      Json(Field(line, "SEARCHGROUP")).c_str(), Json(line).c_str(), exchange.request_bytes,
-      exchange.answer_bytes, exchange.hits, exchange.errors, Ms(exchange, exchange.connect).c_str(),
-      Ms(exchange, exchange.asked).c_str(), Ms(exchange, exchange.first).c_str(),
-      Ms(exchange, exchange.last).c_str(), exchange.end));
-}
-
-void Record(const Tap &tap, const Exchange &exchange) {
-  if (tap.folder.empty()) return;
-  const std::string path = tap.folder + Tool_Format("/%06d.transcript", exchange.number);
-  if (!Program_WriteFile(path, exchange.record))
-    Tool_Fail(EX_CANTCREAT, "cannot write %s", path.c_str());
-}
-
-void Note(const Tap &tap, Exchange *exchange, const std::string &line) {
-  if (!tap.folder.empty()) exchange->record += line + "\n";
-}
-
-std::size_t Count(std::string_view text, std::string_view word) {
-  std::size_t count = 0;
-  for (std::size_t at = 0; (at = text.find(word, at)) != std::string_view::npos; ++at) ++count;
-  return count;
-}
-
-void NoteRequest(const Tap &tap, Exchange *exchange, const std::string &bytes) {
-  exchange->request_bytes += bytes.size();
-  const bool before = AskedFor(*exchange);
-  // A line of the service is far shorter; what never ends is not kept.
-  if (!before && exchange->line.size() < kLine) exchange->line += bytes;
-  if (!before && AskedFor(*exchange)) exchange->asked = Clock::now();
-  if (!tap.redact)
-    Note(tap, exchange, "client > " + Transcript_Quote(bytes));
-  else if (!before && AskedFor(*exchange))
-    Note(tap, exchange, "client > " + Transcript_Quote(Redacted(exchange->line)));
-}
-
-void NoteAnswer(const Tap &tap, Exchange *exchange, const std::string &bytes) {
-  if (exchange->answer_bytes == 0) exchange->first = Clock::now();
-  exchange->answer_bytes += bytes.size();
-  const std::string whole = exchange->unfinished + bytes;
-  exchange->hits += Count(whole, kHit) - Count(exchange->unfinished, kHit);
-  exchange->errors += Count(whole, kError) - Count(exchange->unfinished, kError);
-  exchange->unfinished = whole.substr(whole.size() - std::min(whole.size(), kError.size() - 1));
-  Note(tap, exchange,
-       tap.redact ? Tool_Format("client < bytes %zu", bytes.size())
-                  : "client < " + Transcript_Quote(bytes));
-}
-
-void Finish(const Tap &tap, Exchange *exchange, const char *end) {
-  if (exchange->over) return;
-  exchange->over = true;
-  exchange->end = end;
-  exchange->last = Clock::now();
-  Record(tap, *exchange);
-  PrintLine(tap, *exchange);  // who reads it finds the recording
-}
-
-void Reset(int sock) {
+// Passes a reset on.
+void Break(Tap *tap, Pair *pair, const char *step, const char *end) {
   const linger now = {1, 0};
-  setsockopt(sock, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+  for (const int sock : {pair->client.sock, pair->server.sock})
+    setsockopt(sock, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+  Exchange_Note(&pair->exchange, step);
+  Finish(tap, pair, end);
 }
 
-void Break(const Tap &tap, Exchange *exchange, const char *end) {
-  Reset(exchange->client.sock);
-  Reset(exchange->server.sock);
-  Note(tap, exchange, "client < reset");
-  Finish(tap, exchange, end);
-}
+void BreakOffClient(Tap *tap, Pair *pair) { Break(tap, pair, kClientResets, "reset"); }
+void BreakOffServer(Tap *tap, Pair *pair) { Break(tap, pair, kServerResets, "reset"); }
 
 // Sends what there is; false: that side is gone.
 bool Flush(Side *side) {
@@ -208,43 +120,43 @@ bool Flush(Side *side) {
 }
 
 // What has come from one side goes to the other at once.
-void Pass(const Tap &tap, Exchange *exchange, Side *from, Side *to) {
+void Pass(Tap *tap, Pair *pair, Side *from, Side *to) {
   char buffer[65536];
   const ssize_t got = recv(from->sock, buffer, sizeof buffer, 0);
   if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  const bool asks = from == &exchange->client;
-  if (got < 0) return Break(tap, exchange, "reset");
+  const bool asks = from == &pair->client;
+  if (got < 0) return asks ? BreakOffClient(tap, pair) : BreakOffServer(tap, pair);
   if (got == 0) {
     from->ended = true;
-    Note(tap, exchange, asks ? "client half-closes" : "client < end");
+    return Exchange_Note(&pair->exchange, asks ? "client half-closes" : "client < end");
   }
-  const std::string bytes(buffer, static_cast<std::size_t>(got));
+  const std::string_view bytes(buffer, static_cast<std::size_t>(got));
   to->out += bytes;
-  if (exchange->connected && !Flush(to)) return Break(tap, exchange, "reset");
-  if (got > 0) asks ? NoteRequest(tap, exchange, bytes) : NoteAnswer(tap, exchange, bytes);
+  const bool sent = !pair->connected || Flush(to);
+  asks ? Exchange_TakeRequest(&pair->exchange, bytes) : Exchange_TakeAnswer(&pair->exchange, bytes);
+  if (!sent) asks ? BreakOffServer(tap, pair) : BreakOffClient(tap, pair);
 }
 
-void ShutWhatEnded(const Tap &tap, Exchange *exchange) {
-  Side *const sides[] = {&exchange->client, &exchange->server};
+void ShutWhatEnded(Tap *tap, Pair *pair) {
+  Side *const sides[] = {&pair->client, &pair->server};
   for (int i = 0; i < 2; ++i) {
     Side *from = sides[i], *to = sides[1 - i];
-    if (!from->ended || from->shut || !to->out.empty() || !exchange->connected) continue;
+    if (!from->ended || from->shut || !to->out.empty() || !pair->connected) continue;
     from->shut = true;
     shutdown(to->sock, SHUT_WR);
   }
-  if (exchange->client.shut && exchange->server.shut) Finish(tap, exchange, "closed");
   // The daemon reads one line and closes behind its answer; a client that stays is let go.
-  if (exchange->server.shut && exchange->client.out.empty()) Finish(tap, exchange, "closed");
+  if (pair->server.shut) Finish(tap, pair, "closed");
 }
 
-void Connected(const Tap &tap, Exchange *exchange) {
+void Connected(Tap *tap, Pair *pair) {
   int err = 0;
   socklen_t size = sizeof err;
-  getsockopt(exchange->server.sock, SOL_SOCKET, SO_ERROR, &err, &size);
-  if (err != 0) return Break(tap, exchange, "refused");
-  exchange->connected = true;
-  exchange->connect = Clock::now();
-  if (!Flush(&exchange->server)) Break(tap, exchange, "reset");
+  getsockopt(pair->server.sock, SOL_SOCKET, SO_ERROR, &err, &size);
+  if (err != 0) return Break(tap, pair, kServerResets, "refused");
+  pair->connected = true;
+  pair->exchange.connected = Clock::now();
+  if (!Flush(&pair->server)) BreakOffServer(tap, pair);
 }
 
 void Prepare(int sock) {
@@ -252,75 +164,82 @@ void Prepare(int sock) {
   setsockopt(sock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-void Accept(Tap *tap) {
-  const int sock = accept4(tap->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (sock < 0) return;
-  Exchange &exchange = tap->exchanges.emplace_back();
-  exchange.number = ++tap->count;
-  exchange.begin = Clock::now();
-  exchange.wall = std::time(nullptr);
-  exchange.client.sock = sock;
-  exchange.server.sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  Prepare(sock);
-  Prepare(exchange.server.sock);
-  const auto ms =
-      std::chrono::duration_cast<std::chrono::milliseconds>(exchange.begin - tap->begin);
-  Note(*tap, &exchange,
-       Tool_Format("wait %lld ms", static_cast<long long>(ms.count()) % kTranscriptMs));
-  if (connect(exchange.server.sock, reinterpret_cast<const sockaddr *>(&tap->forward),
-              sizeof tap->forward) == 0)
-    return Connected(*tap, &exchange);
-  if (errno != EINPROGRESS) Break(*tap, &exchange, "refused");
+// False: nobody waits, or there is no descriptor for whoever does.
+bool Accept(Tap *tap) {
+  const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int client =
+      server < 0 ? -1 : accept4(tap->listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (client < 0) {
+    tap->is_full = errno != EAGAIN;
+    if (server >= 0) close(server);
+    return false;
+  }
+  Prepare(client);
+  Prepare(server);
+  Pair *pair = &tap->pairs.emplace_back();
+  pair->client.sock = client;
+  pair->server.sock = server;
+  pair->exchange.number = ++tap->count;
+  pair->exchange.redacted = tap->redact;
+  pair->exchange.recorded = !tap->folder.empty();
+  Exchange_Begin(&pair->exchange,
+                 std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - tap->begin));
+  if (connect(server, reinterpret_cast<const sockaddr *>(&tap->forward), sizeof tap->forward) == 0)
+    Connected(tap, pair);
+  else if (errno != EINPROGRESS)
+    Break(tap, pair, kServerResets, "refused");
+  return true;
 }
 
-short EventsOf(const Side &side, const Side &other, bool connected) {
+short EventsOf(const Side &side, const Side &other) {
   short events = 0;
   if (!side.ended && other.out.size() < kHeld) events |= POLLIN;
-  if (!side.out.empty() && connected) events |= POLLOUT;
+  if (!side.out.empty()) events |= POLLOUT;
   return events;
 }
 
-void Serve(const Tap &tap, Exchange *exchange, short client, short server) {
-  if (!exchange->connected && server != 0) Connected(tap, exchange);
-  if (exchange->over) return;
-  if ((client & POLLOUT) != 0 && !Flush(&exchange->client)) return Break(tap, exchange, "reset");
-  if (exchange->connected && (server & POLLOUT) != 0 && !Flush(&exchange->server))
-    return Break(tap, exchange, "reset");
-  if ((client & (POLLIN | POLLHUP | POLLERR)) != 0 && !exchange->client.ended)
-    Pass(tap, exchange, &exchange->client, &exchange->server);
-  if (exchange->over) return;
-  if (exchange->connected && (server & (POLLIN | POLLHUP | POLLERR)) != 0 &&
-      !exchange->server.ended)
-    Pass(tap, exchange, &exchange->server, &exchange->client);
-  if (!exchange->over) ShutWhatEnded(tap, exchange);
+void Serve(Tap *tap, Pair *pair, short client, short server) {
+  constexpr short kIn = POLLIN | POLLHUP | POLLERR;
+  if (!pair->connected && server != 0) Connected(tap, pair);
+  if (!pair->over && (client & POLLOUT) != 0 && !Flush(&pair->client)) BreakOffClient(tap, pair);
+  if (!pair->over && pair->connected && (server & POLLOUT) != 0 && !Flush(&pair->server))
+    BreakOffServer(tap, pair);
+  if (!pair->over && (client & kIn) != 0 && !pair->client.ended)
+    Pass(tap, pair, &pair->client, &pair->server);
+  if (!pair->over && pair->connected && (server & kIn) != 0 && !pair->server.ended)
+    Pass(tap, pair, &pair->server, &pair->client);
+  if (!pair->over) ShutWhatEnded(tap, pair);
 }
 
 void Sweep(Tap *tap) {
-  tap->exchanges.remove_if([](const Exchange &exchange) {
-    if (!exchange.over) return false;
-    close(exchange.client.sock);
-    close(exchange.server.sock);
+  tap->pairs.remove_if([](const Pair &pair) {
+    if (!pair.over) return false;
+    close(pair.client.sock);
+    close(pair.server.sock);
     return true;
   });
 }
 
 void Turn(Tap *tap) {
-  std::vector<pollfd> ready = {{tap->listener, POLLIN, 0}};
-  for (const Exchange &exchange : tap->exchanges) {
-    const short client = EventsOf(exchange.client, exchange.server, true);
-    const short server = exchange.connected ? EventsOf(exchange.server, exchange.client, true)
-                                            : static_cast<short>(POLLOUT);
+  std::vector<pollfd> ready = {{tap->is_full ? -1 : tap->listener, POLLIN, 0}};
+  for (const Pair &pair : tap->pairs) {
+    const short client = EventsOf(pair.client, pair.server);
+    const short server = pair.connected ? EventsOf(pair.server, pair.client) : short{POLLOUT};
     // A side that has ended and has nothing to take is left alone: it would wake this for ever.
-    ready.push_back({client == 0 ? -1 : exchange.client.sock, client, 0});
-    ready.push_back({server == 0 ? -1 : exchange.server.sock, server, 0});
+    ready.push_back({client == 0 ? -1 : pair.client.sock, client, 0});
+    ready.push_back({server == 0 ? -1 : pair.server.sock, server, 0});
   }
-  if (poll(ready.data(), ready.size(), -1) <= 0) return;
+  const int woken = poll(ready.data(), ready.size(), tap->is_full ? kPauseMs : -1);
+  tap->is_full = false;
+  if (woken <= 0) return;
   std::size_t at = 1;
-  for (Exchange &exchange : tap->exchanges) {
-    Serve(*tap, &exchange, ready[at].revents, ready[at + 1].revents);
+  for (Pair &pair : tap->pairs) {
+    if ((ready[at].revents | ready[at + 1].revents) != 0)
+      Serve(tap, &pair, ready[at].revents, ready[at + 1].revents);
     at += 2;
   }
-  if (ready[0].revents != 0) Accept(tap);
+  while (ready[0].revents != 0 && Accept(tap)) {
+  }
   Sweep(tap);
 }
 
@@ -346,13 +265,18 @@ int Wire_Tap(int argc, char **argv) {
   tap.listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   setsockopt(tap.listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   if (bind(tap.listener, reinterpret_cast<const sockaddr *>(&tap.own), sizeof tap.own) != 0 ||
-      listen(tap.listener, 128) != 0)
+      listen(tap.listener, SOMAXCONN) != 0)
     Tool_Fail(EX_UNAVAILABLE, "cannot listen on port %d: %s", ntohs(tap.own.sin_port),
               std::strerror(errno));
   std::error_code error;
   if (!tap.folder.empty()) std::filesystem::create_directories(tap.folder, error);
   if (error)
     Tool_Fail(EX_CANTCREAT, "cannot make %s: %s", tap.folder.c_str(), error.message().c_str());
+  // Two descriptors an exchange.
+  rlimit files = {};
+  getrlimit(RLIMIT_NOFILE, &files);
+  files.rlim_cur = files.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &files);
   tap.begin = Clock::now();
   for (;;) Turn(&tap);
 }

@@ -1,22 +1,17 @@
 #include "tools/wire/transcript.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <set>
 
 #include "tools/common/tool.h"
+#include "tools/wire/token.h"
 
 namespace {
-
-enum class TokenKind { kWord, kText, kSign, kEnd };
-
-struct Token {
-  TokenKind kind = TokenKind::kEnd;
-  std::string text;
-  int line = 0;
-};
 
 struct Reader {
   std::string file;
@@ -24,8 +19,10 @@ struct Reader {
   std::string *wrong;
   std::map<std::string, std::vector<Item>> names;  // of let
   std::vector<Step> common;                        // steps in front of the first case
+  std::set<std::string> cases;                     // their names
   std::vector<Token> tokens;                       // of one statement
   std::size_t at = 0;
+  std::size_t copied = 0;  // items for names of let and for cases that have steps in common
 };
 
 bool Wrong(const Reader &reader, int line, const std::string &why) {
@@ -40,80 +37,6 @@ bool WrongHere(const Reader &reader, const std::string &why) {
   const std::string found =
       token.kind == TokenKind::kEnd ? "the end of the line" : "'" + token.text + "'";
   return Wrong(reader, token.line, why + ", not " + found);
-}
-
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-
-bool IsWordByte(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
-         c == '_' || c == '.' || c == '/';
-}
-
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-// Takes an escape, whose backslash has been taken, off *rest.
-bool TakeEscape(std::string_view *rest, std::string *text) {
-  const char c = rest->empty() ? '\0' : (*rest)[0];
-  if (c == 'x' && rest->size() >= 3 && HexDigit((*rest)[1]) >= 0 && HexDigit((*rest)[2]) >= 0) {
-    *text += static_cast<char>(HexDigit((*rest)[1]) * 16 + HexDigit((*rest)[2]));
-    rest->remove_prefix(3);
-    return true;
-  }
-  switch (c) {
-    case 't': *text += '\t'; break;
-    case 'n': *text += '\n'; break;
-    case 'r': *text += '\r'; break;
-    case '"':
-    case '\\': *text += c; break;
-    default: return false;
-  }
-  rest->remove_prefix(1);
-  return true;
-}
-
-bool TakeLiteral(const Reader &reader, int line, std::string_view *rest, std::string *text) {
-  rest->remove_prefix(1);
-  while (!rest->empty() && (*rest)[0] != '"') {
-    const char c = (*rest)[0];
-    rest->remove_prefix(1);
-    if (c != '\\')
-      *text += c;
-    else if (!TakeEscape(rest, text))
-      return Wrong(reader, line,
-                   "an escape is \\t, \\n, \\r, \\\", \\\\ or \\x and two hexadecimal digits");
-  }
-  if (rest->empty()) return Wrong(reader, line, "a text has no second quote on its line");
-  rest->remove_prefix(1);
-  return true;
-}
-
-// The tokens of one line of the file go behind those that are there.
-bool TakeTokens(Reader *reader, int line, std::string_view rest) {
-  while (!rest.empty()) {
-    Token token = {TokenKind::kWord, "", line};
-    if (IsBlank(rest[0])) {
-      rest.remove_prefix(1);
-      continue;
-    }
-    if (rest[0] == '#') return true;
-    if (rest[0] == '"') {
-      token.kind = TokenKind::kText;
-      if (!TakeLiteral(*reader, line, &rest, &token.text)) return false;
-    } else if (IsWordByte(rest[0])) {
-      for (; !rest.empty() && IsWordByte(rest[0]); rest.remove_prefix(1)) token.text += rest[0];
-    } else {
-      token.kind = TokenKind::kSign;
-      token.text = rest[0];
-      rest.remove_prefix(1);
-    }
-    reader->tokens.push_back(token);
-  }
-  return true;
 }
 
 bool Is(const Reader &reader, const char *word) {
@@ -159,6 +82,38 @@ bool TakeMs(Reader *reader, int *number) {
   return TakeIf(reader, "ms") || WrongHere(*reader, "behind a time stands ms");
 }
 
+// How large items are when every name and every repetition is written out.
+struct Extent {
+  std::size_t items = 0, bytes = 0;
+  int depth = 0;
+};
+
+Extent ExtentOf(const std::vector<Item> &items) {
+  Extent all;
+  for (const Item &item : items) {
+    const Extent inside = ExtentOf(item.inside);
+    const auto times = static_cast<std::size_t>(item.kind == ItemKind::kTimes ? item.count : 1);
+    // More than is allowed is no number that has to be exact, and must not overflow.
+    const std::size_t once = std::min<std::size_t>(inside.bytes, kTranscriptSize) + 1;
+    all.bytes += std::min<std::size_t>(once * times + item.text.size(), kTranscriptSize + 1);
+    all.items += inside.items + 1;
+    all.depth = std::max(all.depth, inside.items > 0 ? inside.depth + 1 : 0);
+  }
+  return all;
+}
+
+bool Copy(Reader *reader, int line, std::size_t items) {
+  reader->copied += items;
+  return reader->copied <= kTranscriptItems ||
+         Wrong(*reader, line,
+               "names of let and steps of every case are more than " +
+                   std::to_string(kTranscriptItems) + " items");
+}
+
+bool TooDeep(const Reader &reader) {
+  return Wrong(reader, Here(reader).line, "items stand too deep within each other");
+}
+
 bool TakeItem(Reader *reader, int depth, Item *item);
 
 // Items up to one of the words that end them, a closing bracket or the end of the statement.
@@ -171,9 +126,25 @@ bool TakeItems(Reader *reader, int depth, std::vector<Item> *items) {
   return true;
 }
 
+// All items of a statement.
+bool TakeAllItems(Reader *reader, std::vector<Item> *items) {
+  const int line = Here(*reader).line;
+  if (!TakeItems(reader, 0, items)) return false;
+  return ExtentOf(*items).bytes <= kTranscriptSize ||
+         Wrong(*reader, line, "items make more than " + std::to_string(kTranscriptSize) + " bytes");
+}
+
 bool TakeInside(Reader *reader, int depth, ItemKind kind, Item *item) {
   item->kind = kind;
   return TakeItem(reader, depth + 1, &item->inside.emplace_back());
+}
+
+// What has a length in front of it has to be known.
+bool TakeCounted(Reader *reader, int depth, ItemKind kind, Item *item) {
+  const int line = Here(*reader).line;
+  if (!TakeInside(reader, depth, kind, item)) return false;
+  return !Transcript_HasPattern(*item) ||
+         Wrong(*reader, line, "what has a length in front of it has no patterns");
 }
 
 bool TakeGroup(Reader *reader, int depth, Item *item) {
@@ -194,12 +165,15 @@ bool TakeEither(Reader *reader, int depth, Item *item) {
 bool TakeRecord(Reader *reader, int depth, Item *item) {
   item->kind = ItemKind::kRecord;
   if (!TakeWord(reader, &item->text, "behind record stands the word of its command")) return false;
-  while (reader->tokens[reader->at].kind == TokenKind::kWord &&
-         reader->tokens[reader->at + 1].text == "=") {
+  while (Here(*reader).kind == TokenKind::kWord) {
+    const std::size_t name = reader->at++;
+    if (!TakeSign(reader, "=")) {
+      reader->at = name;
+      break;
+    }
     Item &field = item->inside.emplace_back();
     field.kind = ItemKind::kField;
-    field.text = Here(*reader).text;
-    reader->at += 2;
+    field.text = reader->tokens[name].text;
     if (!TakeItem(reader, depth + 1, &field.inside.emplace_back())) return false;
   }
   return true;
@@ -214,10 +188,13 @@ constexpr PlainItem kPlainItems[] = {
     {"dir", ItemKind::kDir},   {"digits", ItemKind::kDigits}, {"text", ItemKind::kText},
     {"line", ItemKind::kLine}, {"header", ItemKind::kHeader}, {"ordinal", ItemKind::kOrdinal}};
 
-bool TakeNamed(Reader *reader, Item *item) {
+bool TakeNamed(Reader *reader, int depth, Item *item) {
   const auto found = reader->names.find(Here(*reader).text);
   if (Here(*reader).kind != TokenKind::kWord || found == reader->names.end())
     return WrongHere(*reader, "here stands a text in quotes, an item or a name of let");
+  const Extent extent = ExtentOf(found->second);
+  if (depth + extent.depth >= kTranscriptDepth) return TooDeep(*reader);
+  if (!Copy(reader, Here(*reader).line, extent.items + 1)) return false;
   item->kind = ItemKind::kGroup;
   item->inside = found->second;
   ++reader->at;
@@ -225,8 +202,7 @@ bool TakeNamed(Reader *reader, Item *item) {
 }
 
 bool TakeItem(Reader *reader, int depth, Item *item) {
-  if (depth > kTranscriptDepth)
-    return Wrong(*reader, Here(*reader).line, "items stand too deep within each other");
+  if (depth > kTranscriptDepth) return TooDeep(*reader);
   if (Here(*reader).kind == TokenKind::kText) {
     item->text = reader->tokens[reader->at++].text;
     return true;
@@ -236,8 +212,8 @@ bool TakeItem(Reader *reader, int depth, Item *item) {
     item->kind = plain.kind;
     if (TakeIf(reader, plain.word)) return true;
   }
-  if (TakeIf(reader, "n8")) return TakeInside(reader, depth, ItemKind::kN8, item);
-  if (TakeIf(reader, "n32")) return TakeInside(reader, depth, ItemKind::kN32, item);
+  if (TakeIf(reader, "n8")) return TakeCounted(reader, depth, ItemKind::kN8, item);
+  if (TakeIf(reader, "n32")) return TakeCounted(reader, depth, ItemKind::kN32, item);
   if (TakeIf(reader, "either")) return TakeEither(reader, depth, item);
   if (TakeIf(reader, "record")) return TakeRecord(reader, depth, item);
   if (TakeIf(reader, "times"))
@@ -258,23 +234,16 @@ bool TakeItem(Reader *reader, int depth, Item *item) {
   if (TakeIf(reader, "keep"))
     return TakeWord(reader, &item->text, "behind keep stands a name") &&
            TakeInside(reader, depth, ItemKind::kKeep, item);
-  return TakeNamed(reader, item);
-}
-
-bool IsExpected(const Item &item) {
-  bool expected = item.kind >= ItemKind::kDigits;
-  for (const Item &inside : item.inside) expected = expected || IsExpected(inside);
-  return expected;
+  return TakeNamed(reader, depth, item);
 }
 
 // What is sent has to be known.
 bool TakeKnown(Reader *reader, std::vector<Item> *items) {
   const int line = Here(*reader).line;
-  if (!TakeItems(reader, 0, items)) return false;
+  if (!TakeAllItems(reader, items)) return false;
   if (items->empty()) return WrongHere(*reader, "here stands at least one item");
-  for (const Item &item : *items)
-    if (IsExpected(item)) return Wrong(*reader, line, "what is sent or written has no patterns");
-  return true;
+  return std::none_of(items->begin(), items->end(), Transcript_HasPattern) ||
+         Wrong(*reader, line, "what is sent or written has no patterns");
 }
 
 bool TakeSend(Reader *reader, Step *step) {
@@ -297,7 +266,7 @@ bool TakeExpectation(Reader *reader, Step *step) {
     step->verb = Verb::kExpectNothing;
     if (!TakeIf(reader, "for")) return WrongHere(*reader, "behind nothing stands for NUMBER ms");
     return TakeMs(reader, &step->count);
-  } else if (!TakeItems(reader, 0, &step->items)) {
+  } else if (!TakeAllItems(reader, &step->items)) {
     return false;
   } else if (step->items.empty()) {
     return WrongHere(*reader, "here stands at least one item");
@@ -376,7 +345,7 @@ bool TakeStep(Reader *reader, Step *step) {
   }
   if (word == "output") {
     step->verb = Verb::kOutput;
-    return TakeItems(reader, 0, &step->items);
+    return TakeAllItems(reader, &step->items);
   }
   if (word == "status") {
     step->verb = TakeIf(reader, "not") ? Verb::kStatusNot : Verb::kStatus;
@@ -401,7 +370,7 @@ bool TakeLet(Reader *reader) {
   if (IsItemWord(name))
     return Wrong(*reader, Here(*reader).line, name + " is an item, and no name of let");
   std::vector<Item> items;
-  if (!TakeItems(reader, 0, &items)) return false;
+  if (!TakeAllItems(reader, &items)) return false;
   reader->names[name] = items;
   return true;
 }
@@ -409,9 +378,11 @@ bool TakeLet(Reader *reader) {
 bool TakeCase(Reader *reader) {
   Case begun = {"", "", reader->file, Here(*reader).line, reader->common};
   if (!TakeWord(reader, &begun.name, "behind case stands a name")) return false;
-  for (const Case &other : reader->transcript->cases)
-    if (other.name == begun.name)
-      return Wrong(*reader, begun.line, "there is a case " + begun.name + " before");
+  if (!reader->cases.insert(begun.name).second)
+    return Wrong(*reader, begun.line, "there is a case " + begun.name + " before");
+  std::size_t items = begun.steps.size();
+  for (const Step &step : begun.steps) items += ExtentOf(step.items).items;
+  if (!Copy(reader, begun.line, items)) return false;
   reader->transcript->cases.push_back(begun);
   return true;
 }
@@ -450,12 +421,6 @@ bool TakeSays(const Reader &reader, int line, std::string_view text) {
   return true;
 }
 
-std::string_view Trim(std::string_view text) {
-  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-  return text;
-}
-
 std::string_view TakeLine(std::string_view *rest) {
   const std::size_t end = std::min(rest->find('\n'), rest->size());
   const std::string_view line = rest->substr(0, end);
@@ -471,12 +436,13 @@ bool ReadLines(Reader *reader, std::string_view rest) {
     const std::string_view line = TakeLine(&rest);
     if (line.starts_with(kSays)) {
       const int begin = number;
-      std::string text(Trim(line.substr(kSays.size())));
-      for (; GoesOn(rest); ++number) text.append(" ").append(Trim(TakeLine(&rest)));
+      std::string text(Token_Trim(line.substr(kSays.size())));
+      for (; GoesOn(rest); ++number) text.append(" ").append(Token_Trim(TakeLine(&rest)));
       if (!TakeSays(*reader, begin, text)) return false;
       continue;
     }
-    if (!TakeTokens(reader, number, line)) return false;
+    std::string why;
+    if (!Token_TakeLine(line, number, &reader->tokens, &why)) return Wrong(*reader, number, why);
     if (GoesOn(rest) || reader->tokens.empty()) continue;
     if (!TakeStatement(reader)) return false;
   }
@@ -487,7 +453,7 @@ bool ReadLines(Reader *reader, std::string_view rest) {
 
 bool Transcript_Parse(std::string_view text, const std::string &file, Transcript *transcript,
                       std::string *wrong) {
-  Reader reader = {file, transcript, wrong, {}, {}, {}, 0};
+  Reader reader = {file, transcript, wrong, {}, {}, {}, {}, 0, 0};
   if (!ReadLines(&reader, text)) return false;
   if (!transcript->cases.empty()) return true;
   // A recording or something to play needs no name.
@@ -513,6 +479,11 @@ bool Transcript_Read(const std::string &path, Transcript *transcript, std::strin
     return false;
   }
   return err == 0 && Transcript_Parse(text, path, transcript, wrong);
+}
+
+bool Transcript_HasPattern(const Item &item) {
+  return item.kind >= ItemKind::kDigits ||
+         std::any_of(item.inside.begin(), item.inside.end(), Transcript_HasPattern);
 }
 
 std::string Transcript_Quote(std::string_view bytes) {

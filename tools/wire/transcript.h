@@ -10,9 +10,10 @@
 #include <string_view>
 #include <vector>
 
-inline constexpr int kTranscriptSize = 64 << 20;  // bytes of a file
+inline constexpr int kTranscriptSize = 64 << 20;  // bytes of a file, and of the items of a step
 inline constexpr int kTranscriptTimes = 100000;   // that an item is repeated
 inline constexpr int kTranscriptDepth = 16;       // items within each other
+inline constexpr int kTranscriptItems = 1000000;  // for names of let, and for steps of every case
 inline constexpr int kTranscriptMs = 3600000;     // of any time
 
 enum class ItemKind {
@@ -96,6 +97,9 @@ bool Transcript_Parse(std::string_view text, const std::string &file, Transcript
 
 // Reads a file; false as above, also for one that cannot be read.
 bool Transcript_Read(const std::string &path, Transcript *transcript, std::string *wrong);
+
+// Whether what is in the item depends on what comes.
+bool Transcript_HasPattern(const Item &item);
 
 // The bytes as a literal of a transcript, quotes included.
 std::string Transcript_Quote(std::string_view bytes);
