@@ -19,6 +19,7 @@ RECORD = 40960          # a record with its newline
 LINE = 4096             # a client's line with its newline
 MOST = 2147483647
 NUMBERS = (b"BESTFIT", b"DOCNUM", b"MAXHITS", b"SEQNUM", b"EXPDATE", b"FIRSTHIT", b"STATUS", b"DEADLINE")
+LIMITS = {b"FIRSTHIT": (0, 10000), b"STATUS": (0, 1), b"BESTFIT": (0, 100), b"DEADLINE": (1, 600000)}
 log = logging.getLogger("manager")
 
 
@@ -26,7 +27,7 @@ log = logging.getLogger("manager")
 
 def parse(line):
     """The fields of the header, and the predicate with the tab in front of it."""
-    fields, reading, at = {}, True, 0
+    fields, at = {}, 0
     while line[at:at + 1] in (b"\t", b"\r") and line[at + 1:at + 2] == b"@":
         token = re.compile(rb"[^\t\r\n]*").match(line, at + 1).group()
         if token.startswith(b"@OPER="):
@@ -34,14 +35,13 @@ def parse(line):
         at += 1 + len(token)
         name, equals, value = token[1:].partition(b"=")
         if not equals or len(token) > 1024 or len(name) > 128 or at == len(line):
-            reading = False             # the header is over; the fields before it count
-        if reading and name in NUMBERS:
+            return fields, b""          # the header is over; the fields before it count
+        if name in NUMBERS:
             if value.startswith(b"-"):
-                reading = False
-            else:
-                digits = re.match(rb"\d*", value).group()
-                fields[name] = min(int(digits or 0), MOST)
-        elif reading:
+                return fields, b""
+            digits = re.match(rb"\d*", value).group()
+            fields[name] = min(int(digits or 0), MOST)
+        else:
             fields[name] = value[:127]
     return fields, line[at:]
 
@@ -78,6 +78,17 @@ def encode(text):
                     for c in text.encode())
 
 
+def with_marks(script, asked):
+    """SCRIPT for the Document Manager, with the words to mark as far as they fit."""
+    if {b"html", b"snippet"} & set(script.split()):
+        for word in asked:
+            mark = b" mark:" + word.encode()
+            if len(script) + len(mark) > 127:
+                break
+            script += mark
+    return script
+
+
 def words(text):
     return re.findall(r"\w+", text.decode("utf-8", "replace").lower())
 
@@ -93,32 +104,53 @@ class SearchManager:
         for number, fields in enumerate(documents, 1):
             for field, value in fields:
                 for word in words(value):
-                    self.index.setdefault((field, word), set()).add(number)
+                    self.index.setdefault((field.lower(), word), set()).add(number)
                     self.index.setdefault((None, word), set()).add(number)
 
-    def search(self, predicate):
-        """The numbers of the documents found, the words, and the words corrected if these find more."""
-        terms, join = [], set.intersection
+    def parse_text(self, predicate):
+        """The tokens, each the terms of its words, and how they are joined."""
+        tokens, join = [], set.intersection
         for token in re.split(rb"[\t\r\n]", predicate):
             if token == b"@OPER=AND":
                 join = set.intersection
             elif token == b"@OPER=OR":
                 join = set.union
             elif token.startswith(b"@"):
-                raise ValueError("Unknown operator")
+                raise ValueError("Unable to parse query: no such operator")
             else:
                 field, equals, text = token.partition(b"=")
                 if not equals:
                     field, text = None, token
-                terms += [(field, word) for word in words(text)]
-        if not terms:
+                terms = [(field and field.lower(), word) for word in words(text)]
+                if terms:
+                    tokens.append(terms)
+        if not tokens:
             raise ValueError("Unable to parse query: no words")
-        found = join(*[self.index.get(term, set()) for term in terms])
-        better = [self.correct(term) for term in terms]
+        return tokens, join
+
+    def find(self, tokens, join):
+        """The numbers of the documents found."""
+        named, wanted = {}, []          # tokens with the same name ask for any of them
+        for terms in tokens:
+            sets = [self.index.get(term, set()) for term in terms]
+            if terms[0][0] is None:
+                wanted += sets
+            else:
+                named.setdefault(terms[0][0], set()).update(set.intersection(*sets))
+        return join(*wanted, *named.values())
+
+    def search(self, predicate):
+        """(number, weight) of the documents found, best first; the words; and the words corrected if these find more."""
+        tokens, join = self.parse_text(predicate)
+        terms = [term for token in tokens for term in token]
+        found = [(number, sum(number in self.index.get(term, ()) for term in terms))
+                 for number in self.find(tokens, join)]
+        found.sort(key=lambda hit: (-hit[1], hit[0]))
+        better = [[self.correct(term) for term in token] for token in tokens]
         spelling = None
-        if len(join(*[self.index.get(term, set()) for term in better])) > len(found):
-            spelling = " ".join(word for field, word in better)
-        return sorted(found), [word for field, word in terms], spelling
+        if len(self.find(better, join)) > len(found):
+            spelling = " ".join(word for token in better for field, word in token)
+        return found, [word for field, word in terms], spelling
 
     def correct(self, term):
         """The term, or the one of the same field that is most like it."""
@@ -129,33 +161,42 @@ class SearchManager:
         return (term[0], near[0]) if near else term
 
     def check(self, fields):
-        if fields.get(b"BESTFIT", 0) > 100:
-            raise ValueError("BESTFIT is above 100")
-        if fields.get(b"DEADLINE", 1) == 0:
-            raise ValueError("DEADLINE is no number of milliseconds")
-        if fields.get(b"SORT") and not any(field == fields[b"SORT"] for field, word in self.index):
+        for name, (least, most) in LIMITS.items():
+            if not least <= fields.get(name, least) <= most:
+                raise ValueError("Unable to parse query: %s is %d to %d" % (name.decode(), least, most))
+        if fields.get(b"FIRSTHIT", 0) + min(fields.get(b"MAXHITS") or 100, 10000) > 10000:
+            raise ValueError("Unable to parse query: FIRSTHIT and MAXHITS reach beyond hit 10000")
+
+    def sort(self, found, by):
+        """Equal values stay in the order of relevance."""
+        name = by.lstrip(b"-").lower()
+        if not any(field == name for field, word in self.index):
             raise ValueError("Unable to sort: no such field")
+
+        def value(hit):
+            return {field.lower(): text for field, text in self.documents[hit[0] - 1]}.get(name, b"")
+        found.sort(key=value, reverse=by.startswith(b"-"))
 
     def answer(self, fields, predicate):
         began = time.monotonic()
         try:
             self.check(fields)
             found, asked, spelling = self.search(predicate)
+            if fields.get(b"BESTFIT"):
+                found = [hit for hit in found if hit[1] * 100 >= found[0][1] * fields[b"BESTFIT"]]
+            if fields.get(b"SORT"):
+                self.sort(found, fields[b"SORT"])
         except ValueError as why:
             yield error(str(why).encode())
             return
-        if fields.get(b"SORT"):
-            found.sort(key=lambda number: dict(self.documents[number - 1]).get(fields[b"SORT"], b""))
         first = fields.get(b"FIRSTHIT", 0)
         shown = found[first:first + min(fields.get(b"MAXHITS") or 100, 10000)]
         if fields.get(b"STATUS") == 1:
             hint = b" spelling=" + encode(spelling) if spelling else b""
             yield record(b"RAW", b"<!--korvo matches=%d first=%d shown=%d shards=1/1 ms=%d%s-->" % (
                 len(found), first + 1, len(shown), (time.monotonic() - began) * 1000, hint))
-        more = {}
-        if fields.get(b"SCRIPT"):
-            more["SCRIPT"] = (fields[b"SCRIPT"] + b" mark:" + ",".join(asked).encode())[:127]
-        for number in shown:
+        more = {"SCRIPT": with_marks(fields[b"SCRIPT"], asked)} if fields.get(b"SCRIPT") else {}
+        for number, weight in shown:
             yield record(b"HIT", SEARCHGROUP=self.name, RECTYPE=self.name, DOCNUM=b"%d" % number, **more)
         yield record(b"SEARCHCOMPLETE")
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """tests/conformance/check_documents.py   run from the root
 
-Fails when a case says a sentence that its document does not have, when a case says nothing, and when an example of
-docs/protocol.md or docs/macro-format.md is in no case."""
+Fails when a case says a sentence that its document does not have, when a case says nothing, when an example of
+docs/protocol.md or docs/macro-format.md is in no case, and when no case is for a sentence of docs/protocol.md that
+tests/conformance/no_case.txt does not explain: there stands the sentence, and below it, indented, why it has none."""
 import pathlib
 import re
 import sys
@@ -40,10 +41,43 @@ def examples(document, text):
     return [''.join('\\x' + byte for byte in blocks['bytes'].split()), blocks['document'], blocks['output']]
 
 
+def sentences_of(text):
+    """What a document says: sentences, items of lists and rows of tables."""
+    text = re.sub(r'^```.*?^```$', '', text, flags=re.M | re.S)
+    blocks = ['']
+    lines = text.splitlines()
+    for line, following in zip(lines, lines[1:] + ['']):
+        if line.startswith('|'):
+            if not re.match(r'\|[-|]+$', line) and not re.match(r'\|[-|]+$', following):
+                blocks.append(line)
+        elif not line or line.startswith(('#', '    ', '- ', '|')):
+            blocks.append(line[2:] if line.startswith('- ') else '')
+        else:
+            blocks[-1] += ' ' + line
+    found = []
+    for block in map(folded, blocks):
+        begin = 0
+        # A full stop within a code span ends nothing.
+        for end in re.finditer(r'(?<=[.]) (?=[A-Z`*])', re.sub('`[^`]*`', lambda span: '`' * len(span[0]), block)):
+            found.append(block[begin:end.start()])
+            begin = end.end()
+        found.append(block[begin:])
+    return [sentence for sentence in found if sentence]
+
+
+def without_case(text, said):
+    """Sentences that need a case, and explanations that are needed no more."""
+    bare = [sentence for sentence in sentences_of(text) if not any(quote in sentence or sentence in quote for quote in said)]
+    lines = pathlib.Path('tests/conformance/no_case.txt').read_text().splitlines()
+    reasons = {folded(line): folded(reason) for line, reason in zip(lines, lines[1:] + ['']) if not line.startswith(' ')}
+    wrong = [f'docs/protocol.md: no case says: {sentence}' for sentence in bare if not reasons.get(sentence)]
+    return wrong + [f'tests/conformance/no_case.txt: needed no more: {line}' for line in reasons if line not in bare]
+
+
 def main():
     documents = {name: pathlib.Path('docs', name).read_text() for name in ('protocol.md', 'macro-format.md')}
     sentences = {name: folded(text) for name, text in documents.items()}
-    wrong, whole = [], ''
+    wrong, whole, said = [], '', set()
     for role, least in LEAST.items():
         count = 0
         for path in sorted(pathlib.Path('conformance', role).glob('*.transcript')):
@@ -51,6 +85,8 @@ def main():
             for line, name, says in cases(path):
                 count += 1
                 document, _, sentence = says.partition(': ')
+                if document == 'protocol.md':
+                    said.add(sentence)
                 if document not in sentences:
                     wrong.append(f'{path}:{line}: {name} says no sentence of a document')
                 elif len(sentence) < SHORTEST or sentence not in sentences[document]:
@@ -61,6 +97,7 @@ def main():
         for example in examples(name, text):
             if example not in whole:
                 wrong.append(f'docs/{name}: no case has the example {example}')
+    wrong += without_case(documents['protocol.md'], said)
     for line in wrong:
         print(line)
     return 1 if wrong else 0

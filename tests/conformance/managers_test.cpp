@@ -14,9 +14,9 @@ class ConformanceOfManagers : public ::testing::Test {
  protected:
   ConformanceOfManagers() {
     const std::string database = data_.Path() + "/db";
-    EXPECT_EQ(0,
-              RunIndexer({"--format", "control", database, KORVO_SOURCES "/conformance/documents"})
-                  .status);
+    EXPECT_EQ(0, RunIndexer({"--format", "control", "--schema", KORVO_SOURCES "/conformance/schema",
+                             database, KORVO_SOURCES "/conformance/documents"})
+                     .status);
     conf_.Write("korvo.conf", "web1 C 127.0.0.1 9 9 -\n" + Line('S') + Line('D'));
     conf_.Write("korvo.db", "packages packages " + database + " " + database + "\n");
     Start('S', KORVO_SEARCHMGR);

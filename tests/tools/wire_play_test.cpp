@@ -337,7 +337,7 @@ class Relay {
   Arguments Command(const Arguments &options, const std::string &forward,
                     const std::string &shell) const {
     Arguments argv = {KORVO_WIRE, "tap"};
-    if (!shell.empty()) argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" " + shell, KORVO_WIRE, "tap"};
+    if (!shell.empty()) argv = {"/bin/sh", "-c", "exec $0 $* " + shell, KORVO_WIRE, "tap"};
     argv.insert(argv.end(), options.begin(), options.end());
     argv.insert(argv.end(), {At(port_), forward});
     return argv;
