@@ -2,8 +2,10 @@
 """bench/tap.py [BUILD]   what korvo-wire tap adds, in milliseconds; BUILD is build/release
 
 forward: one byte to a server that answers with one, on a connection that is open; twice through the tap.
+crowd: the same while a thousand other connections are open.
 exchange: a connection, a line of 70 bytes, an answer of 2 KB and the end.
 Direct and through the tap in turns; medians and 99th percentiles of both, and the difference of the medians."""
+import resource
 import socket
 import statistics
 import subprocess
@@ -13,6 +15,7 @@ import time
 
 BUILD = sys.argv[1] if len(sys.argv) > 1 else 'build/release'
 ROUNDS = 3000
+CROWD = 1000
 LINE = b'\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@MACROFILE=package\tnetwork card\n'
 ANSWER = b'x' * 2048
 
@@ -72,6 +75,7 @@ def row(name, direct, tapped):
 
 
 def main():
+    resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
     port = free_port()
     listener = socket.socket()
     listener.bind(('127.0.0.1', port))
@@ -90,7 +94,12 @@ def main():
         print('|-----------|--------:|--------:|--------:|------------:|------------:|')
         with connect(port) as straight, connect(own) as tapped:
             times = [(forward(straight), forward(tapped)) for _ in range(ROUNDS)]
-        row('forward', [a for a, _ in times], [b for _, b in times])
+            row('forward', [a for a, _ in times], [b for _, b in times])
+            crowd = [connect(own) for _ in range(CROWD)]
+            times = [(forward(straight), forward(tapped)) for _ in range(ROUNDS)]
+            row('crowd', [a for a, _ in times], [b for _, b in times])
+            for sock in crowd:
+                sock.close()
         times = [(exchange(port), exchange(own)) for _ in range(ROUNDS)]
         row('exchange', [a for a, _ in times], [b for _, b in times])
     finally:

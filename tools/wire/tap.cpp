@@ -2,7 +2,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/tcp.h>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sysexits.h>
@@ -10,12 +10,13 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <list>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "tools/common/tool.h"
 #include "tools/wire/commands.h"
@@ -31,11 +32,15 @@ constexpr const char *kServerResets = "client < reset";
 constexpr std::size_t kHeld = 1 << 20;  // bytes for a reader that is slow; its writer waits
 constexpr int kPauseMs = 100;           // where there is no descriptor for a connection
 
+struct Pair;
+
 struct Side {
+  Pair *pair = nullptr;
   int sock = -1;
-  std::string out;     // has yet to be sent there
-  bool ended = false;  // nothing more comes from there
-  bool shut = false;   // and the other side knows it
+  std::uint32_t watched = 0;  // events that wake the loop
+  std::string out;            // has yet to be sent there
+  bool ended = false;         // nothing more comes from there
+  bool shut = false;          // and the other side knows it
 };
 
 // An exchange and its two connections.
@@ -49,9 +54,10 @@ struct Tap {
   sockaddr_in own = {}, forward = {};
   std::string folder;
   bool redact = false;
-  int listener = -1;
+  int listener = -1, epoll = -1;
   int count = 0;
   bool is_full = false;  // there is no descriptor for another connection
+  bool is_over = false;  // an exchange is
   bool lost = false;     // something could not be written
   Clock::time_point begin;
   std::list<Pair> pairs;
@@ -90,7 +96,7 @@ void Print(Tap *tap, const Exchange &exchange) {
 
 void Finish(Tap *tap, Pair *pair, const char *end) {
   if (pair->over) return;
-  pair->over = true;
+  pair->over = tap->is_over = true;
   pair->exchange.end = end;
   pair->exchange.last = Clock::now();
   Record(tap, pair->exchange);
@@ -177,6 +183,7 @@ bool Accept(Tap *tap) {
   Prepare(client);
   Prepare(server);
   Pair *pair = &tap->pairs.emplace_back();
+  pair->client.pair = pair->server.pair = pair;
   pair->client.sock = client;
   pair->server.sock = server;
   pair->exchange.number = ++tap->count;
@@ -191,27 +198,56 @@ bool Accept(Tap *tap) {
   return true;
 }
 
-short EventsOf(const Side &side, const Side &other) {
-  short events = 0;
-  if (!side.ended && other.out.size() < kHeld) events |= POLLIN;
-  if (!side.out.empty()) events |= POLLOUT;
+std::uint32_t EventsOf(const Side &side, const Side &other) {
+  std::uint32_t events = 0;
+  if (!side.pair->connected && &side == &side.pair->server) return EPOLLOUT;
+  if (!side.ended && other.out.size() < kHeld) events |= EPOLLIN;
+  if (!side.out.empty()) events |= EPOLLOUT;
   return events;
 }
 
-void Serve(Tap *tap, Pair *pair, short client, short server) {
-  constexpr short kIn = POLLIN | POLLHUP | POLLERR;
-  if (!pair->connected && server != 0) Connected(tap, pair);
-  if (!pair->over && (client & POLLOUT) != 0 && !Flush(&pair->client)) BreakOffClient(tap, pair);
-  if (!pair->over && pair->connected && (server & POLLOUT) != 0 && !Flush(&pair->server))
-    BreakOffServer(tap, pair);
-  if (!pair->over && (client & kIn) != 0 && !pair->client.ended)
-    Pass(tap, pair, &pair->client, &pair->server);
-  if (!pair->over && pair->connected && (server & kIn) != 0 && !pair->server.ended)
-    Pass(tap, pair, &pair->server, &pair->client);
+// A side that has ended and has nothing to take is left alone: it would wake this for ever.
+void Watch(const Tap &tap, Side *side, std::uint32_t events) {
+  if (side->watched == events) return;
+  const int change = side->watched == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
+  epoll_event wanted = {events, {.ptr = side}};
+  epoll_ctl(tap.epoll, events == 0 ? EPOLL_CTL_DEL : change, side->sock, &wanted);
+  side->watched = events;
+}
+
+void WatchBoth(const Tap &tap, Pair *pair) {
+  if (pair->over) return;
+  Watch(tap, &pair->client, EventsOf(pair->client, pair->server));
+  Watch(tap, &pair->server, EventsOf(pair->server, pair->client));
+}
+
+void Serve(Tap *tap, Side *side, std::uint32_t events) {
+  Pair *pair = side->pair;
+  const bool asks = side == &pair->client;
+  if (pair->over) return;
+  if (!asks && !pair->connected)
+    Connected(tap, pair);
+  else if ((events & EPOLLOUT) != 0 && !Flush(side))
+    asks ? BreakOffClient(tap, pair) : BreakOffServer(tap, pair);
+  if (!pair->over && (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0 && !side->ended)
+    Pass(tap, pair, side, asks ? &pair->server : &pair->client);
   if (!pair->over) ShutWhatEnded(tap, pair);
+  WatchBoth(*tap, pair);
+}
+
+// Nobody is asked to wait in the queue while there is no descriptor.
+void WatchListener(const Tap &tap) {
+  epoll_event wanted = {tap.is_full ? 0U : std::uint32_t{EPOLLIN}, {.ptr = nullptr}};
+  epoll_ctl(tap.epoll, EPOLL_CTL_MOD, tap.listener, &wanted);
+}
+
+void AcceptAll(Tap *tap) {
+  while (Accept(tap)) WatchBoth(*tap, &tap->pairs.back());
+  if (tap->is_full) WatchListener(*tap);
 }
 
 void Sweep(Tap *tap) {
+  tap->is_over = false;
   tap->pairs.remove_if([](const Pair &pair) {
     if (!pair.over) return false;
     close(pair.client.sock);
@@ -221,26 +257,16 @@ void Sweep(Tap *tap) {
 }
 
 void Turn(Tap *tap) {
-  std::vector<pollfd> ready = {{tap->is_full ? -1 : tap->listener, POLLIN, 0}};
-  for (const Pair &pair : tap->pairs) {
-    const short client = EventsOf(pair.client, pair.server);
-    const short server = pair.connected ? EventsOf(pair.server, pair.client) : short{POLLOUT};
-    // A side that has ended and has nothing to take is left alone: it would wake this for ever.
-    ready.push_back({client == 0 ? -1 : pair.client.sock, client, 0});
-    ready.push_back({server == 0 ? -1 : pair.server.sock, server, 0});
+  epoll_event events[64];
+  const int woken = epoll_wait(tap->epoll, events, std::size(events), tap->is_full ? kPauseMs : -1);
+  if (std::exchange(tap->is_full, false)) WatchListener(*tap);
+  for (int i = 0; i < woken; ++i) {
+    if (events[i].data.ptr == nullptr)
+      AcceptAll(tap);
+    else
+      Serve(tap, static_cast<Side *>(events[i].data.ptr), events[i].events);
   }
-  const int woken = poll(ready.data(), ready.size(), tap->is_full ? kPauseMs : -1);
-  tap->is_full = false;
-  if (woken <= 0) return;
-  std::size_t at = 1;
-  for (Pair &pair : tap->pairs) {
-    if ((ready[at].revents | ready[at + 1].revents) != 0)
-      Serve(tap, &pair, ready[at].revents, ready[at + 1].revents);
-    at += 2;
-  }
-  while (ready[0].revents != 0 && Accept(tap)) {
-  }
-  Sweep(tap);
+  if (tap->is_over) Sweep(tap);
 }
 
 Tap ReadCommand(int argc, char **argv) {
@@ -277,6 +303,9 @@ int Wire_Tap(int argc, char **argv) {
   getrlimit(RLIMIT_NOFILE, &files);
   files.rlim_cur = files.rlim_max;
   setrlimit(RLIMIT_NOFILE, &files);
+  tap.epoll = epoll_create1(EPOLL_CLOEXEC);
+  epoll_event wanted = {EPOLLIN, {.ptr = nullptr}};
+  epoll_ctl(tap.epoll, EPOLL_CTL_ADD, tap.listener, &wanted);
   tap.begin = Clock::now();
   for (;;) Turn(&tap);
 }
