@@ -1,8 +1,10 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -426,8 +428,32 @@ TEST(WireTap, AStandardOutputThatIsFull_HoldsNobody) {
     }
     EXPECT_EQ(kComplete, client.ReadAll());
   }
+  EXPECT_TRUE(Eventually([&] {
+    return relay.Errors() ==
+           "korvo-wire: cannot write to standard output: No space left on device; what cannot be written is left out\n";
+  })) << relay.Errors();
+}
+
+TEST(WireTap, AStandardOutputThatNobodyReads_HoldsNobody) {
+  const Folder folder;
+  const std::string pipe = folder.Path() + "/pipe";
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  const Socket unread(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+  const Manager manager;
+  const Relay relay(manager, {}, {}, ">" + pipe);
+  const std::string request = "\t@COMMAND=QUERY\t" + std::string(4000, '\x01') + "\n";
+  for (int i = 0; i < 100; ++i) {
+    const Socket client = ConnectTo(relay.Port());
+    client.Send(request);
+    {
+      const Socket server = manager.Accept();
+      EXPECT_EQ(request, server.ReadLine());
+      server.Send(kComplete);
+    }
+    ASSERT_EQ(kComplete, client.ReadAll());
+  }
   EXPECT_EQ(
-      "korvo-wire: cannot write to standard output: No space left on device; what cannot be written is left out\n",
+      "korvo-wire: cannot write to standard output: nobody reads it; what cannot be written is left out\n",
       relay.Errors());
 }
 

@@ -11,10 +11,8 @@
 namespace {
 
 constexpr std::size_t kLine =
-    65536;  // bytes of a request, or of a line of an answer, that are looked at
+    8192;  // bytes that are looked at of a request and of a line of an answer
 constexpr std::string_view kError = "\t@COMMAND=ERROR\t";
-
-bool IsAskedFor(const Exchange &exchange) { return exchange.line.find('\n') != std::string::npos; }
 
 bool IsOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
   return std::find(words.begin(), words.end(), word) != words.end();
@@ -126,10 +124,10 @@ void Exchange_Begin(Exchange *exchange, std::chrono::milliseconds behind) {
 
 void Exchange_TakeRequest(Exchange *exchange, std::string_view bytes) {
   exchange->request_bytes += bytes.size();
-  const bool before = IsAskedFor(*exchange);
+  const bool before = exchange->asked != ExchangeClock::time_point{};
+  const bool ends = !before && bytes.find('\n') != std::string_view::npos;
   // A line of the service is far shorter; what never ends is not kept.
-  if (!before && exchange->line.size() < kLine) exchange->line += bytes;
-  const bool ends = !before && IsAskedFor(*exchange);
+  if (!before) exchange->line += bytes.substr(0, kLine - exchange->line.size());
   if (ends) exchange->asked = ExchangeClock::now();
   if (!exchange->redacted)
     Add(exchange, "client > " + Transcript_Quote(bytes));

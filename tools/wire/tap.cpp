@@ -8,6 +8,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -21,6 +22,7 @@
 #include "tools/common/tool.h"
 #include "tools/wire/commands.h"
 #include "tools/wire/exchange.h"
+#include "tools/wire/lines.h"
 #include "tools/wire/program.h"
 
 namespace {
@@ -58,7 +60,6 @@ struct Tap {
   int count = 0;
   bool is_full = false;  // there is no descriptor for another connection
   bool is_over = false;  // an exchange is
-  bool lost = false;     // something could not be written
   Clock::time_point begin;
   std::list<Pair> pairs;
 };
@@ -70,28 +71,23 @@ constexpr option kOptions[] = {{"record", required_argument, nullptr, 'r'},
                                {nullptr, 0, nullptr, 0}};
 
 // What is lost of the recording and of the output is said once, and holds nobody.
-void Lose(Tap *tap, const std::string &what, const char *why) {
-  if (tap->lost) return;
-  tap->lost = true;
-  Tool_Warn("cannot write %s: %s; what cannot be written is left out", what.c_str(), why);
+void Lose(const std::string &what, const char *why) {
+  static std::atomic_flag said;
+  if (!said.test_and_set())
+    Tool_Warn("cannot write %s: %s; what cannot be written is left out", what.c_str(), why);
 }
 
-void Record(Tap *tap, const Exchange &exchange) {
-  if (tap->folder.empty()) return;
-  const std::string path = tap->folder + Tool_Format("/%06d.transcript", exchange.number);
-  if (Exchange_IsTooLong(exchange)) return Lose(tap, path, "it has more than 67108864 bytes");
+void Record(const Tap &tap, const Exchange &exchange) {
+  if (tap.folder.empty()) return;
+  const std::string path = tap.folder + Tool_Format("/%06d.transcript", exchange.number);
+  if (Exchange_IsTooLong(exchange)) return Lose(path, "it has more than 67108864 bytes");
   // Whoever finds a recording finds the whole of it.
   const std::string begun = path + ".part";
   if (Program_WriteFile(begun, exchange.transcript) && rename(begun.c_str(), path.c_str()) == 0)
     return;
   const int err = errno;
   unlink(begun.c_str());
-  Lose(tap, path, std::strerror(err));
-}
-
-void Print(Tap *tap, const Exchange &exchange) {
-  const int err = Tool_Write(STDOUT_FILENO, Exchange_Json(exchange));
-  if (err != 0) Lose(tap, "to standard output", std::strerror(err));
+  Lose(path, std::strerror(err));
 }
 
 void Finish(Tap *tap, Pair *pair, const char *end) {
@@ -99,8 +95,8 @@ void Finish(Tap *tap, Pair *pair, const char *end) {
   pair->over = tap->is_over = true;
   pair->exchange.end = end;
   pair->exchange.last = Clock::now();
-  Record(tap, pair->exchange);
-  Print(tap, pair->exchange);  // who reads it finds the recording
+  Record(*tap, pair->exchange);
+  Lines_Add(Exchange_Json(pair->exchange));  // who reads it finds the recording
 }
 
 // Passes a reset on.
@@ -303,6 +299,7 @@ int Wire_Tap(int argc, char **argv) {
   getrlimit(RLIMIT_NOFILE, &files);
   files.rlim_cur = files.rlim_max;
   setrlimit(RLIMIT_NOFILE, &files);
+  Lines_Start([](const char *why) { Lose("to standard output", why); });
   tap.epoll = epoll_create1(EPOLL_CLOEXEC);
   epoll_event wanted = {EPOLLIN, {.ptr = nullptr}};
   epoll_ctl(tap.epoll, EPOLL_CTL_ADD, tap.listener, &wanted);
