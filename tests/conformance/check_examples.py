@@ -6,6 +6,7 @@ BIN is the folder of the programs that were built.
 import contextlib
 import pathlib
 import random
+import re
 import socket
 import subprocess
 import sys
@@ -48,6 +49,10 @@ def hold_manager(kind, least):
         cases = int(outcome.stdout.split(" ", 1)[0]) if outcome.returncode == 0 else 0
         if outcome.stdout != f"{cases} cases: {cases} passed, 0 failed, 0 left out\n" or cases < least:
             sys.exit(f"examples/manager.py {kind}:\n{outcome.stdout}{outcome.stderr}")
+        replay = [BIN / "korvo-wire", "replay", "--to", str(client), f"examples/transcripts/{kind}"]
+        outcome = subprocess.run(replay, capture_output=True, text=True, check=False)
+        if outcome.returncode != 0:
+            sys.exit(f"examples/transcripts/{kind}:\n{outcome.stdout}{outcome.stderr}")
     finally:
         manager.kill()
         manager.wait()
@@ -61,8 +66,23 @@ def hold_assembler(folder, source):
         sys.exit(f"examples/assembler.py makes other bytes of {source}")
 
 
+def hold_transcript_of_assembler(folder):
+    """It has the bytes of the worked example as the assembler makes them, and the daemon makes the page of them."""
+    source, made, path = folder / "page.ms", folder / "page.mo", pathlib.Path("examples/transcripts/assembler.transcript")
+    document = pathlib.Path("docs/macro-format.md").read_text()
+    source.write_text(re.search(r"^```macro\n(.*?)^```$", document, re.M | re.S)[1])
+    subprocess.run([sys.executable, "examples/assembler.py", source, "-o", made], check=True)
+    if "".join(f"\\x{byte:02x}" for byte in made.read_bytes()) not in path.read_text():
+        sys.exit(f"{path} has other bytes than examples/assembler.py makes")
+    command = [BIN / "korvo-wire", "check", "--cases", path, "daemon", f"'{BIN / 'korvo-commmgr'}'"]
+    outcome = subprocess.run(command, capture_output=True, text=True, check=False)
+    if outcome.stdout != "1 cases: 1 passed, 0 failed, 0 left out\n":
+        sys.exit(f"{path}:\n{outcome.stdout}{outcome.stderr}")
+
+
 for kind, least in MANAGERS.items():
     hold_manager(kind, least)
 with tempfile.TemporaryDirectory() as folder:
+    hold_transcript_of_assembler(pathlib.Path(folder))
     for source in SOURCES:
         hold_assembler(pathlib.Path(folder), source)
