@@ -391,6 +391,24 @@ TEST(WireTap, AClientThatResets_IsRecordedAsOne) {
       << record;
 }
 
+// An exchange through the relay is whole.
+void ExpectForwarded(const Relay &relay, const Manager &manager, const std::string &request) {
+  const Socket client = ConnectTo(relay.Port());
+  client.Send(request);
+  {
+    const Socket server = manager.Accept();
+    EXPECT_EQ(request, server.ReadLine());
+    server.Send(kComplete);
+  }
+  EXPECT_EQ(kComplete, client.ReadAll());
+}
+
+void ExpectLoss(const Relay &relay, const std::string &what) {
+  const std::string line =
+      "korvo-wire: cannot write " + what + "; what cannot be written is left out\n";
+  EXPECT_TRUE(Eventually([&] { return relay.Errors() == line; })) << relay.Errors();
+}
+
 // What stands before the client port holds nobody because its disk is full.
 TEST(WireTap, WhatCannotBeWritten_IsSaidOnceAndForwarded) {
   const Folder folder;
@@ -399,62 +417,34 @@ TEST(WireTap, WhatCannotBeWritten_IsSaidOnceAndForwarded) {
   relay.Line(1);
   std::filesystem::remove_all(folder.Path() + "/r");
   for (int number = 2; number < 4; ++number) {
-    const Socket client = ConnectTo(relay.Port());
-    client.Send(kQuery);
-    {
-      const Socket server = manager.Accept();
-      EXPECT_EQ(kQuery, server.ReadLine());
-      server.Send(kComplete);
-    }
-    EXPECT_EQ(kComplete, client.ReadAll());
+    ExpectForwarded(relay, manager, kQuery);
     relay.Line(number);
   }
-  EXPECT_EQ(
-      "korvo-wire: cannot write " + folder.Path() +
-          "/r/000002.transcript: No such file or directory; what cannot be written is left out\n",
-      relay.Errors());
+  ExpectLoss(relay, folder.Path() + "/r/000002.transcript: No such file or directory");
 }
 
 TEST(WireTap, AStandardOutputThatIsFull_HoldsNobody) {
   const Manager manager;
   const Relay relay(manager, {}, {}, ">/dev/full");
-  for (int i = 0; i < 2; ++i) {
-    const Socket client = ConnectTo(relay.Port());
-    client.Send(kQuery);
-    {
-      const Socket server = manager.Accept();
-      EXPECT_EQ(kQuery, server.ReadLine());
-      server.Send(kComplete);
-    }
-    EXPECT_EQ(kComplete, client.ReadAll());
-  }
-  EXPECT_TRUE(Eventually([&] {
-    return relay.Errors() ==
-           "korvo-wire: cannot write to standard output: No space left on device; what cannot be written is left out\n";
-  })) << relay.Errors();
+  for (int i = 0; i < 2; ++i) ExpectForwarded(relay, manager, kQuery);
+  ExpectLoss(relay, "to standard output: No space left on device");
 }
 
 TEST(WireTap, AStandardOutputThatNobodyReads_HoldsNobody) {
-  const Folder folder;
-  const std::string pipe = folder.Path() + "/pipe";
-  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-  const Socket unread(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
-  const Manager manager;
-  const Relay relay(manager, {}, {}, ">" + pipe);
-  const std::string request = "\t@COMMAND=QUERY\t" + std::string(4000, '\x01') + "\n";
-  for (int i = 0; i < 100; ++i) {
-    const Socket client = ConnectTo(relay.Port());
-    client.Send(request);
-    {
-      const Socket server = manager.Accept();
-      EXPECT_EQ(request, server.ReadLine());
-      server.Send(kComplete);
-    }
-    ASSERT_EQ(kComplete, client.ReadAll());
+  for (const bool gone : {false, true}) {
+    const Folder folder;
+    const std::string pipe = folder.Path() + "/pipe";
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    Socket reader(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+    const Manager manager;
+    const Relay relay(manager, {}, {}, ">" + pipe);
+    if (gone) reader.Close();
+    const std::string request = "\t@COMMAND=QUERY\t" + std::string(4000, '\x01') + "\n";
+    for (int i = 0; i < (gone ? 2 : 100) && !HasFailure(); ++i)
+      ExpectForwarded(relay, manager, request);
+    ExpectLoss(relay,
+               gone ? "to standard output: Broken pipe" : "to standard output: nobody reads it");
   }
-  EXPECT_EQ(
-      "korvo-wire: cannot write to standard output: nobody reads it; what cannot be written is left out\n",
-      relay.Errors());
 }
 
 // Whoever finds no descriptor free waits for one.

@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/tcp.h>
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -299,6 +300,7 @@ int Wire_Tap(int argc, char **argv) {
   getrlimit(RLIMIT_NOFILE, &files);
   files.rlim_cur = files.rlim_max;
   setrlimit(RLIMIT_NOFILE, &files);
+  signal(SIGPIPE, SIG_IGN);  // nobody is held by a reader that goes, either
   Lines_Start([](const char *why) { Lose("to standard output", why); });
   tap.epoll = epoll_create1(EPOLL_CLOEXEC);
   epoll_event wanted = {EPOLLIN, {.ptr = nullptr}};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -84,7 +85,8 @@ bool TakeMs(Reader *reader, int *number) {
 
 // How large items are when every name and every repetition is written out.
 struct Extent {
-  std::size_t items = 0, bytes = 0;
+  std::size_t items = 0;
+  std::uint64_t bytes = 0;
   int depth = 0;
 };
 
@@ -92,10 +94,10 @@ Extent ExtentOf(const std::vector<Item> &items) {
   Extent all;
   for (const Item &item : items) {
     const Extent inside = ExtentOf(item.inside);
-    const auto times = static_cast<std::size_t>(item.kind == ItemKind::kTimes ? item.count : 1);
+    const auto times = static_cast<std::uint64_t>(item.kind == ItemKind::kTimes ? item.count : 1);
     // More than is allowed is no number that has to be exact, and must not overflow.
-    const std::size_t once = std::min<std::size_t>(inside.bytes, kTranscriptSize) + 1;
-    all.bytes += std::min<std::size_t>(once * times + item.text.size(), kTranscriptSize + 1);
+    const std::uint64_t once = std::min<std::uint64_t>(inside.bytes, kTranscriptSize) + 1;
+    all.bytes += std::min<std::uint64_t>(once * times + item.text.size(), kTranscriptSize + 1);
     all.items += inside.items + 1;
     all.depth = std::max(all.depth, inside.items > 0 ? inside.depth + 1 : 0);
   }
