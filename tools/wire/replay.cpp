@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tools/common/tool.h"
@@ -65,7 +66,7 @@ Recorded Read(const std::string &file) {
   Transcript transcript;
   std::string wrong;
   if (!Transcript_Read(file, &transcript, &wrong)) Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
-  Recorded recorded = {file, milliseconds(0), transcript.cases.front().steps};
+  Recorded recorded = {file, milliseconds(0), std::move(transcript.cases.front().steps)};
   const std::vector<Step> &steps = recorded.steps;
   for (auto step = steps.begin(); step != steps.end() && step->verb == Verb::kWait; ++step)
     recorded.offset += milliseconds(step->count);

@@ -460,7 +460,7 @@ bool Transcript_Parse(std::string_view text, const std::string &file, Transcript
   if (!transcript->cases.empty()) return true;
   // A recording or something to play needs no name.
   if (reader.common.empty()) return Wrong(reader, 1, "there is no step in it");
-  transcript->cases.push_back({"all", "", file, 1, reader.common});
+  transcript->cases.push_back({"all", "", file, 1, std::move(reader.common)});
   return true;
 }
 
