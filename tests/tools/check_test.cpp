@@ -128,6 +128,59 @@ TEST(Check, Insert_HasRoom) {
       Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A document=38000\n")));
 }
 
+TEST(Check, BehindAnInsert_OtherFindingsHaveTheirDocuments) {
+  const std::string fields = "#: field A\n#: field B\n";
+  const std::string inserts = "text \"x\"\ninsert \"A\"\n";
+  const std::string pops = Findings(Assembled(inserts + "value \"B\"\npop\n"), Told(fields));
+  EXPECT_NE(std::string::npos,
+            pops.find("9 pops a cursor off an empty stack: \\tA=Group Type 1\\tB=x\\t\\n\n"))
+      << pops;
+  const std::string again = Findings(Assembled(inserts + "insert \"B\"\n"), Told(fields));
+  EXPECT_NE(
+      std::string::npos,
+      again.find(
+          "6 a value of 'B' may have fewer than the three words of a document's name, which ends the page with an error line: \\tA=Group Type 1\\tB=x\\t\\n\n"))
+      << again;
+}
+
+TEST(Check, FieldThatNamedADocument_NamesOne) {
+  const std::string fetch = "fetch \"A\" \"/m\"\n";
+  const Documents documents = Told("#: field A times=0-1\n");
+  const std::string found = Findings(Assembled("text \"x\"\n" + fetch + fetch), documents);
+  for (const char *words : {"run as code", "three words"}) {
+    EXPECT_NE(std::string::npos, found.find(words)) << found;
+    EXPECT_EQ(found.find(words), found.rfind(words)) << found;
+  }
+}
+
+TEST(Check, Insert_DoesNotLengthenWhatIsWritten) {
+  EXPECT_EQ(
+      "3 an insert leaves a line in the log for each document: \\tA=Group Type 1\\tB=x\\t\\n\n",
+      Findings(Assembled("document\ndocument\ndocument\ninsert \"A\"\n"),
+               Told("#: field A most=3000 document=9000\n#: field B most=3000\n")));
+}
+
+TEST(Check, FieldThatEveryDocumentHas_IsFoundBehindAnInsert) {
+  const std::string code = Assembled("text \"x\"\ninsert \"B\"\nfetch \"A\" \"/m\"\n");
+  EXPECT_EQ(
+      std::string::npos,
+      Findings(code, Told("#: field A document=50\n#: field B document=50\n")).find("run as code"));
+}
+
+TEST(Check, NothingIsLookedFor_WhereNoRunComes) {
+  EXPECT_EQ("0 the output can reach 40961 bytes, and a page takes 40960: \\t\\n\n",
+            Alone("text32 \"" + std::string(40961, 'x') + "\"\npop\n"));
+  EXPECT_EQ(std::string::npos,
+            Findings(Assembled("text \"x\"\nfetch \"B\" \"/m\"\npop\n"), Told("#: field A\n"))
+                .find("pops"));
+}
+
+TEST(Check, ShortValue_NamesADocumentToo) {
+  EXPECT_EQ(
+      "3 an insert leaves a line in the log for each document: \\tA=G T 1\\t\\n\n",
+      Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A most=8 document=500\n")));
+}
+
 TEST(Check, LookUps_CostWhatTheyLog) {
   EXPECT_EQ(
       "3 no document has 'Nmae', and each time that is logged: \\tName=x\\tPrice=x\\tText=x\\t\\n\n",

@@ -14,9 +14,6 @@
 namespace {
 
 constexpr std::size_t kFindingsMost = 100;  // of a weight
-constexpr std::size_t kPatternMost = 1024;  // a tab, a name and "="
-constexpr std::size_t kFetchMost = 32768;   // that a fetch writes, also where it fails
-constexpr std::size_t kInsertMost = 39000;  // a document with what was inserted
 constexpr std::size_t kPageMost = kMessageSize;
 
 // Where the cursor may stand: on a place, which the document has then, or behind the place before
@@ -36,16 +33,19 @@ struct Register {
 };
 
 struct Output {
-  std::size_t fixed = 0;            // bytes whatever the document
+  std::size_t least = 0;            // bytes of texts
+  std::size_t fixed = 0;            // bytes whatever the document, at most
   std::size_t copies = 0;           // of the whole document
   std::vector<std::size_t> values;  // how often each place is written
+  std::set<std::size_t> certain;    // those that every run has written
   bool something = false;           // for every document
   bool full = false;                // found already
 };
 
 struct Pass {
   std::string_view code;
-  const Documents *documents;
+  Documents documents;            // whatever a run that comes so far may have
+  std::set<std::size_t> fetched;  // places that a fetch has found
   std::map<std::string, std::vector<std::size_t>, std::less<>> named;  // the places of a name
   Instruction at;
   Spots cursor = {Spot{}};
@@ -67,12 +67,12 @@ void Find(Pass *pass, Fault fault, std::string what) {
   if (count++ < kFindingsMost) pass->findings.push_back(finding);
 }
 
-std::size_t Count(const Pass &pass) { return pass.documents->places.size(); }
+std::size_t Count(const Pass &pass) { return pass.documents.places.size(); }
 
 // The most that the values add, where a document has only so much room: what is written most often
 // takes it first.
 std::size_t MostOfValues(const Pass &pass) {
-  const std::vector<Place> &places = pass.documents->places;
+  const std::vector<Place> &places = pass.documents.places;
   std::vector<std::pair<std::size_t, std::size_t>> pieces;  // how often, and bytes
   std::size_t frame = 2;
   for (std::size_t i = 0; i < places.size(); ++i) {
@@ -89,15 +89,21 @@ std::size_t MostOfValues(const Pass &pass) {
   return most;
 }
 
+// The most bytes of a document, with what was inserted so far: an insert adds up to its limit
+// alone.
+std::size_t LongestNow(const Pass &pass) {
+  const std::size_t longest = Documents_Longest(pass.documents);
+  return std::max(longest, std::min(longest + pass.inserted, kInsertMost));
+}
+
 // Looks whether the page can still hold what was added.
 void CheckOutput(Pass *pass) {
   Output &output = pass->output;
   if (output.full) return;
-  const std::size_t longest = Documents_Longest(*pass->documents) + pass->inserted;
-  const std::size_t fixed = output.fixed + output.copies * longest;
+  const std::size_t fixed = output.fixed + output.copies * Documents_Longest(pass->documents);
   std::size_t most = fixed;
   for (std::size_t i = 0; i < Count(*pass); ++i)
-    most += output.values[i] * std::min(pass->documents->places[i].most, kValueMost + 1);
+    most += output.values[i] * std::min(pass->documents.places[i].most, kValueMost + 1);
   if (most > kPageMost) most = fixed + MostOfValues(*pass);
   if (most <= kPageMost) return;
   output.full = true;
@@ -111,6 +117,12 @@ void AddFixed(Pass *pass, std::size_t size) {
   CheckOutput(pass);
 }
 
+void Text(Pass *pass) {
+  pass->output.least += pass->at.text.size();
+  AddFixed(pass, pass->at.text.size());
+  pass->ends |= pass->output.least > kPageMost;
+}
+
 // The field of a look-up.
 struct Wanted {
   std::string_view name;
@@ -122,9 +134,12 @@ struct Wanted {
 struct Found {
   std::set<std::size_t> places;
   bool may_miss = false;
+  bool inserted = false;  // perhaps a field of what was inserted
 };
 
-bool IsCertain(const Found &found) { return !found.may_miss && found.places.size() == 1; }
+bool IsCertain(const Found &found) {
+  return !found.may_miss && !found.inserted && found.places.size() == 1;
+}
 
 // The place skip matches behind the first one at or behind the spot: of those that a document may
 // have, or of those that it has.  The number of places if there is none.
@@ -132,7 +147,7 @@ std::size_t PlaceFrom(const Pass &pass, const Wanted &wanted, Spot from, bool ha
   std::size_t skip = wanted.skip;
   auto at = std::lower_bound(wanted.places->begin(), wanted.places->end(), from.place);
   for (; at != wanted.places->end(); ++at) {
-    const bool is_there = pass.documents->places[*at].always || (from.on && from.place == *at);
+    const bool is_there = pass.documents.places[*at].always || (from.on && from.place == *at);
     if ((is_there || !has) && skip-- == 0) return *at;
   }
   return Count(pass);
@@ -186,10 +201,9 @@ void FindUnknown(Pass *pass, std::string_view name) {
 
 Wanted WantedOf(const Pass &pass) {
   const std::string_view name = Decode_Name(pass.at.text);
-  const bool skips = pass.at.op == kOpValueSkip || pass.at.op == kOpInsertSkip;
   const auto known = pass.named.find(name);
   const bool is_known = known != pass.named.end() && name.size() + 2 <= kPatternMost;
-  return {name, skips ? pass.at.number : 0, is_known ? &known->second : nullptr};
+  return {name, Decode_Skip(pass.at), is_known ? &known->second : nullptr};
 }
 
 // Moves the cursor as a look-up does, and says what it may find.
@@ -198,8 +212,9 @@ Found LookUp(Pass *pass) {
   if (wanted.places == nullptr) {
     FindUnknown(pass, wanted.name);
     // What was inserted may have the name.
-    if (pass->inserted > 0) pass->cursor.insert({Count(*pass), false});
-    return {{}, true};
+    const bool is_inserted = pass->inserted > 0;
+    if (is_inserted) pass->cursor.insert({Count(*pass), false});
+    return {{}, true, is_inserted};
   }
   Found found;
   Spots cursor;
@@ -213,20 +228,22 @@ Found LookUp(Pass *pass) {
       LookAround(*pass, wanted, spot, &here);
       if (is_sure) FindMissing(pass, wanted);
       is_sure = false;
-      // What was inserted may have the name.
-      if (pass->inserted > 0) here.may_miss = true, cursor.insert({Count(*pass), false});
+      // What was inserted may have the name, and not as often.
+      found.inserted |= pass->inserted > 0;
+      here.may_miss |= pass->inserted > 0 && wanted.skip > 0;
     }
     if (here.may_miss) cursor.insert(spot);
     found.may_miss |= here.may_miss;
     found.places.insert(here.places.begin(), here.places.end());
   }
   for (const std::size_t place : found.places) cursor.insert({place, true});
+  if (found.inserted) cursor.insert({Count(*pass), false});
   pass->cursor = cursor;
   return found;
 }
 
 void FindHtml(Pass *pass) {
-  if (!pass->has_markup || pass->documents->html) return;
+  if (!pass->has_markup || pass->documents.html) return;
   pass->has_markup = false;  // said once
   Find(
       pass, Fault::kHtml,
@@ -235,7 +252,7 @@ void FindHtml(Pass *pass) {
 
 // Adds the value of the field that was looked up.
 void AddValue(Pass *pass, const Found &found, std::size_t most) {
-  if (pass->inserted > 0 && !IsCertain(found))
+  if (found.inserted)
     pass->output.fixed +=
         std::min(std::max(most, pass->inserted), kValueMost + 1);  // of an inserted one
   else if (found.places.size() == 1)
@@ -249,7 +266,7 @@ void AddValue(Pass *pass, const Found &found, std::size_t most) {
 std::size_t MostOf(Pass *pass, const Found &found) {
   std::size_t most = 0;
   for (const std::size_t place : found.places)
-    most = std::max(most, pass->documents->places[place].most);
+    most = std::max(most, pass->documents.places[place].most);
   if (most > kValueMost)
     Find(pass, Fault::kValue,
          Tool_Format(
@@ -260,20 +277,22 @@ std::size_t MostOf(Pass *pass, const Found &found) {
 
 bool Refer(const Pass &pass, const Found &found) {
   return std::all_of(found.places.begin(), found.places.end(),
-                     [&](std::size_t place) { return pass.documents->places[place].refers; });
+                     [&](std::size_t place) { return pass.documents.places[place].refers; });
 }
 
 void Value(Pass *pass) {
   const Found found = LookUp(pass);
-  if (found.places.empty() && pass->inserted == 0) return;
+  if (found.places.empty() && !found.inserted) return;
   FindHtml(pass);
-  pass->output.something |= !found.may_miss && Refer(*pass, found);  // three words are something
+  if (IsCertain(found)) pass->output.certain.insert(*found.places.begin());
+  pass->output.something |=
+      !found.may_miss && !found.inserted && Refer(*pass, found);  // three words are something
   AddValue(pass, found, MostOf(pass, found));
 }
 
 void Number(Pass *pass) {
   const Found found = LookUp(pass);
-  if (found.places.empty() && pass->inserted == 0) return;
+  if (found.places.empty() && !found.inserted) return;
   MostOf(pass, found);
   pass->output.fixed += 4;
   pass->output.something |= !found.may_miss;
@@ -283,17 +302,28 @@ void Number(Pass *pass) {
 void Document(Pass *pass) {
   FindHtml(pass);
   ++pass->output.copies;
+  pass->output.fixed += LongestNow(*pass) - Documents_Longest(pass->documents);
   pass->output.something = true;
   CheckOutput(pass);
+}
+
+// A run that goes on has had three words in that place.
+void Keep(Pass *pass, std::size_t number, std::size_t brings) {
+  Place &place = pass->documents.places[number];
+  pass->output.something |= pass->output.certain.count(number) > 0;
+  place.refers = true;
+  place.brings = brings;
 }
 
 // The most that a document brings which a value names that was looked up.
 std::size_t Brings(Pass *pass, const Found &found) {
   MostOf(pass, found);
   std::size_t brings = 0;
-  for (const std::size_t place : found.places)
-    brings = std::max(brings, pass->documents->places[place].brings);
-  if (!Refer(*pass, found) || (pass->inserted > 0 && !IsCertain(found)))
+  for (const std::size_t number : found.places) {
+    const Place &place = pass->documents.places[number];
+    brings = std::max(brings, place.refers ? place.brings : kDocumentMost);  // nobody has said less
+  }
+  if (!Refer(*pass, found) || found.inserted)
     Find(
         pass, Fault::kWords,
         "a value of " + NameShown(Decode_Name(pass->at.text)) +
@@ -307,12 +337,28 @@ void FindFetchLacks(Pass *pass) {
            ", and then the name of the macro is run as code");
 }
 
+bool IsFetched(const Pass &pass, const Found &found) {
+  return std::includes(pass.fetched.begin(), pass.fetched.end(), found.places.begin(),
+                       found.places.end());
+}
+
 void Fetch(Pass *pass) {
   const Found found = LookUp(pass);
-  if (found.may_miss || !pass->documents->given) FindFetchLacks(pass);
-  if (found.places.empty()) return;
-  Brings(pass, found);
-  if (Refer(*pass, found))  // otherwise the page does not come so far
+  const bool is_told = pass->documents.given || IsFetched(*pass, found);
+  if (found.may_miss || !is_told) FindFetchLacks(pass);
+  if (found.places.empty() && !found.inserted) {
+    pass->ends = true;
+    return;
+  }
+  const bool refers = Refer(*pass, found);
+  const std::size_t brings = Brings(pass, found);
+  if (!found.inserted && found.places.size() == 1) {  // a run that goes on has found it
+    const std::size_t number = *found.places.begin();
+    pass->fetched.insert(number);
+    pass->documents.places[number].always = true;
+    Keep(pass, number, brings);
+  }
+  if (refers)  // otherwise the page does not come so far
     Find(
         pass, Fault::kFetchSlots,
         "each document of a page takes one of the 20 places for macros, and from the twentieth on that is logged");
@@ -322,15 +368,16 @@ void Fetch(Pass *pass) {
 
 void Insert(Pass *pass) {
   const Found found = LookUp(pass);
-  if (found.places.empty() && pass->inserted == 0) return;
+  if (found.places.empty() && !found.inserted) return;
   Find(pass, Fault::kInsertLine, "an insert leaves a line in the log for each document");
-  pass->inserted += std::max<std::size_t>(Brings(pass, found), 1);
-  const std::size_t longest = Documents_Longest(*pass->documents) + pass->inserted;
+  const std::size_t brings = Brings(pass, found);
+  if (IsCertain(found)) Keep(pass, *found.places.begin(), brings);
+  pass->inserted += std::max<std::size_t>(brings, 1);
+  const std::size_t longest = Documents_Longest(pass->documents) + pass->inserted;
   if (longest > kInsertMost)
     Find(pass, Fault::kInsertRoom,
          Tool_Format("a document with what is inserted can reach %zu bytes, and is cut at 39000",
                      longest));
-  CheckOutput(pass);
 }
 
 void Push(Pass *pass) {
@@ -363,7 +410,7 @@ void Restore(Pass *pass) {
 // Where an offset leads depends on the values.
 void Seek(Pass *pass) {
   const std::size_t offset = pass->at.number;
-  const std::vector<Place> &places = pass->documents->places;
+  const std::vector<Place> &places = pass->documents.places;
   Spots spots;
   if (offset == 0) spots.insert(Spot{});
   std::size_t shortest = 0, longest = 0;  // where the place that is looked at can begin
@@ -374,7 +421,7 @@ void Seek(Pass *pass) {
     if (can_be_behind && longest >= offset) spots.insert({i + 1, false});
     shortest += places[i].always ? frame : 0;
   }
-  const std::size_t most = Documents_Longest(*pass->documents) + pass->inserted;
+  const std::size_t most = Documents_Longest(pass->documents) + pass->inserted;
   if (offset >= most) spots.clear();
   // Also the end, with what was inserted; and a document that is too short leaves it where it was.
   if (offset < most && offset > 0) spots.insert({places.size(), false});
@@ -385,7 +432,7 @@ void Seek(Pass *pass) {
 void Step(Pass *pass) {
   switch (pass->at.op) {
     case kOpText8:
-    case kOpText32: return AddFixed(pass, pass->at.text.size());
+    case kOpText32: return Text(pass);
     case kOpValue8:
     case kOpValue32:
     case kOpValueSkip: return Value(pass);
@@ -452,7 +499,7 @@ void Walk(Pass *pass) {
 std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents) {
   Pass pass = {};
   pass.code = code;
-  pass.documents = &documents;
+  pass.documents = documents;
   for (std::size_t i = 0; i < documents.places.size(); ++i)
     pass.named[documents.places[i].name].push_back(i);
   pass.output.values.resize(documents.places.size());

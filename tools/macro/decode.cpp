@@ -79,3 +79,7 @@ bool Decode_LooksUp(int op) {
     default: return false;
   }
 }
+
+std::size_t Decode_Skip(const Instruction &at) {
+  return at.op == kOpValueSkip || at.op == kOpInsertSkip ? at.number : 0;
+}

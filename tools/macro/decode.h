@@ -30,7 +30,8 @@ Decoding Decode_At(std::string_view code, std::size_t offset, Instruction *found
 // in front, which a look-up puts there itself.
 std::string_view Decode_Name(std::string_view name);
 
-// Whether the instruction looks a field up.
+// Whether the instruction looks a field up, and the matches that it skips then.
 bool Decode_LooksUp(int op);
+std::size_t Decode_Skip(const Instruction &at);
 
 #endif

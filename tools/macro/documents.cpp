@@ -238,10 +238,9 @@ Wishes WishesOf(std::string_view code) {
     if (at.op == kOpDocument || (at.op == kOpSeek && at.number > 0)) wishes.more = true;
     Move(at, &cursor, &stack, registers);
     const std::string name(Decode_Name(at.text));
-    const bool skips = at.op == kOpValueSkip || at.op == kOpInsertSkip;
     if (Decode_LooksUp(at.op) && IsName(name) &&
         (wishes.frame < kFrameMost || wishes.known.count(name) == 1))
-      cursor = Look(&wishes, cursor, name, skips ? at.number : 0);
+      cursor = Look(&wishes, cursor, name, Decode_Skip(at));
   }
   return wishes;
 }

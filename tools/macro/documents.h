@@ -14,7 +14,11 @@
 #include <vector>
 
 inline constexpr std::size_t kDocumentMost = 40926;  // of a document that korvo-docmgr sends
+inline constexpr std::size_t kPatternMost = 1024;    // a tab, a name and "="
+inline constexpr std::size_t kFetchMost = 32768;     // that a fetch writes, also where it fails
+inline constexpr std::size_t kInsertMost = 39000;    // of a document with what was inserted
 inline constexpr std::size_t kValueMost = 4095;      // of a value that a run shows whole
+inline constexpr std::size_t kReferenceLeast = 5;    // of one that names a document, in three words
 
 // One field of a document, in its place.
 struct Place {
@@ -23,6 +27,7 @@ struct Place {
   bool always = true;             // a document may lack it otherwise
   bool refers = false;            // its value names a document, in three words
   std::size_t brings = 0;         // bytes of that document
+  bool told = true;               // somebody has said so; otherwise the macro wants it
 };
 
 struct Documents {

@@ -1,201 +1,24 @@
 #include "tools/macro/witness.h"
 
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <random>
 #include <set>
-#include <unordered_map>
 
-#include "debug/text.h"
 #include "macro/ops.h"
 #include "protocol/cmd_hdr.h"
 #include "tools/macro/decode.h"
+#include "tools/macro/model.h"
 
 namespace {
 
-constexpr std::size_t kFetchMost = 32768;
-constexpr std::size_t kInsertMost = 39000;
-constexpr std::size_t kPatternMost = 1024;
 constexpr std::uint32_t kChances = 100;
 constexpr std::size_t kPlacesMost = 500;      // for which each is left out once
-constexpr std::size_t kWorkMost = 300000000;  // bytes of code times bytes of documents
-constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::size_t kPlainMost = 64;        // names that a fetch or an insert looks up
+constexpr std::size_t kWorkMost = 300000000;  // instructions times bytes of documents
 constexpr std::string_view kReference = "Group Type 1";
-
-// What one run over one document comes to: of an instruction, the faults that it shows.
-using Seen = std::unordered_map<std::size_t, unsigned>;
-
-// A look-up that is logged is one, for whatever reason.
-unsigned BitOf(Fault fault) {
-  const bool looks_up = fault >= Fault::kUnknown && fault <= Fault::kOrder;
-  return 1U << static_cast<unsigned>(looks_up ? Fault::kOrder : fault);
-}
-
-bool IsSeen(const Seen &seen, const Finding &finding) {
-  const auto at = seen.find(finding.offset);
-  return at != seen.end() && (at->second & BitOf(finding.fault)) != 0;
-}
-
-// The run: what the service does, less what it sends.
-struct Model {
-  std::string document;
-  const std::string *fetched;
-  Instruction at = {};
-  std::size_t cursor = 0;
-  std::vector<std::size_t> stack = {};
-  std::size_t registers[kMacroRegisters] = {};
-  bool written[kMacroRegisters] = {};
-  std::size_t output = 0;
-  bool ends = false;
-  Seen seen = {};
-};
-
-void See(Model *model, Fault fault) { model->seen[model->at.offset] |= BitOf(fault); }
-
-void Fail(Model *model, Fault fault) {
-  See(model, fault);
-  model->ends = true;
-}
-
-void Emit(Model *model, std::size_t size) {
-  if (size > kMessageSize - model->output) return Fail(model, Fault::kOutput);
-  model->output += size;
-}
-
-// Where the field begins; kNone: it is not found.
-std::size_t LookUp(Model *model) {
-  const std::string_view name = Decode_Name(model->at.text);
-  std::string pattern = "\t";
-  pattern.append(name).append("=");
-  const bool skips = model->at.op == kOpValueSkip || model->at.op == kOpInsertSkip;
-  std::size_t at = kNone;
-  if (pattern.size() <= kPatternMost) {
-    at = model->document.find(pattern, model->cursor);
-    if (at == kNone) {
-      See(model, Fault::kOrder);
-      at = model->document.find(pattern);
-    }
-  }
-  for (std::size_t skip = skips ? model->at.number : 0; at != kNone && skip > 0; --skip)
-    at = model->document.find(pattern, at + 1);
-  if (at == kNone)
-    See(model, Fault::kLacks);
-  else
-    model->cursor = at;
-  return at;
-}
-
-std::string_view ValueAt(const Model &model, std::size_t at) {
-  const std::string_view rest =
-      std::string_view(model.document).substr(model.document.find('=', at) + 1);
-  return rest.substr(0, rest.find('\t'));
-}
-
-// The value of a look-up; false: there is none.
-bool TakeValue(Model *model, std::string_view *value) {
-  const std::size_t at = LookUp(model);
-  if (at == kNone) return false;
-  *value = ValueAt(*model, at);
-  if (value->size() > kValueMost) See(model, Fault::kValue);
-  return true;
-}
-
-void Value(Model *model) {
-  std::string_view value;
-  if (!TakeValue(model, &value)) return;
-  if (value.find('<') != kNone) See(model, Fault::kHtml);
-  Emit(model, std::min(value.size(), kValueMost + 1));
-}
-
-// Whether a value has the three words of a document's name.
-bool IsReference(std::string_view value) {
-  int words = 0;
-  while (words < 3 && !Text_Token(&value, ", |").empty()) ++words;
-  return words == 3;
-}
-
-void Fetch(Model *model) {
-  std::string_view value;
-  if (!TakeValue(model, &value)) return Fail(model, Fault::kFetchLacks);
-  if (!IsReference(value)) return Fail(model, Fault::kWords);
-  See(model, Fault::kHtml);
-  // One that fails writes the whole buffer.
-  Emit(model, model->fetched->empty() ? kFetchMost : std::min(model->fetched->size(), kFetchMost));
-  if (!model->ends) See(model, Fault::kFetchSlots);  // and the page goes on
-}
-
-void Insert(Model *model) {
-  std::string_view value;
-  if (!TakeValue(model, &value)) return;
-  See(model, Fault::kInsertLine);
-  if (!IsReference(value)) return Fail(model, Fault::kWords);
-  const std::size_t size = model->document.size();
-  const std::size_t room = kInsertMost - std::min(kInsertMost, size);
-  if (model->fetched->size() > room) See(model, Fault::kInsertRoom);
-  model->document += model->fetched->substr(0, room);
-}
-
-void Restore(Model *model) {
-  if (!model->written[model->at.number]) See(model, Fault::kRegister);
-  model->cursor = model->registers[model->at.number];
-}
-
-void Step(Model *model) {
-  switch (model->at.op) {
-    case kOpText8:
-    case kOpText32: return Emit(model, model->at.text.size());
-    case kOpValue8:
-    case kOpValue32:
-    case kOpValueSkip: return Value(model);
-    case kOpNumber:
-      if (std::string_view value; TakeValue(model, &value)) Emit(model, 4);
-      return;
-    case kOpSeek:
-      if (model->at.number < model->document.size()) model->cursor = model->at.number;
-      return;
-    case kOpDocument:
-      if (model->document.find('<') != kNone) See(model, Fault::kHtml);
-      return Emit(model, model->document.size());
-    case kOpPush:
-      if (model->stack.size() == kMacroStack) return Fail(model, Fault::kStackFull);
-      return model->stack.push_back(model->cursor);
-    case kOpPop:
-      if (model->stack.empty()) return Fail(model, Fault::kStackEmpty);
-      model->cursor = model->stack.back();
-      return model->stack.pop_back();
-    case kOpSave:
-      model->registers[model->at.number] = model->cursor;
-      model->written[model->at.number] = true;
-      return;
-    case kOpRestore: return Restore(model);
-    case kOpFind: LookUp(model); return;
-    case kOpFetch: return Fetch(model);
-    default: return Insert(model);
-  }
-}
-
-Fault FaultOf(Decoding decoding) {
-  if (decoding == Decoding::kUndefined) return Fault::kUndefined;
-  return decoding == Decoding::kCut ? Fault::kCut : Fault::kBeyond;
-}
-
-Seen Run(std::string_view code, const Witness &witness) {
-  Model model = {witness.document, &witness.fetched};
-  for (std::size_t i = 0; i < code.size() && !model.ends; i += model.at.size) {
-    const Decoding decoding = Decode_At(code, i, &model.at);
-    const bool is_fetch = model.at.op == kOpFetch && !model.at.text.empty();
-    if (decoding == Decoding::kCut && is_fetch && LookUp(&model) == kNone)
-      Fail(&model, Fault::kFetchLacks);
-    else if (decoding != Decoding::kInstruction)
-      Fail(&model, FaultOf(decoding));
-    else if (model.at.op == kOpEnd)
-      break;
-    else
-      Step(&model);
-  }
-  if (!model.ends && model.output == 0) See(&model, Fault::kNothing);
-  return model.seen;
-}
+constexpr std::string_view kShortReference = "G T 1";
 
 // The documents that are tried: for each place the value, or that it is left out.
 struct Draft {
@@ -209,9 +32,15 @@ struct Drafts {
   std::vector<Draft> list;
 };
 
+// The three words of a document's name, as a place has room for them.
+std::string_view ReferenceFor(const Place &place) {
+  if (!place.refers) return "";
+  return place.most < kReference.size() ? kShortReference : kReference;
+}
+
 // A value of so many bytes, as far as the place has them and a reference needs no more.
 std::string Filled(const Place &place, std::size_t size) {
-  std::string value(place.refers ? kReference : "");
+  std::string value(ReferenceFor(place));
   size = std::min(size, place.most);
   if (value.size() < size) value.resize(size, place.refers ? ' ' : 'x');
   return value;
@@ -266,18 +95,10 @@ std::vector<std::size_t> Weights(std::string_view code, const Documents &documen
     starts.push_back(start);
     start += documents.places[i].name.size() + 2 + ample.values[i].size();
   }
-  const std::string none;
-  Model model = {Written(documents, ample), &none};
-  for (std::size_t i = 0; i < code.size() && !model.ends; i += model.at.size) {
-    if (Decode_At(code, i, &model.at) != Decoding::kInstruction || model.at.op == kOpEnd) break;
-    const std::size_t before = model.output;
-    Step(&model);
-    const bool is_value =
-        model.at.op == kOpValue8 || model.at.op == kOpValue32 || model.at.op == kOpValueSkip;
-    if (!is_value || model.output == before) continue;
-    const auto at = std::lower_bound(starts.begin(), starts.end(), model.cursor);
-    if (at != starts.end() && *at == model.cursor)
-      ++weights[static_cast<std::size_t>(at - starts.begin())];
+  const ModelRun run = Model_Run(code, Written(documents, ample), "");
+  for (std::size_t i = 0; i < weights.size(); ++i) {
+    const auto written = run.values.find(starts[i]);
+    if (written != run.values.end()) weights[i] = written->second;
   }
   return weights;
 }
@@ -301,32 +122,35 @@ Draft Longest(const Documents &documents, const std::vector<std::size_t> &weight
   return draft;
 }
 
-// The names that are looked up, each once.
+// The names that are looked up, each as often as a look-up wants it.
 std::vector<std::string> NamesIn(std::string_view code) {
   std::vector<std::string> names;
-  std::set<std::string> known;
+  std::map<std::string_view, std::size_t> known;
   Instruction at;
   for (std::size_t i = 0; i < code.size(); i += at.size) {
     if (Decode_At(code, i, &at) != Decoding::kInstruction || at.op == kOpEnd) break;
-    const std::string name(Decode_Name(at.text));
-    if (Decode_LooksUp(at.op) && known.insert(name).second) names.push_back(name);
+    if (!Decode_LooksUp(at.op)) continue;
+    const std::string_view name = Decode_Name(at.text);
+    std::size_t &times = known[name];
+    for (; times < Decode_Skip(at) + 1; ++times) names.emplace_back(name);
   }
   return names;
 }
 
-// A document to be inserted, as large as one of this kind brings: the names from that one on, with
-// values that fill a page.
-std::string Inserted(const Documents &documents, const std::vector<std::string> &names,
-                     std::size_t first) {
+// A document that a value names: the names from that one on, with values that fill a page, or short
+// ones, and then as large as one of this kind brings, or no larger.
+std::string Named(const Documents &documents, const std::vector<std::string> &names,
+                  std::size_t first, bool is_short) {
   std::size_t brings = 0;
   for (const Place &place : documents.places) brings = std::max(brings, place.brings);
+  const std::string values[] = {std::string(kValueMost + 1, 'x'), std::string(kReference), "x", ""};
   std::string text;
   for (std::size_t i = 0; i < names.size() && text.size() < brings; ++i)
     text.append("\t")
         .append(names[(first + i) % names.size()])
         .append("=")
-        .append(kValueMost + 1, 'x');
-  text.resize(brings, 'x');
+        .append(values[first / names.size() % std::size(values)]);
+  text.resize(is_short ? std::min(text.size(), brings) : brings, 'x');
   return text;
 }
 
@@ -341,9 +165,12 @@ void AddLongest(std::string_view code, const std::vector<Finding> &findings, Dra
   const std::vector<std::size_t> weights = Weights(code, *drafts->documents);
   for (const std::size_t fits : {kDocumentMost, kInsertMost})
     for (const bool fill : {false, true}) {
-      drafts->list.push_back(Longest(*drafts->documents, weights, fill, fits));
-      drafts->list.push_back(drafts->list.back());  // every fetch fails
-      drafts->list.back().fetched = Inserted(*drafts->documents, NamesIn(code), 0);
+      const Draft longest = Longest(*drafts->documents, weights, fill, fits);
+      drafts->list.push_back(longest);  // every fetch fails
+      for (const bool is_short : {false, true}) {
+        drafts->list.push_back(longest);
+        drafts->list.back().fetched = Named(*drafts->documents, NamesIn(code), 0, is_short);
+      }
     }
 }
 
@@ -378,13 +205,28 @@ Draft WithValues(const Documents &documents, std::string_view value) {
   return draft;
 }
 
+// Where nobody has said that values name documents: all but those of one name do.
+void AddPlain(Drafts *drafts) {
+  std::set<std::string> names;
+  for (const Place &place : drafts->documents->places)
+    if (!place.told && names.size() < kPlainMost) names.insert(place.name);
+  for (const std::string &name : names) {
+    Documents documents = *drafts->documents;
+    for (Place &place : documents.places) place.refers &= place.told || place.name != name;
+    drafts->list.push_back(Ample(documents, 1));
+  }
+}
+
 Drafts DraftsFor(std::string_view code, const Documents &documents,
                  const std::vector<Finding> &findings) {
   Drafts drafts = {&documents, {}};
   drafts.list.push_back(Ample(documents, 1));
   drafts.list.push_back(WithValues(documents, "<b>&"));
-  drafts.list.push_back(Ample(documents, 1));
-  drafts.list.back().fetched = Inserted(documents, NamesIn(code), 0);
+  for (const bool is_short : {false, true}) {
+    const std::vector<std::string> names = NamesIn(code);
+    drafts.list.push_back(Ample(documents, 1));
+    drafts.list.back().fetched = Named(documents, names, is_short ? 2 * names.size() : 0, is_short);
+  }
   drafts.list.push_back(WithValues(documents, "x"));
   drafts.list.push_back(Ample(documents, 0));
   drafts.list.push_back(Ample(documents, 0));
@@ -392,26 +234,52 @@ Drafts DraftsFor(std::string_view code, const Documents &documents,
   AddLacking(&drafts);
   AddLongest(code, findings, &drafts);
   AddSought(code, &drafts);
+  AddPlain(&drafts);
   drafts.list.push_back(WithValues(documents, std::string(kValueMost + 1, 'x')));
   return drafts;
 }
 
-// One more, by chance: which number it is decides.
-Draft Chance(const Documents &documents, const std::vector<std::string> &names,
-             std::uint32_t number) {
+// One place, by chance, as long as there are bytes left; what names a document does not always.
+void Redraw(const Documents &documents, std::size_t number, std::minstd_rand *random,
+            std::size_t *left, Draft *draft) {
+  Place place = documents.places[number];
+  if (!place.told) place.refers = place.refers && (*random)() % 4 > 0;
+  const bool follows = number > 0 && documents.places[number - 1].name == place.name;
+  const bool may_be_there = !follows || draft->has[number - 1];
+  draft->has[number] = place.always || (may_be_there && (*random)() % 4 > 0);
+  const std::size_t most = std::min(place.most, *left);
+  const std::size_t sizes[] = {0, 1, most, (*random)() % (most + 1)};
+  draft->values[number] = Filled(place, sizes[(*random)() % 4]);
+  *left -= std::min(*left, draft->values[number].size());
+}
+
+// What was looked for, and what has come furthest so far.
+struct Search {
+  std::string_view code;
+  const Documents *documents;
+  std::vector<Finding> *findings;
+  std::vector<std::string> names;
+  std::size_t instructions;
+  std::size_t *work;  // that is left
+  Draft best = {};
+  std::pair<std::size_t, std::size_t> reached = {};  // an instruction, and bytes of output
+};
+
+// One more, by chance: which number it is decides.  Every other one is a little different from the
+// best.
+Draft Chance(const Search &search, std::uint32_t number) {
+  const Documents &documents = *search.documents;
   std::minstd_rand random(number);
-  Draft draft = Ample(documents, 0);
+  const bool is_new = number % 2 == 0 || search.best.has.empty();
+  Draft draft = is_new ? Ample(documents, 0) : search.best;
   std::size_t left = kDocumentMost - std::min(kDocumentMost, Documents_Frame(documents));
-  for (std::size_t i = 0; i < draft.has.size(); ++i) {
-    const Place &place = documents.places[i];
-    const bool follows = i > 0 && documents.places[i - 1].name == place.name;
-    draft.has[i] = place.always || ((!follows || draft.has[i - 1]) && random() % 4 > 0);
-    const std::size_t most = std::min(place.most, left);
-    const std::size_t sizes[] = {0, 1, most, random() % (most + 1)};
-    draft.values[i] = Filled(place, sizes[random() % 4]);
-    left -= std::min(left, draft.values[i].size());
+  for (std::size_t i = 0; i < draft.has.size(); ++i)
+    if (is_new || random() % draft.has.size() < 2) Redraw(documents, i, &random, &left, &draft);
+  if (is_new || random() % 4 == 0) {
+    draft.fetched.clear();
+    const bool is_short = random() % 2 == 0;
+    if (random() % 3 > 0) draft.fetched = Named(documents, search.names, random(), is_short);
   }
-  if (random() % 2 == 0) draft.fetched = Inserted(documents, names, random());
   return draft;
 }
 
@@ -419,21 +287,60 @@ bool IsAllShown(const std::vector<Finding> &findings) {
   return std::all_of(findings.begin(), findings.end(), [](const Finding &f) { return f.shown; });
 }
 
-// Tries a document, as long as there is time; *work is what is left of it.
-void Try(std::string_view code, const Documents &documents, const Draft &draft,
-         std::vector<Finding> *findings, std::size_t *work) {
-  if (*work == 0 || IsAllShown(*findings)) return;
-  const Witness witness = {Written(documents, draft), 1, draft.fetched};
+// Tries a document, as long as there is time.
+void Try(const Draft &draft, Search *search) {
+  if (*search->work == 0 || IsAllShown(*search->findings)) return;
+  const Witness witness = {Written(*search->documents, draft), 1, draft.fetched};
   if (witness.document.size() > kMessageSize) return;
-  const std::size_t steps = code.size() * (witness.document.size() / 64 + 1);
-  *work -= std::min(*work, steps);
-  const Seen seen = Run(code, witness);
-  for (Finding &finding : *findings) {
-    if (finding.shown || !IsSeen(seen, finding)) continue;
+  const std::size_t steps = search->instructions * (witness.document.size() / 64 + 1);
+  *search->work -= std::min(*search->work, steps);
+  const ModelRun run = Model_Run(search->code, witness.document, witness.fetched);
+  for (Finding &finding : *search->findings) {
+    if (finding.shown || !Model_Shows(run, finding)) continue;
     finding.shown = true;
     finding.witness = witness;
     if (finding.fault == Fault::kFetchSlots) finding.witness.times = 20;
   }
+  const std::pair<std::size_t, std::size_t> reached = {run.reached, run.output};
+  if (reached < search->reached) return;
+  search->reached = reached;
+  search->best = draft;
+}
+
+std::size_t InstructionsIn(std::string_view code) {
+  std::size_t count = 1;
+  Instruction at;
+  for (std::size_t i = 0; i < code.size() && code[i] != kOpEnd; i += at.size, ++count)
+    if (Decode_At(code, i, &at) != Decoding::kInstruction) break;
+  return count;
+}
+
+// The drafts, and then some by chance.
+void Look(std::string_view code, const Documents &documents, std::vector<Finding> *findings,
+          std::size_t *work) {
+  Search search = {code, &documents, findings, NamesIn(code), InstructionsIn(code), work};
+  for (const Draft &draft : DraftsFor(code, documents, *findings).list) Try(draft, &search);
+  for (std::uint32_t number = 1; number <= kChances && !IsAllShown(*findings); ++number)
+    Try(Chance(search, number), &search);
+}
+
+// The same documents, each field of a fetch or an insert naming another.
+Documents Referring(std::string_view code, Documents documents) {
+  std::set<std::string_view> names;
+  Instruction at;
+  for (std::size_t i = 0; i < code.size(); i += at.size) {
+    const bool is_cut = Decode_At(code, i, &at) != Decoding::kInstruction;
+    if (at.op == kOpFetch || at.op == kOpInsert || at.op == kOpInsertSkip)
+      names.insert(Decode_Name(at.text));
+    if (is_cut || at.op == kOpEnd) break;
+  }
+  for (Place &place : documents.places)
+    if (names.count(place.name) == 1 && place.most >= kReferenceLeast && !place.refers) {
+      place.refers = true;
+      place.told = false;
+      place.brings = kDocumentMost;  // nobody has said less
+    }
+  return documents;
 }
 
 }  // namespace
@@ -442,9 +349,8 @@ void Witness_Find(std::string_view code, const Documents &documents,
                   std::vector<Finding> *findings) {
   if (findings->empty()) return;
   std::size_t work = kWorkMost;
-  for (const Draft &draft : DraftsFor(code, documents, *findings).list)
-    Try(code, documents, draft, findings, &work);
-  const std::vector<std::string> names = NamesIn(code);
-  for (std::uint32_t number = 1; number <= kChances && !IsAllShown(*findings); ++number)
-    Try(code, documents, Chance(documents, names, number), findings, &work);
+  Look(code, documents, findings, &work);
+  // Behind a fetch or an insert a run comes alone where the value names a document.
+  const Documents referring = Referring(code, documents);
+  Look(code, referring, findings, &work);
 }
