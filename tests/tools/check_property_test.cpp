@@ -265,12 +265,14 @@ void ExpectPromise(Random *random, const std::string &code, const Documents &doc
   for (int i = 0; i < 4; ++i) {
     const std::string document = Document(random, documents);
     const PageRun run = RunPage(code, {document, document}, Fetched(random, documents));
-    const std::string said = Described(code, findings) + "document " + Check_Show(document) + "\n";
-    ASSERT_EQ(1, run.result) << run.log << said;
-    ASSERT_FALSE(run.loops) << said;
-    ASSERT_FALSE(run.outputs.at(0).empty()) << said;
-    ASSERT_FALSE(run.cut) << said;
-    ASSERT_TRUE(!findings.empty() || run.log.empty()) << run.log << said;
+    const auto said = [&] {
+      return Described(code, findings) + "document " + Check_Show(document) + "\n";
+    };
+    ASSERT_EQ(1, run.result) << run.log << said();
+    ASSERT_FALSE(run.loops) << said();
+    ASSERT_FALSE(run.outputs.at(0).empty()) << said();
+    ASSERT_FALSE(run.cut) << said();
+    ASSERT_TRUE(!findings.empty() || run.log.empty()) << run.log << said();
   }
 }
 
