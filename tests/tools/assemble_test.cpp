@@ -84,6 +84,8 @@ TEST(Assemble, LongestOperands_Fit) {
 }
 
 TEST(Assemble, Fault_NamesLineAndWhatWasExpected) {
+  std::string large;
+  for (int i = 0; i < 27; ++i) large += "text32 \"" + std::string(40960, 'x') + "\"\n";
   const std::string long_text = "\"" + std::string(256, 'x') + "\"";
   const struct {
     std::string source;
@@ -117,8 +119,9 @@ TEST(Assemble, Fault_NamesLineAndWhatWasExpected) {
       {"byte 0x", "1: expected a byte from 0 to 255 or 0x00 to 0xff, found '0x'"},
       {"text " + long_text,
        "1: expected a text in quotes of at most 255 bytes (text32 takes longer ones), found '256 bytes'"},
-      {"text32 \"" + std::string(1 << 20, 'x') + "\"",
-       "1: expected a macro of at most 1048576 bytes, found '1048581 bytes'"},
+      {"text32 \"" + std::string(40961, 'x') + "\"",
+       "1: expected a text in quotes of at most 40960 bytes, which a page takes, found '40961 bytes'"},
+      {large, "26: expected a macro of at most 1048576 bytes, found '1065090 bytes'"},
   };
   for (const auto &[source, fault] : kCases)
     EXPECT_EQ((std::vector<std::string>{fault}), Faults(source)) << source.substr(0, 40);

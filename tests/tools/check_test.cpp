@@ -72,6 +72,9 @@ TEST(Check, Operands_AreFound) {
   EXPECT_EQ("3 there are the registers 0 to 15: \\t\\n\n", Alone("text \"x\"\nbyte 10 16"));
   const std::string name = "\x41\x01x\x02\x00\x10\0\0"s + std::string(4096, 'n');
   EXPECT_EQ("3 a name is longer than 4095 bytes: \\t\\n\n", Findings(name, Documents_For(name)));
+  const std::string text = "\x01\x01\xa0\0\0"s + std::string(40961, 't');
+  EXPECT_EQ("0 a text is longer than 40960 bytes, which a page takes: \\t\\n\n",
+            Findings(text, Documents_For(text)));
 }
 
 TEST(Check, Stack_IsFound) {
@@ -168,8 +171,8 @@ TEST(Check, FieldThatEveryDocumentHas_IsFoundBehindAnInsert) {
 }
 
 TEST(Check, NothingIsLookedFor_WhereNoRunComes) {
-  EXPECT_EQ("0 the output can reach 40961 bytes, and a page takes 40960: \\t\\n\n",
-            Alone("text32 \"" + std::string(40961, 'x') + "\"\npop\n"));
+  EXPECT_EQ("40965 the output can reach 40961 bytes, and a page takes 40960: \\t\\n\n",
+            Alone("text32 \"" + std::string(40960, 'x') + "\"\ntext \"y\"\npop\n"));
   EXPECT_EQ(std::string::npos,
             Findings(Assembled("text \"x\"\nfetch \"B\" \"/m\"\npop\n"), Told("#: field A\n"))
                 .find("pops"));

@@ -8,6 +8,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using Files = std::map<std::string, std::string>;
 
 // The macro as text again, without offsets; or "FILE:LINE:COLUMN: fault" of each.
@@ -118,10 +119,87 @@ TEST(Language, Repeat_TakesOneAfterTheOther) {
             Meant("repeat \"A\" 2\nrepeat \"B\" 2\nend-repeat\nend-repeat").substr(0, 52));
 }
 
+TEST(Language, LinesThatEndABlock_HoldNothingElse) {
+  EXPECT_EQ("main.ms:3:10: expected the end of the line, found 'x'\n",
+            Meant("page\na\nend-page x\n"));
+  EXPECT_EQ("main.ms:3:12: expected the end of the line, found '2'\n",
+            Meant("repeat \"A\" 2\nitem\nend-repeat 2\n"));
+  EXPECT_EQ("text \"a\\n\"\nvalue \"A\"\n",
+            Meant("page\na\n end-page ; of it\nrepeat \"A\" 1\nitem\nend-repeat\t; of it\n"));
+}
+
+TEST(Language, Texts_FitAPage) {
+  const std::string fits(40960, 'x');
+  EXPECT_EQ("text32 \"" + fits + "\"\n", Meant("text32 \"" + fits + "\""));
+  EXPECT_EQ(
+      "main.ms:1:8: expected a text in quotes of at most 40960 bytes, which a page takes, found '40961 bytes'\n",
+      Meant("text32 \"" + fits + "y\""));
+  EXPECT_EQ(
+      "main.ms:1:5: expected a text between values of at most 40960 bytes, which a page takes, found '40961 bytes'\n",
+      Meant("page\n" + fits + "\nend-page\n"));
+  EXPECT_EQ(
+      "main.ms:2:40962: expected a text between values of at most 40960 bytes, which a page takes, found '40961 bytes'\n",
+      Meant("page\nx" + fits.substr(1) + "y{{A}}\nend-page\n"));
+}
+
+TEST(Language, Includes_ComeToAnEnd) {
+  const std::string twice = "include \"main.ms\"\ninclude \"main.ms\"\n";
+  const std::string faults = Meant(twice);
+  EXPECT_NE(
+      std::string::npos,
+      faults.find(
+          "main.ms:2:9: expected files that include each other at most 16 deep, found 'main.ms'\n"));
+  Files files = {{"main.ms", ""}, {"a.ms", "text \"a\"\n"}};
+  std::string meant;
+  for (int i = 0; i < 256; ++i) {
+    files["main.ms"] += "include \"a.ms\"\n";
+    meant += "text \"a\"\n";
+  }
+  EXPECT_EQ(meant, Meant(files));
+  files["main.ms"] += "include \"a.ms\"\n";
+  EXPECT_EQ("main.ms:257:9: expected at most 256 included files, found 'a.ms'\n", Meant(files));
+}
+
+TEST(Language, LinesWithoutCode_AreNotRepeated) {
+  AsmProgram program;
+  program.sources.push_back({"", "repeat \"A\" 3\n; one\nitem\nend-repeat\n"});
+  ASSERT_TRUE(Asm_Assemble({}, false, &program));
+  EXPECT_EQ(5U, program.lines.size());
+}
+
 TEST(Language, Condition_IsRefusedWithItsReason) {
   EXPECT_EQ(
       "main.ms:1:1: expected an instruction (whether a document has a field cannot be asked without a line in the log), found 'if-field'\n",
       Meant("if-field \"A\""));
+}
+
+// What asm says of a source, without the folder.
+std::string Said(const std::string &source) {
+  const Folder folder;
+  const std::string path = folder.Write("page.ms", source);
+  const Outcome outcome = RunTool({KORVO_MACRO, "asm", path});
+  EXPECT_EQ(65, outcome.status);
+  EXPECT_EQ("", outcome.output);
+  return outcome.errors.substr(folder.Path().size() + 1);
+}
+
+TEST(Language, Caret_StandsBelowTheFault) {
+  EXPECT_EQ(
+      "page.ms:1:13: expected the end of the line, found 'x'\n"
+      "    text \"\xc3\xa9\" x\n"
+      "             ^\n",
+      Said("\t\ttext \"\xc3\xa9\" x\n"));
+  EXPECT_EQ("page.ms:1:2001: expected the end of the line, found 'x'\n  " + std::string(50, ' ') +
+                "x\n  " + std::string(50, ' ') + "^\n",
+            Said("text \"a\"" + std::string(1992, ' ') + "x\n"));
+}
+
+TEST(Language, ControlCharacters_AreNotSaid) {
+  EXPECT_EQ(
+      "page.ms:1:1: expected an instruction, found '?[2J?'\n"
+      "  ?[2J?\n"
+      "  ^\n",
+      Said("\x1b[2J\0"s));
 }
 
 TEST(Language, Listing_ShowsLinesBesideBytes) {

@@ -22,7 +22,8 @@ struct AsmError {
   std::string text;  // what was expected, and what stood there
   std::string file = {};
   int column = 1;           // of its bytes, from 1
-  std::string source = {};  // the line
+  std::string source = {};  // what stands around the column
+  std::size_t mark = 0;     // the column in that, from 0
 };
 
 struct AsmErrors {

@@ -449,6 +449,14 @@ void Step(Pass *pass) {
   }
 }
 
+const char *BeyondText(int op) {
+  switch (op) {
+    case kOpText32: return "a text is longer than 40960 bytes, which a page takes";
+    case kOpValue32: return "a name is longer than 4095 bytes";
+    default: return "there are the registers 0 to 15";
+  }
+}
+
 // What stands there is an instruction, or the run does not come further.
 void Refuse(Pass *pass, Decoding decoding) {
   pass->ends = true;
@@ -461,9 +469,7 @@ void Refuse(Pass *pass, Decoding decoding) {
     return FindFetchLacks(pass);
   if (decoding == Decoding::kCut)
     return Find(pass, Fault::kCut, "an operand runs past the end of the macro");
-  Find(pass, Fault::kBeyond,
-       pass->at.op == kOpValue32 ? "a name is longer than 4095 bytes"
-                                 : "there are the registers 0 to 15");
+  Find(pass, Fault::kBeyond, BeyondText(pass->at.op));
 }
 
 // Whether a text begins a tag, which only HTML has.

@@ -56,8 +56,8 @@ Decoding Decode_At(std::string_view code, std::size_t offset, Instruction *found
   for (const Operand *operand : form->operands)
     if (operand != nullptr) TakeOperand(&rest, *operand, found, &has_text);
   found->size = rest.cut ? code.size() - offset : code.size() - offset - rest.bytes.size();
-  if (rest.beyond) return Decoding::kBeyond;
-  return rest.cut ? Decoding::kCut : Decoding::kInstruction;
+  if (rest.cut) return Decoding::kCut;
+  return rest.beyond ? Decoding::kBeyond : Decoding::kInstruction;
 }
 
 std::string_view Decode_Name(std::string_view name) {

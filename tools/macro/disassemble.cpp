@@ -1,8 +1,7 @@
 #include <algorithm>
-#include <cstdint>
-#include <optional>
 
 #include "tools/macro/asm.h"
+#include "tools/macro/decode.h"
 #include "tools/macro/form.h"
 
 namespace {
@@ -51,64 +50,39 @@ void AddBytes(std::string *out, std::string_view bytes, std::size_t offset, std:
   }
 }
 
-struct Decoded {
-  std::string text;  // the instruction, written out
-  std::size_t size;  // its bytes
-  bool beyond;       // an operand is larger than a run takes
-};
-
-std::optional<std::uint32_t> NumberAt(std::string_view code, std::size_t at, int width) {
-  if (code.size() - at < static_cast<std::size_t>(width)) return std::nullopt;
-  std::uint32_t value = 0;
-  for (int i = 0; i < width; ++i)
-    value |= std::uint32_t{ByteOf(code[at + static_cast<std::size_t>(i)])} << (8 * i);
-  return value;
-}
-
-// Nothing: an operand runs past the end of the code.
-std::optional<Decoded> Decode(const Form &form, std::string_view code) {
-  Decoded decoded = {std::string(form.mnemonic), 1, false};
+std::string Written(const Form &form, const Instruction &at) {
+  std::string line(form.mnemonic);
+  std::string_view text = at.text;
   for (const Operand *operand : form.operands) {
     if (operand == nullptr) break;
-    const auto number = NumberAt(code, decoded.size, operand->width);
-    if (!number) return std::nullopt;
-    decoded.size += static_cast<std::size_t>(operand->width);
-    decoded.beyond |= *number > operand->most;
-    if (!operand->quoted) {
-      decoded.text += ' ' + std::to_string(*number);
-      continue;
-    }
-    if (*number > code.size() - decoded.size) return std::nullopt;
-    decoded.text += ' ' + Quoted(code.substr(decoded.size, *number));
-    decoded.size += *number;
+    line += ' ' + (operand->quoted ? Quoted(text) : std::to_string(at.number));
+    if (operand->quoted) text = at.second;
   }
-  return decoded;
+  return line;
 }
 
 std::string UndefinedNote(unsigned char op) {
   return "undefined op-code " + std::to_string(op) + ", which a run repeats for ever";
 }
 
-// Adds what stands at the start of code, which is at the offset, and returns its size.
+// Adds what stands at the offset, and returns its size.
 std::size_t AddInstruction(std::string *out, std::string_view code, std::size_t offset) {
-  const unsigned char op = ByteOf(code[0]);
-  const Form *form = Form_Of(op);
-  if (form == nullptr) {
-    AddBytes(out, code.substr(0, 1), offset, UndefinedNote(op));
-    return 1;
+  Instruction at;
+  const Decoding decoding = Decode_At(code, offset, &at);
+  const std::string_view bytes = code.substr(offset, at.size);
+  const auto op = static_cast<unsigned char>(at.op);
+  switch (decoding) {
+    case Decoding::kUndefined: AddBytes(out, bytes, offset, UndefinedNote(op)); break;
+    case Decoding::kCut:
+      AddBytes(out, bytes, offset, "malformed, an operand runs past the end");
+      break;
+    case Decoding::kBeyond:
+      AddBytes(out, bytes, offset,
+               std::string("malformed, expected ") + Form_Of(op)->operands[0]->expected);
+      break;
+    case Decoding::kInstruction: AddLine(out, Written(*Form_Of(op), at), offset, {}); break;
   }
-  const auto decoded = Decode(*form, code);
-  if (!decoded) {
-    AddBytes(out, code, offset, "malformed, an operand runs past the end");
-    return code.size();
-  }
-  if (decoded->beyond) {
-    const std::string note = std::string("malformed, expected ") + form->operands[0]->expected;
-    AddBytes(out, code.substr(0, decoded->size), offset, note);
-  } else {
-    AddLine(out, decoded->text, offset, {});
-  }
-  return decoded->size;
+  return at.size;
 }
 
 }  // namespace
@@ -118,7 +92,7 @@ std::string Asm_Disassemble(std::string_view code) {
   std::size_t at = 0;
   while (at < code.size()) {
     const bool end = code[at] == kOpEnd;
-    at += AddInstruction(&out, code.substr(at), at);
+    at += AddInstruction(&out, code, at);
     if (end) break;
   }
   AddBytes(&out, code.substr(at), at, "behind the end, never run");
@@ -127,10 +101,8 @@ std::string Asm_Disassemble(std::string_view code) {
 
 std::vector<std::size_t> Asm_Undefined(std::string_view code) {
   std::vector<std::size_t> offsets;
-  std::string unused;
-  for (std::size_t at = 0; at < code.size() && code[at] != kOpEnd; unused.clear()) {
-    if (Form_Of(ByteOf(code[at])) == nullptr) offsets.push_back(at);
-    at += AddInstruction(&unused, code.substr(at), at);
-  }
+  Instruction at;
+  for (std::size_t i = 0; i < code.size() && code[i] != kOpEnd; i += at.size)
+    if (Decode_At(code, i, &at) == Decoding::kUndefined) offsets.push_back(i);
   return offsets;
 }

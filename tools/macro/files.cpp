@@ -78,22 +78,20 @@ std::string TargetOf(const std::string &path) {
   return target;
 }
 
+// Without control characters, which a terminal would carry out.
+std::string Plain(std::string text) {
+  for (char &c : text)
+    if ((c >= 0 && c < ' ') || c == 0x7f) c = c == '\t' || c == '\r' ? ' ' : '?';
+  return text;
+}
+
 void NameFault(const AsmError &error) {
   const char *name = Files_IsStandard(error.file) ? "standard input" : error.file.c_str();
-  Tool_Line("%s:%d:%d: %s", name, error.line, error.column, error.text.c_str());
-  constexpr std::size_t kWidth = 100;  // of what is shown of the line
-  const auto column = static_cast<std::size_t>(error.column - 1);
-  const std::size_t from = column < kWidth ? 0 : column - kWidth / 2;
-  if (column > error.source.size()) return;
-  std::string shown = error.source.substr(from, kWidth);
-  std::string caret;
-  for (const char c : shown.substr(0, column - from))
-    if ((c & 0xc0) != 0x80) caret += c == '\t' ? '\t' : ' ';
-  for (char &c : shown)
-    if (c == '\t') c = ' ';
-  for (char &c : caret) c = ' ';
-  Tool_Line("  %s", shown.c_str());
-  Tool_Line("  %s^", caret.c_str());
+  Tool_Line("%s:%d:%d: %s", name, error.line, error.column, Plain(error.text).c_str());
+  std::size_t blanks = 0;  // a character may have several bytes
+  for (const char c : error.source.substr(0, error.mark)) blanks += (c & 0xc0) != 0x80 ? 1 : 0;
+  Tool_Line("  %s", Plain(error.source).c_str());
+  Tool_Line("  %s^", std::string(blanks, ' ').c_str());
 }
 
 [[noreturn]] void FailAssembly(const std::string &input, const AsmErrors &errors) {

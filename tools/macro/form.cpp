@@ -1,10 +1,13 @@
 #include "tools/macro/form.h"
 
+#include "protocol/cmd_hdr.h"
+
 namespace {
 
 constexpr Operand kText8 = {true, 1, 255,
                             "a text in quotes of at most 255 bytes (text32 takes longer ones)"};
-constexpr Operand kText32 = {true, 4, UINT32_MAX, "a text in quotes"};
+constexpr Operand kText32 = {true, 4, kMessageSize,
+                             "a text in quotes of at most 40960 bytes, which a page takes"};
 constexpr Operand kName8 = {true, 1, 255, "a name in quotes of at most 255 bytes"};
 constexpr Operand kName32 = {true, 4, kMacroNameSize, "a name in quotes of at most 4095 bytes"};
 constexpr Operand kSkip = {false, 1, 255, "a number of matches to skip, from 0 to 255"};
