@@ -78,10 +78,12 @@ std::string TargetOf(const std::string &path) {
   return target;
 }
 
-// Without control characters, which a terminal would carry out.
+// What takes one column a character, and does not end a text.
 std::string Plain(std::string text) {
-  for (char &c : text)
-    if ((c >= 0 && c < ' ') || c == 0x7f) c = c == '\t' || c == '\r' ? ' ' : '?';
+  for (char &c : text) {
+    if (c == '\t' || c == '\r') c = ' ';
+    if (c == '\0') c = '?';
+  }
   return text;
 }
 
