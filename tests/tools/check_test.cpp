@@ -121,6 +121,18 @@ TEST(Check, Fetch_OfWhatMayBeMissing) {
       Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""), Told("#: field A\n")));
 }
 
+TEST(Check, FetchThatIsCut_RunsItsMacroAsCode) {
+  for (const std::string name : {"", "A"}) {
+    const std::string code = "\x41\x01x\x0d"s + static_cast<char>(name.size()) + name + "\x1axy";
+    const std::string found = Findings(code, Told("#: script html\n"));
+    EXPECT_NE(std::string::npos,
+              found.find("3 a document may lack '" + name +
+                         "', and then the name of the macro is run as code: \\t\\n\n"))
+        << found;
+    EXPECT_EQ(std::string::npos, found.find("an operand runs past")) << found;
+  }
+}
+
 TEST(Check, Insert_HasRoom) {
   const std::string line = "3 an insert leaves a line in the log for each document: ";
   EXPECT_EQ(line + "\\tA=Group Type 1\\t\\n\n",

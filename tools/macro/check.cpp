@@ -463,9 +463,7 @@ void Refuse(Pass *pass, Decoding decoding) {
   if (decoding == Decoding::kUndefined)
     return Find(pass, Fault::kUndefined,
                 Tool_Format("there is no op-code %d, and a run repeats it for ever", pass->at.op));
-  // The macro of a fetch is taken only where its field is found.
-  const bool is_fetch = pass->at.op == kOpFetch && !pass->at.text.empty();
-  if (decoding == Decoding::kCut && is_fetch && LookUp(pass).places.empty())
+  if (decoding == Decoding::kCut && Decode_IsFetch(pass->at) && LookUp(pass).places.empty())
     return FindFetchLacks(pass);
   if (decoding == Decoding::kCut)
     return Find(pass, Fault::kCut, "an operand runs past the end of the macro");

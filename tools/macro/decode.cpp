@@ -83,3 +83,7 @@ bool Decode_LooksUp(int op) {
 std::size_t Decode_Skip(const Instruction &at) {
   return at.op == kOpValueSkip || at.op == kOpInsertSkip ? at.number : 0;
 }
+
+bool Decode_IsFetch(const Instruction &at) {
+  return at.op == kOpFetch && at.text.data() != nullptr;  // an empty name has a place, too
+}

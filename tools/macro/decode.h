@@ -34,4 +34,8 @@ std::string_view Decode_Name(std::string_view name);
 bool Decode_LooksUp(int op);
 std::size_t Decode_Skip(const Instruction &at);
 
+// Whether it is a fetch whose field is named, also where its macro is cut: that is taken only where
+// the field is found.
+bool Decode_IsFetch(const Instruction &at);
+
 #endif

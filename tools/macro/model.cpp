@@ -166,10 +166,9 @@ Fault FaultOf(Decoding decoding) {
 void StepAt(std::string_view code, std::size_t offset, Model *model) {
   const Decoding decoding = Decode_At(code, offset, &model->at);
   model->run.reached = offset;
-  const bool is_fetch = model->at.op == kOpFetch && !model->at.text.empty();
   if (decoding == Decoding::kInstruction)
     Step(model);
-  else if (decoding == Decoding::kCut && is_fetch && LookUp(model) == kNone)
+  else if (decoding == Decoding::kCut && Decode_IsFetch(model->at) && LookUp(model) == kNone)
     Fail(model, Fault::kFetchLacks);
   else
     Fail(model, FaultOf(decoding));
