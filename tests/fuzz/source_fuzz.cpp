@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kLookedAt = 1 << 16;  // bytes of code; more only take time
+constexpr std::size_t kLookedAt = 1 << 12;  // bytes of code; more only take time
 
 void CheckSame(const std::string &code) {
   std::string again;
@@ -54,7 +54,7 @@ std::string Fuzz_Run(const Input &input) {
   };
   AsmProgram program;
   program.sources.push_back({"", input[0].Whole()});
-  CheckSame(program.sources.front().text);
+  CheckSame(program.sources.front().text.substr(0, kLookedAt));
   const bool is_right = Asm_Assemble(load, true, &program);
   FUZZ_CHECK(is_right == program.errors.first.empty());
   if (!is_right) return CheckErrors(program.errors);

@@ -141,6 +141,13 @@ TEST(MacroRun, Page_HasFramesAroundItsDocuments) {
   EXPECT_EQ("Front\n* In\nBack\n", RunTool({KORVO_MACRO, "run", macro, "-"}, "Title: In\n").output);
 }
 
+TEST(MacroRun, ByteOrderMark_IsNoPartOfADocument) {
+  const Folder folder;
+  const std::string macro = MacroIn(folder, kSource);
+  for (const char *text : {"{\"Title\":\"x\"}", "Title: x\n", "\tTitle=x\t\n"})
+    EXPECT_EQ("* x\n", RunTool({KORVO_MACRO, "run", macro, "-"}, "\xef\xbb\xbf"s + text).output);
+}
+
 TEST(MacroRun, EveryFieldOfJson_IsThere) {
   const Folder folder;
   const std::string macro = MacroIn(folder, "document\n");
@@ -285,6 +292,30 @@ TEST(MacroRun, Documents_ThatAreNone) {
   const std::string json = folder.Write("b", "{\"a\":1}\n{\"a\":1,}\n");
   ExpectRefused({KORVO_MACRO, "run", macro, json}, 65,
                 json + ":2: expected a JSON object on one line; it is wrong at byte 8");
+  for (const char *line :
+       {"{\"a=b\":1}", "{\"\":1}", "{\"a\\tb\":1}", "{\"a\":tru}", "{\"a\":\"\\ud800\"}",
+        "{\"a\":\"\\ud800\\u0041\"}", "{\"a\":\"\\udc00\"}"}) {
+    const Outcome outcome = RunTool({KORVO_MACRO, "run", macro, "-"}, line);
+    EXPECT_EQ(65, outcome.status) << line;
+    EXPECT_EQ("", outcome.output) << line;
+    EXPECT_EQ(
+        0U,
+        outcome.errors.find(
+            "korvo-macro: standard input:1: expected a JSON object on one line; it is wrong at byte "))
+        << line;
+  }
+  for (const char *line : {"Ti=tle: x\n", " Title: x\n", "# Title: x\n", "\x01: x\n"})
+    EXPECT_EQ("korvo-macro: standard input:1: expected \"Name: value\"\n",
+              RunTool({KORVO_MACRO, "run", macro, "-"}, line).errors);
+  EXPECT_EQ("korvo-macro: standard input:2: expected a field in the object\n",
+            RunTool({KORVO_MACRO, "run", macro, "-"}, "{\"a\":1}\n{}\n").errors);
+  for (const char *text : {"", "\n \n", "\xef\xbb\xbf"})
+    EXPECT_EQ("korvo-macro: standard input holds no document\n",
+              RunTool({KORVO_MACRO, "run", macro, "-"}, text).errors);
+  ExpectRefused({KORVO_MACRO, "run", "--fetch", control, macro, "\\tTitle=x"}, 66,
+                "cannot open " + control + ": Not a directory");
+  ExpectRefused({KORVO_MACRO, "run", "--fetch", "/none", macro, "\\tTitle=x"}, 66,
+                "cannot open /none: No such file or directory");
   ExpectRefused({KORVO_MACRO, "run", macro, "\\tTitle=\\q"}, 65,
                 "\\tTitle=\\q is no document: its escapes are \\t \\n \\\\ \\xHH \\{COUNT}");
   ExpectRefused({KORVO_MACRO, "run", macro, "\\tTitle=x\\{41000}"}, 65,

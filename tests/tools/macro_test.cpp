@@ -164,17 +164,35 @@ TEST(MacroTool, WrongUse_IsOneLine) {
                 "--at takes a number from 101 to 104, not '100'");
   ExpectRefused({KORVO_MACRO, "asm", "a.txt"}, 64,
                 "a.txt does not end in .ms; name the output with -o");
-  ExpectRefused({KORVO_MACRO, "dis", "-o", "x", "a.mo"}, 64,
-                "-o belongs to asm; dis writes to standard output");
+  ExpectRefused({KORVO_MACRO, "dis", "-o", "x", "a.mo"}, 64, "dis takes no -o");
   ExpectRefused({KORVO_MACRO, "dis", "--allow-undefined", "a.mo"}, 64,
-                "--allow-undefined belongs to asm; dis shows any op-code");
+                "dis takes no --allow-undefined");
+  const struct {
+    const char *word;
+    std::vector<std::string> options;
+  } kForeign[] = {
+      {"asm", {"--fields=x", "--fetch=x", "--trace", "--at=103", "--html"}},
+      {"dis", {"--listing", "--fields=x", "--fetch=x", "--trace", "--at=103", "--html"}},
+      {"check",
+       {"-ox", "--allow-undefined", "--listing", "--fetch=x", "--trace", "--at=103", "--html"}},
+      {"run", {"-ox", "--allow-undefined", "--listing", "--fields=x"}}};
+  for (const auto &[word, options] : kForeign)
+    for (const std::string &option : options)
+      ExpectRefused(
+          {KORVO_MACRO, word, option, "a.mo", "b"}, 64,
+          word + " takes no "s + (option == "-ox" ? "-o" : option.substr(0, option.find('='))));
+  ExpectRefused({KORVO_MACRO, "asm", "--listing", "-o", "x", "a.ms"}, 64,
+                "--listing writes no macro; leave -o out");
+  ExpectRefused({KORVO_MACRO, "check", "--fields", "", "a.mo"}, 64,
+                "--fields takes a name, not an empty text");
+  ExpectRefused({KORVO_MACRO, "run", "--fetch", "", "a.mo", "b"}, 64,
+                "--fetch takes a name, not an empty text");
   ExpectRefused({KORVO_MACRO, "dis", "-z", "a.mo"}, 64,
                 "-z is no option that can stand here; --help lists all");
   ExpectRefused({KORVO_MACRO, "dis", "--zap", "a.mo"}, 64,
                 "--zap is no option that can stand here; --help lists all");
   ExpectRefused({KORVO_MACRO, "asm", "a.ms", "-o"}, 64, "-o needs a value; --help shows which");
-  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "-o", ""}, 64,
-                "-o takes the name of a file, not an empty text");
+  ExpectRefused({KORVO_MACRO, "asm", "a.ms", "-o", ""}, 64, "-o takes a name, not an empty text");
 }
 
 TEST(MacroTool, Files_ThatCannotBeUsed) {

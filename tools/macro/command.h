@@ -8,6 +8,7 @@
 struct Command {
   std::string word;
   std::vector<std::string> files;
+  std::string given;   // the letters of the options
   std::string output;  // empty: named after the input
   std::string fields;  // empty: not told
   std::string fetch;   // a folder; empty: every fetch fails

@@ -5,12 +5,23 @@
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 std::string_view TakeLine(std::string_view *text) {
   const std::size_t size = std::min(text->find('\n'), text->size());
   const std::string_view line = text->substr(0, size);
   text->remove_prefix(std::min(size + 1, text->size()));
   return line;
+}
+
+// A name as the indexer takes it; any other could be taken for the end of its field.
+bool IsName(std::string_view name) {
+  const auto is_letter = [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); };
+  constexpr std::string_view kOthers = "0123456789-_.";
+  return !name.empty() && is_letter(name.front()) &&
+         std::all_of(name.begin(), name.end(), [&](char c) {
+           return is_letter(c) || kOthers.find(c) != std::string_view::npos;
+         });
 }
 
 std::string_view Trimmed(std::string_view text) {
@@ -40,7 +51,7 @@ bool TakeControlLine(std::string_view line, std::string *document) {
     return true;
   }
   const std::size_t colon = line.find(':');
-  if (colon == std::string_view::npos || colon == 0) return false;
+  if (colon == std::string_view::npos || !IsName(line.substr(0, colon))) return false;
   document->append("\t").append(line.substr(0, colon)).append("=");
   AppendValue(document, Trimmed(line.substr(colon + 1)));
   return true;
@@ -74,6 +85,7 @@ std::string ReadJsonLines(std::string_view text, std::vector<std::string> *docum
     std::string document;
     const std::string wrong = Input_ReadJson(line, &document);
     if (!wrong.empty()) return std::to_string(number) + ": " + wrong;
+    if (document.empty()) return std::to_string(number) + ": expected a field in the object";
     Finish(&document, documents);
   }
   return "";
@@ -135,7 +147,9 @@ bool TakeHex4(Json *json, unsigned *code) {
 bool TakeUnicode(Json *json, std::string *text) {
   unsigned code = 0, low = 0;
   if (!TakeHex4(json, &code)) return false;
-  if (code >= 0xd800 && code < 0xdc00 && json->rest.starts_with("\\u")) {
+  if (code >= 0xdc00 && code <= 0xdfff) return false;
+  if (code >= 0xd800 && code < 0xdc00) {
+    if (!json->rest.starts_with("\\u")) return false;
     json->rest.remove_prefix(2);
     if (!TakeHex4(json, &low) || low < 0xdc00 || low > 0xdfff) return false;
     code = 0x10000 + ((code - 0xd800) << 10) + (low - 0xdc00);
@@ -164,6 +178,14 @@ bool TakeString(Json *json, std::string *text) {
       return false;
   }
   return Take(json, '"');
+}
+
+// A word of JSON, or what begins as a number and has its characters.
+bool IsLiteral(std::string_view value) {
+  if (value == "true" || value == "false" || value == "null") return true;
+  constexpr std::string_view kFirst = "-0123456789";
+  return !value.empty() && kFirst.find(value.front()) != std::string_view::npos &&
+         value.find_first_not_of("-+.eE0123456789") == std::string_view::npos;
 }
 
 // A value of the field of that name: one, several, or those of an object with both names.
@@ -199,10 +221,11 @@ bool TakeValue(Json *json, const std::string &name) {
   } else {
     const std::size_t size = std::min(json->rest.find_first_of(",]} \t\r\n"), json->rest.size());
     value = json->rest.substr(0, size);
+    if (!IsLiteral(value)) return false;
     json->rest.remove_prefix(size);
-    if (value.empty()) return false;
     if (value == "null") return true;
   }
+  if (!IsName(name)) return false;
   json->document->append("\t").append(name).append("=");
   AppendValue(json->document, value);
   return true;
@@ -218,6 +241,7 @@ std::string Input_ReadJson(std::string_view line, std::string *document) {
 }
 
 std::string Input_Read(std::string_view text, std::vector<std::string> *documents) {
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
   if (text.starts_with('\t')) return ReadRaw(text, documents);
   const std::size_t first = text.find_first_not_of(" \t\r\n");
   if (first != std::string_view::npos && text[first] == '{') return ReadJsonLines(text, documents);

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "debug/log.h"
 #include "tools/common/tool.h"
@@ -58,6 +59,8 @@ std::string OutputName(const Command &command) {
 }
 
 int Assemble(const Command &command) {
+  if (command.listing && !command.output.empty())
+    Tool_Fail(EX_USAGE, "--listing writes no macro; leave -o out");
   const std::string output = command.listing ? "" : OutputName(command);
   AsmProgram program;
   Files_Assemble(command.files.front(), command.allow_undefined, &program);
@@ -69,31 +72,35 @@ int Assemble(const Command &command) {
 }
 
 int Disassemble(const Command &command) {
-  if (!command.output.empty())
-    Tool_Fail(EX_USAGE, "-o belongs to asm; dis writes to standard output");
-  if (command.allow_undefined)
-    Tool_Fail(EX_USAGE, "--allow-undefined belongs to asm; dis shows any op-code");
   Tool_Print(Asm_Disassemble(Files_Read(command.files.front(), kMacroLimit)));
   return EX_OK;
 }
 
-void TakeOutput(Command *command) {
-  command->output = optarg;
-  if (command->output.empty())
-    Tool_Fail(EX_USAGE, "-o takes the name of a file, not an empty text");
+// As a user writes it.
+std::string OptionName(int letter) {
+  for (const option &known : kOptions)
+    if (known.val == letter && letter != 'o') return std::string("--") + known.name;
+  return "-o";
+}
+
+std::string TakeName(int letter) {
+  if (*optarg == '\0')
+    Tool_Fail(EX_USAGE, "%s takes a name, not an empty text", OptionName(letter).c_str());
+  return optarg;
 }
 
 void TakeOption(Command *command, int letter) {
   Tool_TakeInfoOption(letter, kHelp);
+  command->given += static_cast<char>(letter);
   switch (letter) {
     case 'u': command->allow_undefined = true; return;
     case 'l': command->listing = true; return;
     case 't': command->trace = true; return;
     case 'w': command->html = true; return;
     case 'a': command->level = Tool_Number("--at", optarg, kInfo, kFatal); return;
-    case 'd': command->fetch = optarg; return;
-    case 'f': command->fields = optarg; return;
-    default: return TakeOutput(command);
+    case 'd': command->fetch = TakeName(letter); return;
+    case 'f': command->fields = TakeName(letter); return;
+    default: command->output = TakeName(letter); return;
   }
 }
 
@@ -109,13 +116,25 @@ Command ReadCommand(int argc, char **argv) {
 struct Verb {
   const char *word;
   int (*run)(const Command &command);
+  std::string_view options;  // their letters
   bool takes_documents;
 };
 
-constexpr Verb kVerbs[] = {{"asm", Assemble, false},
-                           {"dis", Disassemble, false},
-                           {"check", Command_Check, false},
-                           {"run", Command_Run, true}};
+constexpr Verb kVerbs[] = {{"asm", Assemble, "ulo", false},
+                           {"dis", Disassemble, "", false},
+                           {"check", Command_Check, "f", false},
+                           {"run", Command_Run, "adtw", true}};
+
+int Run(const Verb &verb, const Command &command) {
+  for (const char letter : command.given)
+    if (verb.options.find(letter) == std::string_view::npos)
+      Tool_Fail(EX_USAGE, "%s takes no %s", verb.word, OptionName(letter).c_str());
+  if (command.files.size() > 1 && !verb.takes_documents)
+    Tool_Fail(EX_USAGE, "%s takes one file", verb.word);
+  if (command.files.size() < 2 && verb.takes_documents)
+    Tool_Fail(EX_USAGE, "%s takes a macro and documents", verb.word);
+  return verb.run(command);
+}
 
 }  // namespace
 
@@ -126,14 +145,8 @@ int main(int argc, char **argv) {
     Tool_Fail(
         EX_USAGE,
         "takes a command and a file: asm FILE.ms, dis FILE.mo, check FILE or run FILE DOCUMENT");
-  for (const Verb &verb : kVerbs) {
-    if (command.word != verb.word) continue;
-    if (command.files.size() > 1 && !verb.takes_documents)
-      Tool_Fail(EX_USAGE, "%s takes one file", verb.word);
-    if (command.files.size() < 2 && verb.takes_documents)
-      Tool_Fail(EX_USAGE, "%s takes a macro and documents", verb.word);
-    return verb.run(command);
-  }
+  for (const Verb &verb : kVerbs)
+    if (command.word == verb.word) return Run(verb, command);
   Tool_Fail(EX_USAGE, "there is no command %s; asm, dis, check and run are all",
             command.word.c_str());
 }

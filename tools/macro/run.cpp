@@ -1,4 +1,5 @@
 // korvo-macro run: the page of documents, as the service would send it.
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -29,9 +30,11 @@ constexpr std::size_t kInputMost = 64 << 20;
 std::string page;  // so far
 
 void TakeFile(const std::string &path, std::vector<std::string> *documents) {
+  const std::size_t before = documents->size();
   const std::string wrong = Input_Read(Files_Read(path, kInputMost), documents);
   const char *name = Files_IsStandard(path) ? "standard input" : path.c_str();
   if (!wrong.empty()) Tool_Fail(EX_DATAERR, "%s:%s", name, wrong.c_str());
+  if (documents->size() == before) Tool_Fail(EX_DATAERR, "%s holds no document", name);
 }
 
 std::vector<std::string> ReadDocuments(const Command &command) {
@@ -52,6 +55,14 @@ std::vector<std::string> ReadDocuments(const Command &command) {
       Tool_Fail(EX_DATAERR, "a document has %zu bytes, and the service takes 40960",
                 document.size());
   return documents;
+}
+
+void CheckFolder(const std::string &folder) {
+  struct stat status = {};
+  if (folder.empty()) return;
+  if (stat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)) errno = ENOTDIR;
+  if (!S_ISDIR(status.st_mode))
+    Tool_Fail(EX_NOINPUT, "cannot open %s: %s", folder.c_str(), std::strerror(errno));
 }
 
 // A frame as it is sent: its first bytes, up to a zero; none if there is no such file.
@@ -126,6 +137,7 @@ int Command_Run(const Command &command) {
   const std::string base = macro.substr(0, macro.rfind('.'));
   const std::string code = Files_Code(macro, &program);
   const std::vector<std::string> documents = ReadDocuments(command);
+  CheckFolder(command.fetch);
   Page_FetchFrom(command.fetch);
   EngineLog_Start(command.level != 0 ? command.level : kWarning, TakeMessage);
   const int handle = OpenMacro(code);
