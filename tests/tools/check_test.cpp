@@ -257,6 +257,8 @@ TEST(Check, Fields_ThatAreWrong) {
       {"#: field\n", 1, "expected '#: script WORD...' or '#: field NAME ...'"},
       {"\n#: field A most=x\n", 2,
        "expected most=BYTES, times=LEAST-MOST or document=BYTES, found 'most=x'"},
+      {"#: field A most=4 document=9\n", 1,
+       "expected most=5 or more of a field that names a document, in three words"},
       {"#: field A times=2-1\n", 1,
        "expected most=BYTES, times=LEAST-MOST or document=BYTES, found 'times=2-1'"},
   };

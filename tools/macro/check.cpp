@@ -1,73 +1,17 @@
 #include "tools/macro/check.h"
 
 #include <algorithm>
-#include <map>
-#include <set>
 #include <utility>
 
-#include "macro/ops.h"
 #include "protocol/cmd_hdr.h"
 #include "tools/common/tool.h"
-#include "tools/macro/decode.h"
+#include "tools/macro/pass.h"
 #include "tools/macro/witness.h"
 
 namespace {
 
 constexpr std::size_t kFindingsMost = 100;  // of a weight
 constexpr std::size_t kPageMost = kMessageSize;
-
-// Where the cursor may stand: on a place, which the document has then, or behind the place before
-// it and in front of it.  The number of places stands for what is behind all of them.
-struct Spot {
-  std::size_t place = 0;
-  bool on = false;
-  bool operator<(const Spot &other) const {
-    return place != other.place ? place < other.place : !on && other.on;
-  }
-};
-using Spots = std::set<Spot>;
-
-struct Register {
-  bool written = false;
-  Spots cursor = {Spot{}};
-};
-
-struct Output {
-  std::size_t least = 0;            // bytes of texts
-  std::size_t fixed = 0;            // bytes whatever the document, at most
-  std::size_t copies = 0;           // of the whole document
-  std::vector<std::size_t> values;  // how often each place is written
-  std::set<std::size_t> certain;    // those that every run has written
-  bool something = false;           // for every document
-  bool full = false;                // found already
-};
-
-struct Pass {
-  std::string_view code;
-  Documents documents;            // whatever a run that comes so far may have
-  std::set<std::size_t> fetched;  // places that a fetch has found
-  std::map<std::string, std::vector<std::size_t>, std::less<>> named;  // the places of a name
-  Instruction at;
-  Spots cursor = {Spot{}};
-  std::vector<Spots> stack;
-  Register registers[kMacroRegisters];
-  Output output;
-  std::size_t inserted = 0;  // bytes, at most
-  bool has_markup = false;
-  bool ends = false;  // for certain
-  std::vector<Finding> findings;
-  std::size_t faults = 0;
-  std::size_t costs = 0;
-};
-
-// The first of each weight are enough to go on with.
-void Find(Pass *pass, Fault fault, std::string what) {
-  const Finding finding = {pass->at.offset, fault, std::move(what)};
-  std::size_t &count = Check_IsFault(finding) ? pass->faults : pass->costs;
-  if (count++ < kFindingsMost) pass->findings.push_back(finding);
-}
-
-std::size_t Count(const Pass &pass) { return pass.documents.places.size(); }
 
 // The most that the values add, where a document has only so much room: what is written most often
 // takes it first.
@@ -102,13 +46,13 @@ void CheckOutput(Pass *pass) {
   if (output.full) return;
   const std::size_t fixed = output.fixed + output.copies * Documents_Longest(pass->documents);
   std::size_t most = fixed;
-  for (std::size_t i = 0; i < Count(*pass); ++i)
+  for (std::size_t i = 0; i < Pass_Count(*pass); ++i)
     most += output.values[i] * std::min(pass->documents.places[i].most, kValueMost + 1);
   if (most > kPageMost) most = fixed + MostOfValues(*pass);
   if (most <= kPageMost) return;
   output.full = true;
-  Find(pass, Fault::kOutput,
-       Tool_Format("the output can reach %zu bytes, and a page takes 40960", most));
+  Pass_Find(pass, Fault::kOutput,
+            Tool_Format("the output can reach %zu bytes, and a page takes 40960", most));
 }
 
 void AddFixed(Pass *pass, std::size_t size) {
@@ -123,129 +67,10 @@ void Text(Pass *pass) {
   pass->ends |= pass->output.least > kPageMost;
 }
 
-// The field of a look-up.
-struct Wanted {
-  std::string_view name;
-  std::size_t skip;
-  const std::vector<std::size_t> *places;  // null: no document has it
-};
-
-// What a look-up finds, for every document at once.
-struct Found {
-  std::set<std::size_t> places;
-  bool may_miss = false;
-  bool inserted = false;  // perhaps a field of what was inserted
-};
-
-bool IsCertain(const Found &found) {
-  return !found.may_miss && !found.inserted && found.places.size() == 1;
-}
-
-// The place skip matches behind the first one at or behind the spot: of those that a document may
-// have, or of those that it has.  The number of places if there is none.
-std::size_t PlaceFrom(const Pass &pass, const Wanted &wanted, Spot from, bool has) {
-  std::size_t skip = wanted.skip;
-  auto at = std::lower_bound(wanted.places->begin(), wanted.places->end(), from.place);
-  for (; at != wanted.places->end(); ++at) {
-    const bool is_there = pass.documents.places[*at].always || (from.on && from.place == *at);
-    if ((is_there || !has) && skip-- == 0) return *at;
-  }
-  return Count(pass);
-}
-
-std::string NameShown(std::string_view name) {
-  return Tool_Format("'%s'", Check_Show(name.substr(0, 64)).c_str());
-}
-
-void FindMissing(Pass *pass, const Wanted &wanted) {
-  const std::string shown = NameShown(wanted.name);
-  if (wanted.skip > 0)
-    Find(
-        pass, Fault::kLacks,
-        Tool_Format("there may be fewer than %zu of %s from there on, and each time that is logged",
-                    wanted.skip + 1, shown.c_str()));
-  else if (PlaceFrom(*pass, wanted, {}, true) < Count(*pass))
-    Find(
-        pass, Fault::kOrder,
-        "looks for " + shown +
-            " where the cursor may stand behind it, and each time that is logged and the document read again");
-  else
-    Find(pass, Fault::kLacks, "a document may lack " + shown + ", and each time that is logged");
-}
-
-void AddPlaces(const Wanted &wanted, std::size_t first, std::size_t last, Found *found) {
-  auto at = std::lower_bound(wanted.places->begin(), wanted.places->end(), first);
-  for (; at != wanted.places->end() && *at <= last; ++at) found->places.insert(*at);
-}
-
-// Where a look-up that does not go forward to its field in every document may come to.
-void LookAround(const Pass &pass, const Wanted &wanted, Spot from, Found *found) {
-  const std::size_t count = Count(pass), back = wanted.places->back();
-  const Wanted first = {wanted.name, 0, wanted.places};
-  AddPlaces(wanted, PlaceFrom(pass, wanted, from, false), back, found);
-  // Further matches are not looked for around the end.
-  found->may_miss |= wanted.skip > 0 && PlaceFrom(pass, first, from, false) < count;
-  if (PlaceFrom(pass, first, from, true) < count) return;
-  const std::size_t last = PlaceFrom(pass, wanted, {}, true);
-  AddPlaces(wanted, PlaceFrom(pass, wanted, {}, false), std::min(last, back), found);
-  found->may_miss |= last == count;
-}
-
-void FindUnknown(Pass *pass, std::string_view name) {
-  if (name.size() + 2 > kPatternMost)
-    return Find(pass, Fault::kUnknown,
-                "a name of more than 1022 bytes is never found, and each time that is logged");
-  Find(pass, Fault::kUnknown,
-       "no document has " + NameShown(name) + ", and each time that is logged");
-}
-
-Wanted WantedOf(const Pass &pass) {
-  const std::string_view name = Decode_Name(pass.at.text);
-  const auto known = pass.named.find(name);
-  const bool is_known = known != pass.named.end() && name.size() + 2 <= kPatternMost;
-  return {name, Decode_Skip(pass.at), is_known ? &known->second : nullptr};
-}
-
-// Moves the cursor as a look-up does, and says what it may find.
-Found LookUp(Pass *pass) {
-  const Wanted wanted = WantedOf(*pass);
-  if (wanted.places == nullptr) {
-    FindUnknown(pass, wanted.name);
-    // What was inserted may have the name.
-    const bool is_inserted = pass->inserted > 0;
-    if (is_inserted) pass->cursor.insert({Count(*pass), false});
-    return {{}, true, is_inserted};
-  }
-  Found found;
-  Spots cursor;
-  bool is_sure = true;
-  for (const Spot &spot : pass->cursor) {
-    Found here;
-    const std::size_t has = PlaceFrom(*pass, wanted, spot, true);
-    if (has < Count(*pass)) {
-      AddPlaces(wanted, PlaceFrom(*pass, wanted, spot, false), has, &here);
-    } else {
-      LookAround(*pass, wanted, spot, &here);
-      if (is_sure) FindMissing(pass, wanted);
-      is_sure = false;
-      // What was inserted may have the name, and not as often.
-      found.inserted |= pass->inserted > 0;
-      here.may_miss |= pass->inserted > 0 && wanted.skip > 0;
-    }
-    if (here.may_miss) cursor.insert(spot);
-    found.may_miss |= here.may_miss;
-    found.places.insert(here.places.begin(), here.places.end());
-  }
-  for (const std::size_t place : found.places) cursor.insert({place, true});
-  if (found.inserted) cursor.insert({Count(*pass), false});
-  pass->cursor = cursor;
-  return found;
-}
-
 void FindHtml(Pass *pass) {
   if (!pass->has_markup || pass->documents.html) return;
   pass->has_markup = false;  // said once
-  Find(
+  Pass_Find(
       pass, Fault::kHtml,
       "what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html");
 }
@@ -268,10 +93,10 @@ std::size_t MostOf(Pass *pass, const Found &found) {
   for (const std::size_t place : found.places)
     most = std::max(most, pass->documents.places[place].most);
   if (most > kValueMost)
-    Find(pass, Fault::kValue,
-         Tool_Format(
-             "a value can have %zu bytes; more than 4095 are cut at 4096, and that is logged",
-             most));
+    Pass_Find(pass, Fault::kValue,
+              Tool_Format(
+                  "a value can have %zu bytes; more than 4095 are cut at 4096, and that is logged",
+                  most));
   return most;
 }
 
@@ -281,17 +106,17 @@ bool Refer(const Pass &pass, const Found &found) {
 }
 
 void Value(Pass *pass) {
-  const Found found = LookUp(pass);
+  const Found found = Pass_LookUp(pass);
   if (found.places.empty() && !found.inserted) return;
   FindHtml(pass);
-  if (IsCertain(found)) pass->output.certain.insert(*found.places.begin());
+  if (Found_IsCertain(found)) pass->output.certain.insert(*found.places.begin());
   pass->output.something |=
       !found.may_miss && !found.inserted && Refer(*pass, found);  // three words are something
   AddValue(pass, found, MostOf(pass, found));
 }
 
 void Number(Pass *pass) {
-  const Found found = LookUp(pass);
+  const Found found = Pass_LookUp(pass);
   if (found.places.empty() && !found.inserted) return;
   MostOf(pass, found);
   pass->output.fixed += 4;
@@ -324,17 +149,17 @@ std::size_t Brings(Pass *pass, const Found &found) {
     brings = std::max(brings, place.refers ? place.brings : kDocumentMost);  // nobody has said less
   }
   if (!Refer(*pass, found) || found.inserted)
-    Find(
+    Pass_Find(
         pass, Fault::kWords,
-        "a value of " + NameShown(Decode_Name(pass->at.text)) +
+        "a value of " + Pass_NameShown(Decode_Name(pass->at.text)) +
             " may have fewer than the three words of a document's name, which ends the page with an error line");
   return brings;
 }
 
 void FindFetchLacks(Pass *pass) {
-  Find(pass, Fault::kFetchLacks,
-       "a document may lack " + NameShown(Decode_Name(pass->at.text)) +
-           ", and then the name of the macro is run as code");
+  Pass_Find(pass, Fault::kFetchLacks,
+            "a document may lack " + Pass_NameShown(Decode_Name(pass->at.text)) +
+                ", and then the name of the macro is run as code");
 }
 
 bool IsFetched(const Pass &pass, const Found &found) {
@@ -343,7 +168,7 @@ bool IsFetched(const Pass &pass, const Found &found) {
 }
 
 void Fetch(Pass *pass) {
-  const Found found = LookUp(pass);
+  const Found found = Pass_LookUp(pass);
   const bool is_told = pass->documents.given || IsFetched(*pass, found);
   if (found.may_miss || !is_told) FindFetchLacks(pass);
   if (found.places.empty() && !found.inserted) {
@@ -359,7 +184,7 @@ void Fetch(Pass *pass) {
     Keep(pass, number, brings);
   }
   if (refers)  // otherwise the page does not come so far
-    Find(
+    Pass_Find(
         pass, Fault::kFetchSlots,
         "each document of a page takes one of the 20 places for macros, and from the twentieth on that is logged");
   FindHtml(pass);
@@ -367,28 +192,29 @@ void Fetch(Pass *pass) {
 }
 
 void Insert(Pass *pass) {
-  const Found found = LookUp(pass);
+  const Found found = Pass_LookUp(pass);
   if (found.places.empty() && !found.inserted) return;
-  Find(pass, Fault::kInsertLine, "an insert leaves a line in the log for each document");
+  Pass_Find(pass, Fault::kInsertLine, "an insert leaves a line in the log for each document");
   const std::size_t brings = Brings(pass, found);
-  if (IsCertain(found)) Keep(pass, *found.places.begin(), brings);
+  if (Found_IsCertain(found)) Keep(pass, *found.places.begin(), brings);
   pass->inserted += std::max<std::size_t>(brings, 1);
   const std::size_t longest = Documents_Longest(pass->documents) + pass->inserted;
   if (longest > kInsertMost)
-    Find(pass, Fault::kInsertRoom,
-         Tool_Format("a document with what is inserted can reach %zu bytes, and is cut at 39000",
-                     longest));
+    Pass_Find(
+        pass, Fault::kInsertRoom,
+        Tool_Format("a document with what is inserted can reach %zu bytes, and is cut at 39000",
+                    longest));
 }
 
 void Push(Pass *pass) {
   if (pass->stack.size() < kMacroStack) return pass->stack.push_back(pass->cursor);
-  Find(pass, Fault::kStackFull, "pushes an eleventh cursor, and the stack holds 10");
+  Pass_Find(pass, Fault::kStackFull, "pushes an eleventh cursor, and the stack holds 10");
   pass->ends = true;
 }
 
 void Pop(Pass *pass) {
   if (pass->stack.empty()) {
-    Find(pass, Fault::kStackEmpty, "pops a cursor off an empty stack");
+    Pass_Find(pass, Fault::kStackEmpty, "pops a cursor off an empty stack");
     pass->ends = true;
     return;
   }
@@ -400,7 +226,7 @@ void Restore(Pass *pass) {
   const Register &from = pass->registers[pass->at.number];
   pass->cursor = from.cursor;  // of one that is not written, the start
   if (from.written) return;
-  Find(
+  Pass_Find(
       pass, Fault::kRegister,
       Tool_Format(
           "reads register %d before it is written: the first document of a page has nothing there, and a later one a place of the one before",
@@ -443,7 +269,7 @@ void Step(Pass *pass) {
     case kOpPop: return Pop(pass);
     case kOpSave: pass->registers[pass->at.number] = {true, pass->cursor}; return;
     case kOpRestore: return Restore(pass);
-    case kOpFind: LookUp(pass); return;
+    case kOpFind: Pass_LookUp(pass); return;
     case kOpFetch: return Fetch(pass);
     default: return Insert(pass);
   }
@@ -461,13 +287,14 @@ const char *BeyondText(int op) {
 void Refuse(Pass *pass, Decoding decoding) {
   pass->ends = true;
   if (decoding == Decoding::kUndefined)
-    return Find(pass, Fault::kUndefined,
-                Tool_Format("there is no op-code %d, and a run repeats it for ever", pass->at.op));
-  if (decoding == Decoding::kCut && Decode_IsFetch(pass->at) && LookUp(pass).places.empty())
+    return Pass_Find(
+        pass, Fault::kUndefined,
+        Tool_Format("there is no op-code %d, and a run repeats it for ever", pass->at.op));
+  if (decoding == Decoding::kCut && Decode_IsFetch(pass->at) && Pass_LookUp(pass).places.empty())
     return FindFetchLacks(pass);
   if (decoding == Decoding::kCut)
-    return Find(pass, Fault::kCut, "an operand runs past the end of the macro");
-  Find(pass, Fault::kBeyond, BeyondText(pass->at.op));
+    return Pass_Find(pass, Fault::kCut, "an operand runs past the end of the macro");
+  Pass_Find(pass, Fault::kBeyond, BeyondText(pass->at.op));
 }
 
 // Whether a text begins a tag, which only HTML has.
@@ -500,6 +327,12 @@ void Walk(Pass *pass) {
 
 }  // namespace
 
+void Pass_Find(Pass *pass, Fault fault, std::string what) {
+  const Finding finding = {pass->at.offset, fault, std::move(what)};
+  std::size_t &count = Check_IsFault(finding) ? pass->faults : pass->costs;
+  if (count++ < kFindingsMost) pass->findings.push_back(finding);
+}
+
 std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents) {
   Pass pass = {};
   pass.code = code;
@@ -510,7 +343,7 @@ std::vector<Finding> Check_Macro(std::string_view code, const Documents &documen
   pass.has_markup = CodeHasMarkup(code);
   Walk(&pass);
   if (!pass.ends && !pass.output.something)
-    Find(
+    Pass_Find(
         &pass, Fault::kNothing,
         "nothing may be written for a document, which ends the page there without a line; begin with a text");
   Witness_Find(code, documents, &pass.findings);
