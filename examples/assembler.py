@@ -98,7 +98,7 @@ class Assembler:
                 self.code += self.number(value, LIMITS[kind]).to_bytes(4, "little")
             else:
                 data = self.text(value).encode("latin-1")
-                most = 255 if kind == "s" else 0xFFFFFFFF if name == "text32" else 4095
+                most = 255 if kind == "s" else 40960 if name == "text32" else 4095
                 if len(data) > most:
                     raise Fault("a text of more than %d bytes" % most)
                 self.code += len(data).to_bytes(1 if kind == "s" else 4, "little") + data

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """scripts/syntax.py [--check]   makes the files by which editors colour the sources of macros
 
-The words are those of the assembler's table, tools/macro/form.cpp, and of the language around them, tools/macro/assemble.cpp.
+The words are those of the assembler's table, tools/macro/form.cpp, and of the language around them, tools/macro/assemble.cpp and block.cpp.
 With --check nothing is written: the status is 1 where a file is not what these make of it.
 """
 import json
@@ -16,7 +16,7 @@ FOLDER = ROOT / 'docs/examples/macro'
 def words():
     """(instructions, words of the language), each in the order of its source."""
     form = (ROOT / 'tools/macro/form.cpp').read_text(encoding='utf-8')
-    language = (ROOT / 'tools/macro/assemble.cpp').read_text(encoding='utf-8')
+    language = ''.join((ROOT / 'tools/macro' / name).read_text(encoding='utf-8') for name in ('assemble.cpp', 'block.cpp'))
     instructions = re.findall(r'^ *\{"([a-z0-9-]+)", kOp', form, re.M)
     others = re.findall(r'word == "([a-z-]+)"', language) + re.findall(r'TakeUpTo\(assembly, "([a-z-]+)"', language)
     others = [word for word in dict.fromkeys(others) if word != 'if-field']  # which is refused

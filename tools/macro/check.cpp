@@ -135,7 +135,7 @@ void Document(Pass *pass) {
 // A run that goes on has had three words in that place.
 void Keep(Pass *pass, std::size_t number, std::size_t brings) {
   Place &place = pass->documents.places[number];
-  pass->output.something |= pass->output.certain.count(number) > 0;
+  pass->output.something |= pass->output.certain.contains(number);
   place.refers = true;
   place.brings = brings;
 }

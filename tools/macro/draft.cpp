@@ -223,7 +223,7 @@ Documents Draft_Referring(std::string_view code, Documents documents) {
     if (is_cut || at.op == kOpEnd) break;
   }
   for (Place &place : documents.places)
-    if (names.count(place.name) == 1 && place.most >= kReferenceLeast && !place.refers) {
+    if (names.contains(place.name) && place.most >= kReferenceLeast && !place.refers) {
       place.refers = true;
       place.told = false;
       place.brings = kDocumentMost;  // nobody has said less

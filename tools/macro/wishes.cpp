@@ -102,7 +102,7 @@ Wishes WishesOf(std::string_view code) {
     Move(at, &cursor, &stack, registers);
     const std::string name(Decode_Name(at.text));
     if (Decode_LooksUp(at.op) && IsName(name) &&
-        (wishes.frame < kFrameMost || wishes.known.count(name) == 1))
+        (wishes.frame < kFrameMost || wishes.known.contains(name)))
       cursor = Look(&wishes, cursor, name, Decode_Skip(at));
   }
   return wishes;
