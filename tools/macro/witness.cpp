@@ -110,5 +110,7 @@ void Witness_Find(std::string_view code, const Documents &documents,
   Look(code, documents, findings, &work);
   // Behind a fetch or an insert a run comes alone where the value names a document.
   const Documents referring = Draft_Referring(code, documents);
+  const auto is_told = [](const Place &place) { return place.told; };
+  if (std::all_of(referring.places.begin(), referring.places.end(), is_told)) return;
   Look(code, referring, findings, &work);
 }
