@@ -35,7 +35,7 @@ struct Search {
   std::vector<Finding> *findings;
   std::vector<std::string> names;
   std::size_t instructions;
-  std::size_t *work;  // that is left
+  std::size_t work;  // that is left
   Draft best = {};
   std::pair<std::size_t, std::size_t> reached = {};  // an instruction, and bytes of output
 };
@@ -64,11 +64,11 @@ bool IsAllShown(const std::vector<Finding> &findings) {
 
 // Tries a document, as long as there is time.
 void Try(const Draft &draft, Search *search) {
-  if (*search->work == 0 || IsAllShown(*search->findings)) return;
+  if (search->work == 0 || IsAllShown(*search->findings)) return;
   const Witness witness = {Draft_Written(*search->documents, draft), 1, draft.fetched};
   if (witness.document.size() > kMessageSize) return;
   const std::size_t steps = search->instructions * (witness.document.size() / 64 + 1);
-  *search->work -= std::min(*search->work, steps);
+  search->work -= std::min(search->work, steps);
   const ModelRun run = Model_Run(search->code, witness.document, witness.fetched);
   for (Finding &finding : *search->findings) {
     if (finding.shown || !Model_Shows(run, finding)) continue;
@@ -90,15 +90,16 @@ std::size_t InstructionsIn(std::string_view code) {
   return count;
 }
 
-// The drafts, and then some by chance.
-void Look(std::string_view code, const Documents &documents, std::vector<Finding> *findings,
-          std::size_t *work) {
+// The drafts, and then some by chance; returns what is left of the work.
+std::size_t Look(std::string_view code, const Documents &documents, std::vector<Finding> *findings,
+                 std::size_t work) {
   Search search = {code, &documents, findings, Draft_Names(code), InstructionsIn(code), work};
   for (const Draft &draft : Draft_Simple(code, documents)) Try(draft, &search);
-  if (IsAllShown(*findings)) return;
+  if (IsAllShown(*findings)) return search.work;
   for (const Draft &draft : Draft_Aimed(code, documents, *findings)) Try(draft, &search);
   for (std::uint32_t number = 1; number <= kChances && !IsAllShown(*findings); ++number)
     Try(Chance(search, number), &search);
+  return search.work;
 }
 
 }  // namespace
@@ -106,11 +107,10 @@ void Look(std::string_view code, const Documents &documents, std::vector<Finding
 void Witness_Find(std::string_view code, const Documents &documents,
                   std::vector<Finding> *findings) {
   if (findings->empty()) return;
-  std::size_t work = kWorkMost;
-  Look(code, documents, findings, &work);
+  const std::size_t left = Look(code, documents, findings, kWorkMost);
   // Behind a fetch or an insert a run comes alone where the value names a document.
   const Documents referring = Draft_Referring(code, documents);
   const auto is_told = [](const Place &place) { return place.told; };
   if (std::all_of(referring.places.begin(), referring.places.end(), is_told)) return;
-  Look(code, referring, findings, &work);
+  Look(code, referring, findings, left);
 }
