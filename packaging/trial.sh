@@ -82,7 +82,6 @@ start() { # start UNIT...: at the same time, as systemd does it
   local unit command MAINPID
   for unit; do
     view "$unit"
-    run "$unit" ExecStartPre
     read -r command < <(lines "$unit" ExecStart)
     (eval "exec $as_korvo setsid $command" >>$log 2>&1 </dev/null) &
     pids[$unit]=$!
@@ -185,7 +184,15 @@ held() {
 is_stopping() { [ "$(systemctl show -P ActiveState "$1")" = deactivating ]; }
 is_running() { [ "$(systemctl show -P ActiveState "$1")" = active ]; }
 is_gone() { ! systemctl is-active --quiet "$1"; }
-is_refused() { systemctl is-failed --quiet "$1"; }
+
+# check_refused UNIT REASON: it does not start, nor again and again, and its status has the reason.
+check_refused() {
+  local status
+  ! systemctl restart "$1" 2>>$log || fail "$1 starts with a wrong configuration"
+  [ "$(systemctl show -P SubState -P NRestarts "$1" | paste -sd ' ')" = 'failed 0' ] || fail "$1 goes on trying to start"
+  status=$(systemctl status --full --no-pager "$1" || true)
+  grep -q "$2" <<<"$status" || fail "systemctl status $1 does not say why: $status"
+}
 
 booted() {
   local unit
@@ -220,12 +227,13 @@ booted() {
   step 'a wrong configuration is refused with its reason'
   cp /etc/korvo/korvo.conf /etc/korvo/korvo.conf.right
   sed -i 's/^web1.*/web1 C 127.0.0.1 8001 99999 -/' /etc/korvo/korvo.conf
-  systemctl restart korvo-commmgr@web1.service 2>>$log || true
-  await is_refused korvo-commmgr@web1.service
-  grep -q 'korvo.conf:[0-9]*: ADMINPORT 99999' < <(journalctl -u korvo-commmgr@web1.service) || fail 'the journal names no line of korvo.conf'
+  check_refused korvo-commmgr@web1.service 'korvo.conf:[0-9]*: ADMINPORT 99999'
+  cp /etc/korvo/korvo-web.conf /etc/korvo/korvo-web.conf.right
+  echo 'listen-port high' >>/etc/korvo/korvo-web.conf
+  check_refused korvo-web.service 'korvo-web.conf:[0-9]*: '
+  mv /etc/korvo/korvo-web.conf.right /etc/korvo/korvo-web.conf
   mv /etc/korvo/korvo.conf.right /etc/korvo/korvo.conf
-  systemctl reset-failed
-  systemctl restart korvo.target
+  systemctl restart korvo.target korvo-web
   await all_answer
 
   step 'the backends go while the daemon runs, and then all of it'
