@@ -189,7 +189,7 @@ is_gone() { ! systemctl is-active --quiet "$1"; }
 check_refused() {
   local status
   ! systemctl restart "$1" 2>>$log || fail "$1 starts with a wrong configuration"
-  [ "$(systemctl show -P SubState -P NRestarts "$1" | paste -sd ' ')" = 'failed 0' ] || fail "$1 goes on trying to start"
+  [ "$(systemctl show -P NRestarts -P SubState "$1" | paste -sd ' ')" = '0 failed' ] || fail "$1 goes on trying to start"
   status=$(systemctl status --full --no-pager "$1" || true)
   grep -q "$2" <<<"$status" || fail "systemctl status $1 does not say why: $status"
 }
