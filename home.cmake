@@ -12,7 +12,7 @@ endif()
 # Packages put what people edit, and what the tools read, in the system's own folders; the daemon and those behind it are
 # given theirs by the units.
 set(KORVO_CONF "" CACHE STRING "Where korvoctl and korvo-web look for their configuration, if not in etc/ of KORVO_HOME")
-set(KORVO_SHARE "" CACHE STRING "Where they look for messages and pages, if not in share/korvo of KORVO_HOME")
+set(KORVO_SHARE "" CACHE STRING "Where they look for messages, pages and macros, if not in share/korvo of KORVO_HOME")
 # A prefix that nobody chose follows KORVO_HOME, also when that changes.
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT OR CMAKE_INSTALL_PREFIX STREQUAL "${KORVO_PREFIX}")
   set(CMAKE_INSTALL_PREFIX ${KORVO_HOME} CACHE PATH "KORVO_HOME" FORCE)
@@ -28,6 +28,7 @@ if(NOT "${KORVO_HOME}${KORVO_CONF}${KORVO_SHARE}" STREQUAL KORVO_USUAL_HOME)
     endif()
     if(KORVO_SHARE AND header MATCHES "places.h$")
       string(REPLACE ${KORVO_USUAL_HOME}/share/korvo ${KORVO_SHARE} text "${text}")
+      string(REPLACE ${KORVO_USUAL_HOME}/lib ${KORVO_SHARE} text "${text}")  # shown there to the daemon by its unit
     endif()
     string(REPLACE ${KORVO_USUAL_HOME} ${KORVO_HOME} text "${text}")
     file(CONFIGURE OUTPUT home/${header} CONTENT "${text}" @ONLY)

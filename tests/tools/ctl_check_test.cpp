@@ -95,6 +95,50 @@ TEST(CtlCheck, Lines_AreReadAsTheProgramsReadThem) {
              78);
 }
 
+// A program takes the text up to a NUL for the line.
+TEST(CtlCheck, NulCharacters_HideWhatIsBehindThem) {
+  const std::string nul(1, '\0');
+  ExpectConf("web1 C 192.0.2.77 1 2 -" + nul + "x\n#" + nul + "\n",
+             "korvo.conf:1: holds a NUL character, and the programs do not see what is behind it; "
+             "delete it\n"
+             "korvo.conf:2: holds a NUL character, and the programs do not see what is behind it; "
+             "delete it\n",
+             1);
+  ExpectConf("web1 C 192.0.2.77" + nul + " 1 2 -\n",
+             "korvo.conf:1: holds a NUL character, and the programs do not see what is behind it; "
+             "delete it\n"
+             "korvo.conf:1: has 3 of the 6 words ID TYPE IP CLIENTPORT ADMINPORT PARENTID; add the "
+             "rest\n",
+             78);
+  ExpectConf("#" + std::string(3000, '\0') + "\nweb1 X 192.0.2.77 1 2 -\n",
+             "korvo.conf:1: is longer than 1023 characters, and the rest is read as another line; "
+             "shorten it\n"
+             "korvo.conf:1: holds a NUL character, and the programs do not see what is behind it; "
+             "delete it\n"
+             "korvo.conf:2: TYPE X is none of C, S, D and E; take one of them\n",
+             78);
+}
+
+TEST(CtlCheck, LongLine_IsNamedOnceForEachFault) {
+  ExpectConf(std::string(1000000, 'x') + "\n",
+             "korvo.conf:1: is longer than 1023 characters, and the rest is read as another line; "
+             "shorten it\n"
+             "korvo.conf:1: ID is longer than 63 characters and is cut; shorten it\n"
+             "korvo.conf:1: has 1 of the 6 words ID TYPE IP CLIENTPORT ADMINPORT PARENTID; add "
+             "the rest\n",
+             78);
+}
+
+TEST(CtlCheck, Ids_AreThoseOfUnits) {
+  for (const std::string id : {"a/b", "%i", "caf\xc3\xa9", "a\\b"})
+    ExpectConf(id + " C 192.0.2.77 1 2 -\n",
+               "korvo.conf:1: ID " + id +
+                   " can be in no name of a unit, and korvo.target does not start it; make it of "
+                   "letters, digits and : _ . - alone\n",
+               1);
+  ExpectConf("Aa0:_.-b C 192.0.2.77 1 2 -\n", "", 0);
+}
+
 TEST(CtlCheck, Addresses_AreSomebodys) {
   ExpectConf("a C here 1 2 -\nb C 0.0.0.0 1 2 -\nc C 192.77 1 2 -\n",
              "korvo.conf:1: IP here is no address to listen on; take an IPv4 address of the "
@@ -163,9 +207,7 @@ TEST(CtlCheck, Databases_AreThereAndCanBeRead) {
       "SEARCHLOC DOCLOC\n",
       1);
   ExpectFound(tree, "notes n -\n",
-              "korvo.db:1: has 3 of the 4 words ID DBNAME SEARCHLOC DOCLOC; add the rest\n"
-              "korvo.db:1: has 3 of the 4 words ID DBNAME SEARCHLOC DOCLOC; add the rest\n",
-              1);
+              "korvo.db:1: has 3 of the 4 words ID DBNAME SEARCHLOC DOCLOC; add the rest\n", 1);
   ExpectFound(tree, "notes n - -\n",
               "korvo.db:1: notes:S has neither a database nor an engine, and finds nothing; name a "
               "database, or add an engine\n"
@@ -242,6 +284,26 @@ TEST(CtlCheck, Frames_AreNotCut) {
   empty.Write("korvo.conf", "");
   ExpectRefused({KORVOCTL, "check", "--dir", empty.Path(), "--macros", "/none"}, 66,
                 "cannot read /none: No such file or directory");
+}
+
+// As README.Debian has them.
+TEST(CtlCheck, MacrosBesideTheConfiguration_AreLookedAt) {
+  const Folder folder;
+  folder.Write("korvo.conf", Away(kWeb));
+  folder.Write("korvo.db", "");
+  std::filesystem::create_directory(folder.Path() + "/macros");
+  const std::string tail = folder.Write("macros/long.tail", std::string(10239, 'x'));
+  const std::string found =
+      tail + ":1: has 10239 characters, of which the first 10238 are sent; shorten it\n";
+  const Outcome all = RunTool({KORVOCTL, "check", "--dir", folder.Path()});
+  EXPECT_EQ(found, all.output);
+  EXPECT_EQ(1, all.status);
+  // Not at a start.
+  EXPECT_EQ(std::string::npos,
+            RunTool({KORVOCTL, "check", "web1", "--dir", folder.Path()}).output.find("10239"));
+  const Folder other;
+  EXPECT_EQ("",
+            RunTool({KORVOCTL, "check", "--dir", folder.Path(), "--macros", other.Path()}).output);
 }
 
 TEST(CtlCheck, Macros_HaveNoFault) {

@@ -92,6 +92,20 @@ TEST_F(CtlLog, Count_IsByKind) {
       Log({many, "--count", "--explain", "--pid", "11"}).output);
 }
 
+// That of korvo-web has a line a request.
+TEST_F(CtlLog, LinesWithoutAHeader_AreMessages) {
+  const std::string lines = folder.Write("lines", "{\"status\": 200}\n{\"status\": 404}\nother\n");
+  EXPECT_EQ("      2  {\"status\": N}\n      1  other\n", Log({lines, "--count"}).output);
+  Tool tool({KORVOCTL, "log", lines, "--follow"});
+  EXPECT_TRUE(Eventually([&] {
+    return tool.Output() == "{\"status\": 200}\n{\"status\": 404}\nother\n";
+  })) << tool.Output();
+  tool.Signal(SIGTERM);
+  tool.Wait();
+  ExpectRefused({KORVOCTL, "log", lines, "--count", "--follow"}, 64,
+                "--count needs the end of a log, and --follow never comes to one");
+}
+
 TEST_F(CtlLog, Follow_GoesOnWithWhatComes) {
   const std::string live = folder.Write("live", kFull);
   Tool tool({KORVOCTL, "log", live, "--follow", "--messages", messages});

@@ -171,6 +171,31 @@ TEST(CtlProcess, Status_OfOneThatIsDownSaysWhatIsKnown) {
       json.Output());
 }
 
+// One that comes again and again stands for itself once; what clients made of it moves no cursor.
+TEST(CtlProcess, Status_ShowsEachMessageOnce) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Instead instead;
+  std::string log = LogEntry("[Init: ReadConf] Unable to open 'a': errno = 1");
+  for (int i = 0; i < 5; ++i)
+    log += LogEntry("[Init: ReadConf] Unable to open '\x1b[2J': errno = 2");
+  instead.Add("systemctl", "echo LoadState=loaded; echo ActiveState=failed\n");
+  instead.Add("journalctl", "cat " + instead.folder.Write("log", log) + "\n");
+  Tool status(
+      site.Ctl({"status", "web1", "--messages", instead.folder.Write("messages", kMessages)}),
+      instead.Prepare());
+  EXPECT_EQ(69, status.Status());
+  EXPECT_EQ(
+      site.Place(web) +
+          ": Connection refused\n"
+          "  unit korvo-commmgr@web1.service: ActiveState=failed\n"
+          "  log, Sun Nov 22 01:02:03 2026: [Init: ReadConf] Unable to open 'a': errno = 1\n"
+          "    remedy: Put it there.\n"
+          "  log, Sun Nov 22 01:02:03 2026: [Init: ReadConf] Unable to open '?[2J': errno = 2\n"
+          "    remedy: Put it there.\n",
+      status.Output());
+}
+
 // The unit is none of systemd's, and the journal is not asked.
 TEST(CtlProcess, Status_OfOneWithoutAUnitLeavesTheJournalAlone) {
   Site site;
@@ -347,7 +372,7 @@ TEST(CtlProcess, Ending_IsForOneProgramOfThisMachine) {
 }
 
 // A unit is known by the control group of its processes.
-TEST(CtlProcess, Restart_HasSystemdDoIt) {
+TEST(CtlProcess, Ending_IsSystemdsWhenAUnitRunsTheProgram) {
   namespace fs = std::filesystem;
   fs::path groups = "/sys/fs/cgroup";
   if (fs::exists(groups / "unified")) groups /= "unified";
@@ -367,9 +392,37 @@ TEST(CtlProcess, Restart_HasSystemdDoIt) {
     ExpectRefused(busy.site.Ctl({"restart", "web1"}), 69,
                   "systemctl restart " + unit + " failed; korvoctl status web1:C shows why",
                   instead.Prepare());
+    ExpectRefused(busy.site.Ctl({"stop", "web1", "--timeout", "1"}), 69,
+                  "systemctl stop " + unit + " failed; korvoctl status web1:C shows why",
+                  instead.Prepare());
+    // It would start a program again that ends by itself.
+    instead.Add("systemctl", "echo \"systemctl $*\"\n");
+    Tool stop(busy.site.Ctl({"stop", "web1", "--timeout", "1"}), instead.Prepare());
+    EXPECT_EQ(0, stop.Status());
+    EXPECT_EQ("systemctl stop " + unit + "\n", stop.Output());
+    EXPECT_EQ(0, busy.site.Run({"ping", "web1"}).status);
     std::ofstream(groups / "cgroup.procs") << busy.site.Program(busy.web).Pid();
   }
   EXPECT_TRUE(Eventually([&] { return fs::remove(group, error); }));
+}
+
+// That is when it is wanted most.
+TEST(CtlProcess, Restart_StartsOneThatIsDown) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const Instead instead;
+  instead.Add(
+      "systemctl",
+      "case $1 in show) echo LoadState=loaded; echo ActiveState=failed ;; *) echo \"systemctl $*\" ;; esac\n");
+  Tool restart(site.Ctl({"restart", "web1"}), instead.Prepare());
+  EXPECT_EQ(0, restart.Status()) << restart.Errors();
+  EXPECT_EQ(
+      "systemctl reset-failed korvo-commmgr@web1.service\n"
+      "systemctl restart korvo-commmgr@web1.service\n",
+      restart.Output());
+  instead.Add("systemctl", "echo LoadState=not-found\n");
+  ExpectRefused(site.Ctl({"restart", "web1"}), 69,
+                site.Place(web) + " does not run on this machine", instead.Prepare());
 }
 
 TEST(CtlProcess, Restart_IsForUnits) {

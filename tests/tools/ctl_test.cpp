@@ -114,6 +114,8 @@ TEST(Ctl, WrongUse_IsOneLineAndNothingIsSent) {
   ExpectRefused({KORVOCTL, "ping"}, 64, "ping needs the id of a program in korvo.conf, or --port");
   ExpectRefused({KORVOCTL, "ping", "--host", "127.0.0.1"}, 64,
                 "--port is missing: the port of the service, from 1 to 32767");
+  ExpectRefused({KORVOCTL, "level", "INFO", "--host", "127.0.0.1"}, 64,
+                "--port is missing: the port of the service, from 1 to 32767");
   ExpectRefused(Ctl(port, {"ping", "--for", "5m"}), 64,
                 "ping does not take --for; --help shows what it is for");
   ExpectRefused({KORVOCTL, "ping", "--port", "0"}, 64,
@@ -186,7 +188,7 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  status ID            show how it is, and why it is not\n"
       "  drain ID             wait until it has no connection in hand\n"
       "  stop ID              wait so, but no longer than --timeout, and end it\n"
-      "  restart ID           have its unit of systemd start it again\n"
+      "  restart ID           have its unit of systemd start it, again or at all\n"
       "  reap ID              end its connections above an age\n"
       "  log [FILE]           show a log, or standard input, or what is wanted of it\n"
       "  shutdown ID          end it at once\n"
@@ -200,7 +202,7 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
       "  --json               of check, list and status: as JSON\n"
       "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
-      "  --macros DIR         of check: look at the page frames and macros there, too\n"
+      "  --macros DIR         of check: look at the page frames and macros there\n"
       "  --nagios             of status: a line and an exit status for Nagios\n"
       "  --older TIME         of reap: the age\n"
       "  --prometheus         of status: figures for Prometheus\n"
@@ -284,6 +286,27 @@ TEST(Ctl, Wait_ShowsItsProgressOnATerminal) {
   site.Start(web);
   EXPECT_EQ(0, tool.Status());
   EXPECT_TRUE(Eventually([&] { return terminal.Shown().ends_with("\r\x1b[K"); }));
+}
+
+TEST(Ctl, LongWaits_ShowTheirProgressOnATerminal) {
+  const Admin silent;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(silent.Port()) + " -");
+  const std::string place = "web1:C at 127.0.0.1/" + std::to_string(silent.Port());
+  const Terminal terminal;
+  const auto shows = [&](const std::string &text) {
+    return Eventually([&] { return terminal.Shown().find(text) != std::string::npos; }) ||
+           (ADD_FAILURE() << terminal.Shown(), false);
+  };
+  Tool list(site.Ctl({"list", "--timeout", "2"}), [&] { terminal.TakeErrors(); });
+  EXPECT_TRUE(shows("\rwaiting for " + place + ": 1 s\x1b[K\r\x1b[K"));
+  EXPECT_EQ(0, list.Status());
+  Tool level(site.Ctl({"level", "web1", "INFO", "--for", "5m"}), [&] { terminal.TakeErrors(); });
+  EXPECT_TRUE(shows("\rlevel INFO: 300 s left\x1b[K"));
+  EXPECT_TRUE(shows("\rlevel INFO: 299 s left\x1b[K"));
+  level.Signal(SIGTERM);
+  EXPECT_EQ(0, level.Status());
+  EXPECT_TRUE(terminal.Shown().ends_with("\r\x1b[K"));
 }
 
 TEST(Ctl, Level_IsSetBackWhenItsTimeIsOver) {

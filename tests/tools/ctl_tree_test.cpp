@@ -42,6 +42,54 @@ TEST(CtlTree, List_ShowsWhoAnswers) {
             WithoutTimes(plain.output));
 }
 
+// Both of its parents or one: somebody is above it.
+TEST(CtlTree, List_ShowsAnEngineBelowADocumentManagerAlone) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int documents = site.Line("notes", 'D', "web1");
+  const int half = site.Line("half", 'E', "notes");
+  EXPECT_EQ("web1 C " + Ports(site, web) + ": Connection refused\n" + "  notes D " +
+                Ports(site, documents) + ": Connection refused\n" + "    half E " +
+                Ports(site, half) + ": Connection refused\n",
+            site.Run({"list"}).output);
+}
+
+// Nothing is sent to the port that 99999 would be in 16 bits.
+TEST(CtlTree, List_ShowsWhatCannotBeAskedAsItStands) {
+  Site site;
+  site.Text("web1 C 127.0.0.1 8001 99999 -");
+  site.Text("web2 C here 8001x 8002 -");
+  const Outcome list = site.Run({"list"});
+  EXPECT_EQ(
+      "web1 C 127.0.0.1 8001 99999: nobody can be there\n"
+      "web2 C here 8001x 8002: nobody can be there\n",
+      list.output);
+  EXPECT_EQ(
+      "[{\"id\": \"web1\", \"type\": \"C\", \"ip\": \"127.0.0.1\", \"clientport\": 8001, "
+      "\"adminport\": -31073, \"parent\": \"\", \"line\": 1, \"answer\": \"nobody can be "
+      "there\", \"ms\": null},\n"
+      " {\"id\": \"web2\", \"type\": \"C\", \"ip\": \"here\", \"clientport\": 8001, "
+      "\"adminport\": 8002, \"parent\": \"\", \"line\": 2, \"answer\": \"nobody can be "
+      "there\", \"ms\": null}]\n",
+      site.Run({"list", "--json"}).output);
+  for (const std::string command : {"ping", "shutdown"})
+    ExpectRefused(site.Ctl({command, "web1"}), 69,
+                  "cannot reach web1:C at 127.0.0.1/99999: nobody can be there");
+}
+
+// More than a socket holds answers of.
+TEST(CtlTree, List_HearsAllOfAThousand) {
+  Site site;
+  std::string all, refused;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string line = "p" + std::to_string(i) + " C 127.0.0.1 1 " + std::to_string(1 + i);
+    all += line + " -\n";
+    refused += line + ": Connection refused\n";
+  }
+  site.Files().Write("korvo.conf", all);
+  EXPECT_EQ(refused, site.Run({"list", "--timeout", "60"}).output);
+}
+
 std::string Json(const Site &site, int line, const std::string &id, const std::string &type,
                  const std::string &parent, const std::string &answer, const std::string &ms) {
   return "{\"id\": \"" + id + "\", \"type\": \"" + type +
@@ -63,6 +111,15 @@ TEST(CtlTree, List_IsJson) {
           Json(site, search, "\\\"a\\\\\\u0001", "S", "web1", "\"Connection refused\"", "null") +
           "]\n",
       WithoutTimes(json.output));
+  // What is no UTF-8 would be no JSON.
+  Site odd;
+  odd.Text("a\xff\xc3\xa9\xe2\x82z\xf4\x90\x80\x80\xc0\xaf\xed\xa0\x80 C here 1 2 -");
+  const std::string unknown = "\xef\xbf\xbd";
+  const std::string shown = odd.Run({"list", "--json"}).output;
+  EXPECT_TRUE(shown.starts_with("[{\"id\": \"a" + unknown + "\xc3\xa9" + unknown + unknown + "z" +
+                                unknown + unknown + unknown + unknown + unknown + unknown +
+                                unknown + unknown + unknown + "\", "))
+      << shown;
   const Folder empty;
   empty.Write("korvo.conf", "");
   EXPECT_EQ("[]\n", RunTool({KORVOCTL, "list", "--json", "--dir", empty.Path()}).output);
@@ -91,6 +148,15 @@ TEST(CtlTree, Units_AreThoseOfThisMachineParentsFirst) {
       "korvo-docmgr@notes.service\nkorvo-engine@half.service\n",
       units.output);
   EXPECT_EQ(0, units.status);
+  EXPECT_EQ("", units.errors);
+  Site far;
+  far.Text("web1 C 192.0.2.77 8001 8002 -");
+  const Outcome none = far.Run({"units"});
+  EXPECT_EQ("", none.output);
+  EXPECT_EQ(
+      "korvoctl: " + far.Path() + "/korvo.conf has no program with an address of this machine\n",
+      none.errors);
+  EXPECT_EQ(0, none.status);
 }
 
 // Announcing.
@@ -217,6 +283,36 @@ TEST(CtlTree, Announce_WithAMacroLosesNobodyAtAll) {
   for (const std::string id : {"a", "b", "c"}) EXPECT_TRUE(IsListed(site, web, id)) << id;
   ExpectRefused(site.Ctl({"announce", "web1", "--macro", "/none"}), 65,
                 site.Place(web) + " cannot open the page macro /none");
+}
+
+// The others are told, and a watch goes on.
+TEST(CtlTree, Announce_SurvivesAParentThatCannotBeAsked) {
+  Admin admin;
+  Site site;
+  WritePage(site);
+  site.Text("half C 127.0.0.1 1 " + std::to_string(admin.Port()) + " -");
+  const int one = site.Line("one", 'S', "half");
+  const int web = site.Line("web1", 'C', "-");
+  const int two = site.Line("two", 'S', "web1");
+  for (const int line : {one, web, two}) site.Start(line);
+  const std::string failed = "korvoctl: cannot reach 127.0.0.1/1: Connection refused\n";
+  const std::string told = Announced(site, two, web);
+  Tool tool(
+      site.Ctl({"announce", "--macro", site.Path() + "/page", "--watch", "1", "--timeout", "2"}));
+  for (int round = 0; round < 2; ++round) {
+    const std::string ping = admin.Receive();
+    admin.Reply(Pong(NumberIn(ping)));
+    EXPECT_TRUE(Eventually([&] { return tool.Output() == told; })) << tool.Output();
+  }
+  EXPECT_TRUE(admin.Receive().starts_with("\t@COMMAND=PING\t"));
+  EXPECT_TRUE(tool.Errors().starts_with(failed + failed)) << tool.Errors();
+  tool.Signal(SIGTERM);
+  tool.Wait();
+  Tool once(site.Ctl({"announce", "half", "--macro", site.Path() + "/page"}));
+  const std::string ping = admin.Receive();
+  admin.Reply(Pong(NumberIn(ping)));
+  EXPECT_EQ(69, once.Status());
+  EXPECT_EQ(failed, once.Errors());
 }
 
 // A daemon that asks a manager is silent for as long as that is: it knows it.

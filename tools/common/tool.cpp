@@ -23,8 +23,7 @@ constexpr std::size_t kLineSize = 1024;  // of an error line; what is longer is 
   std::vsnprintf(text, sizeof text, format, args);
   std::string line;
   if (program != nullptr) line.append(program).append(": ");
-  for (const char c : std::string_view(text)) line += (c >= 0 && c < ' ') || c == 0x7f ? '?' : c;
-  line += '\n';
+  line += Tool_Visible(text) + '\n';
   (void)Tool_Write(STDERR_FILENO, line);  // there is nowhere left to complain
 }
 
@@ -55,6 +54,12 @@ void Tool_Fail(int status, const char *format, ...) {
   WriteLine(program_invocation_short_name, format, args);
   va_end(args);
   std::exit(status);
+}
+
+std::string Tool_Visible(std::string_view text) {
+  std::string visible;
+  for (const char c : text) visible += (c >= 0 && c < ' ') || c == 0x7f ? '?' : c;
+  return visible;
 }
 
 int Tool_Write(int fd, std::string_view bytes) {

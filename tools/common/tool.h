@@ -24,6 +24,9 @@ void Tool_Start();
 // The same, and the end of the process.
 [[noreturn, gnu::format(printf, 2, 3)]] void Tool_Fail(int status, const char *format, ...);
 
+// The text with "?" for its control characters.
+std::string Tool_Visible(std::string_view text);
+
 // Writes all of the bytes; 0 or the errno of the write that failed.
 [[nodiscard]] int Tool_Write(int fd, std::string_view bytes);
 

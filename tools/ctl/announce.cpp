@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <set>
+#include <thread>
 
 #include "debug/fd_guard.h"
 #include "debug/text.h"
@@ -31,6 +33,7 @@ using AllFound = std::map<const ConfLine *, Found>;  // by the first line
 struct Round {
   const Request &request;
   const Conf &conf;
+  std::map<const ConfLine *, std::vector<const ConfLine *>> children;
   AllFound before;
   AllFound now;
 };
@@ -43,15 +46,6 @@ std::vector<const ConfLine *> LinesOf(const Conf &conf, const ConfLine &program)
         line.config.Type == program.config.Type)
       lines.push_back(&line);
   return lines;
-}
-
-std::vector<const ConfLine *> ChildrenOf(const Conf &conf, const ConfLine *parent) {
-  std::vector<const ConfLine *> children;
-  for (const ConfLine *line : Conf_Programs(conf)) {
-    const std::vector<const ConfLine *> parents = Conf_Parents(conf, *line);
-    if (std::count(parents.begin(), parents.end(), parent) == 1) children.push_back(line);
-  }
-  return children;
 }
 
 // Of each program the first line that answers.
@@ -95,84 +89,96 @@ void Announce(const Round &round, const ConfLine &parent, const ConfLine &child)
 
 // Asking a Communications Manager whom it knows.
 
-// The beginning of its answer, no more than size bytes; what came in time.
-std::string Exchange(const ConfLine &parent, const std::string &line, std::size_t size,
-                     std::chrono::nanoseconds time) {
+// The beginning of its answer, no more than size bytes; what came in time.  False: it cannot be
+// reached, and that is said.
+bool Exchange(const ConfLine &parent, const std::string &line, std::size_t size,
+              std::chrono::nanoseconds time, std::string *answer) {
   Target target = Ask_Target(parent);
   target.address.sin_port = htons(static_cast<std::uint16_t>(parent.config.ClientPort));
   Peer peer = {parent.config.IP, parent.config.ClientPort, time};
   const FdGuard guard(Peer_Socket(SOCK_STREAM));
   const int sock = guard.Get();
   const auto *address = reinterpret_cast<const sockaddr *>(&target.address);
-  if (connect(sock, address, sizeof target.address) != 0 && errno != EINPROGRESS)
-    Peer_FailUnreachable(peer, errno);
-  Peer_Wait(&peer, sock, POLLOUT);
-  if (const int err = Peer_PendingError(sock); err != 0) Peer_FailUnreachable(peer, err);
-  if (send(sock, line.data(), line.size(), MSG_NOSIGNAL) < 0) Peer_FailUnreachable(peer, errno);
-  std::string answer;
+  int err = connect(sock, address, sizeof target.address) == 0 ? 0 : errno;
+  if (err == EINPROGRESS)
+    err = Peer_Awaits(&peer, sock, POLLOUT) ? Peer_PendingError(sock) : ETIMEDOUT;
+  if (err == 0 && send(sock, line.data(), line.size(), MSG_NOSIGNAL) < 0) err = errno;
+  if (err != 0) {
+    Tool_Warn("cannot reach %s/%d: %s", peer.host, peer.port, std::strerror(err));
+    return false;
+  }
   char buffer[256];
-  for (ssize_t got = 1; got != 0 && answer.size() < size;) {
+  for (ssize_t got = 1; got != 0 && answer->size() < size;) {
     if (!Peer_Awaits(&peer, sock, POLLIN)) break;  // it asks somebody whom it knows
     got = recv(sock, buffer, sizeof buffer, 0);
     if (got < 0 && errno != EAGAIN) break;
-    if (got > 0) answer.append(buffer, static_cast<std::size_t>(got));
+    if (got > 0) answer->append(buffer, static_cast<std::size_t>(got));
   }
-  return answer;
+  return true;
 }
 
-bool Knows(const Round &round, const ConfLine &parent, const std::string &group) {
+enum class Known { kYes, kNo, kUnreachable };
+
+Known Knows(const Round &round, const ConfLine &parent, const std::string &group) {
   const std::string unknown = "\t@COMMAND=ERROR\tUnable to locate SearchMgr\n";
   const std::string query = "\t@COMMAND=QUERY\t@SEARCHGROUP=" + group +
                             "\t@MACROFILE=" + round.request.macro + "\t@MAXHITS=1\tkorvoctl\n";
-  return Exchange(parent, query, unknown.size(), round.request.peer.left) != unknown;
-}
-
-// A group that nobody can have: its name is longer than an id.
-void CheckMacro(const Round &round, const ConfLine &parent) {
-  if (Knows(round, parent, std::string(100, '-')))
-    Tool_Fail(EX_DATAERR, "%s cannot open the page macro %s", Ask_Target(parent).name.c_str(),
-              round.request.macro.c_str());
+  std::string answer;
+  if (!Exchange(parent, query, unknown.size(), round.request.peer.left, &answer))
+    return Known::kUnreachable;
+  return answer == unknown ? Known::kNo : Known::kYes;
 }
 
 // Those that are listed stay where they are, and the others come behind them: nobody is cut.
-void AnnounceUnknown(const Round &round, const ConfLine &parent,
-                     const std::vector<const ConfLine *> &managers) {
-  CheckMacro(round, parent);
+int AnnounceUnknown(const Round &round, const ConfLine &parent,
+                    const std::vector<const ConfLine *> &managers) {
+  // A group that nobody can have: its name is longer than an id.
+  const Known nobody = Knows(round, parent, std::string(100, '-'));
+  if (nobody == Known::kUnreachable) return EX_UNAVAILABLE;
+  if (nobody == Known::kYes) {
+    Tool_Warn("%s cannot open the page macro %s", Ask_Target(parent).name.c_str(),
+              round.request.macro.c_str());
+    return EX_DATAERR;
+  }
   // A new address takes the place of the old one, and cuts; so this comes first.
   for (const ConfLine *manager : managers)
     if (const auto before = round.before.find(manager);
         before != round.before.end() && before->second.serving != round.now.at(manager).serving)
       Announce(round, parent, *round.now.at(manager).serving);
-  for (const ConfLine *manager : managers)
-    if (!Knows(round, parent, manager->words[0]))
-      Announce(round, parent, *round.now.at(manager).serving);
+  for (const ConfLine *manager : managers) {
+    const Known known = Knows(round, parent, manager->words[0]);
+    if (known == Known::kUnreachable) return EX_UNAVAILABLE;
+    if (known == Known::kNo) Announce(round, parent, *round.now.at(manager).serving);
+  }
+  return EX_OK;
 }
 
 // All Search Managers of a parent as soon as there is news of one: its own announcement may have
 // cut those behind it.
-void AnnounceManagers(const Round &round, const ConfLine *parent,
-                      const std::vector<const ConfLine *> &managers) {
+int AnnounceManagers(const Round &round, const ConfLine *parent,
+                     const std::vector<const ConfLine *> &managers) {
   const bool is_news = IsChanged(round, parent) ||
                        std::any_of(managers.begin(), managers.end(), [&](const ConfLine *manager) {
                          return IsChanged(round, manager);
                        });
-  if (!is_news) return;
+  if (!is_news) return EX_OK;
   const ConfLine &to = *round.now.at(parent).serving;
   if (!round.request.macro.empty()) return AnnounceUnknown(round, to, managers);
   for (const ConfLine *manager : managers) Announce(round, to, *round.now.at(manager).serving);
+  return EX_OK;
 }
 
-void AnnounceTo(const Round &round, const ConfLine *parent) {
-  if (round.now.at(parent).serving == nullptr) return;
+// To a parent that answers.
+int AnnounceTo(const Round &round, const ConfLine *parent) {
   std::vector<const ConfLine *> managers;
-  for (const ConfLine *child : ChildrenOf(round.conf, parent)) {
+  for (const ConfLine *child : round.children.at(parent)) {
     if (round.now.at(child).serving == nullptr) continue;
     if (child->config.Type == 'S')
       managers.push_back(child);
     else if (IsChanged(round, parent) || IsChanged(round, child))
       Announce(round, *round.now.at(parent).serving, *round.now.at(child).serving);
   }
-  if (!managers.empty()) AnnounceManagers(round, parent, managers);
+  return managers.empty() ? EX_OK : AnnounceManagers(round, parent, managers);
 }
 
 void ReportSilent(const Round &round) {
@@ -181,15 +187,22 @@ void ReportSilent(const Round &round) {
       Tool_Print(Tool_Format("%s is silent\n", Ask_Target(*program).name.c_str()));
 }
 
-// EX_UNAVAILABLE: none of the parents answers.
-int AnnounceAll(const Round &round, const std::vector<const ConfLine *> &parents) {
-  ReportSilent(round);
+// The worst that a parent gave, or EX_UNAVAILABLE when none of them answers.  One that could not be
+// told is as good as new in the next round.
+int AnnounceAll(Round *round, const std::vector<const ConfLine *> &parents) {
+  ReportSilent(*round);
+  int status = EX_OK;
   bool is_any_up = parents.empty();
+  std::vector<const ConfLine *> untold;
   for (const ConfLine *parent : parents) {
-    AnnounceTo(round, parent);
-    is_any_up = is_any_up || round.now.at(parent).serving != nullptr;
+    if (round->now.at(parent).serving == nullptr) continue;
+    is_any_up = true;
+    const int result = AnnounceTo(*round, parent);
+    if (result != EX_OK) untold.push_back(parent);
+    status = std::max(status, result);
   }
-  return is_any_up ? EX_OK : EX_UNAVAILABLE;
+  for (const ConfLine *parent : untold) round->now.erase(parent);
+  return is_any_up ? status : EX_UNAVAILABLE;
 }
 
 // One behind the other when units start at the same time: two that find the same Search Manager
@@ -198,34 +211,38 @@ int GoRound(Round *round, const std::vector<const ConfLine *> &programs,
             const std::vector<const ConfLine *> &parents) {
   const FdGuard lock(Told_Lock(round->request.state, round->request.peer.left));
   round->now = FindAll(round->conf, programs, round->request.peer.left);
-  return AnnounceAll(*round, parents);
+  return AnnounceAll(round, parents);
 }
 
-std::vector<const ConfLine *> ParentsOf(const Request &request, const Conf &conf) {
-  std::vector<const ConfLine *> parents =
-      request.words.empty() ? Conf_Programs(conf) : Request_Lines(request, conf);
-  std::erase_if(parents, [&](const ConfLine *line) { return ChildrenOf(conf, line).empty(); });
+std::vector<const ConfLine *> ParentsOf(const Round &round) {
+  std::vector<const ConfLine *> parents = round.request.words.empty()
+                                              ? Conf_Programs(round.conf)
+                                              : Request_Lines(round.request, round.conf);
+  std::erase_if(parents, [&](const ConfLine *line) { return round.children.count(line) == 0; });
   return parents;
+}
+
+// The parents and those below them, in the order of the file.
+std::vector<const ConfLine *> ProgramsOf(const Round &round,
+                                         const std::vector<const ConfLine *> &parents) {
+  std::set<const ConfLine *> wanted(parents.begin(), parents.end());
+  for (const ConfLine *parent : parents)
+    wanted.insert(round.children.at(parent).begin(), round.children.at(parent).end());
+  std::vector<const ConfLine *> programs = Conf_Programs(round.conf);
+  std::erase_if(programs, [&](const ConfLine *line) { return wanted.count(line) == 0; });
+  return programs;
 }
 
 }  // namespace
 
 int Command_Announce(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const std::vector<const ConfLine *> parents = ParentsOf(*request, conf);
-  std::vector<const ConfLine *> programs;
-  for (const ConfLine *program : Conf_Programs(conf)) {
-    const std::vector<const ConfLine *> above = Conf_Parents(conf, *program);
-    const bool is_below = std::any_of(above.begin(), above.end(), [&](const ConfLine *parent) {
-      return std::count(parents.begin(), parents.end(), parent) == 1;
-    });
-    if (is_below || std::count(parents.begin(), parents.end(), program) == 1)
-      programs.push_back(program);
-  }
-  Round round = {*request, conf, {}, {}};
+  Round round = {*request, conf, Conf_Children(conf), {}, {}};
+  const std::vector<const ConfLine *> parents = ParentsOf(round);
+  const std::vector<const ConfLine *> programs = ProgramsOf(round, parents);
   const int status = GoRound(&round, programs, parents);
   while (request->watch.count() > 0) {
-    poll(nullptr, 0, static_cast<int>(request->watch.count() * 1000));
+    std::this_thread::sleep_for(request->watch);
     round.before = round.now;
     GoRound(&round, programs, parents);
   }

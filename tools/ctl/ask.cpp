@@ -25,6 +25,9 @@ constexpr std::int32_t kFirstSourcePort = 32000;  // up to kPeerMaxPort
 constexpr std::size_t kDatagramSize = 4096;
 constexpr auto kAskAgain = std::chrono::milliseconds(200);
 constexpr auto kPause = std::chrono::milliseconds(50);  // behind a refusal
+constexpr auto kPatience = std::chrono::seconds(1);     // of a user who is told nothing
+constexpr std::size_t kMostAtOnce = 64;                 // a socket holds their answers
+constexpr int kLull = 5;                                // milliseconds between two of these
 
 std::int32_t NewNumber() {
   return static_cast<std::int32_t>(Clock::now().time_since_epoch().count() / 1000 & INT32_MAX);
@@ -75,6 +78,10 @@ std::int32_t NumberOf(const Round &round, std::size_t i) {
 void SendPing(Round *round, int sock, std::size_t i) {
   const std::string ping = "\t@COMMAND=PING\t@SEQNUM=" + std::to_string(NumberOf(*round, i)) + "\n";
   const sockaddr_in &address = round->targets[i].address;
+  if (address.sin_port == 0) {
+    round->asked[i] = {Reply::kRefused, kAskNowhere, 0};
+    return;
+  }
   // A call may report what was refused to another one: that is in the queue of errors, too.
   for (int attempt = 0; attempt < 3; ++attempt)
     if (sendto(sock, ping.data(), ping.size(), 0, Generic(address), sizeof address) >= 0) return;
@@ -124,9 +131,22 @@ void TakeRefusals(Round *round, int sock) {
   }
 }
 
-bool IsSettled(const Round &round) {
-  return std::none_of(round.asked.begin(), round.asked.end(),
-                      [](const Asked &asked) { return asked.reply == Reply::kNone; });
+void TakeAnswers(Round *round, int sock) {
+  TakeRefusals(round, sock);
+  TakePongs(round, sock);
+}
+
+// Until nothing more comes, or the time is over.
+void TakeMany(Round *round, int sock, std::chrono::nanoseconds time) {
+  pollfd ready = {sock, POLLIN, 0};
+  while (Clock::now() < round->begin + time && poll(&ready, 1, kLull) > 0) TakeAnswers(round, sock);
+}
+
+// The first one that has said nothing yet, or null.
+const Target *Unsettled(const Round &round) {
+  for (std::size_t i = 0; i < round.targets.size(); ++i)
+    if (round.asked[i].reply == Reply::kNone) return &round.targets[i];
+  return nullptr;
 }
 
 bool HaveAllAnswered(const std::vector<Asked> &asked) {
@@ -134,17 +154,52 @@ bool HaveAllAnswered(const std::vector<Asked> &asked) {
                      [](const Asked &one) { return one.reply == Reply::kPong; });
 }
 
+void ShowWait(const Target &target, Clock::time_point begin) {
+  const auto spent = std::chrono::floor<std::chrono::seconds>(Clock::now() - begin);
+  Ask_Progress(
+      Tool_Format("waiting for %s: %d s", target.name.c_str(), static_cast<int>(spent.count()))
+          .c_str());
+}
+
+// Until all have answered, or the time is over.
+void TakeAll(Round *round, int sock, std::chrono::nanoseconds time) {
+  bool is_shown = false;
+  for (const Target *silent; (silent = Unsettled(*round)) != nullptr;) {
+    const auto left = round->begin + time - Clock::now();
+    if (left.count() <= 0) break;
+    if (Clock::now() - round->begin >= kPatience) {
+      ShowWait(*silent, round->begin);
+      is_shown = true;
+    }
+    pollfd ready = {sock, POLLIN, 0};
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(
+        std::min<std::chrono::nanoseconds>(left, kPatience));
+    if (poll(&ready, 1, static_cast<int>(wait.count())) > 0) TakeAnswers(round, sock);
+  }
+  if (is_shown) Ask_Progress(nullptr);
+}
+
 }  // namespace
 
 Target Ask_Target(const ConfLine &line) {
+  const ConfigInfo &config = line.config;
+  const bool has_port = config.AdminPort > 0;
   Target target;
   target.name =
-      Tool_Format("%s at %s/%d", Conf_Name(line).c_str(), line.config.IP, line.config.AdminPort);
+      Tool_Format("%s at %s/%s", Conf_Name(line).c_str(), config.IP,
+                  has_port ? std::to_string(config.AdminPort).c_str() : line.words[4].c_str());
   target.address = {};
   target.address.sin_family = AF_INET;
-  target.address.sin_addr.s_addr = inet_addr(line.config.IP);
-  target.address.sin_port = htons(static_cast<std::uint16_t>(line.config.AdminPort));
+  target.address.sin_addr.s_addr = inet_addr(config.IP);
+  if (has_port && target.address.sin_addr.s_addr != INADDR_NONE)
+    target.address.sin_port = htons(static_cast<std::uint16_t>(config.AdminPort));
   return target;
+}
+
+std::string Ask_Text(const Asked &asked) {
+  if (asked.reply == Reply::kPong) return Tool_Format("PONG in %.3f ms", asked.milliseconds);
+  if (asked.reply == Reply::kNone) return "no answer";
+  return asked.err == kAskNowhere ? "nobody can be there" : std::strerror(asked.err);
 }
 
 std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nanoseconds time) {
@@ -154,16 +209,11 @@ std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nan
   setsockopt(sock, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
   Round round = {targets, NewNumber(), Clock::now(), {}};
   round.asked.resize(targets.size(), {Reply::kNone, 0, 0});
-  for (std::size_t i = 0; i < targets.size(); ++i) SendPing(&round, sock, i);
-  while (!IsSettled(round)) {
-    const auto left = round.begin + time - Clock::now();
-    if (left.count() <= 0) break;
-    pollfd ready = {sock, POLLIN, 0};
-    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left);
-    if (poll(&ready, 1, static_cast<int>(wait.count())) <= 0) continue;
-    TakeRefusals(&round, sock);
-    TakePongs(&round, sock);
+  for (std::size_t i = 0; i < targets.size(); ++i) {
+    SendPing(&round, sock, i);
+    if (i % kMostAtOnce == kMostAtOnce - 1) TakeMany(&round, sock, time);
   }
+  TakeAll(&round, sock, time);
   return round.asked;
 }
 
@@ -182,10 +232,7 @@ bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time
         std::find_if(asked.begin(), asked.end(),
                      [](const Asked &one) { return one.reply != Reply::kPong; }) -
         asked.begin());
-    const auto spent = std::chrono::floor<std::chrono::seconds>(Clock::now() - begin);
-    Ask_Progress(Tool_Format("waiting for %s: %d s", targets[silent].name.c_str(),
-                             static_cast<int>(spent.count()))
-                     .c_str());
+    ShowWait(targets[silent], begin);
     if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) break;
     poll(nullptr, 0, static_cast<int>(kPause.count()));
   }
@@ -194,6 +241,7 @@ bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time
 }
 
 int Ask_Send(const Target &target, const std::string &datagram) {
+  if (target.address.sin_port == 0) return kAskNowhere;
   const FdGuard guard(Open());
   const int sock = guard.Get();
   if (connect(sock, Generic(target.address), sizeof target.address) != 0 ||
@@ -204,7 +252,7 @@ int Ask_Send(const Target &target, const std::string &datagram) {
 
 int Ask_Complain(const Target &target, const Asked &asked) {
   if (asked.reply == Reply::kRefused) {
-    Tool_Warn("cannot reach %s: %s", target.name.c_str(), std::strerror(asked.err));
+    Tool_Warn("cannot reach %s: %s", target.name.c_str(), Ask_Text(asked).c_str());
     return EX_UNAVAILABLE;
   }
   Tool_Warn("%s did not answer in time; --timeout gives it more", target.name.c_str());

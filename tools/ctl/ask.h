@@ -24,21 +24,27 @@ Target Ask_Target(const ConfLine &line);
 
 enum class Reply { kNone, kPong, kRefused };
 
+inline constexpr int kAskNowhere = -1;  // an address or a port that nobody can have
+
 struct Asked {
   Reply reply;
-  int err;              // of a refusal
+  int err;              // of a refusal; errno, or kAskNowhere
   double milliseconds;  // of a pong
 };
 
+// What it answered, for a user.
+std::string Ask_Text(const Asked &asked);
+
 // Pings all at the same time and waits until each has answered or refused, or the time is over.
+// Says on a terminal what it waits for when that takes long.
 std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nanoseconds time);
 
 // Pings the same ones again and again until all have answered; false: the time is over, or the
 // process of that number, unless it is 0, is gone.  Says on a terminal what it waits for.
 bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time, pid_t pid);
 
-// One datagram.  0, or the error of a refusal that is known already; from another machine it may
-// come too late.
+// One datagram.  0, or the error of a refusal that is known already, as Asked has it; from another
+// machine it may come too late.
 int Ask_Send(const Target &target, const std::string &datagram);
 
 // Says that there was no answer, or what was refused, and returns the exit status for it.

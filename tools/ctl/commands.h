@@ -18,7 +18,6 @@ std::vector<std::string> Command_Findings(const std::string &dir, const std::str
 // tree.cpp
 int Command_List(Request *request);
 int Command_Units(Request *request);
-std::string Command_Unit(const ConfLine &line);  // the instance that runs it
 
 // announce.cpp
 int Command_Announce(Request *request);

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int kPieceSize = 1024;  // bytes of one read of a program, terminator included
+constexpr std::size_t kPieceSize = 1023;  // bytes of one read of a program
 constexpr std::string_view kBlanks = " \t\n";
 constexpr std::size_t kWords = 6;
 constexpr char kTypes[] = {'C', 'S', 'D', 'E'};
@@ -44,6 +44,20 @@ ConfLine LineOf(const ConfPiece &piece) {
   return line;
 }
 
+// What could be read of it.
+std::string TextOf(const std::string &path, int *err) {
+  std::string text;
+  std::FILE *file = std::fopen(path.c_str(), "r");
+  *err = file == nullptr ? errno : 0;
+  if (file == nullptr) return text;
+  char buffer[65536];
+  for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, file)) > 0;)
+    text.append(buffer, got);
+  if (std::ferror(file) != 0) *err = errno;
+  std::fclose(file);
+  return text;
+}
+
 void Add(std::vector<const ConfLine *> *lines, const ConfLine *line) {
   if (line != nullptr) lines->push_back(line);
 }
@@ -58,19 +72,20 @@ std::vector<const ConfLine *> OfAllTypes(const Conf &conf, std::string_view id) 
 
 std::vector<ConfPiece> Conf_Pieces(const std::string &path, int *err) {
   std::vector<ConfPiece> pieces;
-  std::FILE *file = std::fopen(path.c_str(), "r");
-  *err = file == nullptr ? errno : 0;
-  if (file == nullptr) return pieces;
-  char text[kPieceSize];
-  for (int number = 1; std::fgets(text, sizeof text, file) != nullptr;) {
-    const bool is_seen = std::feof(file) == 0;
-    const std::size_t length = std::strlen(text);
-    const bool is_cut = is_seen && length == sizeof text - 1 && text[length - 1] != '\n';
-    pieces.push_back({number, is_seen, is_cut, WordsOf(text)});
-    if (!is_cut) ++number;
+  const std::string text = TextOf(path, err);
+  int number = 1;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t line_end = text.find('\n', at);
+    const std::size_t left = (line_end == std::string::npos ? text.size() : line_end + 1) - at;
+    const std::string_view piece = std::string_view(text).substr(at, std::min(left, kPieceSize));
+    at += piece.size();
+    const bool is_line_end = piece.back() == '\n';
+    const bool is_full = piece.size() == kPieceSize;
+    const std::size_t nul = piece.find('\0');
+    pieces.push_back({number, is_line_end || is_full, is_full && !is_line_end,
+                      nul != std::string_view::npos, WordsOf(piece.substr(0, nul))});
+    if (is_line_end) ++number;
   }
-  if (std::ferror(file) != 0) *err = errno;
-  std::fclose(file);
   return pieces;
 }
 
@@ -135,6 +150,13 @@ std::vector<const ConfLine *> Conf_Parents(const Conf &conf, const ConfLine &lin
   Add(&parents, Conf_Find(conf, line.config.ParentID, is_engine ? 'S' : 'C'));
   if (is_engine) Add(&parents, Conf_Find(conf, line.config.ParentID, 'D'));
   return parents;
+}
+
+std::map<const ConfLine *, std::vector<const ConfLine *>> Conf_Children(const Conf &conf) {
+  std::map<const ConfLine *, std::vector<const ConfLine *>> children;
+  for (const ConfLine *line : Conf_Programs(conf))
+    for (const ConfLine *parent : Conf_Parents(conf, *line)) children[parent].push_back(line);
+  return children;
 }
 
 std::string Conf_Name(const ConfLine &line) { return line.words[0] + ":" + line.config.Type; }

@@ -3,6 +3,7 @@
 #ifndef TOOLS_CTL_CONF_H
 #define TOOLS_CTL_CONF_H
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@ struct ConfPiece {
   int number;                      // of its line, from 1
   bool is_seen;                    // false: the end of the file cuts it off, so no program sees it
   bool is_cut;                     // the line goes on in the next piece
+  bool has_nul;                    // which ends the text for a program
   std::vector<std::string> words;  // none for a comment
 };
 
@@ -52,6 +54,9 @@ std::vector<const ConfLine *> Conf_Programs(const Conf &conf);
 
 // The programs that this one announces itself to.
 std::vector<const ConfLine *> Conf_Parents(const Conf &conf, const ConfLine &line);
+
+// All that announce themselves to a program, in the order of the file.
+std::map<const ConfLine *, std::vector<const ConfLine *>> Conf_Children(const Conf &conf);
 
 // "ID:TYPE".
 std::string Conf_Name(const ConfLine &line);

@@ -7,20 +7,28 @@
 #include "tools/common/tool.h"
 #include "tools/ctl/commands.h"
 #include "tools/ctl/process.h"
-#include "tools/ctl/run.h"
+#include "tools/ctl/unit.h"
 
 namespace {
 
-// The only line that the id names, of a program of this machine; or the end of the process.
-const ConfLine *TakeHere(const Request &request, const Conf &conf) {
+// The only line that the id names, or the end of the process.
+const ConfLine *TakeOne(const Request &request, const Conf &conf) {
   const std::vector<const ConfLine *> lines = Request_Lines(request, conf);
   if (lines.size() > 1)
     Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", Request_Word(request, 0),
               static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
-  if (Process_Socket(*lines[0]) == 0)
-    Tool_Fail(EX_UNAVAILABLE, "%s does not run on this machine",
-              Ask_Target(*lines[0]).name.c_str());
   return lines[0];
+}
+
+[[noreturn]] void FailAway(const ConfLine &line) {
+  Tool_Fail(EX_UNAVAILABLE, "%s does not run on this machine", Ask_Target(line).name.c_str());
+}
+
+// The same, of a program of this machine.
+const ConfLine *TakeHere(const Request &request, const Conf &conf) {
+  const ConfLine *line = TakeOne(request, conf);
+  if (Process_Socket(*line) == 0) FailAway(*line);
+  return line;
 }
 
 // Until no connection is in hand; how many are left when the time is over.
@@ -59,6 +67,11 @@ int Command_Stop(Request *request) {
   const ConfLine &line = *TakeHere(*request, conf);
   // A manager keeps its connections to an engine for as long as both live.
   if (line.config.Type != 'E') AwaitIdle(line, request->peer.left);
+  // A unit would start it again.
+  if (const std::string unit = Process_Unit(Process_Main(line)); !unit.empty()) {
+    Unit_Do("stop", unit, line);
+    return EX_OK;
+  }
   const Target target = Ask_Target(line);
   const int err = Ask_Send(target, "\t@COMMAND=SHUTDOWN\n");
   return err == 0 ? EX_OK : Ask_Complain(target, {Reply::kRefused, err, 0});
@@ -66,18 +79,20 @@ int Command_Stop(Request *request) {
 
 int Command_Restart(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = *TakeHere(*request, conf);
-  const std::string unit = Process_Unit(Process_Main(line));
-  if (unit.empty())
-    Tool_Fail(EX_UNAVAILABLE,
-              "no unit of systemd runs %s, and nobody else knows how it was started",
-              Ask_Target(line).name.c_str());
-  Ask_Progress(Tool_Format("waiting for %s", unit.c_str()).c_str());
-  const int status = Run_Status({"systemctl", "restart", unit});
-  Ask_Progress(nullptr);
-  if (status == 0) return EX_OK;
-  Tool_Fail(EX_UNAVAILABLE, "systemctl restart %s failed; korvoctl status %s shows why",
-            unit.c_str(), Conf_Name(line).c_str());
+  const ConfLine &line = *TakeOne(*request, conf);
+  std::string unit = Unit_Name(line);
+  if (Process_Socket(line) != 0) {
+    unit = Process_Unit(Process_Main(line));
+    if (unit.empty())
+      Tool_Fail(EX_UNAVAILABLE,
+                "no unit of systemd runs %s, and nobody else knows how it was started",
+                Ask_Target(line).name.c_str());
+  } else {
+    if (!Conf_IsHere(line) || Unit_State(unit).empty()) FailAway(line);
+    Unit_Do("reset-failed", unit, line);  // it may have come to the limit of its starts
+  }
+  Unit_Do("restart", unit, line);
+  return EX_OK;
 }
 
 int Command_Reap(Request *request) {

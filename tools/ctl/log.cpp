@@ -29,7 +29,8 @@ struct Reader {
   const Request &request;
   std::vector<Message> messages;
   std::map<std::string, Kind> kinds;
-  std::string rest;  // what came behind the last whole entry
+  std::string rest;      // what came behind the last whole entry
+  std::size_t searched;  // bytes of that in which its end is not
 };
 
 bool IsModule(std::string_view module, const std::string &wanted) {
@@ -83,15 +84,28 @@ void TakeEntry(Reader *reader, std::string_view text) {
   if (reader->request.explain) Tool_Print(Explanation(known));
 }
 
-// Takes the entries that are whole: another one begins behind them.
+// Where the entry ends that begins there: at the next separator, or of a line that none stands
+// before, as korvo-web writes them, behind it.  The end is not before from.
+std::size_t EntryEnd(std::string_view text, std::size_t begin, std::size_t from) {
+  if (text.substr(begin).starts_with(kEntrySeparator))
+    return text.find(kEntrySeparator, std::max(begin + 1, from));
+  const std::size_t end = text.find('\n', std::max(begin, from));
+  return end == std::string_view::npos ? end : end + 1;
+}
+
+// Takes the entries that are whole.
 void TakeBytes(Reader *reader, std::string_view bytes) {
   reader->rest += bytes;
+  const std::string_view rest = reader->rest;
   std::size_t begin = 0;
-  for (std::size_t at; (at = reader->rest.find(kEntrySeparator, begin + 1)) != std::string::npos;) {
-    TakeEntry(reader, std::string_view(reader->rest).substr(begin, at - begin));
-    begin = at;
+  std::size_t from = reader->searched;
+  for (std::size_t end; (end = EntryEnd(rest, begin, from)) != std::string_view::npos;) {
+    TakeEntry(reader, rest.substr(begin, end - begin));
+    begin = from = end;
   }
   reader->rest.erase(0, begin);
+  const std::size_t size = reader->rest.size();
+  reader->searched = size - std::min(size, kEntrySeparator.size());
 }
 
 // What is left is an entry as soon as nothing follows it.
@@ -99,6 +113,7 @@ void TakeRest(Reader *reader) {
   if (!reader->rest.empty() && reader->rest.back() != '\n') return;
   TakeEntry(reader, reader->rest);
   reader->rest.clear();
+  reader->searched = 0;
 }
 
 void PrintKinds(const Reader &reader) {
@@ -153,7 +168,9 @@ bool IsReplaced(int fd, const std::string &path) {
 }  // namespace
 
 int Command_Log(Request *request) {
-  Reader reader = {*request, {}, {}, ""};
+  if (request->count && request->follow)
+    Tool_Fail(EX_USAGE, "--count needs the end of a log, and --follow never comes to one");
+  Reader reader = {*request, {}, {}, "", 0};
   const bool is_needed = request->explain || request->level > 0;
   if (!Messages_Read(request->messages, &reader.messages) && is_needed)
     Tool_Fail(EX_NOINPUT, "cannot read %s: %s; --messages names another", request->messages.c_str(),

@@ -73,7 +73,7 @@ constexpr Command kCommands[] = {
     {"stop", Id::kNeeded, 0, {'d', 't'}, Command_Stop,
      "  stop ID              wait so, but no longer than --timeout, and end it\n"},
     {"restart", Id::kNeeded, 0, {'d'}, Command_Restart,
-     "  restart ID           have its unit of systemd start it again\n"},
+     "  restart ID           have its unit of systemd start it, again or at all\n"},
     {"reap", Id::kNeeded, 0, {'d', 'o'}, Command_Reap,
      "  reap ID              end its connections above an age\n"},
     {"log", Id::kNone, 1, {'F', 'l', 'k', 'i', 'c', 'e', 'g'}, Command_Log,
@@ -98,7 +98,7 @@ constexpr const char *kOptionHelp =
     "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
     "  --json               of check, list and status: as JSON\n"
     "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
-    "  --macros DIR         of check: look at the page frames and macros there, too\n"
+    "  --macros DIR         of check: look at the page frames and macros there\n"
     "  --nagios             of status: a line and an exit status for Nagios\n"
     "  --older TIME         of reap: the age\n"
     "  --prometheus         of status: figures for Prometheus\n"
@@ -183,8 +183,7 @@ void CheckOptions(const Command &command, const std::string &letters) {
 }
 
 void CheckWords(const Command &command, const Request &request) {
-  const bool has_place = request.peer.port != 0 || request.peer.host != nullptr;
-  const std::size_t ids = command.id == Id::kNone || has_place ? 0 : 1;
+  const std::size_t ids = command.id == Id::kNone || Request_HasPlace(request) ? 0 : 1;
   if (request.words.empty() && ids == 1 && command.id == Id::kNeeded)
     Tool_Fail(EX_USAGE, "%s needs the id of a program in korvo.conf", command.name);
   if (request.words.empty() && ids == 1 && command.id == Id::kOrPort)

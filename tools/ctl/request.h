@@ -35,6 +35,9 @@ struct Request {
 // The word at that place, or nothing.
 const char *Request_Word(const Request &request, std::size_t at);
 
+// Whether --host or --port stands in place of an id.
+bool Request_HasPlace(const Request &request);
+
 // The lines that the id in the first word names.
 std::vector<const ConfLine *> Request_Lines(const Request &request, const Conf &conf);
 
@@ -42,7 +45,7 @@ std::vector<const ConfLine *> Request_Lines(const Request &request, const Conf &
 // no such place.
 std::vector<Target> Request_Targets(Request *request);
 
-// Text in quotation marks, as JSON has it.
+// Text in quotation marks, as JSON has it; U+FFFD for each byte that is no UTF-8.
 std::string Request_Json(std::string_view text);
 
 #endif

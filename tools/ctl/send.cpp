@@ -18,7 +18,7 @@ bool IsLevel(std::string_view word) {
 
 // The last word: the id is before it, if there is one.
 std::string TakeLevel(const Request &request) {
-  const char *level = Request_Word(request, request.peer.port != 0 ? 0 : 1);
+  const char *level = Request_Word(request, Request_HasPlace(request) ? 0 : 1);
   if (!IsLevel(level))
     Tool_Fail(EX_USAGE, "level takes INFO, STATUS, WARNING, FATAL or OFF, not '%s'", level);
   return level;
@@ -63,8 +63,13 @@ int Command_Level(Request *request) {
   for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&ending, signal_number);
   sigprocmask(SIG_BLOCK, &ending, nullptr);
   const int status = SetLevel(targets, level);
-  const timespec spell = {static_cast<std::time_t>(request->spell.count()), 0};
-  sigtimedwait(&ending, nullptr, &spell);
+  for (auto left = request->spell; left.count() > 0; --left) {
+    Ask_Progress(
+        Tool_Format("level %s: %d s left", level.c_str(), static_cast<int>(left.count())).c_str());
+    const timespec second = {1, 0};
+    if (sigtimedwait(&ending, nullptr, &second) > 0) break;
+  }
+  Ask_Progress(nullptr);
   return std::max(status, SetLevel(targets, "WARNING"));
 }
 

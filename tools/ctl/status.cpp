@@ -9,8 +9,8 @@
 #include "tools/ctl/entries.h"
 #include "tools/ctl/messages.h"
 #include "tools/ctl/process.h"
-#include "tools/ctl/run.h"
 #include "tools/ctl/told.h"
+#include "tools/ctl/unit.h"
 
 namespace {
 
@@ -40,21 +40,6 @@ bool IsUp(const Status &status) { return status.asked.reply == Reply::kPong; }
 
 bool IsHere(const Status &status) { return Process_Socket(*status.line) != 0; }
 
-// What systemd says about a unit that it has, or nothing.
-std::string StateOf(const std::string &unit) {
-  std::string text;
-  const std::string loaded = "LoadState=loaded";
-  Run_Output(
-      {"systemctl", "show", "--property=LoadState,ActiveState,SubState,Result,NRestarts", unit},
-      &text);
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  const std::size_t at = text.find(loaded);
-  if (at == std::string::npos) return "";
-  text.erase(at, loaded.size() + 1);
-  while (!text.empty() && text.back() == ' ') text.pop_back();
-  return text;
-}
-
 // What calls for a hand: the level is not in the log, and a text that may come at several is taken
 // for one of the highest.
 bool IsTrouble(const std::vector<const Message *> &known) {
@@ -70,16 +55,17 @@ std::string TimeOf(const Entry &entry) {
   return entry.header.substr(begin, entry.header.find('\n', begin) - begin);
 }
 
+// The last ones, each where it came last.
 std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Message> &messages) {
   std::vector<Trouble> troubles;
   for (const Entry &entry : Entries_All(log)) {
     const std::vector<const Message *> known = Messages_Find(messages, entry.body);
     if (!IsTrouble(known)) continue;
     const std::string text = entry.body.substr(0, entry.body.find('\n'));
+    std::erase_if(troubles, [&text](const Trouble &earlier) { return earlier.text == text; });
     troubles.push_back({TimeOf(entry), text, known[0]->remedy});
+    if (troubles.size() > kLastEntries) troubles.erase(troubles.begin());
   }
-  const std::size_t count = troubles.size();
-  if (count > kLastEntries) troubles.erase(troubles.begin(), troubles.end() - kLastEntries);
   return troubles;
 }
 
@@ -98,9 +84,9 @@ void LookInside(Status *status, const Request &request, const std::vector<Messag
   if (IsHere(*status)) status->connections = Process_Connections(line);
   if (!IsUp(*status)) {
     status->findings = Command_Findings(request.dir, Conf_Name(line));
-    if (status->unit.empty()) status->unit = Command_Unit(line);
+    if (status->unit.empty()) status->unit = Unit_Name(line);
   }
-  if (!status->unit.empty()) status->unit_state = StateOf(status->unit);
+  if (!status->unit.empty()) status->unit_state = Unit_State(status->unit);
   if (status->unit_state.empty()) status->unit.clear();
   status->told = Told_List(request.state, line);
   status->log = TroublesIn(Entries_Tail(main, status->unit), messages);
@@ -130,11 +116,6 @@ long long Memory(const Status &status) {
 
 int Uptime(const Status &status) { return static_cast<int>(status.group[0].age); }
 
-std::string AnswerText(const Status &status) {
-  if (IsUp(status)) return Tool_Format("PONG in %.3f ms", status.asked.milliseconds);
-  return status.asked.reply == Reply::kNone ? "no answer" : std::strerror(status.asked.err);
-}
-
 std::string Joined(const std::vector<std::string> &words, const char *between) {
   std::string text;
   for (const std::string &word : words) {
@@ -160,7 +141,7 @@ std::string ProcessText(const Status &status) {
 
 std::string Plain(const Status &status) {
   std::string text =
-      Tool_Format("%s: %s\n", status.target.name.c_str(), AnswerText(status).c_str());
+      Tool_Format("%s: %s\n", status.target.name.c_str(), Ask_Text(status.asked).c_str());
   if (IsHere(status))
     text += Tool_Format("  connections: %d in hand, %d not accepted yet\n",
                         status.connections.in_hand, status.connections.waiting);
@@ -173,7 +154,7 @@ std::string Plain(const Status &status) {
     text += Tool_Format("  check: %s\n", finding.c_str());
   for (const Trouble &trouble : status.log)
     text += Tool_Format("  log, %s: %s\n    remedy: %s\n", trouble.time.c_str(),
-                        trouble.text.c_str(), trouble.remedy.c_str());
+                        Tool_Visible(trouble.text).c_str(), trouble.remedy.c_str());
   return text;
 }
 
@@ -188,7 +169,7 @@ std::string Json(const Status &status) {
   std::string text =
       Tool_Format("{\"id\": %s, \"type\": \"%c\", \"answer\": %s, \"ms\": %s",
                   Request_Json(status.line->words[0]).c_str(), status.line->config.Type,
-                  Request_Json(IsUp(status) ? "PONG" : AnswerText(status)).c_str(),
+                  Request_Json(IsUp(status) ? "PONG" : Ask_Text(status.asked)).c_str(),
                   IsUp(status) ? Tool_Format("%.3f", status.asked.milliseconds).c_str() : "null");
   if (IsHere(status))
     text += Tool_Format(", \"connections\": %d, \"waiting\": %d", status.connections.in_hand,
@@ -217,7 +198,7 @@ std::string Nagios(const std::vector<Status> &all) {
   std::string text, figures;
   for (const Status &status : all) {
     const std::string name = Conf_Name(*status.line);
-    text += (text.empty() ? "" : ", ") + name + " " + AnswerText(status);
+    text += (text.empty() ? "" : ", ") + name + " " + Ask_Text(status.asked);
     if (IsUp(status))
       figures += Tool_Format(" '%s time'=%.6fs", name.c_str(), status.asked.milliseconds / 1000);
     if (IsHere(status))

@@ -1,9 +1,10 @@
 #include <sysexits.h>
 
-#include <cstring>
+#include <map>
 
 #include "tools/common/tool.h"
 #include "tools/ctl/commands.h"
+#include "tools/ctl/unit.h"
 
 namespace {
 
@@ -14,21 +15,25 @@ struct Node {
   Asked asked;
 };
 
-// Parents before their children; an engine below its Search Manager.
-void AddBelow(std::vector<Node> *nodes, const Conf &conf, const ConfLine *parent,
+using Children = std::map<const ConfLine *, std::vector<const ConfLine *>>;
+
+// Parents before their children; an engine below its Search Manager, if it has one.
+void AddBelow(std::vector<Node> *nodes, const Conf &conf, const Children &children,
+              const std::vector<const ConfLine *> &lines, const ConfLine *parent,
               std::size_t depth) {
-  for (const ConfLine *line : Conf_Programs(conf)) {
-    const std::vector<const ConfLine *> parents = Conf_Parents(conf, *line);
-    if ((parents.empty() ? nullptr : parents[0]) != parent) continue;
+  for (const ConfLine *line : lines) {
+    if (parent != nullptr && Conf_Parents(conf, *line)[0] != parent) continue;
     nodes->push_back({line, depth, {}});
-    if (line->config.Type == 'C' || line->config.Type == 'S')
-      AddBelow(nodes, conf, line, depth + 1);
+    if (const auto below = children.find(line); below != children.end())
+      AddBelow(nodes, conf, children, below->second, line, depth + 1);
   }
 }
 
 std::vector<Node> MakeTree(const Conf &conf) {
+  std::vector<const ConfLine *> roots = Conf_Programs(conf);
+  std::erase_if(roots, [&](const ConfLine *line) { return !Conf_Parents(conf, *line).empty(); });
   std::vector<Node> nodes;
-  AddBelow(&nodes, conf, nullptr, 0);
+  AddBelow(&nodes, conf, Conf_Children(conf), roots, nullptr, 0);
   return nodes;
 }
 
@@ -39,20 +44,14 @@ void AskAll(std::vector<Node> *nodes, std::chrono::nanoseconds time) {
   for (std::size_t i = 0; i < asked.size(); ++i) (*nodes)[i].asked = asked[i];
 }
 
-std::string AnswerText(const Asked &asked) {
-  if (asked.reply == Reply::kPong) return Tool_Format("PONG in %.3f ms", asked.milliseconds);
-  return asked.reply == Reply::kNone ? "no answer" : std::strerror(asked.err);
-}
-
 std::string PlainText(const Node &node) {
-  const ConfigInfo &config = node.line->config;
-  const std::string orphan = config.Type != 'C' && node.depth == 0
-                                 ? Tool_Format(" (its parent %s is missing)", config.ParentID)
-                                 : "";
-  return std::string(2 * node.depth, ' ') +
-         Tool_Format("%s %c %s %d %d: %s%s\n", node.line->words[0].c_str(), config.Type, config.IP,
-                     config.ClientPort, config.AdminPort, AnswerText(node.asked).c_str(),
-                     orphan.c_str());
+  const std::vector<std::string> &words = node.line->words;
+  std::string text(2 * node.depth, ' ');
+  for (std::size_t i = 0; i < 5; ++i) text += words[i] + (i < 4 ? " " : ": ");
+  text += Ask_Text(node.asked);
+  if (node.line->config.Type != 'C' && node.depth == 0)
+    text += Tool_Format(" (its parent %s is missing)", node.line->config.ParentID);
+  return text + "\n";
 }
 
 std::string JsonText(const Node &node) {
@@ -63,17 +62,8 @@ std::string JsonText(const Node &node) {
       "\"parent\": %s, \"line\": %d, \"answer\": %s, \"ms\": %s}",
       Request_Json(node.line->words[0]).c_str(), config.Type, Request_Json(config.IP).c_str(),
       config.ClientPort, config.AdminPort, Request_Json(config.ParentID).c_str(), node.line->number,
-      Request_Json(is_up ? "PONG" : AnswerText(node.asked)).c_str(),
+      Request_Json(is_up ? "PONG" : Ask_Text(node.asked)).c_str(),
       is_up ? Tool_Format("%.3f", node.asked.milliseconds).c_str() : "null");
-}
-
-const char *UnitOf(char type) {
-  switch (type) {
-    case 'C': return "korvo-commmgr@";
-    case 'S': return "korvo-searchmgr@";
-    case 'D': return "korvo-docmgr@";
-    default: return "korvo-engine@";
-  }
 }
 
 }  // namespace
@@ -94,16 +84,14 @@ int Command_List(Request *request) {
   return EX_OK;
 }
 
-std::string Command_Unit(const ConfLine &line) {
-  return UnitOf(line.config.Type) + line.words[0] + ".service";
-}
-
 int Command_Units(Request *request) {
   const Conf conf = Conf_Read(request->dir);
   std::string text;
   for (const char type : {'C', 'S', 'D', 'E'})
     for (const ConfLine *line : Conf_Programs(conf))
-      if (line->config.Type == type && Conf_IsHere(*line)) text += Command_Unit(*line) + "\n";
+      if (line->config.Type == type && Conf_IsHere(*line)) text += Unit_Name(*line) + "\n";
   Tool_Print(text);
+  if (text.empty())
+    Tool_Warn("%s has no program with an address of this machine", conf.path.c_str());
   return EX_OK;
 }
