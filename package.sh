@@ -99,7 +99,7 @@ lay_out() {
   debian "$2" "$1"
   mkdir "$folder/$2/packages"
   cp "$packages"/korvo*_"$1".deb "$folder/$2/packages"
-  cp packaging/trial.sh packaging/faults.sh "$folder/$2"
+  cp packaging/trial.sh packaging/faults.sh tests/links.sh "$folder/$2"
 }
 
 # A control group for the systemd of the trial, which takes the one that it finds itself in for the machine's.

@@ -133,6 +133,7 @@ plain() {
   step 'installing the rest, starting and asking'
   install /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
   configure
+  /links.sh /usr/share/doc/korvo /usr/share/man || fail 'installed documents lead nowhere'
   local unit all
   mapfile -t all < <(korvoctl units | sed 's/\(\.service\)\?$/.service/')
   [ ${#all[@]} -eq 5 ] || fail "korvoctl gives other units than five: ${all[*]}"

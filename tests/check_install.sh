@@ -56,15 +56,6 @@ has_web() { # has_web FOLDER BUILD: the pages of korvo-web, and the macros as th
   done
 }
 
-links_lead() { # links_lead FOLDER: those of the documents, to files
-  local document link
-  while read -r document; do
-    while read -r link; do
-      [ -e "$(dirname "$document")/$link" ] || fault "$(basename "$document") leads to $link, which is missing"
-    done < <(grep -o ']([^)#:]*)' "$document" | sed 's/^](//; s/)$//')
-  done < <(find "$1" -name '*.md')
-}
-
 echo 'packed, by somebody whose files nobody else may read'
 (
   umask 077
@@ -74,7 +65,7 @@ closed=$(find "$scratch/pack/usr/local/korvo" ! -perm -o=r -o -type d ! -perm -o
 [ -z "$closed" ] || fault "others may not read $closed"
 has_all "$scratch/pack/usr/local/korvo"
 has_web "$scratch/pack/usr/local/korvo" "$build"
-links_lead "$scratch/pack/usr/local/korvo/share/doc/korvo"
+"$sources/tests/links.sh" "$scratch/pack/usr/local/korvo/share/doc/korvo" || status=1
 
 echo 'elsewhere, where the programs would not look'
 cmake --install "$build" --prefix "$scratch/other" >"$log" 2>&1 && fault 'another prefix is not refused'
@@ -108,6 +99,9 @@ rm "$home/etc/korvo.conf"
 "$scratch/build/bin/korvoctl" list >"$log" 2>&1 || fault "korvoctl does not look for korvo.conf in KORVO_CONF: $(cat "$log")"
 rm "$home/share/korvo/messages"
 "$scratch/build/bin/korvoctl" log --explain </dev/null >"$log" 2>&1 || fault "korvoctl does not look for messages in KORVO_SHARE: $(cat "$log")"
+head -c 20000 /dev/zero >"$scratch/share/long.hdr"
+"$scratch/build/bin/korvoctl" check >"$log" 2>&1
+grep -qF "$scratch/share/long.hdr:1: " "$log" || fault "korvoctl does not look for page frames in KORVO_SHARE: $(cat "$log")"
 "$scratch/build/bin/korvo-commmgr" nobody >/dev/null 2>"$log"
 grep -qF "'$home/etc/korvo.conf'" "$log" || fault "the daemon looks elsewhere: $(cat "$log")"
 
