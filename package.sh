@@ -99,7 +99,7 @@ lay_out() {
   debian "$2" "$1"
   mkdir "$folder/$2/packages"
   cp "$packages"/korvo*_"$1".deb "$folder/$2/packages"
-  cp packaging/trial.sh packaging/faults.sh tests/links.sh "$folder/$2"
+  cp packaging/trial.sh packaging/faults.sh tests/links.sh debian/tests/service "$folder/$2"
 }
 
 # A control group for the systemd of the trial, which takes the one that it finds itself in for the machine's.
@@ -163,6 +163,7 @@ if find_group; then
   lay_out "$arch" booted
   inside booted /trial.sh prepare
   boot booted
+  quietly service booted /service
   booted /trial.sh faults
   cp "$folder/booted/faults.md" "$packages"
   booted /trial.sh booted
