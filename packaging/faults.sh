@@ -107,7 +107,7 @@ files_are_wrong() {
   sed -i 's/^web1.*/web1 C 127.0.0.1 8001 99999 -/' /etc/korvo/korvo.conf
   says 'korvoctl check' 'korvo.conf:[0-9]+: ADMINPORT' korvoctl check
   systemctl restart --no-block korvo-commmgr@web1
-  journal_says korvo-commmgr@web1 'korvo.conf:[0-9]+: ADMINPORT'
+  says 'systemctl status' 'korvo.conf:[0-9]+: ADMINPORT' systemctl status --full --no-pager korvo-commmgr@web1
   says 'korvoctl status web1' 'check: .*ADMINPORT' korvoctl status web1 --timeout 1
   mend
   fault 'no newline behind the last line of korvo.conf'
@@ -169,7 +169,7 @@ pages_are_wrong() {
   says 'korvoctl log --explain' 'remedy: ' explained korvo-commmgr@web1 'Unable to open Macro'
   fault 'a page frame is too long'
   head -c 20000 /dev/zero | tr '\0' x >/etc/korvo/macros/long.hdr
-  says 'korvoctl check --macros' 'has 20000 characters' korvoctl check --macros /etc/korvo/macros
+  says 'korvoctl check' 'has 20000 characters' korvoctl check
   rm /etc/korvo/macros/long.hdr
 }
 
@@ -182,7 +182,7 @@ programs_fail() {
   systemctl stop korvo-engine@half1
   says 'korvoctl list' 'half1 E .*Connection refused' korvoctl list
   says 'korvoctl status half1' 'unit .*ActiveState=inactive' korvoctl status half1
-  systemctl start korvo-engine@half1
+  korvoctl restart half1 >>$log 2>&1 || fail 'korvoctl restart starts no engine that is down'
   whole
   fault 'the Search Manager hangs'
   systemctl kill --signal STOP korvo-searchmgr@packages
@@ -198,7 +198,7 @@ programs_fail() {
   systemctl kill --signal CONT korvo-commmgr@web1
   whole
   fault 'the daemon is gone'
-  systemctl stop korvo-commmgr@web1
+  korvoctl stop web1 >>$log 2>&1 || fail 'korvoctl stop fails'
   says '/healthz' '^HTTP/1.1 503' ask /healthz
   says 'korvoctl status web1' 'unit .*ActiveState=inactive' korvoctl status web1
   mend

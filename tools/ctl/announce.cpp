@@ -218,7 +218,7 @@ std::vector<const ConfLine *> ParentsOf(const Round &round) {
   std::vector<const ConfLine *> parents = round.request.words.empty()
                                               ? Conf_Programs(round.conf)
                                               : Request_Lines(round.request, round.conf);
-  std::erase_if(parents, [&](const ConfLine *line) { return round.children.count(line) == 0; });
+  std::erase_if(parents, [&](const ConfLine *line) { return !round.children.contains(line); });
   return parents;
 }
 
@@ -229,7 +229,7 @@ std::vector<const ConfLine *> ProgramsOf(const Round &round,
   for (const ConfLine *parent : parents)
     wanted.insert(round.children.at(parent).begin(), round.children.at(parent).end());
   std::vector<const ConfLine *> programs = Conf_Programs(round.conf);
-  std::erase_if(programs, [&](const ConfLine *line) { return wanted.count(line) == 0; });
+  std::erase_if(programs, [&](const ConfLine *line) { return !wanted.contains(line); });
   return programs;
 }
 

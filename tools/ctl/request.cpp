@@ -12,7 +12,7 @@ namespace {
 std::size_t CharacterLength(std::string_view text) {
   struct Form {
     unsigned char least, most;  // of the first byte
-    std::size_t length;
+    unsigned char length;
     unsigned char least_second, most_second;  // no longer form than needed, no half of a pair
   };
   constexpr Form kForms[] = {
