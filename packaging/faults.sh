@@ -201,7 +201,8 @@ programs_fail() {
   korvoctl stop web1 >>$log 2>&1 || fail 'korvoctl stop fails'
   says '/healthz' '^HTTP/1.1 503' ask /healthz
   says 'korvoctl status web1' 'unit .*ActiveState=inactive' korvoctl status web1
-  mend
+  korvoctl restart web1 >>$log 2>&1 || fail 'korvoctl restart starts no daemon that is down'
+  whole
   fault 'the file of the daemon was replaced'
   cp -a /usr/sbin/korvo-commmgr /usr/sbin/korvo-commmgr.new
   mv /usr/sbin/korvo-commmgr.new /usr/sbin/korvo-commmgr

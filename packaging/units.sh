@@ -34,14 +34,18 @@ parents() {
   done
 }
 
-# bind UNIT: makes it a part of its parents.
+# bind UNIT: makes it a part of its parents, which take it along when they stop, and bring it when they start.
 bind() {
   id=$(parent "$1")
   [ -n "$id" ] || return 0
   above=$(parents "$1" "$id" | tr '\n' ' ')
   mkdir -p "$system/$1.d"
   printf '[Unit]\nPartOf=%s\nBefore=%s\n[Service]\nEnvironment=KORVO_PARENT=%s\n' "$above" "$above" "$id" \
-    >"$system/$1.d/korvo-units.conf"
+    >>"$system/$1.d/korvo-units.conf"
+  for higher in $above; do
+    mkdir -p "$system/$higher.d"
+    printf '[Unit]\nWants=%s\n' "$1" >>"$system/$higher.d/korvo-units.conf"
+  done
 }
 
 rm -f "$system"/korvo-*@*.service.d/korvo-units.conf
