@@ -100,7 +100,7 @@ rm "$home/etc/korvo.conf"
 rm "$home/share/korvo/messages"
 "$scratch/build/bin/korvoctl" log --explain </dev/null >"$log" 2>&1 || fault "korvoctl does not look for messages in KORVO_SHARE: $(cat "$log")"
 head -c 20000 /dev/zero >"$scratch/share/long.hdr"
-"$scratch/build/bin/korvoctl" check >"$log" 2>&1
+"$scratch/build/bin/korvoctl" check >"$log" 2>&1 || true  # it finds that
 grep -qF "$scratch/share/long.hdr:1: " "$log" || fault "korvoctl does not look for page frames in KORVO_SHARE: $(cat "$log")"
 "$scratch/build/bin/korvo-commmgr" nobody >/dev/null 2>"$log"
 grep -qF "'$home/etc/korvo.conf'" "$log" || fault "the daemon looks elsewhere: $(cat "$log")"
