@@ -48,6 +48,29 @@ void AwaitEnd(Exchange *exchange) {
   Await(exchange, [exchange] { return exchange->stage == Stage::kOver; });
 }
 
+// An exchange whose daemon has its line and has not answered yet.
+struct Asked {
+  Asked() {
+    EXPECT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
+    Await(&exchange, [this] { return exchange.line.empty(); });
+    connection = daemon.Accept();
+    EXPECT_EQ(connection.ReadLine(), "ask\n");
+  }
+  void Give(const std::string &page) {
+    connection.Send(page);
+    Await(&exchange, [&] { return exchange.out == page; });
+  }
+  void End(const std::string &page) {
+    connection.Send(page);
+    connection.Close();
+    AwaitEnd(&exchange);
+  }
+
+  const Manager daemon;
+  Exchange exchange = Asking();
+  Socket connection;
+};
+
 }  // namespace
 
 TEST(Door, LetsSoManyIn_AndTheOthersInTheirOrder) {
@@ -109,20 +132,12 @@ TEST(Door, WhoeverCannotConnect_LetsTheNextIn) {
 }
 
 TEST(Exchange, BytesAreGivenAsTheyCome) {
-  const Manager daemon;
-  Exchange exchange = Asking();
-  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-  Await(&exchange, [&] { return exchange.line.empty(); });
-  Socket connection = daemon.Accept();
-  EXPECT_EQ(connection.ReadLine(), "ask\n");
-  connection.Send("one");
-  Await(&exchange, [&] { return exchange.out == "one"; });
-  EXPECT_EQ(exchange.stage, Stage::kGiving);
-  connection.Send("two");
-  connection.Close();
-  AwaitEnd(&exchange);
-  EXPECT_EQ(exchange.out, "onetwo");
-  EXPECT_EQ(exchange.trouble, Trouble::kNone);
+  Asked asked;
+  asked.Give("one");
+  EXPECT_EQ(asked.exchange.stage, Stage::kGiving);
+  asked.End("two");
+  EXPECT_EQ(asked.exchange.out, "onetwo");
+  EXPECT_EQ(asked.exchange.trouble, Trouble::kNone);
 }
 
 TEST(Exchange, TroubleInFrontOfThePage) {
@@ -131,17 +146,10 @@ TEST(Exchange, TroubleInFrontOfThePage) {
       {"\t@COMMAND=ERROR\tUnable to locate SearchMgr\n", Trouble::kGone},
       {"\t@COMMAND=ERROR\tUnable to locate Document Server.", Trouble::kNoDocument}};
   for (const auto &[answer, trouble] : answers) {
-    const Manager daemon;
-    Exchange exchange = Asking();
-    ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-    Await(&exchange, [&] { return exchange.line.empty(); });
-    Socket connection = daemon.Accept();
-    connection.ReadLine();
-    connection.Send(answer);
-    connection.Close();
-    AwaitEnd(&exchange);
-    EXPECT_EQ(exchange.out, "");
-    EXPECT_EQ(exchange.trouble, trouble) << answer;
+    Asked asked;
+    asked.End(answer);
+    EXPECT_EQ(asked.exchange.out, "");
+    EXPECT_EQ(asked.exchange.trouble, trouble) << answer;
   }
 }
 
@@ -206,30 +214,22 @@ TEST(Exchange, CallsThatAreForLater_AreMadeAgain) {
 }
 
 TEST(Exchange, ConnectionThatIsResetInFrontOfThePage_IsGone) {
-  const Manager daemon;
-  Exchange exchange = Asking();
-  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-  Await(&exchange, [&] { return exchange.line.empty(); });
-  daemon.Accept().Reset();
-  AwaitEnd(&exchange);
-  EXPECT_EQ(exchange.out, "");
-  EXPECT_EQ(exchange.trouble, Trouble::kGone);
+  Asked asked;
+  asked.connection.Reset();
+  AwaitEnd(&asked.exchange);
+  EXPECT_EQ(asked.exchange.out, "");
+  EXPECT_EQ(asked.exchange.trouble, Trouble::kGone);
 }
 
 // What came held a placeholder back, or less.
 TEST(Exchange, ConnectionThatIsResetBehindItsFirstBytes_IsBroken) {
-  const Manager daemon;
-  Exchange exchange = Asking();
-  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-  Await(&exchange, [&] { return exchange.line.empty(); });
-  Socket connection = daemon.Accept();
-  EXPECT_EQ(connection.ReadLine(), "ask\n");
-  connection.Send("<!--korvo:");
-  Await(&exchange, [&] { return exchange.heard; });
-  connection.Reset();
-  AwaitEnd(&exchange);
-  EXPECT_EQ(exchange.out, "");
-  EXPECT_EQ(exchange.trouble, Trouble::kBroken);
+  Asked asked;
+  asked.connection.Send("<!--korvo:");
+  Await(&asked.exchange, [&] { return asked.exchange.heard; });
+  asked.connection.Reset();
+  AwaitEnd(&asked.exchange);
+  EXPECT_EQ(asked.exchange.out, "");
+  EXPECT_EQ(asked.exchange.trouble, Trouble::kBroken);
 }
 
 TEST(Exchange, ConnectionThatEndsBeforeItIsAsked_IsGone) {
@@ -245,45 +245,26 @@ TEST(Exchange, ConnectionThatEndsBeforeItIsAsked_IsGone) {
 
 // The frames and the macro of a group may all be empty.
 TEST(Exchange, PageOfNothing_IsNoTrouble) {
-  const Manager daemon;
-  Exchange exchange = Asking();
-  exchange.filter.awaits = true;
-  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-  Await(&exchange, [&] { return exchange.line.empty(); });
-  Socket connection = daemon.Accept();
-  connection.ReadLine();
-  connection.Send("\t<!--korvo matches=0 first=0 shown=0 shards=1/1 ms=3-->\n");
-  connection.Close();
-  AwaitEnd(&exchange);
-  EXPECT_EQ(exchange.out, "");
-  EXPECT_EQ(exchange.trouble, Trouble::kNone);
+  Asked asked;
+  asked.exchange.filter.awaits = true;
+  asked.End("\t<!--korvo matches=0 first=0 shown=0 shards=1/1 ms=3-->\n");
+  EXPECT_EQ(asked.exchange.out, "");
+  EXPECT_EQ(asked.exchange.trouble, Trouble::kNone);
 }
 
 TEST(Exchange, PageThatIsHeldBackToItsEnd_IsGivenThen) {
-  const Manager daemon;
-  Exchange exchange = Asking();
-  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-  Await(&exchange, [&] { return exchange.line.empty(); });
-  Socket connection = daemon.Accept();
-  connection.ReadLine();
-  connection.Send("<!--");
-  connection.Close();
-  AwaitEnd(&exchange);
-  EXPECT_EQ(exchange.out, "<!--");
-  EXPECT_EQ(exchange.trouble, Trouble::kNone);
+  Asked asked;
+  asked.End("<!--");
+  EXPECT_EQ(asked.exchange.out, "<!--");
+  EXPECT_EQ(asked.exchange.trouble, Trouble::kNone);
 }
 
 TEST(Exchange, PageThatBreaksOff_SaysSo) {
-  const Manager daemon;
-  Exchange exchange = Asking();
-  ASSERT_TRUE(Exchange_Open(&exchange, DoorTo(daemon.Port(), 1).daemon));
-  Await(&exchange, [&] { return exchange.line.empty(); });
-  Socket connection = daemon.Accept();
-  connection.Send("page");
-  Await(&exchange, [&] { return exchange.out == "page"; });
-  connection.Reset();
-  AwaitEnd(&exchange);
-  EXPECT_EQ(exchange.out, "page[broken]");
+  Asked asked;
+  asked.Give("page");
+  asked.connection.Reset();
+  AwaitEnd(&asked.exchange);
+  EXPECT_EQ(asked.exchange.out, "page[broken]");
 }
 
 TEST(Exchange, SlowBrowser_HoldsTheDaemonUp) {
