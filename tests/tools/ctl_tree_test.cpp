@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -198,6 +201,74 @@ TEST(CtlTree, Announce_SpeaksForEachThatAnswers) {
   EXPECT_EQ(0, tool.Status()) << tool.Errors();
 }
 
+// One that is silent keeps nobody waiting; one that comes late is announced in the same call.
+TEST(CtlTree, Announce_WaitsForNobodyWhoIsSilent) {
+  Admin web, late;
+  const Admin silent;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(web.Port()) + " -");
+  const int one = site.Line("one", 'D', "web1");
+  site.Text("late D 127.0.0.1 1 " + std::to_string(late.Port()) + " web1");
+  site.Text("none D 127.0.0.1 1 " + std::to_string(silent.Port()) + " web1");
+  site.Start(one);
+  const Folder state;
+  const Arguments announce =
+      site.Ctl({"announce", "web1", "--state", state.Path(), "--timeout", "6"});
+  Tool tool(announce);
+  EXPECT_TRUE(web.Announced().starts_with("\t@COMMAND=STARTUPANNOUNCEMENT\tID=one\tTYPE=D\t"));
+  // Another one is not held up by the one that still waits.
+  const int lock = open(state.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  EXPECT_TRUE(Eventually([&] { return flock(lock, LOCK_EX | LOCK_NB) == 0; }));
+  EXPECT_EQ("announced " + site.Place(one) + " to web1:C at 127.0.0.1/" +
+                std::to_string(web.Port()) + "\n",
+            tool.Output());
+  close(lock);
+  late.Reply(Pong(NumberIn(late.Receive())));
+  EXPECT_TRUE(web.Announced().starts_with("\t@COMMAND=STARTUPANNOUNCEMENT\tID=late\tTYPE=D\t"));
+  EXPECT_EQ(0, tool.Status()) << tool.Errors();
+  const std::string to = " to web1:C at 127.0.0.1/" + std::to_string(web.Port()) + "\n";
+  EXPECT_EQ("announced " + site.Place(one) + to + "none:D at 127.0.0.1/" +
+                std::to_string(silent.Port()) + " is silent\nannounced late:D at 127.0.0.1/" +
+                std::to_string(late.Port()) + to,
+            tool.Output());
+}
+
+// One behind another in the file is told when that one has been, or is silent.
+TEST(CtlTree, Announce_KeepsTheOrderOfSearchManagersThatComeLate) {
+  Admin web, late;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(web.Port()) + " -");
+  const int first = site.Line("a", 'S', "web1");
+  site.Text("b S 127.0.0.1 1 " + std::to_string(late.Port()) + " web1");
+  const int last = site.Line("c", 'S', "web1");
+  site.Start(first);
+  site.Start(last);
+  Tool tool(site.Ctl({"announce", "web1"}));
+  const std::string announcement = "\t@COMMAND=STARTUPANNOUNCEMENT\tID=";
+  EXPECT_TRUE(web.Announced().starts_with(announcement + "a\tTYPE=S\t"));
+  late.Reply(Pong(NumberIn(late.Receive())));
+  for (const std::string id : {"a", "b", "c"})
+    EXPECT_TRUE(web.Announced().starts_with(announcement + id + "\tTYPE=S\t")) << id;
+  EXPECT_EQ(0, tool.Status()) << tool.Errors();
+}
+
+// A datagram is lost now and then.
+TEST(CtlTree, Announce_AsksAgainBeforeItTakesTheStandby) {
+  Admin web, first;
+  Site site;
+  site.Text("web1 C 127.0.0.1 1 " + std::to_string(web.Port()) + " -");
+  site.Text("a S 127.0.0.1 1 " + std::to_string(first.Port()) + " web1");
+  const int standby = site.Line("a", 'S', "web1");
+  site.Start(standby);
+  Tool tool(site.Ctl({"announce", "web1", "--timeout", "2"}));
+  first.Receive();
+  first.Receive();
+  first.Reply(Pong(NumberIn(first.Receive())));
+  EXPECT_TRUE(web.Announced().starts_with(
+      "\t@COMMAND=STARTUPANNOUNCEMENT\tID=a\tTYPE=S\tIP=127.0.0.1\tCLIENTPORT=1\t"));
+  EXPECT_EQ(0, tool.Status()) << tool.Errors();
+}
+
 // What asks is one line, as any client sends it.
 TEST(CtlTree, Announce_WithAMacroAsksForEachGroup) {
   Admin admin;
@@ -240,7 +311,10 @@ TEST(CtlTree, Announce_SaysWhoIsSilentAndWhoWasAnnounced) {
   EXPECT_TRUE(IsListed(site, web, "one"));
   EXPECT_FALSE(IsListed(site, web, "two"));
   EXPECT_EQ(Announced(site, half, one), site.Run({"announce", "one"}).output);
-  EXPECT_EQ("", site.Run({"announce", "half"}).output);
+  const Outcome nobody = site.Run({"announce", "half"});
+  EXPECT_EQ("", nobody.output);
+  EXPECT_EQ("korvoctl: nobody is below half in " + site.Path() + "/korvo.conf\n", nobody.errors);
+  EXPECT_EQ(0, nobody.status);
   site.End(web);
   const Outcome alone = site.Run({"announce", "web1"});
   EXPECT_EQ(69, alone.status);

@@ -30,12 +30,16 @@ struct Found {
 
 using AllFound = std::map<const ConfLine *, Found>;  // by the first line
 
+constexpr auto kAtOnce = std::chrono::milliseconds(300);  // of those that are up, all but a few
+
 struct Round {
   const Request &request;
   const Conf &conf;
   std::map<const ConfLine *, std::vector<const ConfLine *>> children;
   AllFound before;
-  AllFound now;
+  AllFound now;                              // without those that may answer yet
+  std::set<const ConfLine *> held;           // parents that have not been told of all
+  std::map<const ConfLine *, int> statuses;  // of the parents that answered, one with a fault or OK
 };
 
 // The first of a program's lines, and its standbys.
@@ -48,25 +52,37 @@ std::vector<const ConfLine *> LinesOf(const Conf &conf, const ConfLine &program)
   return lines;
 }
 
-// Of each program the first line that answers.
-AllFound FindAll(const Conf &conf, const std::vector<const ConfLine *> &programs,
-                 std::chrono::nanoseconds time) {
-  std::vector<const ConfLine *> lines;
-  std::vector<Target> targets;
-  for (const ConfLine *program : programs)
-    for (const ConfLine *line : LinesOf(conf, *program)) {
-      lines.push_back(line);
-      targets.push_back(Ask_Target(*line));
-    }
-  const std::vector<Asked> asked = Ask_Ping(targets, time);
+std::vector<const ConfLine *> LinesOfAll(const Conf &conf,
+                                         const std::vector<const ConfLine *> &programs) {
+  std::vector<const ConfLine *> all;
+  for (const ConfLine *program : programs) {
+    const std::vector<const ConfLine *> lines = LinesOf(conf, *program);
+    all.insert(all.end(), lines.begin(), lines.end());
+  }
+  return all;
+}
+
+// Of each program the first line that answers.  While one may answer yet, those behind it do not
+// count, and nothing is found of a program of which none does.
+AllFound FindAll(const Conf &conf, const std::vector<const ConfLine *> &lines,
+                 const std::vector<Asked> &asked, bool is_last) {
   AllFound found;
+  std::set<const ConfLine *> open;
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const ConfLine *program = Conf_Find(conf, lines[i]->words[0], lines[i]->config.Type);
     Found *one = &found.try_emplace(program, Found{nullptr, 0}).first->second;
-    if (one->serving == nullptr && asked[i].reply == Reply::kPong)
+    if (one->serving != nullptr) continue;
+    if (asked[i].reply == Reply::kNone && !is_last) open.insert(program);
+    if (asked[i].reply == Reply::kPong && !open.contains(program))
       *one = {lines[i], Process_Socket(*lines[i])};
   }
+  for (const ConfLine *program : open) found.erase(program);
   return found;
+}
+
+const ConfLine *Serving(const Round &round, const ConfLine *program) {
+  const auto now = round.now.find(program);
+  return now == round.now.end() ? nullptr : now->second.serving;
 }
 
 bool IsChanged(const Round &round, const ConfLine *program) {
@@ -155,28 +171,37 @@ int AnnounceUnknown(const Round &round, const ConfLine &parent,
 
 // All Search Managers of a parent as soon as there is news of one: its own announcement may have
 // cut those behind it.
-int AnnounceManagers(const Round &round, const ConfLine *parent,
+int AnnounceManagers(Round *round, const ConfLine *parent,
                      const std::vector<const ConfLine *> &managers) {
-  const bool is_news = IsChanged(round, parent) ||
+  const bool is_news = round->held.contains(parent) || IsChanged(*round, parent) ||
                        std::any_of(managers.begin(), managers.end(), [&](const ConfLine *manager) {
-                         return IsChanged(round, manager);
+                         return IsChanged(*round, manager);
                        });
   if (!is_news) return EX_OK;
-  const ConfLine &to = *round.now.at(parent).serving;
-  if (!round.request.macro.empty()) return AnnounceUnknown(round, to, managers);
-  for (const ConfLine *manager : managers) Announce(round, to, *round.now.at(manager).serving);
+  const ConfLine &to = *Serving(*round, parent);
+  if (!round->request.macro.empty()) return AnnounceUnknown(*round, to, managers);
+  for (const ConfLine *manager : round->children.at(parent)) {
+    if (manager->config.Type != 'S') continue;
+    // One that comes later would be cut off by those behind it in the file.
+    if (!round->now.contains(manager)) {
+      round->held.insert(parent);
+      return EX_OK;
+    }
+    if (const ConfLine *serving = Serving(*round, manager)) Announce(*round, to, *serving);
+  }
   return EX_OK;
 }
 
 // To a parent that answers.
-int AnnounceTo(const Round &round, const ConfLine *parent) {
+int AnnounceTo(Round *round, const ConfLine *parent) {
   std::vector<const ConfLine *> managers;
-  for (const ConfLine *child : round.children.at(parent)) {
-    if (round.now.at(child).serving == nullptr) continue;
+  for (const ConfLine *child : round->children.at(parent)) {
+    const ConfLine *serving = Serving(*round, child);
+    if (serving == nullptr) continue;
     if (child->config.Type == 'S')
       managers.push_back(child);
-    else if (IsChanged(round, parent) || IsChanged(round, child))
-      Announce(round, *round.now.at(parent).serving, *round.now.at(child).serving);
+    else if (IsChanged(*round, parent) || IsChanged(*round, child))
+      Announce(*round, *Serving(*round, parent), *serving);
   }
   return managers.empty() ? EX_OK : AnnounceManagers(round, parent, managers);
 }
@@ -187,31 +212,65 @@ void ReportSilent(const Round &round) {
       Tool_Print(Tool_Format("%s is silent\n", Ask_Target(*program).name.c_str()));
 }
 
-// The worst that a parent gave, or EX_UNAVAILABLE when none of them answers.  One that could not be
-// told is as good as new in the next round.
-int AnnounceAll(Round *round, const std::vector<const ConfLine *> &parents) {
+// One that could not be told is as good as new in the next round.
+void AnnounceAll(Round *round, const std::vector<const ConfLine *> &parents) {
   ReportSilent(*round);
-  int status = EX_OK;
-  bool is_any_up = parents.empty();
   std::vector<const ConfLine *> untold;
   for (const ConfLine *parent : parents) {
-    if (round->now.at(parent).serving == nullptr) continue;
-    is_any_up = true;
-    const int result = AnnounceTo(*round, parent);
+    if (Serving(*round, parent) == nullptr) continue;
+    const int result = AnnounceTo(round, parent);
+    round->statuses[parent] = result;
     if (result != EX_OK) untold.push_back(parent);
-    status = std::max(status, result);
   }
   for (const ConfLine *parent : untold) round->now.erase(parent);
-  return is_any_up ? status : EX_UNAVAILABLE;
 }
 
 // One behind the other when units start at the same time: two that find the same Search Manager
 // unknown would both announce it, and the second cut off whom the first has announced behind it.
-int GoRound(Round *round, const std::vector<const ConfLine *> &programs,
-            const std::vector<const ConfLine *> &parents) {
-  const FdGuard lock(Told_Lock(round->request.state, round->request.peer.left));
-  round->now = FindAll(round->conf, programs, round->request.peer.left);
-  return AnnounceAll(round, parents);
+FdGuard Lock(const Round &round) {
+  return FdGuard(Told_Lock(round.request.state, round.request.peer.left));
+}
+
+// What was found is no news any more; of the others it stays what it was.
+void KeepFound(Round *round) {
+  for (const auto &[program, status] : round->statuses)
+    if (status != EX_OK) round->before.erase(program);
+  for (const auto &[program, found] : round->now) round->before[program] = found;
+}
+
+// Those that answer at once are announced at once, and those that come late behind them.  Nobody
+// waits meanwhile for one that is silent.
+void GoRound(Round *round, const std::vector<const ConfLine *> &programs,
+             const std::vector<const ConfLine *> &parents) {
+  const std::vector<const ConfLine *> lines = LinesOfAll(round->conf, programs);
+  std::vector<Target> targets;
+  targets.reserve(lines.size());
+  for (const ConfLine *line : lines) targets.push_back(Ask_Target(*line));
+  round->held.clear();
+  round->statuses.clear();
+  std::unique_ptr<Asking> asking;
+  bool may_more_answer = false;
+  {
+    const FdGuard lock = Lock(*round);
+    asking = std::make_unique<Asking>(targets, round->request.peer.left);
+    round->now = FindAll(round->conf, lines, asking->Await(kAtOnce), false);
+    may_more_answer = round->now.size() < programs.size();
+    AnnounceAll(round, parents);
+  }
+  if (!may_more_answer) return;
+  KeepFound(round);
+  const std::vector<Asked> asked = asking->Await(round->request.peer.left);
+  const FdGuard lock = Lock(*round);
+  round->now = FindAll(round->conf, lines, asked, true);
+  AnnounceAll(round, parents);
+}
+
+// The worst that a parent gave, or EX_UNAVAILABLE when none of them answered.
+int StatusOf(const Round &round, const std::vector<const ConfLine *> &parents) {
+  if (round.statuses.empty()) return parents.empty() ? EX_OK : EX_UNAVAILABLE;
+  int worst = EX_OK;
+  for (const auto &[parent, status] : round.statuses) worst = std::max(worst, status);
+  return worst;
 }
 
 std::vector<const ConfLine *> ParentsOf(const Round &round) {
@@ -237,10 +296,15 @@ std::vector<const ConfLine *> ProgramsOf(const Round &round,
 
 int Command_Announce(Request *request) {
   const Conf conf = Conf_Read(request->dir);
-  Round round = {*request, conf, Conf_Children(conf), {}, {}};
+  Round round = {*request, conf, Conf_Children(conf), {}, {}, {}, {}};
   const std::vector<const ConfLine *> parents = ParentsOf(round);
+  if (parents.empty() && !request->words.empty()) {
+    Tool_Warn("nobody is below %s in %s", Request_Word(*request, 0), conf.path.c_str());
+    return EX_OK;
+  }
   const std::vector<const ConfLine *> programs = ProgramsOf(round, parents);
-  const int status = GoRound(&round, programs, parents);
+  GoRound(&round, programs, parents);
+  const int status = StatusOf(round, parents);
   while (request->watch.count() > 0) {
     std::this_thread::sleep_for(request->watch);
     round.before = round.now;

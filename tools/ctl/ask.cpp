@@ -25,9 +25,10 @@ constexpr std::int32_t kFirstSourcePort = 32000;  // up to kPeerMaxPort
 constexpr std::size_t kDatagramSize = 4096;
 constexpr auto kAskAgain = std::chrono::milliseconds(200);
 constexpr auto kPause = std::chrono::milliseconds(50);  // behind a refusal
-constexpr auto kPatience = std::chrono::seconds(1);     // of a user who is told nothing
-constexpr std::size_t kMostAtOnce = 64;                 // a socket holds their answers
-constexpr int kLull = 5;                                // milliseconds between two of these
+constexpr auto kAtOnce = std::chrono::milliseconds(1);
+constexpr auto kPatience = std::chrono::seconds(1);  // of a user who is told nothing
+constexpr std::size_t kMostAtOnce = 64;              // a socket holds their answers
+constexpr int kLull = 5;                             // milliseconds between two of these
 
 std::int32_t NewNumber() {
   return static_cast<std::int32_t>(Clock::now().time_since_epoch().count() / 1000 & INT32_MAX);
@@ -161,6 +162,16 @@ void ShowWait(const Target &target, Clock::time_point begin) {
           .c_str());
 }
 
+// To all, or to those alone who have said nothing yet.
+void SendPings(Round *round, int sock, std::chrono::nanoseconds time) {
+  std::size_t sent = 0;
+  for (std::size_t i = 0; i < round->targets.size(); ++i) {
+    if (round->asked[i].reply != Reply::kNone) continue;
+    SendPing(round, sock, i);
+    if (++sent % kMostAtOnce == 0) TakeMany(round, sock, time);
+  }
+}
+
 // Until all have answered, or the time is over.
 void TakeAll(Round *round, int sock, std::chrono::nanoseconds time) {
   bool is_shown = false;
@@ -177,6 +188,18 @@ void TakeAll(Round *round, int sock, std::chrono::nanoseconds time) {
     if (poll(&ready, 1, static_cast<int>(wait.count())) > 0) TakeAnswers(round, sock);
   }
   if (is_shown) Ask_Progress(nullptr);
+}
+
+int OpenForRefusals() {
+  const int sock = Open();
+  const int on = 1;
+  setsockopt(sock, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
+  return sock;
+}
+
+Round NewRound(const std::vector<Target> &targets) {
+  return {targets, NewNumber(), Clock::now(),
+          std::vector<Asked>(targets.size(), {Reply::kNone, 0, 0})};
 }
 
 }  // namespace
@@ -203,18 +226,39 @@ std::string Ask_Text(const Asked &asked) {
 }
 
 std::vector<Asked> Ask_Ping(const std::vector<Target> &targets, std::chrono::nanoseconds time) {
-  const FdGuard guard(Open());
-  const int sock = guard.Get();
-  const int on = 1;
-  setsockopt(sock, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
-  Round round = {targets, NewNumber(), Clock::now(), {}};
-  round.asked.resize(targets.size(), {Reply::kNone, 0, 0});
-  for (std::size_t i = 0; i < targets.size(); ++i) {
-    SendPing(&round, sock, i);
-    if (i % kMostAtOnce == kMostAtOnce - 1) TakeMany(&round, sock, time);
-  }
-  TakeAll(&round, sock, time);
+  const FdGuard guard(OpenForRefusals());
+  Round round = NewRound(targets);
+  SendPings(&round, guard.Get(), time);
+  TakeAll(&round, guard.Get(), time);
   return round.asked;
+}
+
+struct Asking::State {
+  FdGuard sock;
+  std::chrono::nanoseconds time;
+  Round round;
+  int sent;  // times
+};
+
+Asking::Asking(const std::vector<Target> &targets, std::chrono::nanoseconds time)
+    : state_(new State{FdGuard(OpenForRefusals()), time, NewRound(targets), 1}) {
+  SendPings(&state_->round, state_->sock.Get(), time);
+}
+
+Asking::~Asking() = default;
+
+const std::vector<Asked> &Asking::Await(std::chrono::nanoseconds time) {
+  constexpr int kTimes = 3;
+  const int sock = state_->sock.Get();
+  Round *round = &state_->round;
+  const std::chrono::nanoseconds end = std::min(time, state_->time);
+  for (;;) {
+    const std::chrono::nanoseconds next = state_->time * state_->sent / kTimes;
+    TakeAll(round, sock, std::min(end, next));
+    if (Unsettled(*round) == nullptr || end <= next) return round->asked;
+    SendPings(round, sock, end);
+    ++state_->sent;
+  }
 }
 
 bool Ask_Await(const std::vector<Target> &targets, std::chrono::nanoseconds time, pid_t pid) {
@@ -257,6 +301,14 @@ int Ask_Complain(const Target &target, const Asked &asked) {
   }
   Tool_Warn("%s did not answer in time; --timeout gives it more", target.name.c_str());
   return EX_TEMPFAIL;
+}
+
+int Ask_ComplainOfSilent(const std::vector<Target> &targets) {
+  const std::vector<Asked> asked = Ask_Ping(targets, kAtOnce);
+  int status = EX_OK;
+  for (std::size_t i = 0; i < targets.size(); ++i)
+    if (asked[i].reply != Reply::kPong) status = Ask_Complain(targets[i], {Reply::kNone, 0, 0});
+  return status;
 }
 
 void Ask_Progress(const char *text) {
