@@ -165,6 +165,7 @@ bool Conf_IsHere(const ConfLine &line) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = inet_addr(line.config.IP);
+  if (address.sin_addr.s_addr == INADDR_NONE || address.sin_addr.s_addr == INADDR_ANY) return false;
   // A machine lets a program have those addresses that are its own.
   const int sock = Peer_Socket(SOCK_DGRAM);
   const bool is_here =

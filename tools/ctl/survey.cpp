@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <tuple>
 
 #include "tools/common/tool.h"
+#include "tools/ctl/places.h"
+#include "tools/ctl/user.h"
 
 namespace {
 
@@ -24,6 +27,32 @@ void TakeId(Survey *survey, const std::string &name) {
                   Tool_Format("has no program %s; add its line, or name another", name.c_str()));
 }
 
+// What this user may do about it; about what another one cannot read that one has to be let.
+std::string ReadFault(const Survey &survey, int err, const char *remedy) {
+  if (survey.reader.empty())
+    return Tool_Format("cannot be read: %s; %s", std::strerror(err), remedy);
+  return Tool_Format("cannot be read: %s; let %s read it", std::strerror(err),
+                     survey.reader.c_str());
+}
+
+bool IsOfThePrograms(const std::string &dir) {
+  std::error_code error;
+  return std::filesystem::equivalent(dir, kCtlDir, error);
+}
+
+// Nothing of the file concerns this machine.
+void CheckPlaces(Survey *survey) {
+  const std::vector<const ConfLine *> programs = Conf_Programs(survey->conf);
+  if (programs.empty())
+    Survey_Report(survey, survey->conf.path, 1, Weight::kSurvived,
+                  "has no program, and nothing starts; add a line for each");
+  else if (std::none_of(programs.begin(), programs.end(),
+                        [](const ConfLine *line) { return Conf_IsHere(*line); }))
+    Survey_Report(survey, survey->conf.path, 1, Weight::kSurvived,
+                  "has no program with an address of this machine, and nothing starts here; write "
+                  "its address in the lines of those that shall");
+}
+
 void Read(Survey *survey, const std::string &dir) {
   int err = 0;
   survey->conf.path = dir + "/korvo.conf";
@@ -31,12 +60,12 @@ void Read(Survey *survey, const std::string &dir) {
   survey->conf.lines = Conf_Lines(survey->pieces);
   if (err != 0)
     Survey_Report(survey, survey->conf.path, 1, Weight::kFatal,
-                  Tool_Format("cannot be read: %s; --dir names its folder", std::strerror(err)));
+                  ReadFault(*survey, err, "--dir names its folder"));
   survey->db_path = dir + "/korvo.db";
   survey->db_pieces = Conf_Pieces(survey->db_path, &err);
   if (err != 0 && err != ENOENT)
     Survey_Report(survey, survey->db_path, 1, Weight::kFatal,
-                  Tool_Format("cannot be read: %s; let this user read it", std::strerror(err)));
+                  ReadFault(*survey, err, "let this user read it"));
 }
 
 void CheckPieces(Survey *survey, const std::string &path, const std::vector<ConfPiece> &pieces) {
@@ -96,9 +125,14 @@ bool Survey_IsOwn(const Survey &survey, const ConfLine &line) {
 Survey Survey_All(const std::string &dir, const std::string &name,
                   const std::vector<std::string> &folders) {
   Survey survey;
+  const UserGuard user(IsOfThePrograms(dir) ? kUserOfPrograms : nullptr);
+  if (user.IsOther()) survey.reader = Tool_Format("user %s", kUserOfPrograms);
   Read(&survey, dir);
   if (!survey.findings.empty()) return survey;  // nothing else can be told
-  if (!name.empty()) TakeId(&survey, name);
+  if (name.empty())
+    CheckPlaces(&survey);
+  else
+    TakeId(&survey, name);
   CheckPieces(&survey, survey.conf.path, survey.pieces);
   CheckPieces(&survey, survey.db_path, survey.db_pieces);
   Survey_Conf(&survey);

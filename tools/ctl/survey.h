@@ -24,10 +24,12 @@ struct Survey {
   std::vector<const ConfLine *> above;  // their parents
   std::set<std::string> ids;            // of both; none: all
   std::vector<Remark> findings;
+  std::string reader;  // who reads it all, for a user
 };
 
 // Of both files, and of the frames and macros below the folders.  A name asks for what matters to
-// the programs of that id alone.  Findings are in the order of files and lines.
+// the programs of that id alone.  Findings are in the order of files and lines.  Root reads the
+// folder of the installed programs as their user does.
 Survey Survey_All(const std::string &dir, const std::string &name,
                   const std::vector<std::string> &folders);
 

@@ -1,4 +1,6 @@
 #include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 
 #include <algorithm>
 #include <cstring>
@@ -10,6 +12,7 @@
 namespace {
 
 constexpr std::size_t kMaxId = sizeof ConfigInfo::ID - 1;
+constexpr std::int16_t kFirstOfUsers = 1024;  // those before it need a right of root
 
 void ReportLine(Survey *survey, const ConfLine &line, Weight weight, const std::string &text) {
   Survey_Report(survey, survey->conf.path, line.number, weight, text);
@@ -58,10 +61,35 @@ void CheckWords(Survey *survey, const ConfLine &line) {
                            static_cast<int>(words.size())));
 }
 
+// Of the networks of this machine.
+bool IsBroadcast(in_addr address) {
+  ifaddrs *first = nullptr;
+  if (getifaddrs(&first) != 0) return false;
+  bool is_broadcast = false;
+  for (const ifaddrs *one = first; one != nullptr; one = one->ifa_next) {
+    if (one->ifa_addr == nullptr || one->ifa_netmask == nullptr ||
+        one->ifa_addr->sa_family != AF_INET || (one->ifa_flags & IFF_POINTOPOINT) != 0)
+      continue;
+    sockaddr_in own, mask;
+    std::memcpy(&own, one->ifa_addr, sizeof own);
+    std::memcpy(&mask, one->ifa_netmask, sizeof mask);
+    const std::uint32_t hosts = ~mask.sin_addr.s_addr;
+    // A network of one or of two hosts has none.
+    if (ntohl(hosts) > 1 && (own.sin_addr.s_addr | hosts) == address.s_addr) is_broadcast = true;
+  }
+  freeifaddrs(first);
+  return is_broadcast;
+}
+
+bool CanListen(in_addr address) {
+  return address.s_addr != INADDR_NONE && address.s_addr != INADDR_ANY &&
+         !IN_MULTICAST(ntohl(address.s_addr)) && !IsBroadcast(address);
+}
+
 void CheckAddress(Survey *survey, const ConfLine &line) {
   const char *word = line.words[2].c_str();
   in_addr address = {inet_addr(line.config.IP)};
-  if (address.s_addr == INADDR_NONE || address.s_addr == INADDR_ANY)
+  if (!CanListen(address))
     return ReportLine(survey, line, Weight::kFatal,
                       Tool_Format("IP %s is no address to listen on; take an IPv4 address of the "
                                   "machine",
@@ -87,13 +115,25 @@ void CheckPort(Survey *survey, const ConfLine &line, const char *name, const std
   else if (word != std::to_string(port))
     ReportLine(survey, line, Weight::kSurvived,
                Tool_Format("%s %s is read as %d; write it so", name, word.c_str(), port));
+  if (port > 0 && port < kFirstOfUsers)
+    ReportLine(survey, line, Weight::kSurvived,
+               Tool_Format("%s %d is root's, and the user of the units may not have it; take one "
+                           "from %d on",
+                           name, port, kFirstOfUsers));
+}
+
+// However it is written; text that is no address is nobody's.
+bool IsSameAddress(const ConfLine &a, const ConfLine &b) {
+  return std::strcmp(a.config.IP, b.config.IP) == 0 ||
+         (inet_addr(a.config.IP) != INADDR_NONE &&
+          inet_addr(a.config.IP) == inet_addr(b.config.IP));
 }
 
 // Two programs at one port: the second does not start.
 void CheckTaken(Survey *survey, const ConfLine &line) {
   for (const ConfLine &other : survey->conf.lines) {
     if (&other == &line) return;
-    if (!other.is_complete || std::strcmp(other.config.IP, line.config.IP) != 0) continue;
+    if (!other.is_complete || !IsSameAddress(other, line)) continue;
     for (const bool is_client : {true, false}) {
       const auto port = is_client ? &ConfigInfo::ClientPort : &ConfigInfo::AdminPort;
       if (other.config.*port != line.config.*port) continue;

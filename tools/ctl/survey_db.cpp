@@ -1,9 +1,12 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "tools/common/tool.h"
 #include "tools/ctl/survey.h"
@@ -31,22 +34,54 @@ bool HasEngine(const Survey &survey, const ConfLine &manager) {
   });
 }
 
-// What is wrong with the database at that place, or nothing: this tool does not know its format.
-std::string LookAtDatabase(const std::string &path) {
+// By the rights that count for open(2), also while root has those of another user.
+bool May(const std::string &path, int mode) {
+  return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// A stub names databases, each in a line; "#" begins a comment.
+bool IsStub(const std::string &path) {
+  std::ifstream file(path);
+  std::string first;
+  for (std::string line; first.empty() && std::getline(file, line);)
+    if (line[0] != '#') std::istringstream(line) >> first;
+  for (const char *kind : {"auto", "glass", "honey", "chert", "remote", "inmemory"})
+    if (first == kind) return true;
+  return false;
+}
+
+bool IsGlass(const std::string &path) {
+  constexpr std::string_view kBegin = "\x0f\x0dXapian Glass";
+  std::ifstream file(path, std::ios::binary);
+  std::string begin(kBegin.size(), '\0');
+  file.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+  return file && begin == kBegin;
+}
+
+// What is wrong with the database at that place, or nothing: whether it is whole is not told.
+std::string LookAtDatabase(const std::string &path, const std::string &reader) {
   if (path[0] != '/')
     return "is looked for from where its program is started; write the whole path";
   std::error_code error;
   const bool is_folder = fs::is_directory(path, error);
-  std::string file = path;  // a stub names databases
+  std::string file = path;
   if (is_folder) {
     file = path + "/iamglass";
     for (const char *other : {"/iamhoney", "/XAPIANDB"})
       if (!fs::exists(file, error)) file = path + other;
-    if (access(path.c_str(), X_OK) == 0 && !fs::exists(file, error))
+    if (May(path, X_OK) && !fs::exists(file, error))
       return "holds no database; make one with korvo-index";
   }
-  if (access(file.c_str(), R_OK) == 0) return "";
-  return Tool_Format("cannot be read: %s; make it, or let this user read it", std::strerror(errno));
+  if (!May(file, R_OK))
+    return Tool_Format("cannot be read: %s; make it, or let %s read it", std::strerror(errno),
+                       reader.empty() ? "this user" : reader.c_str());
+  if (file.ends_with("/iamglass"))
+    return IsGlass(file) ? "" : "holds no database, whose iamglass begins otherwise; restore it";
+  if (!fs::is_regular_file(file, error) || file.ends_with("/iamhoney") || IsStub(file) ||
+      IsGlass(file))
+    return "";
+  return "is a file, but no stub: none of auto, glass, honey, chert, remote and inmemory is its "
+         "first word; name a folder that korvo-index has filled";
 }
 
 void CheckLocation(Survey *survey, const ConfLine &line, const ConfPiece &piece) {
@@ -68,7 +103,7 @@ void CheckLocation(Survey *survey, const ConfLine &line, const ConfPiece &piece)
   const std::string fault = path.size() > kMaxLocation
                                 ? Tool_Format("is longer than %d characters and is cut; shorten it",
                                               static_cast<int>(kMaxLocation))
-                                : LookAtDatabase(path);
+                                : LookAtDatabase(path, survey->reader);
   if (!fault.empty())
     ReportDb(survey, piece.number, Weight::kSurvived,
              Tool_Format("%s %s %s", name, path.c_str(), fault.c_str()));
