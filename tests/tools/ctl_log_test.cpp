@@ -63,6 +63,12 @@ TEST_F(CtlLog, Filters_KeepWholeMessages) {
             Log({path, "--pid", "11", "--level", "101", "--module", "CommMgr"}).output + kSent);
   // What is not known may matter.
   EXPECT_EQ("before\n" + kRead + kOdd, Log({path, "--level", "104"}).output);
+  // As the level command has them.
+  const std::pair<const char *, const char *> names[] = {
+      {"INFO", "101"}, {"STATUS", "102"}, {"WARNING", "103"}, {"FATAL", "104"}};
+  for (const auto &[name, number] : names)
+    EXPECT_EQ(Log({path, "--level", number}).output, Log({path, "--level", name}).output) << name;
+  EXPECT_NE(Log({path, "--level", "INFO"}).output, Log({path, "--level", "FATAL"}).output);
 }
 
 TEST_F(CtlLog, Explain_SaysCauseEffectAndRemedy) {
@@ -90,6 +96,16 @@ TEST_F(CtlLog, Count_IsByKind) {
       "      1  [CommMgr: ClientCmd] Unable to open Macro %s\n"
       "  cause: The macro is gone.\n  effect: No answer.\n  remedy: Put it back.\n",
       Log({many, "--count", "--explain", "--pid", "11"}).output);
+}
+
+TEST_F(CtlLog, Count_IsJson) {
+  const std::string many = folder.Write("many", kOdd + kFull + kOdd);
+  EXPECT_EQ(
+      R"([{"count": 2, "level": null, "module": "-", "text": "no brackets N and N"},
+ {"count": 1, "level": 103, "module": "CommMgr: ClientCmd", "text": "Unable to open Macro %s", "cause": "The macro is gone.", "effect": "No answer.", "remedy": "Put it back."}]
+)",
+      Log({many, "--count", "--json"}).output);
+  EXPECT_EQ("[]\n", Log({folder.Write("nothing", ""), "--count", "--json"}).output);
 }
 
 // That of korvo-web has a line a request.
@@ -138,9 +154,42 @@ TEST_F(CtlLog, WhatCannotBeRead_IsRefused) {
                   "--messages names another");
   ExpectRefused({KORVOCTL, "log", path, path}, 64, "log takes nothing more; leave out " + path);
   ExpectRefused({KORVOCTL, "log", "--level", "7"}, 64,
-                "--level takes a number from 101 to 105, not '7'");
+                "--level takes INFO, STATUS, WARNING, FATAL or 101 to 105, not '7'");
+  ExpectRefused({KORVOCTL, "log", "--level", "warning"}, 64,
+                "--level takes INFO, STATUS, WARNING, FATAL or 101 to 105, not 'warning'");
+  ExpectRefused({KORVOCTL, "log", path, "--json"}, 64,
+                "--json is for --count alone: a log is text");
   ExpectRefused({KORVOCTL, "log", "--pid", "x"}, 64,
                 "--pid takes a number from 1 to 2147483647, not 'x'");
+}
+
+// Where its standard error is a file, that is the log.
+TEST(CtlLogOf, Id_IsTheFileOfTheProgram) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  site.Line("two", 'S', "web1");
+  const int documents = site.Line("two", 'D', "web1");
+  site.Start(web);
+  EXPECT_EQ(site.Program(web).RawLog(), site.Run({"log", "web1"}).output);
+  EXPECT_NE("", site.Run({"log", "web1"}).output);
+  Tool follow(site.Ctl({"log", "web1:C", "--follow"}));
+  EXPECT_TRUE(Eventually([&] { return follow.Output() == site.Program(web).RawLog(); }));
+  const std::string before = site.Program(web).RawLog();
+  EXPECT_EQ(0, site.Run({"level", "web1", "INFO"}).status);
+  EXPECT_EQ(0, site.Run({"ping", "web1"}).status);
+  EXPECT_TRUE(Eventually([&] {
+    return follow.Output() != before && follow.Output() == site.Program(web).RawLog();
+  })) << follow.Output();
+  follow.Signal(SIGTERM);
+  follow.Wait();
+  ExpectRefused(site.Ctl({"log", "two"}), 64, "two names 2 programs; take one, such as two:S");
+  ExpectRefused(
+      site.Ctl({"log", "two:D"}), 66,
+      "cannot find the log of " + site.Place(documents) +
+          ": this user sees no file at its standard error, and no unit of systemd runs it "
+          "here");
+  // A file comes first.
+  ExpectRefused(site.Ctl({"log", "none"}), 66, "cannot read none: No such file or directory");
 }
 
 // Every text that the programs write is found by what they write.

@@ -165,9 +165,12 @@ TEST(CtlProcess, Status_OfOneThatIsDownSaysWhatIsKnown) {
   EXPECT_EQ(
       "[{\"id\": \"web1\", \"type\": \"C\", \"answer\": \"Connection refused\", \"ms\": null, "
       "\"unit\": \"korvo-commmgr@web1.service\", \"unitstate\": \"Result=exit-code NRestarts=5 "
-      "ActiveState=failed\", \"told\": [], \"findings\": [], \"log\": [\"[Init: ReadConf] Unable to "
-      "open 'b': errno = 2\", \"[Init: ReadConf] Unable to open 'c': errno = 3\", \"[Init: "
-      "ReadConf] Unable to open 'd': errno = 4\"]}]\n",
+      "ActiveState=failed\", \"told\": [], \"findings\": [], \"log\": [{\"time\": \"Sun Nov 22 "
+      "01:02:03 2026\", \"text\": \"[Init: ReadConf] Unable to open 'b': errno = 2\", \"remedy\": "
+      "\"Put it there.\"}, {\"time\": \"Sun Nov 22 01:02:03 2026\", \"text\": \"[Init: ReadConf] "
+      "Unable to open 'c': errno = 3\", \"remedy\": \"Put it there.\"}, {\"time\": \"Sun Nov 22 "
+      "01:02:03 2026\", \"text\": \"[Init: ReadConf] Unable to open 'd': errno = 4\", "
+      "\"remedy\": \"Put it there.\"}]}]\n",
       json.Output());
 }
 
@@ -194,6 +197,82 @@ TEST(CtlProcess, Status_ShowsEachMessageOnce) {
           "  log, Sun Nov 22 01:02:03 2026: [Init: ReadConf] Unable to open '?[2J': errno = 2\n"
           "    remedy: Put it there.\n",
       status.Output());
+}
+
+// What announce asks for is no trouble of the daemon; a remedy that begins with None may go on.
+TEST(CtlProcess, Status_LeavesOutWhatItHasBroughtAbout) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int one = site.Line("one", 'S', "web1");
+  site.Start(web);
+  site.Start(one);
+  const Folder state;
+  EXPECT_EQ(0, site.Run({"announce", "web1", "--state", state.Path()}).status);
+  const Instead instead;
+  const std::string group = "[CommMgr: ClientCmd] Unable to locate SearchGroup ";
+  const std::string log = LogEntry(group + "'' amongst my flock") +
+                          LogEntry(group + "'one' amongst my flock") +
+                          LogEntry(group + "'two' amongst my flock") +
+                          LogEntry("[MainCore: Shutdown] It ends") + LogEntry("[Quiet: One] Hush");
+  const std::string messages = instead.folder.Write(
+      "messages",
+      "CommMgr: ClientCmd\t103\tUnable to locate SearchGroup '%s' amongst my flock\tc\te\tStart "
+      "it.\n"
+      "MainCore: Shutdown\t104\tIt ends\tc\te\tNone when the end was wanted.\n"
+      "Quiet: One\t104\tHush\tc\te\tNone.\n");
+  const std::string file =
+      std::filesystem::read_symlink("/proc/" + std::to_string(site.Program(web).Pid()) + "/fd/2");
+  std::ofstream(file, std::ios::app) << log << std::flush;
+  Tool status(site.Ctl({"status", "web1", "--messages", messages, "--state", state.Path()}));
+  EXPECT_EQ(0, status.Status());
+  const std::string output = status.Output();
+  EXPECT_EQ(std::string::npos, output.find("SearchGroup ''")) << output;
+  EXPECT_EQ(std::string::npos, output.find("SearchGroup 'one'")) << output;
+  EXPECT_NE(
+      std::string::npos,
+      output.find("  log, Sun Nov 22 01:02:03 2026: [CommMgr: ClientCmd] Unable to locate "
+                  "SearchGroup 'two' amongst my flock\n    remedy: Start it.\n"
+                  "  log, Sun Nov 22 01:02:03 2026: [MainCore: Shutdown] It ends\n    remedy: "
+                  "None when the end was wanted.\n"))
+      << output;
+  EXPECT_EQ(std::string::npos, output.find("Hush")) << output;
+}
+
+// The journal is read through a pipe.
+TEST(CtlProcess, Log_OfAUnitIsThatOfTheJournal) {
+  Site site;
+  site.Line("web1", 'C', "-");
+  const Instead instead;
+  const std::string first = LogEntry("[Init: ReadConf] Unable to open 'a': errno = 1");
+  const std::string second = LogEntry("[Other: Text] any");
+  instead.Add("systemctl", "echo LoadState=loaded; echo ActiveState=failed\n");
+  instead.Add(
+      "journalctl",
+      "case \"$*\" in\n"
+      "'--quiet --output=cat --unit=korvo-commmgr@web1.service') cat " +
+          instead.folder.Write("log", first + second) +
+          " ;;\n'--quiet --output=cat --unit=korvo-commmgr@web1.service --follow --no-tail') "
+          "exec tail -c +1 -f " +
+          instead.folder.Write("live", first) + " ;;\n*) exit 3 ;;\nesac\n");
+  const std::string messages = instead.folder.Write("messages", kMessages);
+  Tool log(site.Ctl({"log", "web1", "--messages", messages, "--module", "Init"}),
+           instead.Prepare());
+  EXPECT_EQ(0, log.Status()) << log.Errors();
+  EXPECT_EQ(first, log.Output());
+  Tool count(site.Ctl({"log", "web1", "--messages", messages, "--count"}), instead.Prepare());
+  EXPECT_EQ(0, count.Status()) << count.Errors();
+  EXPECT_EQ(
+      "      1  [Init: ReadConf] Unable to open '%s': errno = %d\n      1  [Other: Text] any\n",
+      count.Output());
+  Tool follow(site.Ctl({"log", "web1", "--follow"}), instead.Prepare());
+  EXPECT_TRUE(Eventually([&] { return follow.Output() == first; })) << follow.Output();
+  std::ofstream(instead.folder.Path() + "/live", std::ios::app) << second << std::flush;
+  EXPECT_TRUE(Eventually([&] { return follow.Output() == first + second; })) << follow.Output();
+  follow.Signal(SIGTERM);
+  follow.Wait();
+  instead.Add("journalctl", "exit 1\n");
+  ExpectRefused(site.Ctl({"log", "web1"}), 66,
+                "journalctl cannot show the log of korvo-commmgr@web1.service", instead.Prepare());
 }
 
 // The unit is none of systemd's, and the journal is not asked.
@@ -338,8 +417,13 @@ TEST(CtlProcess, Status_SaysWhatAnotherUserCannotSee) {
 
 TEST(CtlProcess, Stop_WaitsForWhatIsInHand) {
   Busy busy;
-  ExpectRefused(busy.site.Ctl({"drain", "web1", "--timeout", "1"}), 75,
-                busy.site.Place(busy.web) + " has 1 connections still; --timeout gives them more");
+  const Outcome drain = busy.site.Run({"drain", "web1", "--timeout", "1"});
+  EXPECT_EQ(75, drain.status);
+  EXPECT_EQ("korvoctl: " + busy.site.Place(busy.web) +
+                " goes on accepting; have the balancer keep new connections away\n"
+                "korvoctl: " +
+                busy.site.Place(busy.web) + " has 1 connections still; --timeout gives them more\n",
+            drain.errors);
   const Terminal terminal;
   Tool stop(busy.site.Ctl({"stop", "web1", "--timeout", "60"}), [&] { terminal.TakeErrors(); });
   EXPECT_TRUE(Eventually([&] {
@@ -352,6 +436,17 @@ TEST(CtlProcess, Stop_WaitsForWhatIsInHand) {
   EXPECT_EQ(0, ExitStatus(busy.site.Program(busy.web).Wait()));
 }
 
+// Managers never let go of an engine.
+TEST(CtlProcess, Drain_IsNotForEngines) {
+  Site site;
+  const int half = site.Line("half", 'E', "notes");
+  site.Start(half);
+  ExpectRefused(site.Ctl({"drain", "half", "--timeout", "1"}), 69,
+                "managers keep their connections to " + site.Place(half) +
+                    " for as long as both live, and it is never without one; korvoctl stop ends it "
+                    "at once");
+}
+
 TEST(CtlProcess, Stop_GivesUpWaitingWhenTheTimeIsOver) {
   Busy busy;
   EXPECT_EQ(0, busy.site.Run({"stop", "web1", "--timeout", "1"}).status);
@@ -362,13 +457,20 @@ TEST(CtlProcess, Ending_IsForOneProgramOfThisMachine) {
   Site site;
   const int web = site.Line("web1", 'C', "-");
   site.Line("web1", 'S', "web1");
-  for (const std::string command : {"drain", "stop", "restart", "reap"}) {
-    ExpectRefused(site.Ctl({command, "web1"}), 64,
-                  "web1 names 2 programs; take one, such as web1:C");
-    ExpectRefused(site.Ctl({command, "web1:C"}), 69,
-                  site.Place(web) + " does not run on this machine");
-    ExpectRefused(site.Ctl({command}), 64, command + " needs the id of a program in korvo.conf");
+  const Arguments commands[] = {{"drain"}, {"stop"}, {"restart"}, {"reap", "--older", "1s"}};
+  for (const Arguments &command : commands) {
+    const auto of = [&command](const std::string &id) {
+      Arguments words = command;
+      words.push_back(id);
+      return words;
+    };
+    ExpectRefused(site.Ctl(of("web1")), 64, "web1 names 2 programs; take one, such as web1:C");
+    ExpectRefused(site.Ctl(of("web1:C")), 69, site.Place(web) + " does not run on this machine");
+    ExpectRefused(site.Ctl(command), 64, command[0] + " needs the id of a program in korvo.conf");
   }
+  // Whatever the id is.
+  ExpectRefused({KORVOCTL, "reap", "none", "--dir", "/none"}, 64,
+                "reap needs --older, the age of a connection that may end");
 }
 
 // A unit is known by the control group of its processes.
@@ -414,15 +516,61 @@ TEST(CtlProcess, Restart_StartsOneThatIsDown) {
   instead.Add(
       "systemctl",
       "case $1 in show) echo LoadState=loaded; echo ActiveState=failed ;; *) echo \"systemctl $*\" ;; esac\n");
-  Tool restart(site.Ctl({"restart", "web1"}), instead.Prepare());
-  EXPECT_EQ(0, restart.Status()) << restart.Errors();
-  EXPECT_EQ(
-      "systemctl reset-failed korvo-commmgr@web1.service\n"
-      "systemctl restart korvo-commmgr@web1.service\n",
-      restart.Output());
+  const Terminal terminal;
+  Tool restart(site.Ctl({"restart", "web1", "--timeout", "5m"}), [&] {
+    instead.Prepare()();
+    terminal.TakeErrors();
+  });
+  EXPECT_TRUE(Eventually([&] {
+    return terminal.Shown().find("\rwaiting for " + site.Place(web) + ": 0 s\x1b[K") !=
+           std::string::npos;
+  })) << terminal.Shown();
+  site.Start(web);
+  EXPECT_EQ(0, restart.Status()) << terminal.Shown();
+  EXPECT_EQ("systemctl restart korvo-commmgr@web1.service\n", restart.Output());
+  site.End(web);
   instead.Add("systemctl", "echo LoadState=not-found\n");
   ExpectRefused(site.Ctl({"restart", "web1"}), 69,
                 site.Place(web) + " does not run on this machine", instead.Prepare());
+}
+
+// Those below it may be at the limit of their starts, and then systemd brings none.
+TEST(CtlProcess, Restart_BringsThoseBelowOnThisMachine) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int notes = site.Line("notes", 'S', "web1");
+  site.Line("other", 'C', "-");
+  site.Line("apart", 'S', "other");
+  site.Text("far S 192.0.2.77 8011 8012 web1");
+  const int half = site.Line("half", 'E', "notes");
+  const int documents = site.Line("notes", 'D', "web1");
+  const Instead instead;
+  const std::string calls = instead.folder.Path() + "/calls";
+  instead.Add("systemctl", "echo \"$*\" >>" + calls + "\necho LoadState=loaded\n");
+  const auto called = [&] {
+    std::ifstream file(calls);
+    std::string text;
+    for (std::string line; std::getline(file, line);)
+      if (!line.starts_with("show ")) text += line + "\n";
+    return text;
+  };
+  const std::string all =
+      "reset-failed korvo-commmgr@web1.service\nreset-failed korvo-searchmgr@notes.service\n"
+      "reset-failed korvo-engine@half.service\nreset-failed korvo-docmgr@notes.service\n"
+      "restart korvo-commmgr@web1.service\n";
+  Tool dead(site.Ctl({"restart", "web1", "--timeout", "1s"}), instead.Prepare());
+  EXPECT_EQ(75, dead.Status());
+  std::string silent;
+  for (const int line : {web, notes, half, documents})
+    silent +=
+        "korvoctl: " + site.Place(line) + " did not answer in time; --timeout gives it more\n";
+  EXPECT_EQ(silent, dead.Errors());
+  EXPECT_EQ(all, called());
+  std::filesystem::remove(calls);
+  Tool whole(site.Ctl({"restart", "web1", "--timeout", "5m"}), instead.Prepare());
+  EXPECT_TRUE(Eventually([&] { return called() == all; })) << called();
+  for (const int line : {web, notes, half, documents}) site.Start(line);
+  EXPECT_EQ(0, whole.Status()) << whole.Errors();
 }
 
 TEST(CtlProcess, Restart_IsForUnits) {

@@ -106,6 +106,8 @@ TEST(Ctl, WrongUse_IsOneLineAndNothingIsSent) {
   ExpectRefused(Ctl(port, {"ring"}), 64, "there is no command ring; --help shows all");
   ExpectRefused(Ctl(port, {"level"}), 64,
                 "level takes INFO, STATUS, WARNING, FATAL or OFF, not ''");
+  ExpectRefused({KORVOCTL, "level", "INFO"}, 64,
+                "level needs the id of a program in korvo.conf, or --port, besides INFO");
   ExpectRefused(Ctl(port, {"level", "info"}), 64,
                 "level takes INFO, STATUS, WARNING, FATAL or OFF, not 'info'");
   ExpectRefused(Ctl(port, {"level", "INFO\n\t@COMMAND=SHUTDOWN"}), 64,
@@ -188,9 +190,9 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  status ID            show how it is, and why it is not\n"
       "  drain ID             wait until it has no connection in hand\n"
       "  stop ID              wait so, but no longer than --timeout, and end it\n"
-      "  restart ID           have its unit of systemd start it, again or at all\n"
+      "  restart ID           have its unit of systemd start it, and await it and those below it\n"
       "  reap ID              end its connections above an age\n"
-      "  log [FILE]           show a log, or standard input, or what is wanted of it\n"
+      "  log [FILE | ID]      show a log, or standard input, or what is wanted of it\n"
       "  shutdown ID          end it at once\n"
       "\n"
       "ID is a program's in korvo.conf, or ID:TYPE for one line of several with that id.\n"
@@ -198,9 +200,9 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  --dir DIR            the folder of korvo.conf and korvo.db\n"
       "  --host HOST          in place of an id: a name or an IPv4 address; 127.0.0.1\n"
       "  --port PORT          in place of an id: the admin port\n"
-      "  --timeout SECONDS    wait so long for answers; 5\n"
+      "  --timeout TIME       wait so long for answers; 5s\n"
       "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
-      "  --json               of check, list and status: as JSON\n"
+      "  --json               of check, list, ping, status and log --count: as JSON\n"
       "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
       "  --macros DIR         of check: look at the page frames and macros there\n"
       "  --nagios             of status: a line and an exit status for Nagios\n"
@@ -211,7 +213,8 @@ TEST(Ctl, Help_GoesToStandardOutput) {
       "  --count              of log: how often each message came\n"
       "  --explain            of log: cause, effect and remedy of each message\n"
       "  --follow             of log: go on with what comes\n"
-      "  --level NUMBER       of log: messages of that level, 101 to 105, and above\n"
+      "  --level LEVEL        of log: messages of INFO, STATUS, WARNING or FATAL, 101 to 105, and "
+      "above\n"
       "  --messages FILE      of log and status: what is known of the messages\n"
       "  --module NAME        of log: messages of Init, or of Init: ReadConf\n"
       "  --pid NUMBER         of log: messages of that process; of wait: no longer than that one lives\n"
@@ -331,6 +334,42 @@ TEST(Ctl, Times_HaveAUnitOrAreSeconds) {
   for (const std::string time : {"", "0", "-1", "5x", "5 m", "m", "1000h", "99999999999", "5mm"})
     ExpectRefused(Ctl(1, {"level", "INFO", "--for", time}), 64,
                   "--for takes a time such as 30s, 5m or 2h, not '" + time + "'");
+  for (const std::string time : {"0", "25h", "86401", "5x"})
+    ExpectRefused(Ctl(1, {"ping", "--timeout", time}), 64,
+                  "--timeout takes a time such as 30s, 5m or 2h, not '" + time + "'");
+  Admin admin;
+  Tool ping(Ctl(admin.Port(), {"ping", "--timeout", "5m"}));
+  admin.Reply(Pong(NumberIn(admin.Receive())));
+  EXPECT_EQ(0, ping.Status()) << ping.Errors();
+}
+
+TEST(Ctl, Forms_AreOne) {
+  ExpectRefused({KORVOCTL, "status", "web1", "--json", "--nagios"}, 64,
+                "--json and --nagios are two forms of one answer; take one");
+  ExpectRefused({KORVOCTL, "status", "web1", "--prometheus", "--json"}, 64,
+                "--prometheus and --json are two forms of one answer; take one");
+}
+
+TEST(Ctl, Ping_IsJson) {
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int search = site.Line("web1", 'S', "web1");
+  site.Start(web);
+  const Outcome both = site.Run({"ping", "web1", "--json"});
+  const std::string behind = "},\n {\"program\": \"" + site.Place(search) +
+                             "\", \"answer\": \"Connection refused\", \"ms\": null}]\n";
+  EXPECT_NE("", NumberBetween(
+                    both.output,
+                    "[{\"program\": \"" + site.Place(web) + "\", \"answer\": \"PONG\", \"ms\": ",
+                    behind));
+  EXPECT_EQ("", both.errors);
+  EXPECT_EQ(69, both.status);
+  const Admin silent;
+  const Outcome none = RunTool(Ctl(silent.Port(), {"ping", "--json", "--timeout", "1"}));
+  EXPECT_EQ("[{\"program\": \"127.0.0.1/" + std::to_string(silent.Port()) +
+                "\", \"answer\": \"no answer\", \"ms\": null}]\n",
+            none.output);
+  EXPECT_EQ(75, none.status);
 }
 
 TEST(Ctl, RealService_Obeys) {

@@ -1,6 +1,7 @@
 #include <signal.h>
 #include <sysexits.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -31,6 +32,26 @@ const ConfLine *TakeHere(const Request &request, const Conf &conf) {
   return line;
 }
 
+void AddBelow(std::vector<const ConfLine *> *below,
+              const std::map<const ConfLine *, std::vector<const ConfLine *>> &children,
+              const ConfLine *parent) {
+  const auto found = children.find(parent);
+  if (found == children.end()) return;
+  for (const ConfLine *child : found->second) {
+    if (std::count(below->begin(), below->end(), child) == 1) continue;  // of two parents
+    if (!Conf_IsHere(*child)) continue;
+    below->push_back(child);
+    AddBelow(below, children, child);
+  }
+}
+
+// All programs of this machine that stop and start with it.
+std::vector<const ConfLine *> BelowHere(const Conf &conf, const ConfLine &line) {
+  std::vector<const ConfLine *> below;
+  AddBelow(&below, Conf_Children(conf), &line);
+  return below;
+}
+
 // Until no connection is in hand; how many are left when the time is over.
 int AwaitIdle(const ConfLine &line, std::chrono::nanoseconds time) {
   using Clock = std::chrono::steady_clock;
@@ -55,10 +76,17 @@ int AwaitIdle(const ConfLine &line, std::chrono::nanoseconds time) {
 int Command_Drain(Request *request) {
   const Conf conf = Conf_Read(request->dir);
   const ConfLine &line = *TakeHere(*request, conf);
+  const std::string name = Ask_Target(line).name;
+  if (line.config.Type == 'E')
+    Tool_Fail(EX_UNAVAILABLE,
+              "managers keep their connections to %s for as long as both live, and it is never "
+              "without one; korvoctl stop ends it at once",
+              name.c_str());
+  Tool_Warn("%s goes on accepting; have the balancer keep new connections away", name.c_str());
   const int left = AwaitIdle(line, request->peer.left);
   if (left > 0)
-    Tool_Fail(EX_TEMPFAIL, "%s has %d connections still; --timeout gives them more",
-              Ask_Target(line).name.c_str(), left);
+    Tool_Fail(EX_TEMPFAIL, "%s has %d connections still; --timeout gives them more", name.c_str(),
+              left);
   return EX_OK;
 }
 
@@ -89,17 +117,22 @@ int Command_Restart(Request *request) {
                 Ask_Target(line).name.c_str());
   } else {
     if (!Conf_IsHere(line) || Unit_State(unit).empty()) FailAway(line);
-    Unit_Do("reset-failed", unit, line);  // it may have come to the limit of its starts
   }
+  const std::vector<const ConfLine *> below = BelowHere(conf, line);
+  // They may have come to the limit of their starts; systemd brings none that has.
+  Unit_Reset(unit);
+  for (const ConfLine *one : below) Unit_Reset(Unit_Name(*one));
   Unit_Do("restart", unit, line);
-  return EX_OK;
+  std::vector<Target> targets = {Ask_Target(line)};
+  for (const ConfLine *one : below) targets.push_back(Ask_Target(*one));
+  return Ask_Await(targets, request->peer.left, 0) ? EX_OK : Ask_ComplainOfSilent(targets);
 }
 
 int Command_Reap(Request *request) {
-  const Conf conf = Conf_Read(request->dir);
-  const ConfLine &line = *TakeHere(*request, conf);
   if (request->older.count() == 0)
     Tool_Fail(EX_USAGE, "reap needs --older, the age of a connection that may end");
+  const Conf conf = Conf_Read(request->dir);
+  const ConfLine &line = *TakeHere(*request, conf);
   if (line.config.Type != 'C')
     Tool_Fail(EX_UNAVAILABLE,
               "%s serves many connections with a process, and how old one is cannot be told",

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -13,6 +14,9 @@
 #include "tools/ctl/commands.h"
 #include "tools/ctl/entries.h"
 #include "tools/ctl/messages.h"
+#include "tools/ctl/process.h"
+#include "tools/ctl/run.h"
+#include "tools/ctl/unit.h"
 
 namespace {
 
@@ -116,10 +120,29 @@ void TakeRest(Reader *reader) {
   reader->searched = 0;
 }
 
+std::string KindJson(const std::string &name, const Kind &kind) {
+  const Message *known = kind.known.empty() ? nullptr : kind.known[0];
+  std::string text = Tool_Format(
+      "{\"count\": %d, \"level\": %s, \"module\": %s, \"text\": %s", kind.count,
+      known != nullptr ? std::to_string(known->level).c_str() : "null",
+      Request_Json(Messages_Module(name)).c_str(), Request_Json(Messages_Text(name)).c_str());
+  if (known != nullptr)
+    text += Tool_Format(", \"cause\": %s, \"effect\": %s, \"remedy\": %s",
+                        Request_Json(known->cause).c_str(), Request_Json(known->effect).c_str(),
+                        Request_Json(known->remedy).c_str());
+  return text + "}";
+}
+
 void PrintKinds(const Reader &reader) {
   std::vector<std::pair<std::string, Kind>> kinds(reader.kinds.begin(), reader.kinds.end());
   std::stable_sort(kinds.begin(), kinds.end(),
                    [](const auto &a, const auto &b) { return a.second.count > b.second.count; });
+  if (reader.request.form == Form::kJson) {
+    std::string text;
+    for (const auto &[name, kind] : kinds)
+      text += (text.empty() ? "[" : ",\n ") + KindJson(name, kind);
+    return Tool_Print(text.empty() ? "[]\n" : text + "]\n");
+  }
   for (const auto &named : kinds) {
     const Kind &kind = named.second;
     Tool_Print(Tool_Format("%7d  ", kind.count) + named.first + "\n");
@@ -165,21 +188,85 @@ bool IsReplaced(int fd, const std::string &path) {
   }
 }
 
+// Where the log of a program is: a file, or the journal.
+struct Place {
+  std::string path;
+  std::string unit;
+};
+
+// The program of korvo.conf that the word names when no file does, or null.
+const ConfLine *FindProgram(const Conf &conf, const std::string &word) {
+  const std::vector<const ConfLine *> lines = Conf_Named(conf, word);
+  if (lines.size() > 1)
+    Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", word.c_str(),
+              static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
+  return lines.empty() ? nullptr : lines[0];
+}
+
+Place PlaceOf(const Request &request) {
+  const std::string word = Request_Word(request, 0);
+  struct stat file = {};
+  if (word.empty() || stat(word.c_str(), &file) == 0) return {word, ""};
+  Conf conf = {request.dir + "/korvo.conf", {}};
+  int err = 0;  // without a korvo.conf the word is a file that is not there
+  conf.lines = Conf_Lines(Conf_Pieces(conf.path, &err));
+  const ConfLine *line = FindProgram(conf, word);
+  if (line == nullptr) return {word, ""};
+  const pid_t main = Process_Main(*line);
+  if (const std::string path = Process_LogFile(main); !path.empty()) return {path, ""};
+  std::string unit = Process_Unit(main);
+  if (unit.empty() && Conf_IsHere(*line) && !Unit_State(Unit_Name(*line)).empty())
+    unit = Unit_Name(*line);
+  if (unit.empty())
+    Tool_Fail(
+        EX_NOINPUT,
+        "cannot find the log of %s: this user sees no file at its standard error, and no unit "
+        "of systemd runs it here",
+        Ask_Target(*line).name.c_str());
+  return {"", unit};
+}
+
+// What the journal has of a unit, as it was written.
+void ReadJournal(Reader *reader, const std::string &unit) {
+  std::vector<std::string> argv = {"journalctl", "--quiet", "--output=cat", "--unit=" + unit};
+  if (reader->request.follow) argv.insert(argv.end(), {"--follow", "--no-tail"});
+  const Running journal = Run_Begin(argv);
+  char buffer[65536];
+  for (ssize_t got = 1; got > 0;) {
+    // An entry that nothing follows for a while is whole.
+    pollfd ready = {journal.output, POLLIN, 0};
+    if (reader->request.follow && poll(&ready, 1, kPause.tv_nsec / 1000000) == 0) {
+      TakeRest(reader);
+      continue;
+    }
+    got = read(journal.output, buffer, sizeof buffer);
+    if (got > 0) TakeBytes(reader, std::string_view(buffer, static_cast<std::size_t>(got)));
+  }
+  if (Run_End(journal) != 0)
+    Tool_Fail(EX_NOINPUT, "journalctl cannot show the log of %s", unit.c_str());
+}
+
 }  // namespace
 
 int Command_Log(Request *request) {
   if (request->count && request->follow)
     Tool_Fail(EX_USAGE, "--count needs the end of a log, and --follow never comes to one");
+  if (request->form == Form::kJson && !request->count)
+    Tool_Fail(EX_USAGE, "--json is for --count alone: a log is text");
   Reader reader = {*request, {}, {}, "", 0};
   const bool is_needed = request->explain || request->level > 0;
   if (!Messages_Read(request->messages, &reader.messages) && is_needed)
     Tool_Fail(EX_NOINPUT, "cannot read %s: %s; --messages names another", request->messages.c_str(),
               std::strerror(errno));
-  const std::string path = Request_Word(*request, 0);
-  const int fd = OpenLog(path);
-  ReadToEnd(&reader, fd, path);
-  if (request->follow) Follow(&reader, fd, path);
+  const Place place = PlaceOf(*request);
+  if (!place.unit.empty()) {
+    ReadJournal(&reader, place.unit);
+  } else {
+    const int fd = OpenLog(place.path);
+    ReadToEnd(&reader, fd, place.path);
+    if (request->follow) Follow(&reader, fd, place.path);
+  }
   TakeEntry(&reader, reader.rest);
-  PrintKinds(reader);
+  if (request->count) PrintKinds(reader);
   return EX_OK;
 }

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr std::int32_t kMaxTime = 30 * 86400;  // seconds
+constexpr std::int32_t kMaxTimeout = 86400;
 
 constexpr option kOptions[] = {{"count", no_argument, nullptr, 'c'},
                                {"dir", required_argument, nullptr, 'd'},
@@ -44,8 +45,8 @@ enum class Id { kNone, kOptional, kNeeded, kOrPort };
 struct Command {
   const char *name;
   Id id;
-  int words;        // behind the id, at most
-  char options[8];  // their letters
+  int words;         // behind the id, at most
+  char options[10];  // their letters
   int (*run)(Request *request);
   const char *help;
 };
@@ -58,7 +59,7 @@ constexpr Command kCommands[] = {
      "  list                 show the tree of korvo.conf and who answers\n"},
     {"units", Id::kNone, 0, {'d'}, Command_Units,
      "  units                name the units of systemd for this machine's programs\n"},
-    {"ping", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Ping,
+    {"ping", Id::kOrPort, 0, {'d', 'H', 'p', 't', 'j'}, Command_Ping,
      "  ping ID              ask whether the program lives, and how fast it answers\n"},
     {"wait", Id::kOrPort, 0, {'d', 'H', 'p', 't', 'i'}, Command_Wait,
      "  wait ID              wait until it answers\n"},
@@ -72,12 +73,12 @@ constexpr Command kCommands[] = {
      "  drain ID             wait until it has no connection in hand\n"},
     {"stop", Id::kNeeded, 0, {'d', 't'}, Command_Stop,
      "  stop ID              wait so, but no longer than --timeout, and end it\n"},
-    {"restart", Id::kNeeded, 0, {'d'}, Command_Restart,
-     "  restart ID           have its unit of systemd start it, again or at all\n"},
+    {"restart", Id::kNeeded, 0, {'d', 't'}, Command_Restart,
+     "  restart ID           have its unit of systemd start it, and await it and those below it\n"},
     {"reap", Id::kNeeded, 0, {'d', 'o'}, Command_Reap,
      "  reap ID              end its connections above an age\n"},
-    {"log", Id::kNone, 1, {'F', 'l', 'k', 'i', 'c', 'e', 'g'}, Command_Log,
-     "  log [FILE]           show a log, or standard input, or what is wanted of it\n"},
+    {"log", Id::kNone, 1, {'d', 'F', 'l', 'k', 'i', 'c', 'e', 'g', 'j'}, Command_Log,
+     "  log [FILE | ID]      show a log, or standard input, or what is wanted of it\n"},
     {"shutdown", Id::kOrPort, 0, {'d', 'H', 'p', 't'}, Command_Shutdown,
      "  shutdown ID          end it at once\n"},
 };
@@ -94,9 +95,9 @@ constexpr const char *kOptionHelp =
     "  --dir DIR            the folder of korvo.conf and korvo.db\n"
     "  --host HOST          in place of an id: a name or an IPv4 address; 127.0.0.1\n"
     "  --port PORT          in place of an id: the admin port\n"
-    "  --timeout SECONDS    wait so long for answers; 5\n"
+    "  --timeout TIME       wait so long for answers; 5s\n"
     "  --for TIME           of level: set it back to WARNING after 30s, 5m, 2h\n"
-    "  --json               of check, list and status: as JSON\n"
+    "  --json               of check, list, ping, status and log --count: as JSON\n"
     "  --macro MACRO        of announce: a page macro; asks with it which Search Managers are known\n"
     "  --macros DIR         of check: look at the page frames and macros there\n"
     "  --nagios             of status: a line and an exit status for Nagios\n"
@@ -107,7 +108,7 @@ constexpr const char *kOptionHelp =
     "  --count              of log: how often each message came\n"
     "  --explain            of log: cause, effect and remedy of each message\n"
     "  --follow             of log: go on with what comes\n"
-    "  --level NUMBER       of log: messages of that level, 101 to 105, and above\n"
+    "  --level LEVEL        of log: messages of INFO, STATUS, WARNING or FATAL, 101 to 105, and above\n"
     "  --messages FILE      of log and status: what is known of the messages\n"
     "  --module NAME        of log: messages of Init, or of Init: ReadConf\n"
     "  --pid NUMBER         of log: messages of that process; of wait: no longer than that one lives\n"
@@ -131,7 +132,7 @@ const char *NameOf(int letter) {
 }
 
 // A number of seconds, or of what the letter behind it says.
-std::chrono::seconds TakeTime(const char *name, const char *text) {
+std::chrono::seconds TakeTime(const char *name, const char *text, std::int32_t most = kMaxTime) {
   const char *end = text + std::strlen(text);
   std::int32_t value = 0;
   const auto [stop, code] = std::from_chars(text, end, value);
@@ -140,12 +141,33 @@ std::chrono::seconds TakeTime(const char *name, const char *text) {
                               : unit == "m"               ? 60
                               : unit == "h"               ? 3600
                                                           : 0;
-  if (code != std::errc{} || factor == 0 || value < 1 || value > kMaxTime / factor)
+  if (code != std::errc{} || factor == 0 || value < 1 || value > most / factor)
     Tool_Fail(EX_USAGE, "%s takes a time such as 30s, 5m or 2h, not '%s'", name, text);
   return std::chrono::seconds(value * factor);
 }
 
+// As the level command has it, or a number.
+std::int32_t TakeLevel(const char *text) {
+  constexpr const char *kNames[] = {"INFO", "STATUS", "WARNING", "FATAL"};
+  std::int32_t level = kInfo;
+  for (const char *name : kNames) {
+    if (std::strcmp(name, text) == 0) return level;
+    ++level;
+  }
+  const char *end = text + std::strlen(text);
+  const auto [stop, code] = std::from_chars(text, end, level);
+  if (code != std::errc{} || stop != end || level < kInfo || level > kOff)
+    Tool_Fail(EX_USAGE, "--level takes INFO, STATUS, WARNING, FATAL or %d to %d, not '%s'", kInfo,
+              kOff, text);
+  return level;
+}
+
 void TakeOption(Request *request, int letter) {
+  // With units, which the other tools have no use for.
+  if (letter == 't') {
+    request->peer.left = TakeTime("--timeout", optarg, kMaxTimeout);
+    return;
+  }
   if (Peer_TakeOption(&request->peer, letter)) return;
   switch (letter) {
     case 'd': request->dir = optarg; break;
@@ -158,7 +180,7 @@ void TakeOption(Request *request, int letter) {
     case 'g': request->messages = optarg; break;
     case 'i': request->pid = Tool_Number("--pid", optarg, 1, INT32_MAX); break;
     case 'k': request->module = optarg; break;
-    case 'l': request->level = Tool_Number("--level", optarg, kInfo, kOff); break;
+    case 'l': request->level = TakeLevel(optarg); break;
     case 'n': request->form = Form::kNagios; break;
     case 'o': request->older = TakeTime("--older", optarg); break;
     case 'P': request->form = Form::kPrometheus; break;
@@ -180,6 +202,14 @@ void CheckOptions(const Command &command, const std::string &letters) {
     if (std::strchr(command.options, letter) == nullptr)
       Tool_Fail(EX_USAGE, "%s does not take --%s; --help shows what it is for", command.name,
                 NameOf(letter));
+  std::string form;
+  for (const char letter : letters) {
+    if (std::strchr("jnP", letter) == nullptr) continue;
+    if (!form.empty() && form != NameOf(letter))
+      Tool_Fail(EX_USAGE, "--%s and --%s are two forms of one answer; take one", form.c_str(),
+                NameOf(letter));
+    form = NameOf(letter);
+  }
 }
 
 void CheckWords(const Command &command, const Request &request) {

@@ -149,6 +149,15 @@ bool Process_IsReplaced(pid_t pid) {
   return file.ends_with(" (deleted)");
 }
 
+std::string Process_LogFile(pid_t pid) {
+  const std::string place = Tool_Format("/proc/%d/fd/2", static_cast<int>(pid));
+  std::error_code error;
+  if (!fs::is_regular_file(place, error)) return "";
+  // One that was deleted has no name, but is there.
+  const std::string path = fs::read_symlink(place, error).string();
+  return fs::exists(path, error) ? path : place;
+}
+
 std::string Process_Unit(pid_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/cgroup");
   std::string unit;

@@ -32,6 +32,9 @@ std::string Process_Version(pid_t pid);
 // Whether its file was deleted, or another put in its place.
 bool Process_IsReplaced(pid_t pid);
 
+// The file at its standard error, or nothing.
+std::string Process_LogFile(pid_t pid);
+
 // The unit of systemd that it belongs to, or nothing.
 std::string Process_Unit(pid_t pid);
 

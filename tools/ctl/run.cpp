@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "debug/fd_guard.h"
-
 namespace {
 
 // -1: there is no such program.
@@ -27,11 +25,9 @@ int Await(pid_t pid) {
 
 }  // namespace
 
-bool Run_Output(const std::vector<std::string> &argv, std::string *output) {
+Running Run_Begin(const std::vector<std::string> &argv) {
   int ends[2] = {-1, -1};
-  if (pipe2(ends, O_CLOEXEC) != 0) return false;
-  const FdGuard reader(ends[0]);
-  FdGuard writer(ends[1]);
+  if (pipe2(ends, O_CLOEXEC) != 0) return {-1, -1};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -39,11 +35,21 @@ bool Run_Output(const std::vector<std::string> &argv, std::string *output) {
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   const pid_t pid = Start(argv, &actions);
   posix_spawn_file_actions_destroy(&actions);
-  close(writer.Release());
+  close(ends[1]);
+  return {pid, ends[0]};
+}
+
+int Run_End(const Running &running) {
+  if (running.output >= 0) close(running.output);
+  return Await(running.pid);
+}
+
+bool Run_Output(const std::vector<std::string> &argv, std::string *output) {
+  const Running running = Run_Begin(argv);
   char buffer[65536];
-  for (ssize_t got; pid > 0 && (got = read(reader.Get(), buffer, sizeof buffer)) > 0;)
+  for (ssize_t got; running.pid > 0 && (got = read(running.output, buffer, sizeof buffer)) > 0;)
     output->append(buffer, static_cast<std::size_t>(got));
-  return Await(pid) == 0;
+  return Run_End(running) == 0;
 }
 
 int Run_Status(const std::vector<std::string> &argv) { return Await(Start(argv, nullptr)); }

@@ -19,6 +19,9 @@ bool IsLevel(std::string_view word) {
 // The last word: the id is before it, if there is one.
 std::string TakeLevel(const Request &request) {
   const char *level = Request_Word(request, Request_HasPlace(request) ? 0 : 1);
+  if (!Request_HasPlace(request) && request.words.size() == 1 && IsLevel(request.words[0]))
+    Tool_Fail(EX_USAGE, "level needs the id of a program in korvo.conf, or --port, besides %s",
+              request.words[0].c_str());
   if (!IsLevel(level))
     Tool_Fail(EX_USAGE, "level takes INFO, STATUS, WARNING, FATAL or OFF, not '%s'", level);
   return level;
@@ -37,11 +40,27 @@ int SetLevel(const std::vector<Target> &targets, const std::string &level) {
   return SendAll(targets, "\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=" + level + "\n");
 }
 
+int PrintJson(const std::vector<Target> &targets, const std::vector<Asked> &asked) {
+  std::string text;
+  int status = EX_OK;
+  for (std::size_t i = 0; i < targets.size(); ++i) {
+    const bool is_up = asked[i].reply == Reply::kPong;
+    text += Tool_Format("%s{\"program\": %s, \"answer\": %s, \"ms\": %s}", i == 0 ? "[" : ",\n ",
+                        Request_Json(targets[i].name).c_str(),
+                        Request_Json(is_up ? "PONG" : Ask_Text(asked[i])).c_str(),
+                        is_up ? Tool_Format("%.3f", asked[i].milliseconds).c_str() : "null");
+    if (!is_up) status = asked[i].reply == Reply::kNone ? EX_TEMPFAIL : EX_UNAVAILABLE;
+  }
+  Tool_Print(text + "]\n");
+  return status;
+}
+
 }  // namespace
 
 int Command_Ping(Request *request) {
   const std::vector<Target> targets = Request_Targets(request);
   const std::vector<Asked> asked = Ask_Ping(targets, request->peer.left);
+  if (request->form == Form::kJson) return PrintJson(targets, asked);
   int status = EX_OK;
   for (std::size_t i = 0; i < targets.size(); ++i) {
     if (asked[i].reply == Reply::kPong)
@@ -83,9 +102,5 @@ int Command_Wait(Request *request) {
   if (request->pid > 0 && kill(request->pid, 0) != 0 && errno == ESRCH)
     Tool_Fail(EX_UNAVAILABLE, "process %d ended before %s answered; its log says why", request->pid,
               targets[0].name.c_str());
-  const std::vector<Asked> asked = Ask_Ping(targets, std::chrono::milliseconds(1));
-  int status = EX_OK;
-  for (std::size_t i = 0; i < targets.size(); ++i)
-    if (asked[i].reply != Reply::kPong) status = Ask_Complain(targets[i], {Reply::kNone, 0, 0});
-  return status;
+  return Ask_ComplainOfSilent(targets);
 }

@@ -44,7 +44,18 @@ bool IsHere(const Status &status) { return Process_Socket(*status.line) != 0; }
 // for one of the highest.
 bool IsTrouble(const std::vector<const Message *> &known) {
   return !known.empty() && known[0]->level >= kWarning && known[0]->module != "DEBUG: SetLevel" &&
-         !known[0]->remedy.starts_with("None");
+         known[0]->remedy != "None.";
+}
+
+// What this tool has brought about: it asks for a group that nobody can have, and for those that it
+// announces then.
+bool IsOwnDoing(std::string_view text, const std::vector<std::string> &told) {
+  constexpr std::string_view kBefore = "[CommMgr: ClientCmd] Unable to locate SearchGroup '";
+  constexpr std::string_view kBehind = "' amongst my flock";
+  if (!text.starts_with(kBefore) || !text.ends_with(kBehind)) return false;
+  text.remove_prefix(kBefore.size());
+  text.remove_suffix(kBehind.size());
+  return text.empty() || std::count(told.begin(), told.end(), std::string(text) + ":S") > 0;
 }
 
 std::string TimeOf(const Entry &entry) {
@@ -56,12 +67,14 @@ std::string TimeOf(const Entry &entry) {
 }
 
 // The last ones, each where it came last.
-std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Message> &messages) {
+std::vector<Trouble> TroublesIn(const std::string &log, const std::vector<Message> &messages,
+                                const std::vector<std::string> &told) {
   std::vector<Trouble> troubles;
   for (const Entry &entry : Entries_All(log)) {
     const std::vector<const Message *> known = Messages_Find(messages, entry.body);
     if (!IsTrouble(known)) continue;
     const std::string text = entry.body.substr(0, entry.body.find('\n'));
+    if (IsOwnDoing(text, told)) continue;
     std::erase_if(troubles, [&text](const Trouble &earlier) { return earlier.text == text; });
     troubles.push_back({TimeOf(entry), text, known[0]->remedy});
     if (troubles.size() > kLastEntries) troubles.erase(troubles.begin());
@@ -89,7 +102,7 @@ void LookInside(Status *status, const Request &request, const std::vector<Messag
   if (!status->unit.empty()) status->unit_state = Unit_State(status->unit);
   if (status->unit_state.empty()) status->unit.clear();
   status->told = Told_List(request.state, line);
-  status->log = TroublesIn(Entries_Tail(main, status->unit), messages);
+  status->log = TroublesIn(Entries_Tail(main, status->unit), messages, status->told);
 }
 
 std::vector<Status> LookAt(const std::vector<const ConfLine *> &lines, const Request &request) {
@@ -187,10 +200,13 @@ std::string Json(const Status &status) {
     text += Tool_Format(", \"unit\": %s, \"unitstate\": %s", Request_Json(status.unit).c_str(),
                         Request_Json(status.unit_state).c_str());
   std::vector<std::string> log;
-  for (const Trouble &trouble : status.log) log.push_back(trouble.text);
-  return text + Tool_Format(", \"told\": %s, \"findings\": %s, \"log\": %s}",
+  for (const Trouble &trouble : status.log)
+    log.push_back(Tool_Format(
+        "{\"time\": %s, \"text\": %s, \"remedy\": %s}", Request_Json(trouble.time).c_str(),
+        Request_Json(trouble.text).c_str(), Request_Json(trouble.remedy).c_str()));
+  return text + Tool_Format(", \"told\": %s, \"findings\": %s, \"log\": [%s]}",
                             JsonList(status.told).c_str(), JsonList(status.findings).c_str(),
-                            JsonList(log).c_str());
+                            Joined(log, ", ").c_str());
 }
 
 std::string Nagios(const std::vector<Status> &all) {

@@ -39,6 +39,11 @@ std::string Unit_State(const std::string &unit) {
   return text;
 }
 
+void Unit_Reset(const std::string &unit) {
+  std::string nothing;
+  (void)Run_Output({"systemctl", "reset-failed", unit}, &nothing);
+}
+
 void Unit_Do(const char *verb, const std::string &unit, const ConfLine &line) {
   Ask_Progress(Tool_Format("waiting for %s", unit.c_str()).c_str());
   const int status = Run_Status({"systemctl", verb, unit});
