@@ -546,7 +546,8 @@ TEST(CtlProcess, Restart_BringsThoseBelowOnThisMachine) {
   const int documents = site.Line("notes", 'D', "web1");
   const Instead instead;
   const std::string calls = instead.folder.Path() + "/calls";
-  instead.Add("systemctl", "echo \"$*\" >>" + calls + "\necho LoadState=loaded\n");
+  instead.Add("systemctl",
+              "echo \"$*\" >>" + calls + "\necho LoadState=loaded; echo ActiveState=failed\n");
   const auto called = [&] {
     std::ifstream file(calls);
     std::string text;

@@ -233,6 +233,20 @@ TEST(CtlTree, Announce_WaitsForNobodyWhoIsSilent) {
             tool.Output());
 }
 
+// As while it is restarted: it is not there, and nobody else can be told.
+TEST(CtlTree, Announce_WaitsForNobodyWhenItsParentIsDown) {
+  const Admin silent;
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  site.Text("none S 127.0.0.1 1 " + std::to_string(silent.Port()) + " web1");
+  const Folder files;
+  Process process(site.Ctl({"announce", "web1", "--timeout", "600"}), files.Path());
+  EXPECT_TRUE(Eventually([&] { return process.Ended(); }));
+  if (!process.Ended()) process.Signal(SIGTERM);
+  EXPECT_EQ(69, ExitStatus(process.Wait()));
+  EXPECT_EQ(site.Place(web) + " is silent\n", process.Output());
+}
+
 // One behind another in the file is told when that one has been, or is silent.
 TEST(CtlTree, Announce_KeepsTheOrderOfSearchManagersThatComeLate) {
   Admin web, late;

@@ -238,6 +238,13 @@ void KeepFound(Round *round) {
   for (const auto &[program, found] : round->now) round->before[program] = found;
 }
 
+// Whether one of them answers, or may yet: else there is nobody to tell.
+bool MayAnyHear(const Round &round, const std::vector<const ConfLine *> &parents) {
+  return std::any_of(parents.begin(), parents.end(), [&round](const ConfLine *parent) {
+    return !round.now.contains(parent) || Serving(round, parent) != nullptr;
+  });
+}
+
 // Those that answer at once are announced at once, and those that come late behind them.  Nobody
 // waits meanwhile for one that is silent.
 void GoRound(Round *round, const std::vector<const ConfLine *> &programs,
@@ -254,7 +261,7 @@ void GoRound(Round *round, const std::vector<const ConfLine *> &programs,
     const FdGuard lock = Lock(*round);
     asking = std::make_unique<Asking>(targets, round->request.peer.left);
     round->now = FindAll(round->conf, lines, asking->Await(kAtOnce), false);
-    may_more_answer = round->now.size() < programs.size();
+    may_more_answer = round->now.size() < programs.size() && MayAnyHear(*round, parents);
     AnnounceAll(round, parents);
   }
   if (!may_more_answer) return;

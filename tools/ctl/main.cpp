@@ -202,9 +202,12 @@ void CheckOptions(const Command &command, const std::string &letters) {
     if (std::strchr(command.options, letter) == nullptr)
       Tool_Fail(EX_USAGE, "%s does not take --%s; --help shows what it is for", command.name,
                 NameOf(letter));
+}
+
+void CheckForms(const std::string &letters) {
   std::string form;
   for (const char letter : letters) {
-    if (std::strchr("jnP", letter) == nullptr) continue;
+    if (letter != 'j' && letter != 'n' && letter != 'P') continue;
     if (!form.empty() && form != NameOf(letter))
       Tool_Fail(EX_USAGE, "--%s and --%s are two forms of one answer; take one", form.c_str(),
                 NameOf(letter));
@@ -240,6 +243,7 @@ int main(int argc, char **argv) {
   request.command = command.name;
   request.words.assign(argv + optind, argv + argc);
   CheckOptions(command, letters);
+  CheckForms(letters);
   CheckWords(command, request);
   return command.run(&request);
 }
