@@ -247,6 +247,20 @@ TEST(CtlTree, Announce_WaitsForNobodyWhenItsParentIsDown) {
   EXPECT_EQ(site.Place(web) + " is silent\n", process.Output());
 }
 
+// Nobody is behind the one that is silent, so nobody is announced again.
+TEST(CtlTree, Announce_SpeaksOnceForEach) {
+  const Admin silent;
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  const int one = site.Line("one", 'S', "web1");
+  site.Text("none S 127.0.0.1 1 " + std::to_string(silent.Port()) + " web1");
+  site.Start(web);
+  site.Start(one);
+  EXPECT_EQ(Announced(site, one, web) + "none:S at 127.0.0.1/" + std::to_string(silent.Port()) +
+                " is silent\n",
+            site.Run({"announce", "web1", "--timeout", "1"}).output);
+}
+
 // One behind another in the file is told when that one has been, or is silent.
 TEST(CtlTree, Announce_KeepsTheOrderOfSearchManagersThatComeLate) {
   Admin web, late;

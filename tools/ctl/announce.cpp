@@ -180,14 +180,17 @@ int AnnounceManagers(Round *round, const ConfLine *parent,
   if (!is_news) return EX_OK;
   const ConfLine &to = *Serving(*round, parent);
   if (!round->request.macro.empty()) return AnnounceUnknown(*round, to, managers);
+  // One that comes later would be cut off by those behind it in the file: they wait for it.
+  bool is_open = false;
   for (const ConfLine *manager : round->children.at(parent)) {
     if (manager->config.Type != 'S') continue;
-    // One that comes later would be cut off by those behind it in the file.
-    if (!round->now.contains(manager)) {
+    if (!round->now.contains(manager)) is_open = true;
+    const ConfLine *serving = Serving(*round, manager);
+    if (serving == nullptr) continue;
+    if (is_open)
       round->held.insert(parent);
-      return EX_OK;
-    }
-    if (const ConfLine *serving = Serving(*round, manager)) Announce(*round, to, *serving);
+    else
+      Announce(*round, to, *serving);
   }
   return EX_OK;
 }
