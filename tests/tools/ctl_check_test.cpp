@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -455,10 +456,19 @@ TEST(CtlCheck, Root_ReadsAsTheUserOfThePrograms) {
   EXPECT_EQ(0, run("cp -r " + etc + " /usr/local/other; chmod 600 /usr/local/other/*; " + check +
                    "/usr/local/other")
                    .status);
-  // Root is root again: the rest of status sees all.
-  const Outcome status = run("chmod 700 /usr/local/data; " + std::string(KORVOCTL) +
-                             " status notes:S --timeout 1 --dir " + etc);
+  // Behind it root is root again, and sees the log of another process.
+  Site site;
+  const int web = site.Line("web1", 'C', "-");
+  site.Start(web);
+  site.Program(web).Signal(SIGSTOP);
+  const std::string messages =
+      files.Write("messages", "Init: DisplayCfg\t104\tConfiguration Info\tc\te\tDo it.\n");
+  const Outcome status =
+      run("cp " + site.Path() + "/korvo.conf " + etc + "; chmod 600 " + etc + "/korvo.conf; " +
+          KORVOCTL + " status web1 --timeout 1 --messages " + messages + " --dir " + etc);
   EXPECT_NE(std::string::npos, status.output.find("let user korvo read it")) << status.output;
+  EXPECT_NE(std::string::npos, status.output.find("    remedy: Do it.\n")) << status.output;
+  site.Program(web).Signal(SIGCONT);
 }
 
 TEST(CtlCheck, FilesThatCannotBeRead_AreFound) {

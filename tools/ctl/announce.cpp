@@ -317,7 +317,7 @@ int Command_Announce(Request *request) {
   const int status = StatusOf(round, parents);
   while (request->watch.count() > 0) {
     std::this_thread::sleep_for(request->watch);
-    round.before = round.now;
+    KeepFound(&round);
     GoRound(&round, programs, parents);
   }
   return status;
