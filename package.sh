@@ -3,7 +3,7 @@
 #
 # RELEASE is bookworm or trixie, by default that of this machine.  All happens in folders that debootstrap makes, from the mirror
 # that this machine's apt uses; they go when it ends, and build/debian keeps what debootstrap has fetched.  The packages are
-# left in build/packages.
+# left in build/packages; on amd64 the daemon of 32 bits in build/packages/i386, where no pattern for the others finds it.
 set -eu -o pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
@@ -67,7 +67,7 @@ inside() {
   ' bash "$folder/$name" "$@"
 }
 
-# make_packages ARCH PROFILES: into build/packages.
+# make_packages ARCH PROFILES FOLDER: into that folder.
 # shellcheck disable=SC2016  # the inner shell's
 make_packages() {
   echo "Making the packages of $1"
@@ -82,7 +82,8 @@ make_packages() {
     apt-get build-dep -y -qq --no-install-recommends ./
     dpkg-buildpackage -b -uc
   ' bash "$2" "$(nproc)"
-  cp "$folder/make-$1"/korvo*.deb "$packages"
+  mkdir -p "$3"
+  cp "$folder/make-$1"/korvo*.deb "$3"
 }
 
 # judge ARCH: lintian finds nothing that has no reason.
@@ -94,12 +95,11 @@ judge() {
     useradd judge && su judge -c "lintian --fail-on error,warning /korvo_*.changes"'
 }
 
-# lay_out ARCH NAME: a Debian with the packages and the trial in it.
+# lay_out ARCH NAME: a Debian with all that is left in build/packages, and the trial.
 lay_out() {
   debian "$2" "$1"
-  mkdir "$folder/$2/packages"
-  cp "$packages"/korvo*_"$1".deb "$folder/$2/packages"
-  cp packaging/trial.sh packaging/faults.sh tests/links.sh debian/tests/service "$folder/$2"
+  cp -r "$packages" "$folder/$2/packages"
+  cp README.md packaging/trial.sh packaging/faults.sh tests/links.sh debian/tests/service "$folder/$2"
 }
 
 # A control group for the systemd of the trial, which takes the one that it finds itself in for the machine's.
@@ -149,10 +149,13 @@ boot() {
 booted() { nsenter --target "$systemd" --all env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C "$@"; }
 
 rm -rf "$packages"
-mkdir -p "$packages"
 arch=$(dpkg --print-architecture)
-make_packages "$arch" ''
+make_packages "$arch" '' "$packages"
 judge "$arch"
+if [ "$arch" = amd64 ]; then
+  make_packages i386 pkg.korvo.daemon "$packages/i386"
+  judge i386
+fi
 
 echo "Trying them where no systemd runs"
 lay_out "$arch" plain
@@ -175,11 +178,10 @@ else
 fi
 
 if [ "$arch" = amd64 ]; then
-  make_packages i386 pkg.korvo.daemon
-  judge i386
+  echo "Trying the daemon of 32 bits"
   lay_out i386 daemon
   inside daemon /trial.sh daemon
 fi
 echo
-ls -l "$packages"
+ls -lR "$packages"
 echo "The packages passed their trial."

@@ -39,7 +39,6 @@ ask() { # ask PATH: status and body of a page
   cat <&5
   exec 5>&-
 }
-main_of() { systemctl show -P MainPID "$1"; }
 
 whole() { await everything; }
 everything() { finds packages && finds second && finds sharded && shows; }
@@ -47,7 +46,6 @@ everything() { finds packages && finds second && finds sharded && shows; }
 # As before the fault.
 mend() {
   cp -a $kept/. /etc/korvo
-  systemctl reset-failed
   systemctl restart korvo.target korvo-web
   whole
 }
@@ -62,6 +60,7 @@ occupy() {
   await is_taken "$1" "$2"
 }
 is_taken() { grep -q ":$(printf %04X "$1") .* 0[7A] " "/proc/net/$2"; }
+has_restarted() { [ "$(systemctl show -P NRestarts "$1")" -ge "$2" ]; } # has_restarted UNIT TIMES
 vacate() {
   kill "$occupant"
   wait "$occupant" || true
@@ -78,14 +77,16 @@ lay_out_faults() {
 }
 
 ports_are_taken() {
+  local times
   fault 'another program has the client port'
   systemctl stop korvo-commmgr@web1
   occupy 8001 tcp
   systemctl start --no-block korvo-commmgr@web1
+  for times in 4 8 12; do await has_restarted korvo-commmgr@web1 $times; done
   says 'korvoctl status web1' 'log, .*Unable to bind socket' korvoctl status web1
   says 'korvoctl log --explain' 'remedy: ' explained korvo-commmgr@web1 'Unable to bind socket'
   vacate
-  mend
+  whole  # by itself
   fault 'another program has the admin port'
   systemctl stop korvo-commmgr@web1
   occupy 8002 udp
@@ -315,7 +316,7 @@ restarted() {
   local name=$1 group=$2 how=$3 at line all failed early last
   shift 3
   rm -f /stop /load
-  idle
+  await idle
   load "$group" >>$log 2>&1 &
   sleep 2
   at=${EPOCHREALTIME/./}
@@ -345,7 +346,27 @@ restarts() {
     restarted "\`$unit\`" $group restarted systemctl restart $unit
     restarted "\`$unit\`" $group killed systemctl kill --signal KILL $unit
   done
+  a_machine_is_silent
+  restarted '`korvo-commmgr@web1`, a machine silent' sharded restarted systemctl restart korvo-commmgr@web1
+  restarted '`korvo-commmgr@web1`, a machine silent' sharded killed systemctl kill --signal KILL korvo-commmgr@web1
+  ip link delete silent
+  mend
 }
+
+# Programs of a machine that drops what it is sent, without a word.
+a_machine_is_silent() {
+  step 'a machine that says nothing'
+  ip link add silent type veth peer name nowhere
+  ip address add 192.0.2.8/24 dev silent
+  ip link set silent up
+  ip link set nowhere up
+  ip neighbour add 192.0.2.9 lladdr 02:00:00:00:00:09 dev silent
+  printf '%s\n' 'silent S 192.0.2.9 8081 8082 web1' 'silent D 192.0.2.9 8085 8086 web1' >>/etc/korvo/korvo.conf
+  systemctl restart korvo.target
+  whole
+  await is_silent
+}
+is_silent() { korvoctl list --timeout 1 | grep 'silent S .*no answer'; }
 
 faults() {
   lay_out_faults

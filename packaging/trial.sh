@@ -23,6 +23,16 @@ await() { # await COMMAND...: until it succeeds
   fail "never came: $*"
 }
 
+# by_readme: as the section Install of the README does it, where the packages were left.
+by_readme() {
+  local patterns
+  patterns=$(sed -n 's/^ *apt install //p' /README.md)
+  [ -n "$patterns" ] || fail 'the README installs nothing'
+  cd /packages
+  # shellcheck disable=SC2086  # its patterns
+  install $patterns
+  cd /
+}
 install() { apt-get install -y -qq --no-install-recommends "$@" >>$log 2>&1 </dev/null || fail "cannot install $*"; }
 
 # group ID PORT PORT: a Search Manager and a Document Manager more.
@@ -122,6 +132,17 @@ check_left() {
   [ -z "$what" ] || fail "purging leaves: $what"
 }
 
+# completes COMMAND WORD: bash offers the word behind it.
+completes() {
+  local words
+  read -ra words <<<"$1"
+  # shellcheck disable=SC1090
+  . "/usr/share/bash-completion/completions/${words[0]}"
+  COMP_WORDS=("${words[@]}" '') COMP_CWORD=${#words[@]} COMPREPLY=()
+  "$(complete -p "${words[0]}" | sed -E 's/.* -F ([^ ]+) .*/\1/')" "${words[0]}" '' "${words[-1]}"
+  [[ " ${COMPREPLY[*]} " == *" $2 "* ]]
+}
+
 plain() {
   step 'installing the daemon alone'
   apt-get update -qq >>$log 2>&1
@@ -133,6 +154,10 @@ plain() {
   step 'installing the rest, starting and asking'
   install /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
   configure
+  for unit in korvo-commmgr:web1 korvo-searchmgr:packages korvo-docmgr:packages 'korvoctl ping:web1'; do
+    completes "${unit%:*}" "${unit#*:}" || fail "bash offers no ${unit#*:} behind ${unit%:*}"
+  done
+  ! grep /usr/local/korvo /usr/share/bash-completion/completions/korvo* || fail 'bash looks where no package puts anything'
   /links.sh /usr/share/doc/korvo /usr/share/man || fail 'installed documents lead nowhere'
   local unit all
   mapfile -t all < <(korvoctl units | sed 's/\(\.service\)\?$/.service/')
@@ -167,7 +192,7 @@ plain() {
 prepare() {
   step 'installing, to be found at the boot'
   apt-get update -qq >>$log 2>&1
-  install /packages/korvo_*.deb /packages/korvo-backends_*.deb /packages/korvo-web_*.deb
+  by_readme
   configure
   install iproute2  # for a machine that is gone
 }
@@ -196,15 +221,16 @@ check_refused() {
 }
 
 booted() {
-  local unit
+  local unit old
   step 'everything runs after the boot'
   await all_answer
   for unit in korvo-commmgr@web1 korvo-searchmgr@packages korvo-searchmgr@second korvo-docmgr@packages korvo-web; do is_running $unit || fail "$unit does not run"; done
 
   step 'what is killed comes back, and all of it is whole again'
   for unit in korvo-commmgr@web1 korvo-searchmgr@packages korvo-searchmgr@second korvo-docmgr@packages korvo-web; do
+    old=$(main_of "$unit")
     systemctl kill --signal KILL "$unit"
-    await is_gone_or_new "$unit"
+    await is_new "$unit" "$old"
     await all_answer
   done
 
@@ -225,6 +251,28 @@ booted() {
   await is_gone korvo-searchmgr@third.service
   await all_answer
 
+  step 'an address that comes late'
+  cp /etc/korvo/korvo.conf /etc/korvo/korvo.conf.right
+  sed -i 's/127\.0\.0\.1/192.0.2.7/' /etc/korvo/korvo.conf
+  systemctl restart korvo.target
+  await is_gone korvo-commmgr@web1.service
+  await tells_of_no_program
+  ip address add 192.0.2.7/32 dev lo
+  await pings_late
+  ip address delete 192.0.2.7/32 dev lo
+  mv /etc/korvo/korvo.conf.right /etc/korvo/korvo.conf
+  systemctl restart korvo.target
+  await all_answer
+
+  step 'an upgrade, of one package or of all, runs what it has brought'
+  dpkg -i /packages/korvo-backends_*.deb >>$log 2>&1 </dev/null || fail 'cannot install korvo-backends again'
+  await all_answer
+  runs_no_old_file
+  for unit in korvo korvo-backends korvo-web; do next $unit; done
+  dpkg --force-confold -i /next_korvo.deb /next_korvo-backends.deb /next_korvo-web.deb >>$log 2>&1 </dev/null || fail 'the upgrade fails'
+  await all_answer
+  runs_no_old_file
+
   step 'a wrong configuration is refused with its reason'
   cp /etc/korvo/korvo.conf /etc/korvo/korvo.conf.right
   sed -i 's/^web1.*/web1 C 127.0.0.1 8001 99999 -/' /etc/korvo/korvo.conf
@@ -244,17 +292,24 @@ booted() {
   dpkg --purge korvo-web korvo-backends korvo >>$log 2>&1 || fail 'cannot purge'
   check_left
 }
-# A start limit would end a test that kills more often than an accident.
-is_gone_or_new() {
-  systemctl reset-failed 2>/dev/null || true
-  [ "$(systemctl show -P NRestarts "$1")" -gt 0 ] || is_gone "$1"
+tells_of_no_program() { systemctl status korvo-units 2>&1 | grep 'units.sh: .*has no program of this machine'; }
+pings_late() { korvoctl ping web1 --timeout 1 && korvoctl ping packages --timeout 1; }
+# runs_no_old_file: each program is that of its package, of which dpkg makes a new file; korvo-web is no program of korvoctl.
+runs_no_old_file() {
+  local id
+  for id in web1 packages second; do
+    ! korvoctl status $id | grep 'file was replaced' || fail "$id still runs what it ran before the upgrade"
+  done
+  ! readlink "/proc/$(main_of korvo-web)/exe" | grep ' (deleted)$' || fail 'korvo-web still runs what it ran before the upgrade'
 }
-idle() { systemctl reset-failed && [ -z "$(systemctl list-jobs --no-legend)" ]; }
+main_of() { systemctl show -P MainPID "$1"; }
+is_new() { [ "$(main_of "$1")" != 0 ] && [ "$(main_of "$1")" != "$2" ]; } # is_new UNIT OLD
+idle() { [ -z "$(systemctl list-jobs --no-legend)" ]; }
 
 daemon() {
   step 'installing the daemon alone, and asking it'
   apt-get update -qq >>$log 2>&1
-  install /packages/korvo_*.deb
+  install /packages/i386/korvo_*.deb
   file=$(dpkg --print-architecture)
   start korvo-commmgr@web1.service
   pings 8002 || fail 'the daemon does not answer'

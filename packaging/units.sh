@@ -1,5 +1,6 @@
 #!/bin/sh
-# units.sh: starts the programs that korvo.conf gives this machine, and stops those that it no longer does
+# units.sh: starts the programs that korvo.conf gives this machine, and stops those that it no longer does; fails when there
+#           are none
 #
 # A parent that restarts has its children restart too, which it then announces to itself.  They start before it, so that
 # they stop after it: what it has in hand still needs them.
@@ -62,5 +63,9 @@ systemctl daemon-reload
 for unit in $(systemctl list-units --all --plain --no-legend 'korvo-*@*.service' | awk '{ print $1 }'); do
   case "$wanted " in *" $unit "*) ;; *) systemctl stop --no-block "$unit" ;; esac
 done
+[ -n "$wanted" ] || {
+  echo "units.sh: $conf/korvo.conf has no program of this machine, which may get its address later" >&2
+  exit 1
+}
 # shellcheck disable=SC2086  # a word each
-[ -z "$wanted" ] || systemctl start --no-block $wanted
+systemctl start --no-block $wanted
