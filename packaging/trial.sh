@@ -292,7 +292,7 @@ booted() {
   dpkg --purge korvo-web korvo-backends korvo >>$log 2>&1 || fail 'cannot purge'
   check_left
 }
-tells_of_no_program() { systemctl status korvo-units 2>&1 | grep 'units.sh: .*has no program of this machine'; }
+tells_of_no_program() { journalctl --quiet --unit=korvo-units | grep 'units.sh: .*has no program of this machine'; }
 pings_late() { korvoctl ping web1 --timeout 1 && korvoctl ping packages --timeout 1; }
 # runs_no_old_file: each program is that of its package, of which dpkg makes a new file; korvo-web is no program of korvoctl.
 runs_no_old_file() {
