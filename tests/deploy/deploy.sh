@@ -22,5 +22,5 @@ namespaces=(unshare --mount --net --pid --uts --ipc --fork --kill-child --mount-
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 DESTDIR=$scratch cmake --install "$build" >"$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
-cp docs/korvo-deploy.7 tests/deploy/machines.sh demo/packages.schema "$scratch"
+cp docs/korvo-deploy.7 docs/examples/operation/korvo-watch.service tests/deploy/machines.sh demo/packages.schema "$scratch"
 "${namespaces[@]}" bash "$scratch/machines.sh" "$scratch"

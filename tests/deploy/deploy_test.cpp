@@ -137,7 +137,7 @@ TEST_F(DeployTest, Manual_ShowsTheFilesOfThreeServices) {
   std::vector<std::string> names;
   for (const auto &[name, text] : files_) names.push_back(name);
   EXPECT_EQ(names, (std::vector<std::string>{
-                       "one/korvo-web.conf", "one/korvo.conf", "one/korvo.db",
+                       "one/korvo-web.conf", "one/korvo.conf", "one/korvo.db", "standby/korvo.conf",
                        "three/korvo-web.conf", "three/korvo.conf", "three/korvo.db",
                        "twenty/east/korvo-web.conf", "twenty/east/korvo.conf", "twenty/korvo.db",
                        "twenty/west/korvo-web.conf", "twenty/west/korvo.conf"}));

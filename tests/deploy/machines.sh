@@ -146,6 +146,41 @@ three_machines() {
   step 'three machines do what they should'
 }
 
+# Over the three machines: a Search Manager more on the second, and its example of a unit on the first.
+standby() {
+  local first watch
+  mkdir "$home/etc/standby"
+  cp "$home/etc/korvo.db" "$home/etc/standby"
+  sed '/^packages  *S/d' "$home/etc/korvo.conf" >"$home/etc/standby/rest"
+  { file standby/korvo.conf && cat "$home/etc/standby/rest"; } >"$home/etc/standby/korvo.conf"
+  file standby/korvo.conf | sed -n 1p >>"$home/etc/korvo.conf"
+  first=$(of_machine 192.0.2.1 korvo-searchmgr)
+  start korvo-searchmgr packages "$home/etc/standby"
+  read -ra watch < <(sed -n "s|^ExecStart=/usr/bin/||; s|/etc/korvo|$home/etc|; s|--macro package|--macro $home/share/korvo/web/results|; /^korvoctl/p" "$scratch/korvo-watch.service")
+  at 192.0.2.1 "${watch[@]}" >>/run/watch.log 2>&1 </dev/null & disown
+  await watches
+  at 192.0.2.1 korvoctl announce web1 >>/run/watch.log
+  kill -KILL "$(of_machine 192.0.2.2 korvo-searchmgr)"
+  finds 192.0.2.1 127.0.0.1 first || fail 'the first was not given its place back'
+  start korvo-searchmgr packages "$home/etc/standby"
+  at 192.0.2.1 korvoctl announce web1 >>/run/watch.log
+  kill -KILL "$first"
+  await finds 192.0.2.1 127.0.0.1 first second
+  start korvo-searchmgr packages
+  await comes_back
+  kill -KILL "$(of_machine 192.0.2.2 korvo-searchmgr)"
+  await finds 192.0.2.1 127.0.0.1 first second
+  step 'a standby does what it should'
+}
+of_machine() { # of_machine ADDRESS PROGRAM: its main process, the oldest
+  local pid
+  for pid in $(ip netns pids "$1" | sort -n); do
+    [ "$(cat "/proc/$pid/comm")" != "${2:0:15}" ] || { echo "$pid"; return; }
+  done
+}
+watches() { grep -q 'announced packages:D' /run/watch.log; }
+comes_back() { [[ $(grep 'announced packages:S ' /run/watch.log | tail -n1) == *' 192.0.2.1/8012 to '* ]]; }
+
 twenty_machines() {
   reset
   local number tree id type
@@ -188,4 +223,5 @@ mount -t tmpfs tmpfs /srv
 mkdir /run/var && mount --bind /run/var /var/log && mkdir /var/log/korvo
 one_machine
 three_machines
+standby
 twenty_machines
