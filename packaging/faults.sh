@@ -347,8 +347,9 @@ restarts() {
     restarted "\`$unit\`" $group killed systemctl kill --signal KILL $unit
   done
   a_machine_is_silent
-  restarted '`korvo-commmgr@web1`, a machine silent' sharded restarted systemctl restart korvo-commmgr@web1
-  restarted '`korvo-commmgr@web1`, a machine silent' sharded killed systemctl kill --signal KILL korvo-commmgr@web1
+  unit=korvo-commmgr@web1
+  restarted "\`$unit\`, a machine silent" sharded restarted systemctl restart $unit
+  restarted "\`$unit\`, a machine silent" sharded killed systemctl kill --signal KILL $unit
   ip link delete silent
   mend
 }
