@@ -132,16 +132,16 @@ check_left() {
   [ -z "$what" ] || fail "purging leaves: $what"
 }
 
-# completes COMMAND WORD: bash offers the word behind it.
-completes() {
-  local words
+# completes COMMAND WORD: bash offers the word behind it, where nothing ends the shell.
+completes() (
+  set +eu
   read -ra words <<<"$1"
   # shellcheck disable=SC1090
   . "/usr/share/bash-completion/completions/${words[0]}"
   COMP_WORDS=("${words[@]}" '') COMP_CWORD=${#words[@]} COMPREPLY=()
   "$(complete -p "${words[0]}" | sed -E 's/.* -F ([^ ]+) .*/\1/')" "${words[0]}" '' "${words[-1]}"
   [[ " ${COMPREPLY[*]} " == *" $2 "* ]]
-}
+)
 
 plain() {
   step 'installing the daemon alone'
