@@ -36,6 +36,8 @@ std::string Name(Random *random) {
   static const std::vector<std::string> kNames = {"A", "B", "C", "D", "E", "F", "Ref", "Big"};
   if (OneIn(random, 40)) return "Unknown";
   if (OneIn(random, 60)) return "\tA";
+  if (OneIn(random, 30))
+    return kNames[Below(random, kNames.size())] + (OneIn(random, 3) ? "=" : "=b");
   if (OneIn(random, 200)) return std::string(300, 'n').substr(Below(random, 300));
   return kNames[Below(random, kNames.size())];
 }
@@ -128,11 +130,16 @@ Documents Kind(Random *random) {
 }
 
 std::string ValueOf(Random *random, const Place &place, std::size_t room) {
-  if (place.refers) return "Group Type 1";
+  if (place.refers) return OneIn(random, 3) ? "b=,Type,1" : "Group Type 1";
   const std::size_t most = std::min(place.most, room);
   const std::size_t size =
       OneIn(random, 3) ? most : Below(random, std::min<std::size_t>(most, 12) + 1);
-  return std::string(size, 'v');
+  std::string value(size, 'v');
+  // As a name that holds "=" wants it.
+  if (OneIn(random, 3))
+    value.replace(0, std::min<std::size_t>(size, 2),
+                  OneIn(random, 2) ? "b=" : "==", std::min<std::size_t>(size, 2));
+  return value;
 }
 
 std::string Document(Random *random, const Documents &documents) {

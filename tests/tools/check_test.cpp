@@ -222,6 +222,38 @@ TEST(Check, FieldThatComesSeveralTimes) {
       Given("text \"x\"\nvalue-skip 1 \"Name\"\nvalue-skip 1 \"Name\"", told));
 }
 
+// Whatever stands in a value in front of "=" belongs to the pattern of such a name.
+TEST(Check, NameWithAnEqualsSign_FindsAValueThatBeginsSo) {
+  const Documents documents = Told("#: field A\n#: field B\n");
+  const std::string lacks =
+      "3 a document may lack 'A=b', and each time that is logged: \\tA=x\\tB=x\\t\\n\n";
+  EXPECT_EQ(lacks, Findings(Assembled("text \"x\"\nvalue \"A=b\""), documents));
+  EXPECT_EQ(
+      lacks + "3 an insert leaves a line in the log for each document: \\tA=b=\\tB=x\\t\\n\n" +
+          "3 a value of 'A=b' may have fewer than the three words of a document's name, which ends the page with an error line: \\tA=b=\\tB=x\\t\\n\n",
+      Findings(Assembled("text \"x\"\ninsert \"A=b\""), documents).substr(0, lacks.size() + 205));
+  std::string source = "text \"x\"\n";
+  for (int i = 0; i < 11; ++i) source += "value \"A=b\"\n";
+  const std::string found = Findings(Assembled(source), documents);
+  EXPECT_NE(
+      std::string::npos,
+      found.find("the output can reach 45046 bytes, and a page takes 40960: \\tA=b=x\\{4093}"))
+      << found;
+  const std::string html = Findings(Assembled("text \"<p>\"\nvalue \"A=b\""), documents);
+  EXPECT_NE(std::string::npos, html.find("@SCRIPT=html: \\tA=b=<b>&")) << html;
+  EXPECT_NE(
+      std::string::npos,
+      Findings(Assembled("text \"x\"\nvalue \"Z=b\""), documents).find("no document has 'Z=b'"));
+}
+
+TEST(Check, NameOverSeveralFields_IsFound) {
+  const std::string found =
+      Findings(Assembled("text \"x\"\ninsert \"A=b\\tB\""), Told("#: field A\n#: field B\n"));
+  EXPECT_NE(std::string::npos,
+            found.find("an insert leaves a line in the log for each document: \\tA=b\\tB="))
+      << found;
+}
+
 TEST(Check, LongValue_IsCut) {
   EXPECT_EQ(
       "3 a value can have 5000 bytes; more than 4095 are cut at 4096, and that is logged: \\tA=x\\{5000}\\t\\n\n",
@@ -257,6 +289,8 @@ TEST(Check, Fields_ThatAreWrong) {
       {"#: field\n", 1, "expected '#: script WORD...' or '#: field NAME ...'"},
       {"\n#: field A most=x\n", 2,
        "expected most=BYTES, times=LEAST-MOST or document=BYTES, found 'most=x'"},
+      {"#: field A=b most=9\n", 1, "expected the name of a field, without '=', found 'A=b'"},
+      {"A text\nA=b text\n", 2, "expected the name of a field, without '=', found 'A=b'"},
       {"#: field A most=4 document=9\n", 1,
        "expected most=5 or more of a field that names a document, in three words"},
       {"#: field A times=2-1\n", 1,

@@ -61,10 +61,14 @@ void AddFixed(Pass *pass, std::size_t size) {
   CheckOutput(pass);
 }
 
-void Text(Pass *pass) {
-  pass->output.least += pass->at.text.size();
-  AddFixed(pass, pass->at.text.size());
+void AddLeast(Pass *pass, std::size_t size) {
+  pass->output.least += size;
   pass->ends |= pass->output.least > kPageMost;
+}
+
+void Text(Pass *pass) {
+  AddFixed(pass, pass->at.text.size());
+  AddLeast(pass, pass->at.text.size());
 }
 
 void FindHtml(Pass *pass) {
@@ -115,6 +119,14 @@ void Value(Pass *pass) {
   AddValue(pass, found, MostOf(pass, found));
 }
 
+// The bytes of the shortest document.
+std::size_t ShortestNow(const Pass &pass) {
+  std::size_t size = 2;
+  for (const Place &place : pass.documents.places)
+    if (place.always) size += place.name.size() + 2;
+  return size;
+}
+
 void Number(Pass *pass) {
   const Found found = Pass_LookUp(pass);
   if (found.places.empty() && !found.inserted) return;
@@ -122,6 +134,7 @@ void Number(Pass *pass) {
   pass->output.fixed += 4;
   pass->output.something |= !found.may_miss;
   CheckOutput(pass);
+  if (!found.may_miss) AddLeast(pass, 4);
 }
 
 void Document(Pass *pass) {
@@ -130,6 +143,7 @@ void Document(Pass *pass) {
   pass->output.fixed += LongestNow(*pass) - Documents_Longest(pass->documents);
   pass->output.something = true;
   CheckOutput(pass);
+  AddLeast(pass, ShortestNow(*pass));
 }
 
 // A run that goes on has had three words in that place.

@@ -66,6 +66,16 @@ std::string_view Decode_Name(std::string_view name) {
   return name;
 }
 
+std::string_view Decode_Field(std::string_view name) { return name.substr(0, name.find('=')); }
+
+std::string Decode_Begin(std::string_view name) {
+  const std::string_view field = Decode_Field(name);
+  if (field.size() == name.size()) return "";
+  std::string begin(name.substr(field.size() + 1));
+  begin += '=';
+  return begin.substr(0, begin.find('\t'));
+}
+
 bool Decode_LooksUp(int op) {
   switch (op) {
     case kOpValue8:

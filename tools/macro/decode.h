@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 struct Instruction {
@@ -29,6 +30,11 @@ Decoding Decode_At(std::string_view code, std::size_t offset, Instruction *found
 // The name that a run looks for: of a name with a zero byte the bytes before it, and without a tab
 // in front, which a look-up puts there itself.
 std::string_view Decode_Name(std::string_view name);
+
+// The field that a name can find: what stands before the first "=" in it.  And how the value of
+// that field begins then; it is the whole value where a tab stands behind that.
+std::string_view Decode_Field(std::string_view name);
+std::string Decode_Begin(std::string_view name);
 
 // Whether the instruction looks a field up, and the matches that it skips then.
 bool Decode_LooksUp(int op);

@@ -28,6 +28,9 @@ struct Reading {
 };
 
 Told *FindOrAdd(Reading *reading, std::string_view name) {
+  if (name.find('=') != std::string_view::npos)  // there its value begins
+    reading->wrong.append("expected the name of a field, without '=', found '").append(name) +=
+        '\'';
   for (Told &field : reading->fields)
     if (field.place.name == name) return &field;
   reading->fields.push_back({});

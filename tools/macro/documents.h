@@ -28,6 +28,7 @@ struct Place {
   bool refers = false;            // its value names a document, in three words
   std::size_t brings = 0;         // bytes of that document
   bool told = true;               // somebody has said so; otherwise the macro wants it
+  std::string begins = {};        // its value, as far as a look-up wants more than the name
 };
 
 struct Documents {

@@ -142,7 +142,8 @@ void AddSought(std::string_view code, Drafts *drafts) {
 Draft WithValues(const Documents &documents, std::string_view value) {
   Draft draft = Draft_Ample(documents, 1);
   for (std::size_t i = 0; i < draft.values.size(); ++i)
-    draft.values[i] = value.substr(0, documents.places[i].most);
+    draft.values[i] =
+        std::string(documents.places[i].begins).append(value).substr(0, documents.places[i].most);
   return draft;
 }
 
@@ -161,7 +162,8 @@ void AddPlain(Drafts *drafts) {
 }  // namespace
 
 std::string Draft_Value(const Place &place, std::size_t size) {
-  std::string value(ReferenceFor(place));
+  std::string value = place.begins;
+  value += ReferenceFor(place);
   size = std::min(size, place.most);
   if (value.size() < size) value.resize(size, place.refers ? ' ' : 'x');
   return value;
@@ -219,7 +221,7 @@ Documents Draft_Referring(std::string_view code, Documents documents) {
   for (std::size_t i = 0; i < code.size(); i += at.size) {
     const bool is_cut = Decode_At(code, i, &at) != Decoding::kInstruction;
     if (at.op == kOpFetch || at.op == kOpInsert || at.op == kOpInsertSkip)
-      names.insert(Decode_Name(at.text));
+      names.insert(Decode_Field(Decode_Name(at.text)));
     if (is_cut || at.op == kOpEnd) break;
   }
   for (Place &place : documents.places)
@@ -229,6 +231,30 @@ Documents Draft_Referring(std::string_view code, Documents documents) {
       place.brings = kDocumentMost;  // nobody has said less
     }
   return documents;
+}
+
+bool Draft_Begin(std::string_view code, std::size_t turn, Documents *documents) {
+  std::map<std::string_view, std::vector<std::string_view>> begins;
+  Instruction at;
+  for (std::size_t i = 0; i < code.size(); i += at.size) {
+    const bool is_cut = Decode_At(code, i, &at) != Decoding::kInstruction;
+    const std::string_view name = Decode_Name(at.text);
+    if (Decode_LooksUp(at.op) && name.find('=') != std::string_view::npos)
+      begins[Decode_Field(name)].push_back(name);
+    if (is_cut || at.op == kOpEnd) break;
+  }
+  for (Place &place : documents->places) {
+    const auto wanted = begins.find(place.name);
+    if (wanted == begins.end()) continue;
+    const std::string_view name = wanted->second[turn % wanted->second.size()];
+    const std::string begin = Decode_Begin(name);
+    const bool is_whole = name.find('\t') != std::string_view::npos;
+    const std::size_t least = begin.size() + (place.refers ? kReferenceLeast : 0);
+    if (least > place.most || (is_whole && place.refers)) continue;
+    place.begins = begin;
+    if (is_whole) place.most = begin.size();
+  }
+  return !begins.empty();
 }
 
 std::vector<Draft> Draft_Simple(std::string_view code, const Documents &documents) {

@@ -36,6 +36,10 @@ std::string Draft_Named(const Documents &documents, const std::vector<std::strin
 // The same documents, each field of a fetch or an insert naming another.
 Documents Draft_Referring(std::string_view code, Documents documents);
 
+// The same documents, with values that begin as a name that holds "=" wants it; where several want
+// one field, the one of that turn.  False: no name holds "=".
+bool Draft_Begin(std::string_view code, std::size_t turn, Documents *documents);
+
 // Those that show most of what there is, the plainest first; and those for the rest.
 std::vector<Draft> Draft_Simple(std::string_view code, const Documents &documents);
 std::vector<Draft> Draft_Aimed(std::string_view code, const Documents &documents,

@@ -67,6 +67,29 @@ void FindUnknown(Pass *pass, std::string_view name) {
             "no document has " + Pass_NameShown(name) + ", and each time that is logged");
 }
 
+// A name that holds "=": where a value begins with what stands behind it, the field in front of it
+// is found.  It may be any of that name, or none.
+Found LookUpBegun(Pass *pass, std::string_view name) {
+  Found found;
+  const auto known = pass->named.find(Decode_Field(name));
+  const std::size_t skip = Decode_Skip(pass->at);
+  std::size_t skips = 0;
+  if (known != pass->named.end() && name.size() + 2 <= kPatternMost)
+    for (const std::size_t place : known->second)
+      if (pass->documents.places[place].most >= Decode_Begin(name).size() && skips++ >= skip)
+        found.places.insert(place);
+  found.may_miss = true;
+  found.inserted = pass->inserted > 0;  // what was inserted may have the name
+  if (found.places.empty())
+    FindUnknown(pass, name);
+  else
+    Pass_Find(pass, Fault::kLacks,
+              "a document may lack " + Pass_NameShown(name) + ", and each time that is logged");
+  for (const std::size_t place : found.places) pass->cursor.insert({place, true});
+  if (found.inserted) pass->cursor.insert({Pass_Count(*pass), false});
+  return found;
+}
+
 Wanted WantedOf(const Pass &pass) {
   const std::string_view name = Decode_Name(pass.at.text);
   const auto known = pass.named.find(name);
@@ -82,13 +105,7 @@ std::string Pass_NameShown(std::string_view name) {
 
 Found Pass_LookUp(Pass *pass) {
   const Wanted wanted = WantedOf(*pass);
-  if (wanted.places == nullptr) {
-    FindUnknown(pass, wanted.name);
-    // What was inserted may have the name.
-    const bool is_inserted = pass->inserted > 0;
-    if (is_inserted) pass->cursor.insert({Pass_Count(*pass), false});
-    return {{}, true, is_inserted};
-  }
+  if (wanted.places == nullptr) return LookUpBegun(pass, wanted.name);
   Found found;
   Spots cursor;
   bool is_sure = true;

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::uint32_t kChances = 100;
+constexpr std::size_t kTurnsMost = 4;
 constexpr std::size_t kWorkMost = 300000000;  // instructions times bytes of documents
 
 // One place, by chance, as long as there are bytes left; what names a document does not always.
@@ -107,10 +108,13 @@ std::size_t Look(std::string_view code, const Documents &documents, std::vector<
 void Witness_Find(std::string_view code, const Documents &documents,
                   std::vector<Finding> *findings) {
   if (findings->empty()) return;
-  const std::size_t left = Look(code, documents, findings, kWorkMost);
+  std::size_t left = Look(code, documents, findings, kWorkMost);
   // Behind a fetch or an insert a run comes alone where the value names a document.
   const Documents referring = Draft_Referring(code, documents);
   const auto is_told = [](const Place &place) { return place.told; };
-  if (std::all_of(referring.places.begin(), referring.places.end(), is_told)) return;
-  Look(code, referring, findings, left);
+  const bool refers_more = !std::all_of(referring.places.begin(), referring.places.end(), is_told);
+  if (refers_more) left = Look(code, referring, findings, left);
+  for (std::size_t turn = 0; turn < kTurnsMost && !IsAllShown(*findings); ++turn)
+    for (Documents begun : {documents, referring})
+      if (Draft_Begin(code, turn, &begun)) left = Look(code, begun, findings, left);
 }
