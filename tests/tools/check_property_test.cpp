@@ -126,6 +126,8 @@ Documents Kind(Random *random) {
       documents.places.push_back(place);
     }
   }
+  if (OneIn(random, 5))
+    for (Place &place : documents.places) place.always = false;
   return documents;
 }
 
@@ -144,6 +146,7 @@ std::string ValueOf(Random *random, const Place &place, std::size_t room) {
 
 std::string Document(Random *random, const Documents &documents) {
   std::size_t room = kDocumentMost - std::min(kDocumentMost, Documents_Frame(documents) + 100);
+  std::vector<std::string> fields;
   std::string text, lacking;
   for (const Place &place : documents.places) {
     // The ones that are left out are the last of their name.
@@ -153,8 +156,13 @@ std::string Document(Random *random, const Documents &documents) {
     }
     const std::string value = ValueOf(random, place, room);
     room -= std::min(room, value.size());
-    text += "\t" + place.name + "=" + value;
+    fields.push_back("\t" + place.name + "=" + value);
   }
+  const auto is_always = [](const Place &place) { return place.always; };
+  // As they are stored.
+  if (std::none_of(documents.places.begin(), documents.places.end(), is_always))
+    std::shuffle(fields.begin(), fields.end(), *random);
+  for (const std::string &field : fields) text += field;
   return text + "\t\n";
 }
 

@@ -96,9 +96,11 @@ TEST(Check, Output_IsFoundWhereItIsFull) {
   EXPECT_EQ("", Alone(source));
   EXPECT_EQ("33 the output can reach 45046 bytes, and a page takes 40960: \\tA=x\\{4095}\\t\\n\n",
             Alone(source + "value \"A\"\n"));
-  EXPECT_EQ("", Findings(Assembled(source + "value \"A\"\n"), Told("#: field A most=3723\n")));
-  EXPECT_EQ("33 the output can reach 40965 bytes, and a page takes 40960: \\tA=x\\{3724}\\t\\n\n",
-            Findings(Assembled(source + "value \"A\"\n"), Told("#: field A most=3724\n")));
+  EXPECT_EQ("", Findings(Assembled(source + "value \"A\"\n"),
+                         Told("#: script all\n#: field A most=3723\n")));
+  EXPECT_EQ(
+      "33 the output can reach 40965 bytes, and a page takes 40960: \\tA=x\\{3724}\\t\\n\n",
+      Findings(Assembled(source + "value \"A\"\n"), Told("#: script all\n#: field A most=3724\n")));
 }
 
 TEST(Check, NothingWritten_IsFound) {
@@ -113,12 +115,12 @@ TEST(Check, Fetch_OfWhatMayBeMissing) {
   EXPECT_EQ(
       "3 a document may lack 'A', and then the name of the macro is run as code: \\tOther=x\\t\\n\n",
       Alone("text \"x\"\nfetch \"A\" \"/m\"\nvalue \"Other\"").substr(0, 88));
-  EXPECT_EQ(
-      slots + "\\tA=Group Type 1\\t\\n\n",
-      Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""), Told("#: field A document=500\n")));
+  EXPECT_EQ(slots + "\\tA=Group Type 1\\t\\n\n",
+            Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""),
+                     Told("#: script all\n#: field A document=500\n")));
   EXPECT_EQ(
       "3 a value of 'A' may have fewer than the three words of a document's name, which ends the page with an error line: \\tA=x\\t\\n\n",
-      Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""), Told("#: field A\n")));
+      Findings(Assembled("text \"x\"\nfetch \"A\" \"/m\""), Told("#: script all\n#: field A\n")));
 }
 
 TEST(Check, FetchThatIsCut_RunsItsMacroAsCode) {
@@ -136,15 +138,17 @@ TEST(Check, FetchThatIsCut_RunsItsMacroAsCode) {
 TEST(Check, Insert_HasRoom) {
   const std::string line = "3 an insert leaves a line in the log for each document: ";
   EXPECT_EQ(line + "\\tA=Group Type 1\\t\\n\n",
-            Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A document=30000\n")));
+            Findings(Assembled("text \"x\"\ninsert \"A\""),
+                     Told("#: script all\n#: field A document=30000\n")));
   EXPECT_EQ(
       line + "\\tA=Group Type 1\\t\\n\n" +
           "3 a document with what is inserted can reach 42100 bytes, and is cut at 39000: \\tA=Group Type 1 \\{4083}\\t\\n\n",
-      Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A document=38000\n")));
+      Findings(Assembled("text \"x\"\ninsert \"A\""),
+               Told("#: script all\n#: field A document=38000\n")));
 }
 
 TEST(Check, BehindAnInsert_OtherFindingsHaveTheirDocuments) {
-  const std::string fields = "#: field A\n#: field B\n";
+  const std::string fields = "#: script all\n#: field A\n#: field B\n";
   const std::string inserts = "text \"x\"\ninsert \"A\"\n";
   const std::string pops = Findings(Assembled(inserts + "value \"B\"\npop\n"), Told(fields));
   EXPECT_NE(std::string::npos,
@@ -160,7 +164,7 @@ TEST(Check, BehindAnInsert_OtherFindingsHaveTheirDocuments) {
 
 TEST(Check, FieldThatNamedADocument_NamesOne) {
   const std::string fetch = "fetch \"A\" \"/m\"\n";
-  const Documents documents = Told("#: field A times=0-1\n");
+  const Documents documents = Told("#: script all\n#: field A times=0-1\n");
   const std::string found = Findings(Assembled("text \"x\"\n" + fetch + fetch), documents);
   for (const char *words : {"run as code", "three words"}) {
     EXPECT_NE(std::string::npos, found.find(words)) << found;
@@ -172,28 +176,28 @@ TEST(Check, Insert_DoesNotLengthenWhatIsWritten) {
   EXPECT_EQ(
       "3 an insert leaves a line in the log for each document: \\tA=Group Type 1\\tB=x\\t\\n\n",
       Findings(Assembled("document\ndocument\ndocument\ninsert \"A\"\n"),
-               Told("#: field A most=3000 document=9000\n#: field B most=3000\n")));
+               Told("#: script all\n#: field A most=3000 document=9000\n#: field B most=3000\n")));
 }
 
 TEST(Check, FieldThatEveryDocumentHas_IsFoundBehindAnInsert) {
   const std::string code = Assembled("text \"x\"\ninsert \"B\"\nfetch \"A\" \"/m\"\n");
-  EXPECT_EQ(
-      std::string::npos,
-      Findings(code, Told("#: field A document=50\n#: field B document=50\n")).find("run as code"));
+  EXPECT_EQ(std::string::npos,
+            Findings(code, Told("#: script all\n#: field A document=50\n#: field B document=50\n"))
+                .find("run as code"));
 }
 
 TEST(Check, NothingIsLookedFor_WhereNoRunComes) {
   EXPECT_EQ("40965 the output can reach 40961 bytes, and a page takes 40960: \\t\\n\n",
             Alone("text32 \"" + std::string(40960, 'x') + "\"\ntext \"y\"\npop\n"));
-  EXPECT_EQ(std::string::npos,
-            Findings(Assembled("text \"x\"\nfetch \"B\" \"/m\"\npop\n"), Told("#: field A\n"))
-                .find("pops"));
+  EXPECT_EQ(std::string::npos, Findings(Assembled("text \"x\"\nfetch \"B\" \"/m\"\npop\n"),
+                                        Told("#: script all\n#: field A\n"))
+                                   .find("pops"));
 }
 
 TEST(Check, ShortValue_NamesADocumentToo) {
-  EXPECT_EQ(
-      "3 an insert leaves a line in the log for each document: \\tA=G T 1\\t\\n\n",
-      Findings(Assembled("text \"x\"\ninsert \"A\""), Told("#: field A most=8 document=500\n")));
+  EXPECT_EQ("3 an insert leaves a line in the log for each document: \\tA=G T 1\\t\\n\n",
+            Findings(Assembled("text \"x\"\ninsert \"A\""),
+                     Told("#: script all\n#: field A most=8 document=500\n")));
 }
 
 TEST(Check, LookUps_CostWhatTheyLog) {
@@ -224,7 +228,7 @@ TEST(Check, FieldThatComesSeveralTimes) {
 
 // Whatever stands in a value in front of "=" belongs to the pattern of such a name.
 TEST(Check, NameWithAnEqualsSign_FindsAValueThatBeginsSo) {
-  const Documents documents = Told("#: field A\n#: field B\n");
+  const Documents documents = Told("#: script all\n#: field A\n#: field B\n");
   const std::string lacks =
       "3 a document may lack 'A=b', and each time that is logged: \\tA=x\\tB=x\\t\\n\n";
   EXPECT_EQ(lacks, Findings(Assembled("text \"x\"\nvalue \"A=b\""), documents));
@@ -247,8 +251,8 @@ TEST(Check, NameWithAnEqualsSign_FindsAValueThatBeginsSo) {
 }
 
 TEST(Check, NameOverSeveralFields_IsFound) {
-  const std::string found =
-      Findings(Assembled("text \"x\"\ninsert \"A=b\\tB\""), Told("#: field A\n#: field B\n"));
+  const std::string found = Findings(Assembled("text \"x\"\ninsert \"A=b\\tB\""),
+                                     Told("#: script all\n#: field A\n#: field B\n"));
   EXPECT_NE(std::string::npos,
             found.find("an insert leaves a line in the log for each document: \\tA=b\\tB="))
       << found;
@@ -257,7 +261,8 @@ TEST(Check, NameOverSeveralFields_IsFound) {
 TEST(Check, LongValue_IsCut) {
   EXPECT_EQ(
       "3 a value can have 5000 bytes; more than 4095 are cut at 4096, and that is logged: \\tA=x\\{5000}\\t\\n\n",
-      Findings(Assembled("text \"x\"\nvalue \"A\""), Told("#: field A most=5000\n")));
+      Findings(Assembled("text \"x\"\nvalue \"A\""),
+               Told("#: script all\n#: field A most=5000\n")));
 }
 
 TEST(Check, Html_WantsValuesThatAreHtml) {
@@ -276,6 +281,13 @@ TEST(Check, Script_AddsItsFields) {
       "text \"x\"\nvalue \"Name\"\nvalue \"Snippet\"\nvalue \"SearchGroup\"\nvalue \"RecType\"\nvalue \"DocNum\"";
   EXPECT_EQ("", Given(source, "#: script html place all snippet\n"));
   EXPECT_NE("", Given(source, "#: script html all\n"));
+}
+
+TEST(Check, WithoutAScript_ADocumentMayLackItsFields) {
+  const std::string found = "3 a document may lack 'Name', and each time that is logged: \\t\\n\n";
+  for (const char *script : {"", "#: script\n"})
+    EXPECT_EQ(found, Given("text \"x\"\nvalue \"Name\"", script)) << script;
+  EXPECT_EQ("", Given("text \"x\"\nvalue \"Snippet\"", "#: script snippet\n"));
 }
 
 TEST(Check, Fields_ThatAreWrong) {

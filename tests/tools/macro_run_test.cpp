@@ -58,7 +58,8 @@ TEST(MacroCheck, WithoutItsSource_NamesOffsetsAlone) {
 
 TEST(MacroCheck, FieldsAndTheWitnessOfSeveral) {
   const Folder folder;
-  const std::string fields = folder.Write("schema", "Part text\n#: field Part document=38000\n");
+  const std::string fields =
+      folder.Write("schema", "Part text\n#: script all\n#: field Part document=38000\n");
   const std::string macro = MacroIn(folder, "text \"x\"\nfetch \"Part\" \"/m\"\n");
   const Outcome fetch = RunTool({KORVO_MACRO, "check", "--fields", fields, macro});
   EXPECT_EQ(1, fetch.status);
@@ -90,7 +91,7 @@ TEST(MacroCheck, HtmlWithoutFields_IsANote) {
 TEST(MacroCheck, WhatNoDocumentShows_IsSaidSo) {
   const Folder folder;
   // Each name comes up to three times, and not all of them can be long at once.
-  std::string fields, source = "text \"12345678901\"\n";
+  std::string fields = "#: script all\n", source = "text \"12345678901\"\n";
   for (const std::string name : {"A", "B", "C", "D", "E"}) {
     fields += "#: field " + name + " times=1-3\n";
     source += "value-skip 1 \"" + name + "\"\nvalue-skip 1 \"" + name + "\"\n";

@@ -19,7 +19,6 @@ struct Told {
 
 struct Reading {
   std::vector<Told> fields;
-  bool script = false;  // the words of SCRIPT are known
   bool html = false;
   bool snippet = false;
   bool place = false;
@@ -76,7 +75,6 @@ void TakeOption(Reading *reading, Told *field, std::string_view word) {
 }
 
 void TakeScript(Reading *reading, std::string_view words) {
-  reading->script = true;
   for (std::string_view word = Text_Token(&words, kBlanks); !word.empty();
        word = Text_Token(&words, kBlanks)) {
     reading->html |= word == "html";
@@ -131,7 +129,7 @@ void Fill(const Reading &reading, Documents *documents) {
   documents->given = true;
   documents->html = reading.html;
   for (const Told &field : reading.fields)
-    if (!IsTaken(reading, field.place.name)) Add(documents, field, reading.all || !reading.script);
+    if (!IsTaken(reading, field.place.name)) Add(documents, field, reading.all);
   const auto added = [&](const char *name, std::size_t most) {
     Told field;
     for (const Told &told : reading.fields)

@@ -1,7 +1,7 @@
 // tools/macro/documents.h: the documents that a page is made of, as far as a check knows them.
 //
-// They are told by a file: a schema (korvo-schema(5)), every field of which a document has, in that
-// order; and lines that begin with "#:", comments to everybody else:
+// They are told by a file: a schema (korvo-schema(5)), and lines that begin with "#:", comments to
+// everybody else:
 //
 //   #: script WORD...               the documents are asked for with these words of SCRIPT
 //   #: field NAME [most=BYTES] [times=LEAST-MOST] [document=BYTES]
@@ -31,6 +31,9 @@ struct Place {
   std::string begins = {};        // its value, as far as a look-up wants more than the name
 };
 
+// Asked for with "all", a document has every field of the schema in its order.  Otherwise it has
+// those that are stored, as they are stored: each may be missing, and where they stand does not
+// matter then, since every look-up may miss.
 struct Documents {
   bool given = false;         // by a file; otherwise they are what the macro needs
   bool html = false;          // every value is HTML
