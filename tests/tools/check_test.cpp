@@ -103,6 +103,21 @@ TEST(Check, Output_IsFoundWhereItIsFull) {
       Findings(Assembled(source + "value \"A\"\n"), Told("#: script all\n#: field A most=3724\n")));
 }
 
+// Of each field one or two more may be there, and each that is takes room for its name as well.
+TEST(Check, Output_OfFieldsThatMayBeMissing_HasRoomForTheirNames) {
+  std::string fields = "#: script all\n", source = "text \"12345678901\"\n";
+  for (const std::string name : {"A", "B", "C", "D", "E"}) {
+    fields += "#: field " + name + " times=1-3\n";
+    source += "value-skip 1 \"" + name + "\"\nvalue-skip 1 \"" + name + "\"\n";
+  }
+  const std::string code = Assembled(source);
+  for (const Finding &finding : Check_Macro(code, Told(fields)))
+    EXPECT_FALSE(Check_IsFault(finding)) << finding.offset << finding.what;
+  const std::string more(82, 'x');
+  EXPECT_NE(std::string::npos,
+            Findings(code + "\x41" + "\x52" + more, Told(fields)).find("the output can reach"));
+}
+
 TEST(Check, NothingWritten_IsFound) {
   EXPECT_EQ(
       "3 nothing may be written for a document, which ends the page there without a line; begin with a text: \\tA=\\t\\n\n",

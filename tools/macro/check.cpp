@@ -5,33 +5,13 @@
 
 #include "protocol/cmd_hdr.h"
 #include "tools/common/tool.h"
-#include "tools/macro/pass.h"
+#include "tools/macro/tally.h"
 #include "tools/macro/witness.h"
 
 namespace {
 
 constexpr std::size_t kFindingsMost = 100;  // of a weight
 constexpr std::size_t kPageMost = kMessageSize;
-
-// The most that the values add, where a document has only so much room: what is written most often
-// takes it first.
-std::size_t MostOfValues(const Pass &pass) {
-  const std::vector<Place> &places = pass.documents.places;
-  std::vector<std::pair<std::size_t, std::size_t>> pieces;  // how often, and bytes
-  std::size_t frame = 2;
-  for (std::size_t i = 0; i < places.size(); ++i) {
-    pieces.emplace_back(pass.output.values[i], std::min(places[i].most, kValueMost + 1));
-    if (places[i].always) frame += places[i].name.size() + 2;
-  }
-  std::sort(pieces.rbegin(), pieces.rend());
-  std::size_t room = kDocumentMost - std::min(frame, kDocumentMost), most = 0;
-  for (const auto &[times, bytes] : pieces) {
-    const std::size_t size = std::min(bytes, room);
-    most += times * size;
-    room -= size;
-  }
-  return most;
-}
 
 // The most bytes of a document, with what was inserted so far: an insert adds up to its limit
 // alone.
@@ -45,10 +25,7 @@ void CheckOutput(Pass *pass) {
   Output &output = pass->output;
   if (output.full) return;
   const std::size_t fixed = output.fixed + output.copies * Documents_Longest(pass->documents);
-  std::size_t most = fixed;
-  for (std::size_t i = 0; i < Pass_Count(*pass); ++i)
-    most += output.values[i] * std::min(pass->documents.places[i].most, kValueMost + 1);
-  if (most > kPageMost) most = fixed + MostOfValues(*pass);
+  const std::size_t most = fixed + Tally_Most(*pass);
   if (most <= kPageMost) return;
   output.full = true;
   Pass_Find(pass, Fault::kOutput,
@@ -79,15 +56,10 @@ void FindHtml(Pass *pass) {
       "what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html");
 }
 
-// Adds the value of the field that was looked up.
+// Adds the value of an inserted field; the others are counted where they are looked up.
 void AddValue(Pass *pass, const Found &found, std::size_t most) {
   if (found.inserted)
-    pass->output.fixed +=
-        std::min(std::max(most, pass->inserted), kValueMost + 1);  // of an inserted one
-  else if (found.places.size() == 1)
-    ++pass->output.values[*found.places.begin()];
-  else
-    pass->output.fixed += std::min(most, kValueMost + 1);
+    pass->output.fixed += std::min(std::max(most, pass->inserted), kValueMost + 1);
   CheckOutput(pass);
 }
 
@@ -110,7 +82,7 @@ bool Refer(const Pass &pass, const Found &found) {
 }
 
 void Value(Pass *pass) {
-  const Found found = Pass_LookUp(pass);
+  const Found found = Pass_LookUp(pass, true);
   if (found.places.empty() && !found.inserted) return;
   FindHtml(pass);
   if (Found_IsCertain(found)) pass->output.certain.insert(*found.places.begin());
@@ -353,7 +325,8 @@ std::vector<Finding> Check_Macro(std::string_view code, const Documents &documen
   pass.documents = documents;
   for (std::size_t i = 0; i < documents.places.size(); ++i)
     pass.named[documents.places[i].name].push_back(i);
-  pass.output.values.resize(documents.places.size());
+  pass.output.overall.times.resize(documents.places.size());
+  pass.output.values[Spot{}] = pass.output.overall;
   pass.has_markup = CodeHasMarkup(code);
   Walk(&pass);
   if (!pass.ends && !pass.output.something)

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "tools/common/tool.h"
-#include "tools/macro/pass.h"
+#include "tools/macro/tally.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ void FindUnknown(Pass *pass, std::string_view name) {
 
 // A name that holds "=": where a value begins with what stands behind it, the field in front of it
 // is found.  It may be any of that name, or none.
-Found LookUpBegun(Pass *pass, std::string_view name) {
+Found LookUpBegun(Pass *pass, std::string_view name, bool is_written) {
   Found found;
   const auto known = pass->named.find(Decode_Field(name));
   const std::size_t skip = Decode_Skip(pass->at);
@@ -85,6 +85,9 @@ Found LookUpBegun(Pass *pass, std::string_view name) {
   else
     Pass_Find(pass, Fault::kLacks,
               "a document may lack " + Pass_NameShown(name) + ", and each time that is logged");
+  std::vector<Move> moves;
+  for (const Spot &spot : pass->cursor) moves.push_back({spot, found});
+  Tally_Move(pass, moves, is_written && !found.inserted);
   for (const std::size_t place : found.places) pass->cursor.insert({place, true});
   if (found.inserted) pass->cursor.insert({Pass_Count(*pass), false});
   return found;
@@ -103,11 +106,12 @@ std::string Pass_NameShown(std::string_view name) {
   return Tool_Format("'%s'", Check_Show(name.substr(0, 64)).c_str());
 }
 
-Found Pass_LookUp(Pass *pass) {
+Found Pass_LookUp(Pass *pass, bool is_written) {
   const Wanted wanted = WantedOf(*pass);
-  if (wanted.places == nullptr) return LookUpBegun(pass, wanted.name);
+  if (wanted.places == nullptr) return LookUpBegun(pass, wanted.name, is_written);
   Found found;
   Spots cursor;
+  std::vector<Move> moves;
   bool is_sure = true;
   for (const Spot &spot : pass->cursor) {
     Found here;
@@ -125,7 +129,9 @@ Found Pass_LookUp(Pass *pass) {
     if (here.may_miss) cursor.insert(spot);
     found.may_miss |= here.may_miss;
     found.places.insert(here.places.begin(), here.places.end());
+    moves.push_back({spot, here});
   }
+  Tally_Move(pass, moves, is_written && !found.inserted);
   for (const std::size_t place : found.places) cursor.insert({place, true});
   if (found.inserted) cursor.insert({Pass_Count(*pass), false});
   pass->cursor = cursor;

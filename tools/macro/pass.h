@@ -29,14 +29,24 @@ struct Register {
   Spots cursor = {Spot{}};
 };
 
+// How often each place is written, at most, and bytes that all this comes to, whatever the room.
+struct Tally {
+  std::vector<std::size_t> times;
+  std::size_t bytes = 0;
+};
+
 struct Output {
-  std::size_t least = 0;            // bytes of texts
-  std::size_t fixed = 0;            // bytes whatever the document, at most
-  std::size_t copies = 0;           // of the whole document
-  std::vector<std::size_t> values;  // how often each place is written
-  std::set<std::size_t> certain;    // those that every run has written
-  bool something = false;           // for every document
-  bool full = false;                // found already
+  std::size_t least = 0;          // bytes of texts
+  std::size_t fixed = 0;          // bytes whatever the document, at most
+  std::size_t copies = 0;         // of the whole document
+  std::map<Spot, Tally> values;   // by the spot that a run has come to
+  Tally overall;                  // of all runs, as far as it can be one place alone
+  std::size_t several = 0;        // bytes of values that may be those of several places
+  bool merged = false;            // there are too many spots to tell them apart
+  std::size_t work = 0;           // of telling them apart
+  std::set<std::size_t> certain;  // those that every run has written
+  bool something = false;         // for every document
+  bool full = false;              // found already
 };
 
 struct Pass {
@@ -74,8 +84,8 @@ inline std::size_t Pass_Count(const Pass &pass) { return pass.documents.places.s
 // Notes what the instruction may come to; the first of each weight are enough to go on with.
 void Pass_Find(Pass *pass, Fault fault, std::string what);
 
-// Moves the cursor as a look-up does, and says what it may find.
-Found Pass_LookUp(Pass *pass);
+// Moves the cursor as a look-up does, and says what it may find, and perhaps writes.
+Found Pass_LookUp(Pass *pass, bool is_written = false);
 
 // A name in quotes, as far as a line has room.
 std::string Pass_NameShown(std::string_view name);
