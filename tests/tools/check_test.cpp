@@ -291,6 +291,18 @@ TEST(Check, Html_WantsValuesThatAreHtml) {
   EXPECT_EQ("", Given("text \"1 < 2\"\nvalue \"Name\"", "#: script all\n"));
 }
 
+TEST(Check, Html_OverSeveralTexts_IsHtml) {
+  const std::string found =
+      " what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html: \\tA=<b>&\\t\\n\n";
+  EXPECT_EQ("7" + found, Alone("text \"<\"\ntext \"p>\"\nvalue \"A\""));
+  EXPECT_EQ("12" + found, Alone("text \"<\"\nseek 0\ntext \"p>\"\nvalue \"A\""));
+  EXPECT_EQ("3" + found, Alone("text \"<\"\nvalue \"A\"\ntext \"<\"\ntext \"/p>\""));
+  EXPECT_EQ("", Alone("text \"1 <\"\nvalue \"A\"\ntext \"p>\""));
+  EXPECT_EQ(
+      "7" + found + "10 there is no op-code 20, and a run repeats it for ever: \\tA=x\\t\\n\n",
+      Alone("text \"<\"\ntext \"p>\"\nvalue \"A\"\nbyte 20"));
+}
+
 TEST(Check, Script_AddsItsFields) {
   const std::string source =
       "text \"x\"\nvalue \"Name\"\nvalue \"Snippet\"\nvalue \"SearchGroup\"\nvalue \"RecType\"\nvalue \"DocNum\"";

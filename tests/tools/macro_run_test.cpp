@@ -88,6 +88,26 @@ TEST(MacroCheck, HtmlWithoutFields_IsANote) {
       Without(folder, outcome.output));
 }
 
+TEST(MacroCheck, FramesOfHtml_MakeAPageOfHtml) {
+  const Folder folder;
+  const std::string fields = folder.Write("schema", "Title text\n#: script all\n");
+  const std::string macro = MacroIn(folder, kSource);
+  const auto check = [&] { return RunTool({KORVO_MACRO, "check", "--fields", fields, macro}); };
+  folder.Write("page.hdr", "Titles <\n");
+  folder.Write("page.tail", "The end\n\0<p>"s);
+  EXPECT_EQ("", check().output);
+  for (const char *frame : {"page.hdr", "page.tail"}) {
+    folder.Write(frame, "<!DOCTYPE html>\n");
+    const Outcome outcome = check();
+    EXPECT_EQ(1, outcome.status) << frame;
+    EXPECT_EQ(
+        "page.ms:2: offset 4: cost: what a document holds stands on a page of HTML as it is; ask for documents with @SCRIPT=html; as with \\tTitle=<b>&\\t\\n\n",
+        Without(folder, outcome.output))
+        << frame;
+    folder.Write(frame, "");
+  }
+}
+
 TEST(MacroCheck, WhatNoDocumentShows_IsSaidSo) {
   const Folder folder;
   // The fetch fails here, and the insert does not; one document stands for both.

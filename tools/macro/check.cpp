@@ -283,23 +283,16 @@ void Refuse(Pass *pass, Decoding decoding) {
   Pass_Find(pass, Fault::kBeyond, BeyondText(pass->at.op));
 }
 
-// Whether a text begins a tag, which only HTML has.
-bool HasMarkup(std::string_view text) {
-  for (std::size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
-    const char next = at + 1 < text.size() ? text[at + 1] : ' ';
-    if (next == '/' || next == '!' || (next >= 'a' && next <= 'z') || (next >= 'A' && next <= 'Z'))
-      return true;
-  }
-  return false;
-}
-
-bool CodeHasMarkup(std::string_view code) {
+// The texts of the page: what else is written parts them.
+std::string TextsIn(std::string_view code) {
+  std::string texts;
   Instruction at;
   for (std::size_t i = 0; i < code.size(); i += at.size) {
-    if (Decode_At(code, i, &at) != Decoding::kInstruction || at.op == kOpEnd) return false;
-    if ((at.op == kOpText8 || at.op == kOpText32) && HasMarkup(at.text)) return true;
+    if (Decode_At(code, i, &at) != Decoding::kInstruction || at.op == kOpEnd) break;
+    if (at.op == kOpText8 || at.op == kOpText32) texts += at.text;
+    if (Decode_Writes(at.op)) texts += '\0';
   }
-  return false;
+  return texts;
 }
 
 void Walk(Pass *pass) {
@@ -319,7 +312,16 @@ void Pass_Find(Pass *pass, Fault fault, std::string what) {
   if (count++ < kFindingsMost) pass->findings.push_back(finding);
 }
 
-std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents) {
+bool Check_HasMarkup(std::string_view text) {
+  for (std::size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
+    const char next = at + 1 < text.size() ? text[at + 1] : ' ';
+    if (next == '/' || next == '!' || (next >= 'a' && next <= 'z') || (next >= 'A' && next <= 'Z'))
+      return true;
+  }
+  return false;
+}
+
+std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents, bool is_html) {
   Pass pass = {};
   pass.code = code;
   pass.documents = documents;
@@ -327,7 +329,7 @@ std::vector<Finding> Check_Macro(std::string_view code, const Documents &documen
     pass.named[documents.places[i].name].push_back(i);
   pass.output.overall.times.resize(documents.places.size());
   pass.output.values[Spot{}] = pass.output.overall;
-  pass.has_markup = CodeHasMarkup(code);
+  pass.has_markup = is_html || Check_HasMarkup(TextsIn(code));
   Walk(&pass);
   if (!pass.ends && !pass.output.something)
     Pass_Find(

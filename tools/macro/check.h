@@ -50,8 +50,13 @@ struct Finding {
   Witness witness = {};
 };
 
-// In the order of the code, each once for an instruction, and at most 100 of each weight.
-std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents);
+// In the order of the code, each once for an instruction, and at most 100 of each weight.  The page
+// is one of HTML where its frames are, or its texts.
+std::vector<Finding> Check_Macro(std::string_view code, const Documents &documents,
+                                 bool is_html = false);
+
+// Whether a text begins a tag, which only HTML has.
+bool Check_HasMarkup(std::string_view text);
 
 // Whether a run may end, go on for ever, or leave the page; otherwise a finding only costs.
 inline bool Check_IsFault(const Finding &finding) { return finding.fault < Fault::kUnknown; }

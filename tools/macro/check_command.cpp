@@ -54,8 +54,10 @@ int Command_Check(const Command &command) {
   const std::string code = Files_Code(path, &program);
   const Documents documents =
       command.fields.empty() ? Documents_For(code) : ReadDocuments(command.fields);
+  const bool is_html =
+      Check_HasMarkup(Files_Frame(path, ".hdr")) || Check_HasMarkup(Files_Frame(path, ".tail"));
   int status = EX_OK;
-  for (const Finding &finding : Check_Macro(code, documents)) {
+  for (const Finding &finding : Check_Macro(code, documents, is_html)) {
     Print(path, finding, documents, program);
     if (Check_IsFault(finding))
       status = EX_DATAERR;

@@ -94,6 +94,18 @@ std::size_t Decode_Skip(const Instruction &at) {
   return at.op == kOpValueSkip || at.op == kOpInsertSkip ? at.number : 0;
 }
 
+bool Decode_Writes(int op) {
+  switch (op) {
+    case kOpValue8:
+    case kOpValue32:
+    case kOpValueSkip:
+    case kOpNumber:
+    case kOpDocument:
+    case kOpFetch: return true;
+    default: return false;
+  }
+}
+
 bool Decode_IsFetch(const Instruction &at) {
   return at.op == kOpFetch && at.text.data() != nullptr;  // an empty name has a place, too
 }

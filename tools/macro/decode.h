@@ -40,6 +40,9 @@ std::string Decode_Begin(std::string_view name);
 bool Decode_LooksUp(int op);
 std::size_t Decode_Skip(const Instruction &at);
 
+// Whether it writes what a document holds.
+bool Decode_Writes(int op);
+
 // Whether it is a fetch whose field is named, also where its macro is cut: that is taken only where
 // the field is found.
 bool Decode_IsFetch(const Instruction &at);

@@ -243,10 +243,13 @@ bool Draft_Begin(std::string_view code, std::size_t turn, Documents *documents) 
       begins[Decode_Field(name)].push_back(name);
     if (is_cut || at.op == kOpEnd) break;
   }
-  for (Place &place : documents->places) {
+  for (std::size_t i = 0; i < documents->places.size(); ++i) {
+    Place &place = documents->places[i];
     const auto wanted = begins.find(place.name);
-    if (wanted == begins.end()) continue;
-    const std::string_view name = wanted->second[turn % wanted->second.size()];
+    const bool is_last =
+        i + 1 == documents->places.size() || documents->places[i + 1].name != place.name;
+    if (wanted == begins.end() || (turn % 2 == 1 && is_last)) continue;
+    const std::string_view name = wanted->second[turn / 2 % wanted->second.size()];
     const std::string begin = Decode_Begin(name);
     const bool is_whole = name.find('\t') != std::string_view::npos;
     const std::size_t least = begin.size() + (place.refers ? kReferenceLeast : 0);

@@ -37,7 +37,8 @@ std::string Draft_Named(const Documents &documents, const std::vector<std::strin
 Documents Draft_Referring(std::string_view code, Documents documents);
 
 // The same documents, with values that begin as a name that holds "=" wants it; where several want
-// one field, the one of that turn.  False: no name holds "=".
+// one field, the one of that turn; in every other turn the last field of a name begins otherwise.
+// False: no name holds "=".
 bool Draft_Begin(std::string_view code, std::size_t turn, Documents *documents);
 
 // Those that show most of what there is, the plainest first; and those for the rest.

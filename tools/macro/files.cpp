@@ -5,6 +5,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,9 @@
 #include "tools/common/tool.h"
 
 namespace {
+
+constexpr std::size_t kFrameMost = 10238;
+constexpr std::size_t kFrameFile = 64 << 20;
 
 // What happened: EX_OK, or the status of what failed, with errno.
 int ReadWhole(const std::string &path, std::size_t limit, const char **verb, std::string *text) {
@@ -159,4 +163,11 @@ std::string Files_Code(const std::string &path, AsmProgram *program) {
   };
   if (!Asm_Assemble(load, true, program) || program->code != code) *program = {};
   return code;
+}
+
+std::string Files_Frame(const std::string &path, const char *suffix) {
+  std::string text;
+  if (!Files_TryRead(path.substr(0, path.rfind('.')) + suffix, kFrameFile, &text)) return "";
+  text.resize(std::min(text.size(), kFrameMost));
+  return text.substr(0, text.find('\0'));
 }

@@ -25,4 +25,7 @@ void Files_Assemble(const std::string &path, bool allow_undefined, AsmProgram *p
 // source is given, or one beside the macro has the same code; it is empty otherwise.
 std::string Files_Code(const std::string &path, AsmProgram *program);
 
+// A frame beside that file as it is sent: its first bytes, up to a zero; none if it cannot be read.
+std::string Files_Frame(const std::string &path, const char *suffix);
+
 #endif

@@ -24,7 +24,6 @@
 
 namespace {
 
-constexpr std::size_t kFrameMost = 10238;
 constexpr std::size_t kInputMost = 64 << 20;
 
 std::string page;  // so far
@@ -63,14 +62,6 @@ void CheckFolder(const std::string &folder) {
   if (stat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)) errno = ENOTDIR;
   if (!S_ISDIR(status.st_mode))
     Tool_Fail(EX_NOINPUT, "cannot open %s: %s", folder.c_str(), std::strerror(errno));
-}
-
-// A frame as it is sent: its first bytes, up to a zero; none if there is no such file.
-std::string Frame(const std::string &base, const char *suffix) {
-  std::string text;
-  if (!Files_TryRead(base + suffix, kInputMost, &text)) return "";
-  text.resize(std::min(text.size(), kFrameMost));
-  return text.substr(0, text.find('\0'));
 }
 
 // Loads the code through a file of its own, since the table takes files alone.
@@ -134,14 +125,13 @@ void Show(const std::string &text) {
 int Command_Run(const Command &command) {
   AsmProgram program;
   const std::string &macro = command.files.front();
-  const std::string base = macro.substr(0, macro.rfind('.'));
   const std::string code = Files_Code(macro, &program);
   const std::vector<std::string> documents = ReadDocuments(command);
   CheckFolder(command.fetch);
   Page_FetchFrom(command.fetch);
   EngineLog_Start(command.level != 0 ? command.level : kWarning, TakeMessage);
   const int handle = OpenMacro(code);
-  page = Frame(base, ".hdr");
+  page = Files_Frame(macro, ".hdr");
   bool is_right = true;
   if (command.trace) {
     for (const std::string &document : documents) {
@@ -151,7 +141,7 @@ int Command_Run(const Command &command) {
   } else {
     is_right = Format(handle, documents);
   }
-  page += Frame(base, ".tail");
+  page += Files_Frame(macro, ".tail");
   if (command.html)
     Show(page);
   else

@@ -12,7 +12,7 @@
 namespace {
 
 constexpr std::uint32_t kChances = 100;
-constexpr std::size_t kTurnsMost = 4;
+constexpr std::size_t kTurnsMost = 6;
 constexpr std::size_t kWorkMost = 300000000;  // instructions times bytes of documents
 
 // One place, by chance, as long as there are bytes left; what names a document does not always.
