@@ -317,6 +317,18 @@ TEST(Check, WithoutAScript_ADocumentMayLackItsFields) {
   EXPECT_EQ("", Given("text \"x\"\nvalue \"Snippet\"", "#: script snippet\n"));
 }
 
+TEST(Check, Fields_ThatComeTooOften) {
+  std::string text;
+  for (int i = 0; i < 5; ++i) text += "#: field F" + std::to_string(i) + " times=0-200\n";
+  EXPECT_EQ(1000U, Told(text).places.size());
+  Documents documents;
+  int line = 0;
+  std::string wrong;
+  EXPECT_FALSE(Documents_Read(text + "\nOne text\n", &documents, &line, &wrong));
+  EXPECT_EQ(7, line);
+  EXPECT_EQ("expected fields that come 1000 times in all at most, found 1001", wrong);
+}
+
 TEST(Check, Fields_ThatAreWrong) {
   const struct {
     const char *text;

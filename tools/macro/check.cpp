@@ -25,7 +25,7 @@ void CheckOutput(Pass *pass) {
   Output &output = pass->output;
   if (output.full) return;
   const std::size_t fixed = output.fixed + output.copies * Documents_Longest(pass->documents);
-  const std::size_t most = fixed + Tally_Most(*pass);
+  const std::size_t most = fixed + Tally_Most(pass, kPageMost - std::min(fixed, kPageMost));
   if (most <= kPageMost) return;
   output.full = true;
   Pass_Find(pass, Fault::kOutput,

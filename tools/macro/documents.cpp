@@ -9,6 +9,7 @@
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
+constexpr std::size_t kPlacesMost = 1000;
 
 // What "#: field" says of one.
 struct Told {
@@ -155,9 +156,15 @@ bool Documents_Read(std::string_view text, Documents *documents, int *line, std:
     text.remove_prefix(std::min(size + 1, text.size()));
   }
   --*line;
+  std::size_t places = 0;
+  for (const Told &field : reading.fields) places += field.times;
+  if (reading.wrong.empty() && places > kPlacesMost)
+    reading.wrong =
+        "expected fields that come 1000 times in all at most, found " + std::to_string(places);
   *wrong = reading.wrong;
+  if (!wrong->empty()) return false;
   Fill(reading, documents);
-  return wrong->empty();
+  return true;
 }
 
 std::size_t Documents_Frame(const Documents &documents) {

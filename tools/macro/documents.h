@@ -5,6 +5,8 @@
 //
 //   #: script WORD...               the documents are asked for with these words of SCRIPT
 //   #: field NAME [most=BYTES] [times=LEAST-MOST] [document=BYTES]
+//
+// most= is the length as it is sent, with html behind the escaping and the marks.
 #ifndef TOOLS_MACRO_DOCUMENTS_H
 #define TOOLS_MACRO_DOCUMENTS_H
 
@@ -23,7 +25,7 @@ inline constexpr std::size_t kReferenceLeast = 5;    // of one that names a docu
 // One field of a document, in its place.
 struct Place {
   std::string name;
-  std::size_t most = kValueMost;  // bytes of its value
+  std::size_t most = kValueMost;  // bytes of its value, as it is sent
   bool always = true;             // a document may lack it otherwise
   bool refers = false;            // its value names a document, in three words
   std::size_t brings = 0;         // bytes of that document

@@ -44,6 +44,8 @@ struct Output {
   std::size_t several = 0;        // bytes of values that may be those of several places
   bool merged = false;            // there are too many spots to tell them apart
   std::size_t work = 0;           // of telling them apart
+  bool is_new = true;             // what comes next is not counted from these
+  std::size_t most = 0;           // that they came to
   std::set<std::size_t> certain;  // those that every run has written
   bool something = false;         // for every document
   bool full = false;              // found already

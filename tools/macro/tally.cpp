@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr std::size_t kMoveMost = 4000000;    // numbers that one look-up may touch
-constexpr std::size_t kWorkMost = 200000000;  // and all of them
+constexpr std::size_t kMoveMost = 1000000;   // numbers that one look-up may touch
+constexpr std::size_t kWorkMost = 20000000;  // and all of them
 
 std::size_t Shown(const Place &place) { return std::min(place.most, kValueMost + 1); }
 
@@ -44,6 +44,7 @@ void AddOverall(Pass *pass, const std::vector<Move> &moves) {
   std::size_t most = 0;
   for (const std::size_t place : places)
     most = std::max(most, Shown(pass->documents.places[place]));
+  output.overall.bytes += most;
   if (places.size() == 1)
     ++output.overall.times[*places.begin()];
   else
@@ -107,6 +108,7 @@ std::size_t MostOf(const Pass &pass, const std::vector<std::size_t> &times) {
 void Tally_Move(Pass *pass, const std::vector<Move> &moves, bool is_written) {
   Output &output = pass->output;
   if (is_written) AddOverall(pass, moves);
+  output.is_new = true;
   const std::size_t work = WorkOf(*pass, moves);
   output.work += work;
   output.merged |= work > kMoveMost || output.work > kWorkMost;
@@ -115,11 +117,16 @@ void Tally_Move(Pass *pass, const std::vector<Move> &moves, bool is_written) {
   MoveEach(pass, moves, is_written);
 }
 
-std::size_t Tally_Most(const Pass &pass) {
-  const Output &output = pass.output;
-  const std::size_t overall = output.several + MostOf(pass, output.overall.times);
-  std::size_t most = 0;
+std::size_t Tally_Most(Pass *pass, std::size_t enough) {
+  Output &output = pass->output;
+  if (output.overall.bytes <= enough) return output.overall.bytes;
+  if (!output.is_new) return output.most;
+  const std::size_t overall = output.several + MostOf(*pass, output.overall.times);
+  std::size_t most = output.merged ? overall : 0;
   for (const auto &[spot, tally] : output.values)
-    most = std::max(most, std::min(tally.bytes, MostOf(pass, tally.times)));
-  return output.merged ? overall : std::min(most, overall);
+    most = std::max(most, std::min(tally.bytes, MostOf(*pass, tally.times)));
+  output.work += output.values.size() * Pass_Count(*pass);
+  output.is_new = false;
+  output.most = std::min(most, overall);
+  return output.most;
 }

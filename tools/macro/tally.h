@@ -19,7 +19,8 @@ struct Move {
 // Before the cursor moves.  What is found is written, or only found.
 void Tally_Move(Pass *pass, const std::vector<Move> &moves, bool is_written);
 
-// The most bytes of values, in a document that has room for them.
-std::size_t Tally_Most(const Pass &pass);
+// The most bytes of values, in a document that has room for them; not counted in all detail where
+// they are no more than enough.
+std::size_t Tally_Most(Pass *pass, std::size_t enough);
 
 #endif
