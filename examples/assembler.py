@@ -18,7 +18,9 @@ INSTRUCTIONS = {
 }
 OPERANDS = dict(INSTRUCTIONS.values())
 LIMITS = {"b": 255, "r": 15, "d": 0xFFFFFFFF}
-TOKEN = re.compile(r'\s*(?:("(?:[^"\\]|\\.)*")|([^\s;"]+)|(;.*)|$)')
+TOKEN = re.compile(r'[ \t\r]*(?:("(?:[^"\\]|\\.)*")|([^ \t\r;"]+)|(;.*)|$)')
+CLOSING = re.compile(r'[ \t\r]*([^ \t\r;"]*)[ \t\r]*(?:(;.*)|(.*))')
+BYTE_ORDER_MARK = "\xef\xbb\xbf"
 ESCAPE = re.compile(r'\\(?:x([0-9A-Fa-f]{2})|(.?))', re.S)
 PLAIN = {"n": "\n", "t": "\t", "r": "\r", '"': '"', "\\": "\\"}
 
@@ -65,7 +67,7 @@ class Assembler:
         if token.startswith('"'):
             return unquote(token)
         if re.fullmatch(r"0x[0-9A-Fa-f]+|[0-9]+", token):
-            return int(token, 16 if token.startswith("0x") else 10)
+            return self.number(int(token, 16 if token.startswith("0x") else 10), LIMITS["d"])
         if token in self.constants:
             return self.constants[token]
         raise Fault("no number, text or constant: " + token)
@@ -136,6 +138,8 @@ class Assembler:
                 match = re.fullmatch(r"(.*)\+(0x[0-9A-Fa-f]+|[0-9]+)", part)
                 if not (match[1] if match else part):
                     raise Fault("{{NAME}} without a name")
+                if not match and "+" in part:
+                    raise Fault("{{NAME+COUNT}} without a count")
                 if match:
                     self.emit("value-skip", [self.operand(match[2]), match[1]])
                 else:
@@ -149,7 +153,7 @@ class Assembler:
                 text = file.read()
         except OSError as why:
             raise Fault("%s: %s" % (path, why.strerror))
-        lines = re.split("\r?\n", text)
+        lines = re.split("\r?\n", text.removeprefix(BYTE_ORDER_MARK))
         if not lines[-1]:
             lines.pop()
         self.depth += 1
@@ -173,8 +177,8 @@ class Assembler:
                     name = unquote(tokens[1])
                     self.file(os.path.join(os.path.dirname(path), name))
                 elif word == "const" and len(tokens) == 3:
-                    if not re.fullmatch(r"[A-Z][A-Za-z0-9_-]*", tokens[1]):
-                        raise Fault("a constant begins with a capital: " + tokens[1])
+                    if not re.match(r"[A-Z_]", tokens[1]):
+                        raise Fault("a constant begins with a capital or _: " + tokens[1])
                     value = self.operand(tokens[2])
                     if self.constants.setdefault(tokens[1], value) != value:
                         raise Fault("%s has another value already" % tokens[1])
@@ -204,7 +208,10 @@ class Assembler:
 
     def closing(self, lines, at, word):
         while at < len(lines):
-            if lines[at][1].split(";")[0].strip() == word:
+            match = CLOSING.match(lines[at][1])
+            if match[1] == word:
+                if match[3]:
+                    raise Fault("behind %s stands nothing but a comment" % word)
                 return at
             at += 1
         raise Fault("there is no " + word)

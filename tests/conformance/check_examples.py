@@ -18,6 +18,31 @@ PATIENCE = 20  # seconds
 MANAGERS = {"searchmgr": 60, "docmgr": 40}  # the fewest cases of each
 SOURCES = ["tools/macro/examples/package.ms", "share/korvo/web/results.ms", "share/korvo/web/document.ms"]
 
+# What the text of a macro may hold and may not, as docs/macro-format.md says it.
+TAKEN = [
+    b'\xef\xbb\xbftext "x"\nend\n',
+    b'text\t"x"\r\nend\r\n',
+    b'const _A "x"\ntext _A\n',
+    b'const A.b/c 7\nsave A.b/c\n',
+    b'const Most 4294967295\nseek Most\n',
+    b'const Hex 0xffffffff\nseek Hex\n',
+    b'page\n{{A+0x1}} {{A+B+2}} {{!value "A+B"}}\nend-page ; a comment\n',
+]
+REFUSED = [
+    b'\xef\xbb\xbf\xef\xbb\xbftext "x"\n',
+    b'page\n{{A+B}}\nend-page\n',
+    b'page\n{{A+256}}\nend-page\n',
+    b'page\n{{A+}}\nend-page\n',
+    b'page\nx\nend-page x\n{{A}}\nend-page\n',
+    b'const a "x"\ntext a\n',
+    b'const 1A "x"\n',
+    b'const A 4294967296\n',
+    b'const A 0x100000000\n',
+    b'text\x0b"x"\n',
+    b'\x0bend\n',
+    b'end\x0c\n',
+]
+
 
 def free_port(kind):
     """One that the wire can name: it is a signed number of 16 bits."""
@@ -66,6 +91,20 @@ def hold_assembler(folder, source):
         sys.exit(f"examples/assembler.py makes other bytes of {source}")
 
 
+def hold_rules(folder):
+    """Both assemblers take the same sources, and make the same bytes of them."""
+    source, theirs, ours = folder / "rules.ms", folder / "theirs.mo", folder / "ours.mo"
+    for text in TAKEN + REFUSED:
+        source.write_bytes(text)
+        for command, macro in (([sys.executable, "examples/assembler.py"], theirs), ([BIN / "korvo-macro", "asm"], ours)):
+            macro.unlink(missing_ok=True)
+            outcome = subprocess.run([*command, source, "-o", macro], capture_output=True, check=False)
+            if (outcome.returncode == 0) != (text in TAKEN) or macro.exists() != (text in TAKEN):
+                sys.exit(f"{command[-1]}: status {outcome.returncode} for {text}")
+        if text in TAKEN and theirs.read_bytes() != ours.read_bytes():
+            sys.exit(f"examples/assembler.py makes other bytes of {text}")
+
+
 def hold_transcript_of_assembler(folder):
     """It has the bytes of the worked example as the assembler makes them, and the daemon makes the page of them."""
     source, made, path = folder / "page.ms", folder / "page.mo", pathlib.Path("examples/transcripts/assembler.transcript")
@@ -84,5 +123,6 @@ for kind, least in MANAGERS.items():
     hold_manager(kind, least)
 with tempfile.TemporaryDirectory() as folder:
     hold_transcript_of_assembler(pathlib.Path(folder))
+    hold_rules(pathlib.Path(folder))
     for source in SOURCES:
         hold_assembler(pathlib.Path(folder), source)

@@ -36,8 +36,10 @@ std::string Name(Random *random) {
   static const std::vector<std::string> kNames = {"A", "B", "C", "D", "E", "F", "Ref", "Big"};
   if (OneIn(random, 40)) return "Unknown";
   if (OneIn(random, 60)) return "\tA";
-  if (OneIn(random, 30))
-    return kNames[Below(random, kNames.size())] + (OneIn(random, 3) ? "=" : "=b");
+  if (OneIn(random, 30)) {
+    const std::size_t at = Below(random, kNames.size());
+    return kNames[at] + (at % 3 == 0 ? "=" : "=b");
+  }
   if (OneIn(random, 200)) return std::string(300, 'n').substr(Below(random, 300));
   return kNames[Below(random, kNames.size())];
 }
