@@ -367,38 +367,4 @@ TEST(Check, DocumentsAreShown_AndReadAgain) {
     EXPECT_FALSE(Check_Unshow(wrong, &again)) << wrong;
 }
 
-// A page of every shape that people write, each with its own fields.
-TEST(Check, SensibleMacros_AreRight) {
-  const char *kFronts[] = {"text \"* \"\n", "text \"<li>\"\n", "text32 \"<tr><td>\"\n",
-                           "page\n<h2>\nend-page\n"};
-  const char *kBetween[] = {"text \", \"\n", "text \"</td><td>\"\n", "text \"\\n    \"\n", ""};
-  const char *kBodies[] = {
-      "value \"Name\"\n%value \"Price\"\n%value \"Text\"\n",
-      "value \"SearchGroup\"\n%seek 0\nvalue \"DocNum\"\n%seek 0\nvalue \"Name\"\n%value \"Snippet\"\n",
-      "push\nfind \"Text\"\n%value \"Text\"\npop\n%value \"Name\"\n",
-      "find \"Name\"\nsave 3\n%value \"Text\"\nrestore 3\nvalue \"Name\"\n%value \"Price\"\n",
-      "value32 \"Name\"\n%value \"Name\"\n%value \"Text\"\n",
-      "repeat \"Author\" 3\nitem\n%end-repeat\nvalue \"Price\"\n",
-      "const NAME \"Name\"\nvalue NAME\n%value \"Author\"\n",
-      "page\n{{Name}}: {{Price}}, {{Text}}\nend-page\n",
-      "page\n{{!seek 0}}{{Author}}, {{Author+1}}, {{Author+1}}\nend-page\n%",
-      "number \"Price\"\n%value \"Snippet\"\n",
-      "seek 0\nvalue \"Author\"\n%value-skip 1 \"Author\"\n%value \"Price\"\n",
-      "save 0\nvalue \"Price\"\nrestore 0\n%value \"Name\"\n%value \"Snippet\"\n",
-      "value \"Name\"\n%seek 0\nvalue \"Name\"\n%value \"Snippet\"\n%value \"RecType\"\n",
-  };
-  int count = 0;
-  const Documents documents = Told(
-      "Name text\n#: field Author times=3-3\nAuthor text\nPrice number\nText text body\n#: script html place all snippet\n");
-  for (const char *front : kFronts)
-    for (const char *between : kBetween)
-      for (const std::string body : kBodies) {
-        std::string source = front;
-        for (const char c : body) source += c == '%' ? between : std::string(1, c);
-        EXPECT_EQ("", Findings(Assembled(source + "end\n"), documents)) << source;
-        ++count;
-      }
-  EXPECT_GE(count, 200);
-}
-
 }  // namespace
