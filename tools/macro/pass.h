@@ -43,6 +43,7 @@ struct Output {
   Tally overall;                  // of all runs, as far as it can be one place alone
   std::size_t several = 0;        // bytes of values that may be those of several places
   bool merged = false;            // there are too many spots to tell them apart
+  bool is_moved = false;          // a run is not where its look-ups led
   std::size_t work = 0;           // of telling them apart
   bool is_new = true;             // what comes next is not counted from these
   std::size_t most = 0;           // that they came to

@@ -21,7 +21,9 @@ void Merge(const Tally &tally, Tally *into) {
 void Follow(Pass *pass) {
   std::map<Spot, Tally> &values = pass->output.values;
   const auto has = [&](const Spot &spot) { return values.contains(spot); };
-  if (values.size() == pass->cursor.size() &&
+  const bool is_moved = pass->output.is_moved;
+  pass->output.is_moved = false;
+  if (!is_moved && values.size() == pass->cursor.size() &&
       std::all_of(pass->cursor.begin(), pass->cursor.end(), has))
     return;
   Tally merged;
@@ -91,16 +93,16 @@ std::size_t MostOf(const Pass &pass, const std::vector<std::size_t> &times) {
     if (bytes > 0) pieces.push_back({bytes, Shown(places[i]) + (places[i].always ? 0 : name)});
   }
   std::uint64_t room = kDocumentMost - std::min<std::uint64_t>(frame, kDocumentMost);
-  if (all <= room) return all;
+  if (all <= room) return static_cast<std::size_t>(all);
   std::sort(pieces.begin(), pieces.end(), IsDenser);
   for (const Piece &piece : pieces) {
     if (piece.room <= room)
       most += piece.bytes;
     else
-      return most + (piece.bytes * room + piece.room - 1) / piece.room;
+      return static_cast<std::size_t>(most + (piece.bytes * room + piece.room - 1) / piece.room);
     room -= piece.room;
   }
-  return most;
+  return static_cast<std::size_t>(most);
 }
 
 }  // namespace
