@@ -114,13 +114,15 @@ def join(a, b, forth=lambda piece: piece, back=lambda piece: piece):
 
 # A relay before a manager: one request, one answer.
 
+HIT = b'\t@COMMAND=HIT\t@SEARCHGROUP=packages\t@RECTYPE=packages\t@DOCNUM=1\n'
 REQUEST_FAULTS = {
     'maxhits-ignored': lambda line: line.replace(b'@MAXHITS=', b'@IGNORED='),
     'names-in-any-case': lambda line: line.replace(b'@maxhits=', b'@MAXHITS='),
 }
 ANSWER_FAULTS = {
     'hit-without-docnum': lambda answer: re.sub(rb'\t@DOCNUM=\d+', b'', answer),
-    'no-searchcomplete': lambda answer: answer.replace(b'\t@COMMAND=SEARCHCOMPLETE\n', b''),
+    'hit-for-nothing': lambda answer: answer if b'=HIT' in answer else HIT + answer,
+    'completes-as-news': lambda answer: answer.replace(b'=SEARCHCOMPLETE', b'=NEWS'),
     'last-value-not-closed': lambda answer: answer.replace(b'\t\n', b'\n'),
     'hit-for-errors': lambda answer: answer.replace(b'@COMMAND=ERROR', b'@COMMAND=HIT'),
 }

@@ -91,6 +91,11 @@ MORE = [('getdoc-request', '\t@COMMAND=GETDOC\t@BESTFIT=0\t@SEARCHGROUP=packages
         ('document', '\t@COMMAND=HIT\tPackage=adduser\n', False), ('document-answer', '\t@COMMAND=ERROR\tno\n', True),
         ('setdebuglevel', '\t@COMMAND=SETDEBUGLEVEL\tDEBUGLEVEL=info\n', False),
         ('announcement', '\t@COMMAND=STARTUPANNOUNCEMENT\tID=a\tTYPE=S\n', False),
+        ('announcement', '\t@COMMAND=STARTUPANNOUNCEMENT\tADMINPORT=9\tCLIENTPORT=8\tIP=127.0.0.1\tTYPE=S\tID=a\n', True),
+        ('document', '\t@COMMAND=HIT\t' + 1022 * 'N' + '=x\t\n', True),
+        ('document', '\t@COMMAND=HIT\t' + 1023 * 'N' + '=x\t\n', False),
+        ('document-answer', '\t@COMMAND=ERROR\n', True), ('document-answer', '\t@COMMAND=NEWS\tno\n', False),
+        ('search-answer', '\t@COMMAND=RAW\tx\n\t@COMMAND=HIT\t@DOCNUM=1\n', True),
         ('no-hit', '\t@COMMAND=ERROR\tUnable to retreive document.', True),
         ('no-document', '\t@COMMAND=ERROR\tUnable to locate Document Server.', True)]
 OWN = {'locate SearchMgr': 'no-searchmgr', 'connect to': 'no-connection', 'receive from': 'no-stream'}

@@ -88,7 +88,9 @@ TEST_F(ConformanceOfManagers, DocumentManager_PassesEveryCase) { ExpectAllPass('
 
 TEST_F(ConformanceOfManagers, SearchManagerWithAFault_IsCaught) {
   ExpectCaught('S', "hit-without-docnum", "one-document-is-one-hit");
-  ExpectCaught('S', "no-searchcomplete", "nothing-found-is-the-end-alone");
+  ExpectCaught('S', "hit-for-nothing", "nothing-found-is-no-hit");
+  ExpectCaught('S', "completes-as-news", "end-is-the-last-record");
+  ExpectCaught('S', "stays-open", "end-is-the-last-record");
   ExpectCaught('S', "maxhits-ignored", "maxhits-is-obeyed");
   ExpectCaught('S', "names-in-any-case", "names-compared-exactly");
   ExpectCaught('S', "first-read-is-the-line", "line-in-two-pieces-with-a-pause");

@@ -153,6 +153,15 @@ TEST(Transcript, Patterns_TakeWhatTheyCan) {
   ExpectNoFit("record HIT DOCNUM=digits", "\t@COMMAND=HIT\t@DOCNUM=9x\n");
   ExpectNoFit("record HIT DOCNUM=digits", "\t@COMMAND=HIT\tDOCNUM=9\n");
   ExpectNoFit("record HIT", "\t@COMMAND=HITS\n");
+  ExpectFit("any record RAW record HIT", "\t@COMMAND=HIT\n");
+  ExpectFit("any record RAW record HIT",
+            "\t@COMMAND=RAW\ta\n\t@COMMAND=RAW\tb\n\t@COMMAND=HIT\n");
+  ExpectFit("any \"\" \"x\"", "x");
+  ExpectFit("header-of HIT DOCNUM=\"1\" \"\\tTitle=Elm\\t\"",
+            "\t@SEQNUM=0\t@COMMAND=HIT\r@DOCNUM=1\t@X=\tTitle=Elm\t");
+  ExpectNoFit("header-of HIT", "\t@COMMAND=ERROR\tTitle=Elm\t");
+  ExpectNoFit("header-of HIT DOCNUM=digits", "\t@COMMAND=HIT\tDOCNUM=1\n");
+  ExpectNoFit("header-of HIT", "\t@COMMAND=HIT\t@x\n");
   ExpectNoFit("either \"a\" or \"b\"", "c");
 }
 
@@ -183,7 +192,8 @@ TEST(Transcript, Records_HaveTheFieldsOfTheHeaderAlone) {
 
 TEST(Transcript, Patterns_WaitForWhatFollows) {
   for (const char *items : {"\"abc\"", "digits", "text", "line", "bytes 9", "record HIT", "header",
-                            "either \"x\" or \"12345\"", "keep n digits"})
+                            "either \"x\" or \"12345\"", "keep n digits", "any record RAW",
+                            "header-of HIT"})
     EXPECT_EQ(Fit::kMore, Match(items, items[0] == '"'   ? "ab"
                                        : items[0] == 'h' ? "\t@A=1"
                                                          : "12")
@@ -210,6 +220,8 @@ TEST(Transcript, Show_IsWhatAPersonWrites) {
             Shown("\"a\\t\" \"b\" digits text line header bytes 3"));
   EXPECT_EQ("keep n digits either \"a\" or \"b\"", Shown("keep n digits either \"a\" or \"b\""));
   EXPECT_EQ("record HIT DOCNUM=digits", Shown("record HIT DOCNUM=digits"));
+  EXPECT_EQ("any record RAW header-of HIT DOCNUM=digits",
+            Shown("any record RAW header-of HIT DOCNUM=digits"));
   EXPECT_EQ("(\"a\" digits)", Shown("(\"a\" digits)"));
   EXPECT_EQ("\"" + std::string(400, 'y') + "\" and 600 bytes more", Shown("times 1000 \"y\""));
   EXPECT_EQ("\"\\\"\\\\\\x00\\x7f\\xff\"", Transcript_Quote(std::string("\"\\\0\x7f\xff", 5)));
@@ -250,6 +262,8 @@ TEST(Transcript, Faults_NameTheLine) {
       {"client < n8 digits\n", "f:1: what has a length in front of it has no patterns"},
       {"client < keep\n", "f:1: behind keep stands a name, not the end of the line"},
       {"client < record \"x\"\n", "f:1: behind record stands the word of its command, not 'x'"},
+      {"client < header-of \"x\"\n",
+       "f:1: behind header-of stands the word of its command, not 'x'"},
       {"wait 3600001 ms\n", "f:1: here stands a number from 0 to 3600000, not '3600001'"},
       {"status 256\n", "f:1: here stands a number from 0 to 255, not '256'"},
       {"log \"x\"\n", "f:1: behind log stands has or lacks, not 'x'"},

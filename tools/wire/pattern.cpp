@@ -112,19 +112,41 @@ Fit MatchHeader(Rest *rest) {
   return left.substr(1).starts_with("@OPER=") ? Fit::kYes : Fit::kNo;
 }
 
+// Whether the header of a line has the command and the fields of the item.
+bool HasFields(const Item &item, std::string_view line, const Rest &rest) {
+  std::string_view value;
+  if (!Header_Find(line, "COMMAND", &value) || value != item.text) return false;
+  for (const Item &field : item.inside) {
+    if (!Header_Find(line, field.text, &value)) return false;
+    Rest inside = {value, true, rest.scene, rest.ordinal};
+    if (MatchAll(field.inside, &inside) != Fit::kYes || !inside.bytes.empty()) return false;
+  }
+  return true;
+}
+
 Fit MatchRecord(const Item &item, Rest *rest) {
   const std::size_t end = rest->bytes.find('\n');
   if (end == std::string_view::npos) return rest->ended ? Fit::kNo : Fit::kMore;
-  const std::string_view line = rest->bytes.substr(0, end + 1);
-  std::string_view value;
-  if (!Header_Find(line, "COMMAND", &value) || value != item.text) return Fit::kNo;
-  for (const Item &field : item.inside) {
-    if (!Header_Find(line, field.text, &value)) return Fit::kNo;
-    Rest inside = {value, true, rest->scene, rest->ordinal};
-    if (MatchAll(field.inside, &inside) != Fit::kYes || !inside.bytes.empty()) return Fit::kNo;
-  }
+  if (!HasFields(item, rest->bytes.substr(0, end + 1), *rest)) return Fit::kNo;
   rest->bytes.remove_prefix(end + 1);
   return Fit::kYes;
+}
+
+Fit MatchHeaderOf(const Item &item, Rest *rest) {
+  const std::string_view line = rest->bytes;
+  const Fit fit = MatchHeader(rest);
+  if (fit != Fit::kYes) return fit;
+  return HasFields(item, line, *rest) ? Fit::kYes : Fit::kNo;
+}
+
+Fit MatchAny(const Item &item, Rest *rest) {
+  for (;;) {
+    Rest tried = *rest;
+    const Fit fit = MatchAll(item.inside, &tried);
+    if (fit == Fit::kMore) return fit;
+    if (fit == Fit::kNo || tried.bytes.size() == rest->bytes.size()) return Fit::kYes;
+    *rest = tried;
+  }
 }
 
 Fit MatchTimes(const Item &item, Rest *rest) {
@@ -148,7 +170,9 @@ Fit MatchItem(const Item &item, Rest *rest) {
     case ItemKind::kText:
     case ItemKind::kLine: return MatchClass(item.kind, rest);
     case ItemKind::kEither: return MatchEither(item, rest);
+    case ItemKind::kAny: return MatchAny(item, rest);
     case ItemKind::kRecord: return MatchRecord(item, rest);
+    case ItemKind::kHeaderOf: return MatchHeaderOf(item, rest);
     case ItemKind::kHeader: return MatchHeader(rest);
     case ItemKind::kGroup: return MatchAll(item.inside, rest);
     case ItemKind::kBytes:
@@ -194,8 +218,11 @@ std::string ShowItem(const Item &item, const Scene &scene) {
         shown += " or " + ShowItem(item.inside[i], scene);
       return shown;
     }
-    case ItemKind::kRecord: {
-      std::string shown = std::string("record ") + item.text;
+    case ItemKind::kAny: return "any " + ShowItem(item.inside[0], scene);
+    case ItemKind::kRecord:
+    case ItemKind::kHeaderOf: {
+      std::string shown = item.kind == ItemKind::kRecord ? "record " : "header-of ";
+      shown += item.text;
       for (const Item &field : item.inside)
         shown += " " + field.text + "=" + ShowItem(field.inside[0], scene);
       return shown;

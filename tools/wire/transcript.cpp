@@ -163,10 +163,13 @@ bool TakeEither(Reader *reader, int depth, Item *item) {
   return true;
 }
 
-// record COMMAND NAME=ITEM...
-bool TakeRecord(Reader *reader, int depth, Item *item) {
-  item->kind = ItemKind::kRecord;
-  if (!TakeWord(reader, &item->text, "behind record stands the word of its command")) return false;
+// COMMAND NAME=ITEM... behind record or header-of
+bool TakeCommand(Reader *reader, int depth, Item *item) {
+  const bool is_record = item->kind == ItemKind::kRecord;
+  if (!TakeWord(reader, &item->text,
+                is_record ? "behind record stands the word of its command"
+                          : "behind header-of stands the word of its command"))
+    return false;
   while (Here(*reader).kind == TokenKind::kWord) {
     const std::size_t name = reader->at++;
     if (!TakeSign(reader, "=")) {
@@ -217,7 +220,11 @@ bool TakeItem(Reader *reader, int depth, Item *item) {
   if (TakeIf(reader, "n8")) return TakeCounted(reader, depth, ItemKind::kN8, item);
   if (TakeIf(reader, "n32")) return TakeCounted(reader, depth, ItemKind::kN32, item);
   if (TakeIf(reader, "either")) return TakeEither(reader, depth, item);
-  if (TakeIf(reader, "record")) return TakeRecord(reader, depth, item);
+  if (TakeIf(reader, "any")) return TakeInside(reader, depth, ItemKind::kAny, item);
+  item->kind = ItemKind::kRecord;
+  if (TakeIf(reader, "record")) return TakeCommand(reader, depth, item);
+  item->kind = ItemKind::kHeaderOf;
+  if (TakeIf(reader, "header-of")) return TakeCommand(reader, depth, item);
   if (TakeIf(reader, "times"))
     return TakeNumber(reader, kTranscriptTimes, &item->count) &&
            TakeInside(reader, depth, ItemKind::kTimes, item);
@@ -360,8 +367,8 @@ bool TakeStep(Reader *reader, Step *step) {
 bool IsItemWord(const std::string &name) {
   for (const PlainItem &plain : kPlainItems)
     if (name == plain.word) return true;
-  for (const char *word : {"n8", "n32", "either", "record", "times", "bytes", "port", "kept",
-                           "keep", "in", "or", "not", "before", "end", "reset", "nothing"})
+  for (const char *word : {"n8", "n32", "any", "either", "record", "header-of", "times", "bytes",
+                           "port", "kept", "keep", "in", "or", "not", "before", "end", "reset", "nothing"})
     if (name == word) return true;
   return false;
 }

@@ -33,9 +33,11 @@ enum class ItemKind {
   kHeader,  // fields of a header, up to the predicate
   kBytes,   // count bytes of any kind
   kKeep,    // inside, and remembers it under the name in text
+  kAny,     // inside, as often as it comes, or not at all
   kEither,  // one of inside
   kRecord,  // a line whose header has the command in text and, in any order, the fields inside
-  kField,   // of a record: text is its name, inside its value
+  kHeaderOf,  // the header of such a line alone
+  kField,   // of a record or a header: text is its name, inside its value
 };
 
 struct Item {
