@@ -4,20 +4,29 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "tools/common/tool.h"
 
 namespace {
 
 constexpr std::size_t kRecord = 40960;  // bytes of the longest record
+constexpr std::size_t kField = 1000;    // bytes of a field that fills; a header ends at one of 1025
 constexpr int kManyHits = 10000;
 
-// The first record becomes one of that many bytes, its newline included.
+// The first record becomes one of that many bytes, its newline included, by unknown fields in
+// front: it says what it said.
 void Fill(Sent *sent, std::size_t size) {
+  const std::string_view front = "\t@Y=";
   const std::size_t end = sent->bytes.find('\n');
-  if (!sent->first || end == std::string::npos || end + 1 >= size) return;
-  const std::size_t at = end > 0 && sent->bytes[end - 1] == '\t' ? end - 1 : end;
-  sent->bytes.insert(at, size - end - 1, 'y');
+  if (!sent->first || end == std::string::npos || end + 1 + front.size() > size) return;
+  const std::size_t room = size - end - 1, count = (room + kField - 1) / kField;
+  std::string fields;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t length = room / count + (i < room % count ? 1 : 0);
+    fields.append(front).append(length - front.size(), 'y');
+  }
+  sent->bytes.insert(0, fields);
 }
 
 void Halve(Sent *sent, After after) {
