@@ -24,7 +24,7 @@
 #include "tools/wire/commands.h"
 #include "tools/wire/exchange.h"
 #include "tools/wire/lines.h"
-#include "tools/wire/program.h"
+#include "tools/wire/recorder.h"
 
 namespace {
 
@@ -78,26 +78,15 @@ void Lose(const std::string &what, const char *why) {
     Tool_Warn("cannot write %s: %s; what cannot be written is left out", what.c_str(), why);
 }
 
-void Record(const Tap &tap, const Exchange &exchange) {
-  if (tap.folder.empty()) return;
-  const std::string path = tap.folder + Tool_Format("/%06d.transcript", exchange.number);
-  if (Exchange_IsTooLong(exchange)) return Lose(path, "it has more than 67108864 bytes");
-  // Whoever finds a recording finds the whole of it.
-  const std::string begun = path + ".part";
-  if (Program_WriteFile(begun, exchange.transcript) && rename(begun.c_str(), path.c_str()) == 0)
-    return;
-  const int err = errno;
-  unlink(begun.c_str());
-  Lose(path, std::strerror(err));
-}
-
 void Finish(Tap *tap, Pair *pair, const char *end) {
   if (pair->over) return;
   pair->over = tap->is_over = true;
   pair->exchange.end = end;
   pair->exchange.last = Clock::now();
-  Record(*tap, pair->exchange);
-  Lines_Add(Exchange_Json(pair->exchange));  // who reads it finds the recording
+  if (tap->folder.empty())
+    Lines_Add(Exchange_Json(pair->exchange));
+  else
+    Recorder_Add(std::move(pair->exchange));
 }
 
 // Passes a reset on.
@@ -302,6 +291,10 @@ int Wire_Tap(int argc, char **argv) {
   setrlimit(RLIMIT_NOFILE, &files);
   signal(SIGPIPE, SIG_IGN);  // nobody is held by a reader that goes, either
   Lines_Start([](const char *why) { Lose("to standard output", why); });
+  if (!tap.folder.empty()) {
+    tap.count = Recorder_HighestNumber(tap.folder);
+    Recorder_Start(tap.folder, Lose);
+  }
   tap.epoll = epoll_create1(EPOLL_CLOEXEC);
   epoll_event wanted = {EPOLLIN, {.ptr = nullptr}};
   epoll_ctl(tap.epoll, EPOLL_CTL_ADD, tap.listener, &wanted);
