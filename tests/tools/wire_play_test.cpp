@@ -69,6 +69,22 @@ TEST(WirePlay, ASearchManager_AnswersAsWritten) {
   EXPECT_EQ(std::string(kHit) + kComplete, AnswerOf({"--misbehave", "drips"}));
 }
 
+// The first record has that size and is right but for it: no field is too long, and the last ones
+// are those of the transcript.
+void ExpectFilled(std::size_t size) {
+  const std::string answer = AnswerOf({"--misbehave", std::to_string(size) + "-bytes"});
+  const std::string record = answer.substr(0, answer.find('\n') + 1);
+  EXPECT_EQ(size, record.size());
+  EXPECT_TRUE(record.ends_with(kHit));
+  EXPECT_EQ(kComplete, answer.substr(record.size()));
+  for (std::size_t at = 0; at + 1 < record.size();) {
+    const std::size_t end = record.find_first_of("\t\n", at + 1);
+    EXPECT_EQ("\t@", record.substr(at, 2));
+    EXPECT_GE(1024u, end - at - 1);
+    at = end;
+  }
+}
+
 TEST(WirePlay, Misbehaviours_AreWhatTheySay) {
   const std::string all = std::string(kHit) + kComplete;
   AnswerOf({"--misbehave", "hangs"});
@@ -80,11 +96,34 @@ TEST(WirePlay, Misbehaviours_AreWhatTheySay) {
   std::string nul = all;
   nul.insert(nul.find('\n'), 1, '\0');
   EXPECT_EQ(nul, AnswerOf({"--misbehave", "nuls"}));
-  EXPECT_EQ(40960u, AnswerOf({"--misbehave", "40960-bytes"}).find('\n') + 1);
-  EXPECT_EQ(40961u, AnswerOf({"--misbehave", "40961-bytes"}).find('\n') + 1);
+  ExpectFilled(40960);
+  ExpectFilled(40961);
   std::string many;
   for (int i = 0; i < 10000; ++i) many += kHit;
   EXPECT_EQ(many + kComplete, AnswerOf({"--misbehave", "10000-hits"}));
+}
+
+TEST(WirePlay, ARecordThatIsFilled_NamesItsDocument) {
+  const Folder folder;
+  Daemon daemon;
+  const Manager documents;
+  daemon.Announce('D', "packages", documents);
+  const std::string macro = folder.Write("page.mo", TextOp("x") + EndOp());
+  const int port = ReservePort();
+  Tool tool({KORVO_WIRE, "play", "--misbehave", "40960-bytes", "--port", std::to_string(port),
+             "--announce", At(daemon.AdminPort()),
+             folder.Write("a.transcript",
+                          "searchmgr > \"\\t@COMMAND=HIT\\t@SEARCHGROUP=packages"
+                          "\\t@DOCNUM=17\\n\"\nsearchmgr closes\n")});
+  EXPECT_TRUE(Eventually([&] { return Listens(port); }));
+  daemon.Ping();
+  const Socket client = daemon.Client();
+  client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@MACROFILE=" +
+              macro.substr(0, macro.size() - 3) + "\tx\n");
+  EXPECT_NE(std::string::npos, documents.Accept().ReadLine().find("\t@DOCNUM=17\t"));
+  tool.Signal(SIGTERM);
+  tool.Wait();
+  ReleasePort(port);
 }
 
 TEST(WirePlay, AClient_SaysWhatDiffers) {
@@ -423,6 +462,42 @@ TEST(WireTap, WhatCannotBeWritten_IsSaidOnceAndForwarded) {
   ExpectLoss(relay, folder.Path() + "/r/000002.transcript: No such file or directory");
 }
 
+// A disk that takes its time: nobody reads the other end of the second recording.
+TEST(WireTap, ARecordingThatTakesItsTime_HoldsNobody) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.Path() + "/r");
+  ASSERT_EQ(0, mkfifo((folder.Path() + "/r/000002.transcript.part").c_str(), 0600));
+  const Manager manager;
+  const Relay relay(manager, {"--record", folder.Path() + "/r"});
+  for (int i = 0; i < 3 && !HasFailure(); ++i) ExpectForwarded(relay, manager, kQuery);
+}
+
+TEST(WireTap, Recordings_GoOnBehindTheHighestNumber) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.Path() + "/r");
+  folder.Write("r/000041.transcript", "old");
+  folder.Write("r/1000000.notes", "");
+  folder.Write("r/7x.transcript", "");
+  const Manager manager;
+  const Relay relay(manager, {"--record", folder.Path() + "/r"});
+  relay.Line(42);
+  EXPECT_EQ("old", ReadFile(folder.Path() + "/r/000041.transcript"));
+  EXPECT_TRUE(ReadFile(folder.Path() + "/r/000042.transcript").ends_with("client < end\n"));
+  EXPECT_FALSE(std::filesystem::exists(folder.Path() + "/r/000001.transcript"));
+}
+
+TEST(WireTap, RecordingsAreWritten_ThoughNobodyReadsTheLines) {
+  const Folder folder;
+  const std::string pipe = folder.Path() + "/pipe", last = folder.Path() + "/r/000101.transcript";
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  const Socket reader(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+  const Manager manager;
+  const Relay relay(manager, {"--record", folder.Path() + "/r"}, {}, ">" + pipe);
+  const std::string request = "\t@COMMAND=QUERY\t" + std::string(4000, '\x01') + "\n";
+  for (int i = 0; i < 100 && !HasFailure(); ++i) ExpectForwarded(relay, manager, request);
+  EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(last); }));
+}
+
 TEST(WireTap, AStandardOutputThatIsFull_HoldsNobody) {
   const Manager manager;
   const Relay relay(manager, {}, {}, ">/dev/full");
@@ -529,7 +604,7 @@ TEST(WireReplay, WaitsInFrontAreAddedUp) {
 
 TEST(WireReplay, WhatIsNoRecording_IsRefused) {
   const Folder folder;
-  const std::string file = folder.Write("a.transcript", "case a\nsays x\n");
+  const std::string file = folder.Write("a.transcript", "case a\nsays x\nwait 0 ms\n");
   ExpectRefused({KORVO_WIRE, "replay", "--to", "9", folder.Path()}, 65,
                 file + " is no recording: it has no step of a client");
 }
@@ -591,6 +666,13 @@ TEST(WireVerbs, WrongUse_IsRefused) {
                 "play takes a file, and --to HOST:PORT or --port PORT");
   ExpectRefused({KORVO_WIRE, "play", "--to", "9", nothing}, 65,
                 nothing + " has nothing that is to be played");
+  const std::string one = folder.Write("o.transcript", "case a\nclient > \"x\"\n");
+  ExpectRefused({KORVO_WIRE, "play", "--to", "9", "--case", "nosuch", one}, 66,
+                "there is no case nosuch in " + one);
+  ExpectRefused({KORVO_WIRE, "play", "--to", "9", "/no/such"}, 66,
+                "cannot read /no/such: No such file or directory");
+  ExpectRefused({KORVO_WIRE, "play", "--to", "9", "/proc"}, 66,
+                "cannot read /proc: Is a directory");
   ExpectRefused(
       {KORVO_WIRE, "play", "--to", "9", "--misbehave", "sings", nothing}, 64,
       "--misbehave takes drips, hangs, resets, half-closes, 40960-bytes, 40961-bytes, no-newline, nuls, 10000-hits or unknown-words, not 'sings'");

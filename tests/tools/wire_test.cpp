@@ -221,14 +221,13 @@ TEST(WireCheck, ADaemonThatDoesNotAnswer_IsNamed) {
 
 TEST(WireCheck, AManagerThatIsGone_AndWhatNeedsMore) {
   const Folder folder;
-  const std::string file = folder.Write(
-      "c.transcript", "case a\nadmin > \"x\"\ncase b\nlog has \"x\"\ncase c\ndaemon > \"x\"\n");
+  const std::string file =
+      folder.Write("c.transcript", "case a\nadmin > \"x\"\ncase c\ndaemon > \"x\"\n");
   const Outcome text = RunTool({KORVO_WIRE, "check", "--cases", file, "--patience", "100", "docmgr",
                                 std::to_string(ReservePort())});
-  EXPECT_EQ("left out: a\n  " + file + ":1: it needs --admin PORT\n" + "left out: b\n  " + file +
-                ":3: it needs the log of the program\n" + "failed: c\n  " + file +
-                ":6: cannot connect: Connection refused\n" +
-                "3 cases: 0 passed, 1 failed, 2 left out\n",
+  EXPECT_EQ("left out: a\n  " + file + ":1: it needs --admin PORT\n" + "failed: c\n  " + file +
+                ":4: cannot connect: Connection refused\n" +
+                "2 cases: 0 passed, 1 failed, 1 left out\n",
             text.output);
   EXPECT_EQ("TAP version 13\n1..1\nok 1 - a # SKIP it needs --admin PORT\n",
             RunTool({KORVO_WIRE, "check", "--format", "tap", "--case", "a", "--cases", file,
@@ -243,6 +242,35 @@ TEST(WireCheck, AManagerThatIsGone_AndWhatNeedsMore) {
       RunTool({KORVO_WIRE, "check", "--format", "junit", "--case", "a", "--cases", file,
                "--patience", "100", "docmgr", "1"})
           .output);
+}
+
+// Nothing was held against the program, so nothing is said for it.
+TEST(WireCheck, NoCaseThatWasHeld_IsNoSuccess) {
+  const Folder folder;
+  const std::string file = folder.Write("c.transcript", "case a\nadmin > \"x\"\n");
+  const Outcome outcome = RunTool({KORVO_WIRE, "check", "--cases", file, "--patience", "100",
+                                   "docmgr", std::to_string(ReservePort())});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("left out: a\n  " + file + ":1: it needs --admin PORT\n" +
+                "1 cases: 0 passed, 0 failed, 1 left out\n",
+            outcome.output);
+}
+
+// Whatever asks for a program that the kit has not started would never come true.
+TEST(WireCheck, StepsOfAProgramThatIsNotStarted_AreRefused) {
+  const Folder folder;
+  for (const std::string step :
+       {"status 0", "status not 0", "output \"x\"", "log has \"x\"", "log lacks \"x\""}) {
+    const std::string file =
+        folder.Write("c.transcript", "case a\nwait 0 ms\n" + step + "\nstart \"x\"\n");
+    for (const char *role : {"client", "searchmgr", "docmgr"})
+      ExpectRefused({KORVO_WIRE, "check", "--cases", file, role, "9"}, 65,
+                    file + ":3: no program has been started");
+  }
+  const std::string file = folder.Write("c.transcript", "case a\nstart \"x\"\n");
+  for (const char *role : {"searchmgr", "docmgr"})
+    ExpectRefused({KORVO_WIRE, "check", "--cases", file, role, "9"}, 65,
+                  file + ":2: a manager runs already, and nothing is started");
 }
 
 TEST(WireCheck, APlayedClient_IsStartedWithItsSettings) {

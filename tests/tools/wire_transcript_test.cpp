@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sysexits.h>
 
 #include "tools/wire/pattern.h"
 #include "tools/wire/transcript.h"
@@ -21,9 +22,9 @@ std::string WrongIn(const std::string &text) {
 
 // The bytes of what a client sends.
 std::string BytesOf(const std::string &items) {
-  const Transcript transcript = Parse("client > " + items + "\n");
+  const Transcript transcript = Parse("client < keep number digits\nclient > " + items + "\n");
   Scene scene = {"/dir", {{"searchmgr", 8011}}, {{"number", "17"}}};
-  return Pattern_Bytes(transcript.cases.at(0).steps.at(0).items, scene);
+  return Pattern_Bytes(transcript.cases.at(0).steps.at(1).items, scene);
 }
 
 struct Matched {
@@ -154,8 +155,7 @@ TEST(Transcript, Patterns_TakeWhatTheyCan) {
   ExpectNoFit("record HIT DOCNUM=digits", "\t@COMMAND=HIT\tDOCNUM=9\n");
   ExpectNoFit("record HIT", "\t@COMMAND=HITS\n");
   ExpectFit("any record RAW record HIT", "\t@COMMAND=HIT\n");
-  ExpectFit("any record RAW record HIT",
-            "\t@COMMAND=RAW\ta\n\t@COMMAND=RAW\tb\n\t@COMMAND=HIT\n");
+  ExpectFit("any record RAW record HIT", "\t@COMMAND=RAW\ta\n\t@COMMAND=RAW\tb\n\t@COMMAND=HIT\n");
   ExpectFit("any \"\" \"x\"", "x");
   ExpectFit("header-of HIT DOCNUM=\"1\" \"\\tTitle=Elm\\t\"",
             "\t@SEQNUM=0\t@COMMAND=HIT\r@DOCNUM=1\t@X=\tTitle=Elm\t");
@@ -191,9 +191,9 @@ TEST(Transcript, Records_HaveTheFieldsOfTheHeaderAlone) {
 }
 
 TEST(Transcript, Patterns_WaitForWhatFollows) {
-  for (const char *items : {"\"abc\"", "digits", "text", "line", "bytes 9", "record HIT", "header",
-                            "either \"x\" or \"12345\"", "keep n digits", "any record RAW",
-                            "header-of HIT"})
+  for (const char *items :
+       {"\"abc\"", "digits", "text", "line", "bytes 9", "record HIT", "header",
+        "either \"x\" or \"12345\"", "keep n digits", "any record RAW", "header-of HIT"})
     EXPECT_EQ(Fit::kMore, Match(items, items[0] == '"'   ? "ab"
                                        : items[0] == 'h' ? "\t@A=1"
                                                          : "12")
@@ -251,13 +251,31 @@ TEST(Transcript, Faults_NameTheLine) {
       {"client <\n", "f:1: here stands at least one item, not the end of the line"},
       {"client > digits\n", "f:1: what is sent or written has no patterns"},
       {"client > \"x\" in parts\n", "f:1: here stands in pieces of NUMBER, not 'parts'"},
-      {"client > \"x\" in pieces of x\n", "f:1: here stands a number from 0 to 100000, not 'x'"},
+      {"client > \"x\" in pieces of x\n", "f:1: here stands a number from 1 to 100000, not 'x'"},
       {"client > \"x\" in pieces of 1 every 2 s\n", "f:1: behind a time stands ms, not 's'"},
       {"client < nothing\n", "f:1: behind nothing stands for NUMBER ms, not the end of the line"},
       {"client < \"x\" not behind\n", "f:1: behind not stands before NUMBER ms, not 'behind'"},
       {"client < end end\n", "f:1: here ends the line, not 'end'"},
       {"client < (\"x\"\n", "f:1: a bracket has no second, not the end of the line"},
       {"client > port\n", "f:1: behind port stands an actor, not the end of the line"},
+      {"client > \"x\" in pieces of 0\n", "f:1: here stands a number from 1 to 100000, not '0'"},
+      {"client < keep Line digits\nclient > kept Lien\n", "f:2: nothing is kept as Lien before"},
+      {"client > kept Line\nclient < keep Line digits\n", "f:1: nothing is kept as Line before"},
+      {"case a\nclient < keep Line digits\ncase b\nwait 0 ms\nclient > \"x\"\n  (kept Line)\n",
+       "f:5: nothing is kept as Line before"},
+      {"client > ordinal\n", "f:1: ordinal stands within times alone"},
+      {"let x ordinal\nclient > times 2 x\nclient > x\n", "f:3: ordinal stands within times alone"},
+      {"client < either \"a\"\n",
+       "f:1: behind either stand two items at least, with or between, not the end of the line"},
+      {"client > n8 times 256 \"x\"\n",
+       "f:1: what stands behind n8 has at most 255 bytes, not 256"},
+      {"client < n8 (times 300 n8 \"x\" dir)\n",
+       "f:1: what stands behind n8 has at most 255 bytes, not 600"},
+      {"let x \"a\"\nlet x \"b\"\n", "f:2: there is a let x before"},
+      {"case a\nstart \"a\"\nstart \"b\"\n", "f:3: a case starts one program"},
+      {"start \"a\"\ncase a\nstart \"b\"\n", "f:3: a case starts one program"},
+      {"case a\ncase b\nwait 0 ms\n", "f:1: the case a has no step"},
+      {"wait 0 ms\ncase a\nwait 0 ms\ncase b\nsays d: x\n", "f:4: the case b has no step"},
       {"client > kept\n", "f:1: behind kept stands a name, not the end of the line"},
       {"client < n8 digits\n", "f:1: what has a length in front of it has no patterns"},
       {"client < keep\n", "f:1: behind keep stands a name, not the end of the line"},
@@ -273,7 +291,7 @@ TEST(Transcript, Faults_NameTheLine) {
       {"let \"x\"\n", "f:1: behind let stands a name, not 'x'"},
       {"let digits \"x\"\n", "f:1: digits is an item, and no name of let"},
       {"case \"x\"\n", "f:1: behind case stands a name, not 'x'"},
-      {"case a\ncase a\n", "f:2: there is a case a before"},
+      {"case a\nwait 0 ms\ncase a\n", "f:3: there is a case a before"},
       {"says x\n", "f:1: says stands in a case"},
       {"case a\nsays x\nsays y\n", "f:3: a case says one sentence"},
   };
@@ -302,15 +320,15 @@ TEST(Transcript, WhatGrowsWithoutBound_IsRefused) {
   EXPECT_EQ("f:4: names of let and steps of every case are more than 1000000 items", WrongIn(wide));
   std::string cases;
   for (int i = 0; i < 1001; ++i) cases += "wait 0 ms\n";
-  for (int i = 0; i < 1001; ++i) cases += "case c" + std::to_string(i) + "\n";
-  EXPECT_EQ("f:2001: names of let and steps of every case are more than 1000000 items",
+  for (int i = 0; i < 1001; ++i) cases += "case c" + std::to_string(i) + "\nwait 0 ms\n";
+  EXPECT_EQ("f:3000: names of let and steps of every case are more than 1000000 items",
             WrongIn(cases));
 }
 
 TEST(Transcript, AFileThatIsNotThere_IsNamed) {
   Transcript transcript;
   std::string wrong;
-  EXPECT_FALSE(Transcript_Read("/no/such", &transcript, &wrong));
+  EXPECT_EQ(EX_NOINPUT, Transcript_Read("/no/such", &transcript, &wrong));
   EXPECT_EQ("cannot read /no/such: No such file or directory", wrong);
 }
 

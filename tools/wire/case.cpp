@@ -101,12 +101,9 @@ bool SetUp(Running *running, const Case &which, const Subject &subject, std::str
 // Why the case cannot be held against the subject, or an empty text.
 std::string SkipReason(const Case &which, const Subject &subject) {
   if (subject.role != Role::kSearchMgr && subject.role != Role::kDocMgr) return {};
-  for (const Step &step : which.steps) {
+  for (const Step &step : which.steps)
     if (step.actor.starts_with("admin") && subject.admin_port.sin_port == 0)
       return "it needs --admin PORT";
-    if (step.verb == Verb::kLogHas || step.verb == Verb::kLogLacks)
-      return "it needs the log of the program";
-  }
   return {};
 }
 

@@ -127,15 +127,33 @@ std::vector<std::string> FilesOf(const std::string &cases) {
   return files;
 }
 
+bool IsOfAProgram(Verb verb) {
+  return verb == Verb::kLogHas || verb == Verb::kLogLacks || verb == Verb::kOutput ||
+         verb == Verb::kStatus || verb == Verb::kStatusNot;
+}
+
+// A daemon is started by the kit, a client by its case, and a manager runs already.
+void RefuseStepsWithoutProgram(const Transcript &transcript, Role role) {
+  if (role == Role::kDaemon) return;
+  for (const Case &which : transcript.cases) {
+    bool started = false;
+    for (const Step &step : which.steps) {
+      if (step.verb == Verb::kStart && role != Role::kClient)
+        Tool_Fail(EX_DATAERR, "%s:%d: a manager runs already, and nothing is started",
+                  which.file.c_str(), step.line);
+      if (step.verb == Verb::kStart) started = true;
+      if (IsOfAProgram(step.verb) && !started)
+        Tool_Fail(EX_DATAERR, "%s:%d: no program has been started", which.file.c_str(), step.line);
+    }
+  }
+}
+
 std::vector<Case> ReadCases(const Check &check) {
   std::vector<Case> cases;
   std::set<std::string> missed(check.wanted.begin(), check.wanted.end());
   for (const std::string &file : FilesOf(check.cases)) {
-    Transcript transcript;
-    std::string wrong;
-    if (access(file.c_str(), R_OK) != 0)
-      Tool_Fail(EX_NOINPUT, "cannot read %s: %s", file.c_str(), std::strerror(errno));
-    if (!Transcript_Read(file, &transcript, &wrong)) Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
+    const Transcript transcript = Wire_Transcript(file);
+    RefuseStepsWithoutProgram(transcript, check.subject.role);
     for (const Case &which : transcript.cases)
       if (missed.erase(which.name) > 0 || check.wanted.empty()) cases.push_back(which);
   }
@@ -234,7 +252,10 @@ int Wire_Check(int argc, char **argv) {
   if (check.subject.command.empty()) AwaitManager(check.subject);
   const std::vector<Ran> all = RunAll(check, cases);
   Tool_Print(Report_Format(check.form, all));
-  const bool failed = std::any_of(
-      all.begin(), all.end(), [](const Ran &ran) { return ran.outcome.result == Result::kFailed; });
-  return failed ? kWireDiffers : EX_OK;
+  const auto has = [&](Result result) {
+    return std::any_of(all.begin(), all.end(),
+                       [&](const Ran &ran) { return ran.outcome.result == result; });
+  };
+  // Where every case is left out, nothing is said for the program.
+  return has(Result::kFailed) || !has(Result::kPassed) ? kWireDiffers : EX_OK;
 }

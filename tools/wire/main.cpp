@@ -57,6 +57,14 @@ sockaddr_in Wire_Address(const char *text, const char *what) {
   return Peer_Address(&peer, what);
 }
 
+Transcript Wire_Transcript(const std::string &path) {
+  Transcript transcript;
+  std::string wrong;
+  const int status = Transcript_Read(path, &transcript, &wrong);
+  if (status != EX_OK) Tool_Fail(status, "%s", wrong.c_str());
+  return transcript;
+}
+
 int main(int argc, char **argv) {
   Tool_Start();
   for (const Command &command : kCommands)

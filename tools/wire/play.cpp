@@ -8,6 +8,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -61,17 +62,16 @@ void TakeOption(Play *play, int letter) {
 }
 
 void TakeSteps(Play *play) {
-  Transcript transcript;
-  std::string wrong;
-  if (!Transcript_Read(play->file, &transcript, &wrong)) Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
-  for (const Case &which : transcript.cases) {
-    if (!play->which.empty() && which.name != play->which) continue;
-    for (const Step &step : which.steps) {
-      if (step.verb == Verb::kFile || (step.actor.empty() && step.verb != Verb::kWait)) continue;
-      if (play->actor.empty()) play->actor = step.actor;
-      if (step.actor.empty() || step.actor == play->actor) play->steps.push_back(step);
-    }
-    break;
+  const Transcript transcript = Wire_Transcript(play->file);
+  const auto which =
+      std::find_if(transcript.cases.begin(), transcript.cases.end(),
+                   [&](const Case &one) { return play->which.empty() || one.name == play->which; });
+  if (which == transcript.cases.end())
+    Tool_Fail(EX_NOINPUT, "there is no case %s in %s", play->which.c_str(), play->file.c_str());
+  for (const Step &step : which->steps) {
+    if (step.verb == Verb::kFile || (step.actor.empty() && step.verb != Verb::kWait)) continue;
+    if (play->actor.empty()) play->actor = step.actor;
+    if (step.actor.empty() || step.actor == play->actor) play->steps.push_back(step);
   }
   if (play->steps.empty())
     Tool_Fail(EX_DATAERR, "%s has nothing that is to be played", play->file.c_str());

@@ -63,9 +63,7 @@ Replay ReadCommand(int argc, char **argv) {
 bool IsOfClient(const Step &step) { return step.actor.starts_with("client"); }
 
 Recorded Read(const std::string &file) {
-  Transcript transcript;
-  std::string wrong;
-  if (!Transcript_Read(file, &transcript, &wrong)) Tool_Fail(EX_DATAERR, "%s", wrong.c_str());
+  Transcript transcript = Wire_Transcript(file);
   Recorded recorded = {file, milliseconds(0), std::move(transcript.cases.front().steps)};
   const std::vector<Step> &steps = recorded.steps;
   for (auto step = steps.begin(); step != steps.end() && step->verb == Verb::kWait; ++step)

@@ -1,5 +1,7 @@
 #include "tools/wire/transcript.h"
 
+#include <sysexits.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -8,11 +10,14 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "tools/common/tool.h"
 #include "tools/wire/token.h"
 
 namespace {
+
+constexpr std::uint64_t kMostN8 = 255;  // bytes behind a length of one
 
 struct Reader {
   std::string file;
@@ -21,6 +26,8 @@ struct Reader {
   std::map<std::string, std::vector<Item>> names;  // of let
   std::vector<Step> common;                        // steps in front of the first case
   std::set<std::string> cases;                     // their names
+  std::set<std::string> kept, common_kept;         // names of keep: of the case, of all
+  bool starts = false, common_starts = false;      // a program: the case, all
   std::vector<Token> tokens;                       // of one statement
   std::size_t at = 0;
   std::size_t copied = 0;  // items for names of let and for cases that have steps in common
@@ -67,19 +74,20 @@ bool TakeWord(Reader *reader, std::string *word, const char *what) {
   return true;
 }
 
-bool TakeNumber(Reader *reader, int most, int *number) {
+bool TakeNumber(Reader *reader, int least, int most, int *number) {
   const std::string &text = Here(*reader).text;
   const char *end = text.data() + text.size();
   const auto [stop, code] = std::from_chars(text.data(), end, *number);
-  if (Here(*reader).kind != TokenKind::kWord || code != std::errc{} || stop != end || *number < 0 ||
-      *number > most)
-    return WrongHere(*reader, "here stands a number from 0 to " + std::to_string(most));
+  if (Here(*reader).kind != TokenKind::kWord || code != std::errc{} || stop != end ||
+      *number < least || *number > most)
+    return WrongHere(*reader, "here stands a number from " + std::to_string(least) + " to " +
+                                  std::to_string(most));
   ++reader->at;
   return true;
 }
 
 bool TakeMs(Reader *reader, int *number) {
-  if (!TakeNumber(reader, kTranscriptMs, number)) return false;
+  if (!TakeNumber(reader, 0, kTranscriptMs, number)) return false;
   return TakeIf(reader, "ms") || WrongHere(*reader, "behind a time stands ms");
 }
 
@@ -128,6 +136,19 @@ bool TakeItems(Reader *reader, int depth, std::vector<Item> *items) {
   return true;
 }
 
+// Bytes that the items make at the least: the folder, a port and what is kept are known later.
+std::uint64_t LeastOf(const std::vector<Item> &items) {
+  std::uint64_t least = 0;
+  for (const Item &item : items) {
+    if (item.kind == ItemKind::kLiteral) least += item.text.size();
+    if (item.kind == ItemKind::kOrdinal || item.kind == ItemKind::kN8) least += 1;
+    if (item.kind == ItemKind::kN32) least += 4;
+    const auto times = static_cast<std::uint64_t>(item.kind == ItemKind::kTimes ? item.count : 1);
+    least += std::min<std::uint64_t>(LeastOf(item.inside), kTranscriptSize) * times;
+  }
+  return least;
+}
+
 // All items of a statement.
 bool TakeAllItems(Reader *reader, std::vector<Item> *items) {
   const int line = Here(*reader).line;
@@ -145,8 +166,12 @@ bool TakeInside(Reader *reader, int depth, ItemKind kind, Item *item) {
 bool TakeCounted(Reader *reader, int depth, ItemKind kind, Item *item) {
   const int line = Here(*reader).line;
   if (!TakeInside(reader, depth, kind, item)) return false;
-  return !Transcript_HasPattern(*item) ||
-         Wrong(*reader, line, "what has a length in front of it has no patterns");
+  if (Transcript_HasPattern(*item))
+    return Wrong(*reader, line, "what has a length in front of it has no patterns");
+  const std::uint64_t least = LeastOf(item->inside);
+  return kind != ItemKind::kN8 || least <= kMostN8 ||
+         Wrong(*reader, line,
+               "what stands behind n8 has at most 255 bytes, not " + std::to_string(least));
 }
 
 bool TakeGroup(Reader *reader, int depth, Item *item) {
@@ -160,7 +185,8 @@ bool TakeEither(Reader *reader, int depth, Item *item) {
   do
     if (!TakeItem(reader, depth + 1, &item->inside.emplace_back())) return false;
   while (TakeIf(reader, "or"));
-  return true;
+  return item->inside.size() > 1 ||
+         WrongHere(*reader, "behind either stand two items at least, with or between");
 }
 
 // COMMAND NAME=ITEM... behind record or header-of
@@ -226,11 +252,11 @@ bool TakeItem(Reader *reader, int depth, Item *item) {
   item->kind = ItemKind::kHeaderOf;
   if (TakeIf(reader, "header-of")) return TakeCommand(reader, depth, item);
   if (TakeIf(reader, "times"))
-    return TakeNumber(reader, kTranscriptTimes, &item->count) &&
+    return TakeNumber(reader, 0, kTranscriptTimes, &item->count) &&
            TakeInside(reader, depth, ItemKind::kTimes, item);
   if (TakeIf(reader, "bytes")) {
     item->kind = ItemKind::kBytes;
-    return TakeNumber(reader, kTranscriptSize, &item->count);
+    return TakeNumber(reader, 0, kTranscriptSize, &item->count);
   }
   if (TakeIf(reader, "port")) {
     item->kind = ItemKind::kPort;
@@ -261,7 +287,7 @@ bool TakeSend(Reader *reader, Step *step) {
   if (!TakeIf(reader, "in")) return true;
   if (!TakeIf(reader, "pieces") || !TakeIf(reader, "of"))
     return WrongHere(*reader, "here stands in pieces of NUMBER");
-  if (!TakeNumber(reader, kTranscriptTimes, &step->piece)) return false;
+  if (!TakeNumber(reader, 1, kTranscriptTimes, &step->piece)) return false;
   return !TakeIf(reader, "every") || TakeMs(reader, &step->every);
 }
 
@@ -358,7 +384,7 @@ bool TakeStep(Reader *reader, Step *step) {
   }
   if (word == "status") {
     step->verb = TakeIf(reader, "not") ? Verb::kStatusNot : Verb::kStatus;
-    return TakeNumber(reader, 255, &step->count);
+    return TakeNumber(reader, 0, 255, &step->count);
   }
   step->actor = word;
   return TakeActorStep(reader, step);
@@ -367,8 +393,9 @@ bool TakeStep(Reader *reader, Step *step) {
 bool IsItemWord(const std::string &name) {
   for (const PlainItem &plain : kPlainItems)
     if (name == plain.word) return true;
-  for (const char *word : {"n8", "n32", "any", "either", "record", "header-of", "times", "bytes",
-                           "port", "kept", "keep", "in", "or", "not", "before", "end", "reset", "nothing"})
+  for (const char *word :
+       {"n8", "n32", "any", "either", "record", "header-of", "times", "bytes", "port", "kept",
+        "keep", "in", "or", "not", "before", "end", "reset", "nothing"})
     if (name == word) return true;
   return false;
 }
@@ -378,13 +405,43 @@ bool TakeLet(Reader *reader) {
   if (!TakeWord(reader, &name, "behind let stands a name")) return false;
   if (IsItemWord(name))
     return Wrong(*reader, Here(*reader).line, name + " is an item, and no name of let");
+  if (reader->names.contains(name))
+    return Wrong(*reader, reader->tokens.front().line, "there is a let " + name + " before");
   std::vector<Item> items;
   if (!TakeAllItems(reader, &items)) return false;
   reader->names[name] = items;
   return true;
 }
 
+// What an item leans on stands in front of it: a keep of its name, a times around an ordinal.
+bool CheckItems(Reader *reader, int line, const std::vector<Item> &items, bool in_times) {
+  for (const Item &item : items) {
+    if (item.kind == ItemKind::kOrdinal && !in_times)
+      return Wrong(*reader, line, "ordinal stands within times alone");
+    if (item.kind == ItemKind::kKept && !reader->kept.contains(item.text))
+      return Wrong(*reader, line, "nothing is kept as " + item.text + " before");
+    if (!CheckItems(reader, line, item.inside, in_times || item.kind == ItemKind::kTimes))
+      return false;
+    if (item.kind == ItemKind::kKeep) reader->kept.insert(item.text);
+  }
+  return true;
+}
+
+bool CheckStep(Reader *reader, const Step &step) {
+  if (step.verb == Verb::kStart && std::exchange(reader->starts, true))
+    return Wrong(*reader, step.line, "a case starts one program");
+  return CheckItems(reader, step.line, step.items, false);
+}
+
+// The case that was begun last has steps of its own.
+bool EndCase(const Reader &reader) {
+  const std::vector<Case> &cases = reader.transcript->cases;
+  return cases.empty() || cases.back().steps.size() > reader.common.size() ||
+         Wrong(reader, cases.back().line, "the case " + cases.back().name + " has no step");
+}
+
 bool TakeCase(Reader *reader) {
+  if (!EndCase(*reader)) return false;
   Case begun = {"", "", reader->file, Here(*reader).line, reader->common};
   if (!TakeWord(reader, &begun.name, "behind case stands a name")) return false;
   if (!reader->cases.insert(begun.name).second)
@@ -392,6 +449,12 @@ bool TakeCase(Reader *reader) {
   std::size_t items = begun.steps.size();
   for (const Step &step : begun.steps) items += ExtentOf(step.items).items;
   if (!Copy(reader, begun.line, items)) return false;
+  if (reader->transcript->cases.empty()) {
+    reader->common_kept = reader->kept;
+    reader->common_starts = reader->starts;
+  }
+  reader->kept = reader->common_kept;
+  reader->starts = reader->common_starts;
   reader->transcript->cases.push_back(begun);
   return true;
 }
@@ -409,7 +472,7 @@ bool TakeStatement(Reader *reader) {
   } else if (TakeIf(reader, "let")) {
     good = TakeLet(reader);
   } else {
-    good = TakeStep(reader, &step);
+    good = TakeStep(reader, &step) && CheckStep(reader, step);
     if (good && reader->transcript->cases.empty())
       reader->common.push_back(step);
     else if (good)
@@ -462,8 +525,11 @@ bool ReadLines(Reader *reader, std::string_view rest) {
 
 bool Transcript_Parse(std::string_view text, const std::string &file, Transcript *transcript,
                       std::string *wrong) {
-  Reader reader = {file, transcript, wrong, {}, {}, {}, {}, 0, 0};
-  if (!ReadLines(&reader, text)) return false;
+  Reader reader = {};
+  reader.file = file;
+  reader.transcript = transcript;
+  reader.wrong = wrong;
+  if (!ReadLines(&reader, text) || !EndCase(reader)) return false;
   if (!transcript->cases.empty()) return true;
   // A recording or something to play needs no name.
   if (reader.common.empty()) return Wrong(reader, 1, "there is no step in it");
@@ -471,7 +537,7 @@ bool Transcript_Parse(std::string_view text, const std::string &file, Transcript
   return true;
 }
 
-bool Transcript_Read(const std::string &path, Transcript *transcript, std::string *wrong) {
+int Transcript_Read(const std::string &path, Transcript *transcript, std::string *wrong) {
   std::FILE *file = std::fopen(path.c_str(), "re");
   std::string text;
   int err = file == nullptr ? errno : 0;
@@ -482,12 +548,15 @@ bool Transcript_Read(const std::string &path, Transcript *transcript, std::strin
     text.append(buffer, got);
   }
   if (file != nullptr) std::fclose(file);
-  if (err != 0) *wrong = "cannot read " + path + ": " + std::strerror(err);
-  if (err == 0 && text.size() > std::size_t{kTranscriptSize}) {
-    *wrong = path + " has more than " + std::to_string(kTranscriptSize) + " bytes";
-    return false;
+  if (err != 0) {
+    *wrong = "cannot read " + path + ": " + std::strerror(err);
+    return EX_NOINPUT;
   }
-  return err == 0 && Transcript_Parse(text, path, transcript, wrong);
+  if (text.size() > std::size_t{kTranscriptSize}) {
+    *wrong = path + " has more than " + std::to_string(kTranscriptSize) + " bytes";
+    return EX_DATAERR;
+  }
+  return Transcript_Parse(text, path, transcript, wrong) ? EX_OK : EX_DATAERR;
 }
 
 bool Transcript_HasPattern(const Item &item) {

@@ -27,17 +27,17 @@ enum class ItemKind {
   kN32,      // inside, behind its length in four bytes, the least first
   kKept,     // what the name in text has kept
   // These stand in expectations only.
-  kDigits,  // one or more
-  kText,    // bytes other than tab and newline, or none
-  kLine,    // bytes other than newline, or none
-  kHeader,  // fields of a header, up to the predicate
-  kBytes,   // count bytes of any kind
-  kKeep,    // inside, and remembers it under the name in text
-  kAny,     // inside, as often as it comes, or not at all
-  kEither,  // one of inside
-  kRecord,  // a line whose header has the command in text and, in any order, the fields inside
+  kDigits,    // one or more
+  kText,      // bytes other than tab and newline, or none
+  kLine,      // bytes other than newline, or none
+  kHeader,    // fields of a header, up to the predicate
+  kBytes,     // count bytes of any kind
+  kKeep,      // inside, and remembers it under the name in text
+  kAny,       // inside, as often as it comes, or not at all
+  kEither,    // one of inside
+  kRecord,    // a line whose header has the command in text and, in any order, the fields inside
   kHeaderOf,  // the header of such a line alone
-  kField,   // of a record or a header: text is its name, inside its value
+  kField,     // of a record or a header: text is its name, inside its value
 };
 
 struct Item {
@@ -97,8 +97,9 @@ struct Transcript {
 bool Transcript_Parse(std::string_view text, const std::string &file, Transcript *transcript,
                       std::string *wrong);
 
-// Reads a file; false as above, also for one that cannot be read.
-bool Transcript_Read(const std::string &path, Transcript *transcript, std::string *wrong);
+// Reads a file.  EX_OK, or with the reason in *wrong EX_NOINPUT for one that cannot be read and
+// EX_DATAERR for one that is no transcript.
+int Transcript_Read(const std::string &path, Transcript *transcript, std::string *wrong);
 
 // Whether what is in the item depends on what comes.
 bool Transcript_HasPattern(const Item &item);
