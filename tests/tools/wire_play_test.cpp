@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "tests/tools/run.h"
 
@@ -75,6 +76,7 @@ void ExpectFilled(std::size_t size) {
   const std::string answer = AnswerOf({"--misbehave", std::to_string(size) + "-bytes"});
   const std::string record = answer.substr(0, answer.find('\n') + 1);
   EXPECT_EQ(size, record.size());
+  EXPECT_TRUE(record.starts_with("\t@Y=yyy"));
   EXPECT_TRUE(record.ends_with(kHit));
   EXPECT_EQ(kComplete, answer.substr(record.size()));
   for (std::size_t at = 0; at + 1 < record.size();) {
@@ -470,6 +472,30 @@ TEST(WireTap, ARecordingThatTakesItsTime_HoldsNobody) {
   const Manager manager;
   const Relay relay(manager, {"--record", folder.Path() + "/r"});
   for (int i = 0; i < 3 && !HasFailure(); ++i) ExpectForwarded(relay, manager, kQuery);
+}
+
+TEST(WireTap, RecordingsThatWait_AreLimited) {
+  const Folder folder;
+  const std::string r = folder.Path() + "/r", answer(11 << 20, '\x01');  // four times that, written
+  std::filesystem::create_directory(r);
+  ASSERT_EQ(0, mkfifo((r + "/000002.transcript.part").c_str(), 0600));
+  const Manager manager;
+  const Relay relay(manager, {"--record", r});
+  for (int i = 0; i < 3 && !HasFailure(); ++i) {
+    const Socket client = ConnectTo(relay.Port());
+    client.Send(kQuery);
+    std::string got;
+    std::thread reader([&] { got = client.ReadAll(); });
+    {
+      const Socket server = manager.Accept();
+      EXPECT_EQ(kQuery, server.ReadLine());
+      server.Send(answer);
+    }
+    reader.join();
+    EXPECT_TRUE(got == answer);
+  }
+  ExpectLoss(relay, r + "/000004.transcript: more than 134217728 bytes wait");
+  relay.Line(4);
 }
 
 TEST(WireTap, Recordings_GoOnBehindTheHighestNumber) {
