@@ -628,6 +628,20 @@ TEST(WireReplay, WaitsInFrontAreAddedUp) {
   EXPECT_EQ("2 exchanges: 2 the same, 0 differ\n", (fast.Wait(), fast.Output()));
 }
 
+// The second relay that recorded into the folder began to count anew.
+TEST(WireReplay, ALaterRecording_FollowsTheEarlierOne) {
+  const Folder folder;
+  folder.Write("000001.transcript", "wait 3600000 ms\nclient > \"x\\n\"\nclient < end\n");
+  folder.Write("000002.transcript", "wait 0 ms\nclient > \"y\\n\"\nclient < end\n");
+  folder.Write("000003.transcript", "wait 3600000 ms\nclient > \"z\\n\"\nclient < end\n");
+  const Manager manager;
+  Tool tool({KORVO_WIRE, "replay", "--to", At(manager.Port()), folder.Path()});
+  for (int i = 0; i < 2; ++i) Answer(manager, 1, "");
+  EXPECT_FALSE(Eventually([&] { return manager.Called(); }, 200));
+  tool.Signal(SIGTERM);
+  tool.Wait();
+}
+
 TEST(WireReplay, WhatIsNoRecording_IsRefused) {
   const Folder folder;
   const std::string file = folder.Write("a.transcript", "case a\nsays x\nwait 0 ms\n");

@@ -73,6 +73,15 @@ Recorded Read(const std::string &file) {
   return recorded;
 }
 
+// Each relay that recorded counts from its own beginning: a later one follows the earlier.
+void PutInARow(std::vector<Recorded> *all) {
+  milliseconds before = {}, last = {};
+  for (Recorded &recorded : *all) {
+    if (before + recorded.offset < last) before = last;
+    last = recorded.offset += before;
+  }
+}
+
 std::vector<Recorded> ReadAll(const std::string &folder) {
   std::vector<Recorded> all;
   std::error_code ignored;
@@ -81,6 +90,7 @@ std::vector<Recorded> ReadAll(const std::string &folder) {
   if (all.empty()) Tool_Fail(EX_NOINPUT, "there is no transcript in %s", folder.c_str());
   std::sort(all.begin(), all.end(),
             [](const Recorded &a, const Recorded &b) { return a.file < b.file; });
+  PutInARow(&all);
   return all;
 }
 
