@@ -215,6 +215,20 @@ TEST(Transcript, Keep_RemembersWhatCame) {
   EXPECT_EQ("42", Pattern_Bytes(steps[1].items, scene));
 }
 
+// What was tried and did not fit has not come.
+TEST(Transcript, Keep_ForgetsWhatWasTried) {
+  for (const char *items : {"any (keep n digits \",\")",
+                            "keep n digits \",\" either (keep n digits \",\") or digits"}) {
+    const Transcript transcript =
+        Parse(std::string("client < ") + items + " line \"\\n\"\nclient > kept n\n");
+    const std::vector<Step> &steps = transcript.cases.at(0).steps;
+    Scene scene;
+    std::size_t length = 0;
+    EXPECT_EQ(Fit::kYes, Pattern_Match(steps[0].items, "1,2;\n", false, &scene, &length));
+    EXPECT_EQ("1", Pattern_Bytes(steps[1].items, scene)) << items;
+  }
+}
+
 TEST(Transcript, Show_IsWhatAPersonWrites) {
   EXPECT_EQ("\"a\\tb\" digits text line header bytes 3",
             Shown("\"a\\t\" \"b\" digits text line header bytes 3"));

@@ -88,12 +88,23 @@ Fit MatchAll(const std::vector<Item> &items, Rest *rest) {
   return Fit::kYes;
 }
 
+// Holds an item against the rest; what does not fit leaves neither the rest nor what is kept
+// changed.
+Fit TryItem(const Item &item, Rest *rest) {
+  const std::map<std::string, std::string> kept = rest->scene->kept;
+  Rest tried = *rest;
+  const Fit fit = MatchItem(item, &tried);
+  if (fit == Fit::kYes)
+    *rest = tried;
+  else
+    rest->scene->kept = kept;
+  return fit;
+}
+
 // The first that fits; one that may fit yet is waited for before the next is looked at.
 Fit MatchEither(const Item &item, Rest *rest) {
   for (const Item &inside : item.inside) {
-    Rest tried = *rest;
-    const Fit fit = MatchItem(inside, &tried);
-    if (fit == Fit::kYes) *rest = tried;
+    const Fit fit = TryItem(inside, rest);
     if (fit != Fit::kNo) return fit;
   }
   return Fit::kNo;
@@ -141,11 +152,10 @@ Fit MatchHeaderOf(const Item &item, Rest *rest) {
 
 Fit MatchAny(const Item &item, Rest *rest) {
   for (;;) {
-    Rest tried = *rest;
-    const Fit fit = MatchAll(item.inside, &tried);
+    const std::size_t before = rest->bytes.size();
+    const Fit fit = TryItem(item.inside[0], rest);
     if (fit == Fit::kMore) return fit;
-    if (fit == Fit::kNo || tried.bytes.size() == rest->bytes.size()) return Fit::kYes;
-    *rest = tried;
+    if (fit == Fit::kNo || rest->bytes.size() == before) return Fit::kYes;
   }
 }
 
