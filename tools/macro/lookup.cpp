@@ -73,11 +73,12 @@ Found LookUpBegun(Pass *pass, std::string_view name, bool is_written) {
   Found found;
   const auto known = pass->named.find(Decode_Field(name));
   const std::size_t skip = Decode_Skip(pass->at);
-  std::size_t skips = 0;
-  if (known != pass->named.end() && name.size() + 2 <= kPatternMost)
+  if (known != pass->named.end() && name.size() + 2 <= kPatternMost) {
+    std::size_t skips = 0;
     for (const std::size_t place : known->second)
       if (pass->documents.places[place].most >= Decode_Begin(name).size() && skips++ >= skip)
         found.places.insert(place);
+  }
   found.may_miss = true;
   found.inserted = pass->inserted > 0;  // what was inserted may have the name
   if (found.places.empty())

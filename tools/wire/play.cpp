@@ -8,7 +8,6 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -61,14 +60,15 @@ void TakeOption(Play *play, int letter) {
   }
 }
 
+const Case &CaseOf(const Play &play, const Transcript &transcript) {
+  for (const Case &one : transcript.cases)
+    if (play.which.empty() || one.name == play.which) return one;
+  Tool_Fail(EX_NOINPUT, "there is no case %s in %s", play.which.c_str(), play.file.c_str());
+}
+
 void TakeSteps(Play *play) {
   const Transcript transcript = Wire_Transcript(play->file);
-  const auto which =
-      std::find_if(transcript.cases.begin(), transcript.cases.end(),
-                   [&](const Case &one) { return play->which.empty() || one.name == play->which; });
-  if (which == transcript.cases.end())
-    Tool_Fail(EX_NOINPUT, "there is no case %s in %s", play->which.c_str(), play->file.c_str());
-  for (const Step &step : which->steps) {
+  for (const Step &step : CaseOf(*play, transcript).steps) {
     if (step.verb == Verb::kFile || (step.actor.empty() && step.verb != Verb::kWait)) continue;
     if (play->actor.empty()) play->actor = step.actor;
     if (step.actor.empty() || step.actor == play->actor) play->steps.push_back(step);
