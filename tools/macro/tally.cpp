@@ -64,8 +64,10 @@ void MoveEach(Pass *pass, const std::vector<Move> &moves, bool is_written) {
     if (move.found.may_miss) arrive(move.from, before);
     for (const std::size_t place : move.found.places) {
       Tally tally = before;
-      tally.times[place] += is_written;
-      tally.bytes += is_written ? Shown(pass->documents.places[place]) : 0;
+      if (is_written) {
+        ++tally.times[place];
+        tally.bytes += Shown(pass->documents.places[place]);
+      }
       arrive({place, true}, tally);
     }
   }
