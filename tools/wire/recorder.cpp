@@ -8,8 +8,8 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <filesystem>
+#include <list>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -25,7 +25,7 @@ constexpr std::size_t kWaiting = std::size_t{2} * kTranscriptSize;  // bytes
 
 std::mutex mutex;  // of what waits
 std::condition_variable added;
-std::deque<Exchange> waiting;
+std::list<Exchange> waiting;
 std::size_t waiting_bytes = 0;
 std::string place;
 void (*lose_recording)(const std::string &path, const char *why) = nullptr;
