@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "debug/log.h"
 #include "macro/cursor.h"
@@ -18,10 +19,18 @@ int opened = 0;
 PageRun *page = nullptr;
 const std::string *answer = nullptr;
 
+// A name that is logged may hold any text, so it is the beginning of the message that counts,
+// behind a separator and a line with process and time.
+bool IsUndefined(std::string_view text) {
+  for (int line = 0; line < 2; ++line)
+    text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
+  return text.starts_with("\n[undefined op-code");
+}
+
 int Send(const char *text, int) {
   if (page == nullptr) return 1;
   page->log += text;
-  if (std::strstr(text, "[undefined op-code") != nullptr) {
+  if (IsUndefined(text)) {
     page->loops = true;
     std::fill(running.begin(), running.end(), '\0');  // which ends the run
   }
