@@ -111,13 +111,15 @@ TEST(WirePlay, ARecordThatIsFilled_NamesItsDocument) {
   const Manager documents;
   daemon.Announce('D', "packages", documents);
   const std::string macro = folder.Write("page.mo", TextOp("x") + EndOp());
+  daemon.SetLevel("INFO");
   const int port = ReservePort();
   Tool tool({KORVO_WIRE, "play", "--misbehave", "40960-bytes", "--port", std::to_string(port),
              "--announce", At(daemon.AdminPort()),
              folder.Write("a.transcript",
                           "searchmgr > \"\\t@COMMAND=HIT\\t@SEARCHGROUP=packages"
                           "\\t@DOCNUM=17\\n\"\nsearchmgr closes\n")});
-  EXPECT_TRUE(Eventually([&] { return Listens(port); }));
+  // It listens before it announces itself.
+  EXPECT_TRUE(daemon.Program().WaitForLog("[Init: RecvAnn] Child ID       = packages\n"));
   daemon.Ping();
   const Socket client = daemon.Client();
   client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=packages\t@MACROFILE=" +
