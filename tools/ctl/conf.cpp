@@ -133,6 +133,13 @@ std::vector<const ConfLine *> Conf_Take(const Conf &conf, const std::string &nam
   return lines;
 }
 
+const ConfLine *Conf_TakeOnly(const std::vector<const ConfLine *> &lines, const std::string &name) {
+  if (lines.size() > 1)
+    Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", name.c_str(),
+              static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
+  return lines[0];
+}
+
 std::vector<const ConfLine *> Conf_Programs(const Conf &conf) {
   std::vector<const ConfLine *> programs;
   for (const ConfLine &line : conf.lines)

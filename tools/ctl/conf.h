@@ -49,6 +49,9 @@ std::vector<const ConfLine *> Conf_Named(const Conf &conf, const std::string &na
 // The same, or the end of the process with EX_CONFIG.
 std::vector<const ConfLine *> Conf_Take(const Conf &conf, const std::string &name);
 
+// The only one of lines that the name stands for, or the end of the process with EX_USAGE.
+const ConfLine *Conf_TakeOnly(const std::vector<const ConfLine *> &lines, const std::string &name);
+
 // Every line that is a program: of those with the same id and type the first.
 std::vector<const ConfLine *> Conf_Programs(const Conf &conf);
 

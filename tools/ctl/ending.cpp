@@ -14,11 +14,7 @@ namespace {
 
 // The only line that the id names, or the end of the process.
 const ConfLine *TakeOne(const Request &request, const Conf &conf) {
-  const std::vector<const ConfLine *> lines = Request_Lines(request, conf);
-  if (lines.size() > 1)
-    Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", Request_Word(request, 0),
-              static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
-  return lines[0];
+  return Conf_TakeOnly(Request_Lines(request, conf), Request_Word(request, 0));
 }
 
 [[noreturn]] void FailAway(const ConfLine &line) {

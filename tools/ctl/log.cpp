@@ -194,15 +194,6 @@ struct Place {
   std::string unit;
 };
 
-// The program of korvo.conf that the word names when no file does, or null.
-const ConfLine *FindProgram(const Conf &conf, const std::string &word) {
-  const std::vector<const ConfLine *> lines = Conf_Named(conf, word);
-  if (lines.size() > 1)
-    Tool_Fail(EX_USAGE, "%s names %d programs; take one, such as %s", word.c_str(),
-              static_cast<int>(lines.size()), Conf_Name(*lines[0]).c_str());
-  return lines.empty() ? nullptr : lines[0];
-}
-
 Place PlaceOf(const Request &request) {
   const std::string word = Request_Word(request, 0);
   struct stat file = {};
@@ -210,8 +201,9 @@ Place PlaceOf(const Request &request) {
   Conf conf = {request.dir + "/korvo.conf", {}};
   int err = 0;  // without a korvo.conf the word is a file that is not there
   conf.lines = Conf_Lines(Conf_Pieces(conf.path, &err));
-  const ConfLine *line = FindProgram(conf, word);
-  if (line == nullptr) return {word, ""};
+  const std::vector<const ConfLine *> lines = Conf_Named(conf, word);
+  if (lines.empty()) return {word, ""};
+  const ConfLine *line = Conf_TakeOnly(lines, word);
   const pid_t main = Process_Main(*line);
   if (const std::string path = Process_LogFile(main); !path.empty()) return {path, ""};
   std::string unit = Process_Unit(main);

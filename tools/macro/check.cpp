@@ -244,7 +244,7 @@ void Seek(Pass *pass) {
 void Step(Pass *pass) {
   const int op = pass->at.op;
   pass->output.is_moved |= op == kOpSeek || op == kOpPop || op == kOpRestore;
-  switch (pass->at.op) {
+  switch (op) {
     case kOpText8:
     case kOpText32: return Text(pass);
     case kOpValue8:

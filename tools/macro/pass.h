@@ -36,7 +36,7 @@ struct Tally {
 };
 
 struct Output {
-  std::size_t least = 0;          // bytes of texts
+  std::size_t least = 0;          // bytes that every run writes
   std::size_t fixed = 0;          // bytes whatever the document, at most
   std::size_t copies = 0;         // of the whole document
   std::map<Spot, Tally> values;   // by the spot that a run has come to

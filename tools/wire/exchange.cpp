@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr std::size_t kLine =
-    8192;  // bytes that are looked at of a request and of a line of an answer
+// Bytes that are looked at of a request, and of a line of an answer.
+constexpr std::size_t kLine = 8192;
 constexpr std::string_view kError = "\t@COMMAND=ERROR\t";
 
 bool IsOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
