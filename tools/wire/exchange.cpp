@@ -125,9 +125,11 @@ void Exchange_Begin(Exchange *exchange, std::chrono::milliseconds behind) {
 void Exchange_TakeRequest(Exchange *exchange, std::string_view bytes) {
   exchange->request_bytes += bytes.size();
   const bool before = exchange->asked != ExchangeClock::time_point{};
-  const bool ends = !before && bytes.find('\n') != std::string_view::npos;
+  const std::size_t newline = bytes.find('\n');
+  const bool ends = !before && newline != std::string_view::npos;
+  const std::string_view line = ends ? bytes.substr(0, newline + 1) : bytes;
   // A line of the service is far shorter; what never ends is not kept.
-  if (!before) exchange->line += bytes.substr(0, kLine - exchange->line.size());
+  if (!before) exchange->line += line.substr(0, kLine - exchange->line.size());
   if (ends) exchange->asked = ExchangeClock::now();
   if (!exchange->redacted)
     Add(exchange, "client > " + Transcript_Quote(bytes));
