@@ -307,6 +307,9 @@ TEST(CtlProcess, Status_ShowsTheLogAndAReplacedFile) {
     client.Send("\t@COMMAND=QUERY\t@SEARCHGROUP=a\t@MACROFILE=/none\t@MAXHITS=1\tx\n");
     EXPECT_EQ("", client.ReadAll());
   }
+  EXPECT_TRUE(Eventually([&] {
+    return site.Run({"status", "web1"}).output.find(", 1 in its group, ") != std::string::npos;
+  }));
   std::filesystem::remove(program);
   const std::string messages = folder.Write(
       "messages", std::string(kMessages) +

@@ -135,7 +135,9 @@ std::string Process_Name(pid_t pid) {
 
 std::string Process_Version(pid_t pid) {
   std::ifstream file(Tool_Format("/proc/%d/exe", static_cast<int>(pid)), std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  std::ostringstream text;
+  text << file.rdbuf();
+  const std::string bytes = text.str();
   const std::size_t at = bytes.find(kVersionMark);
   if (at == std::string::npos) return "";
   const std::size_t begin = at + kVersionMark.size();
