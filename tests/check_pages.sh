@@ -27,7 +27,7 @@ import pathlib, re, socket, sys
 scratch = pathlib.Path(sys.argv[1])
 text = (pathlib.Path("docs") / sys.argv[2]).read_text(encoding="utf-8")
 held = []
-port = 24000
+port = 2000
 for number in sorted(set(re.findall(r"\b80\d\d\b", text))):
     while True:
         port += 1

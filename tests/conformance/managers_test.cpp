@@ -65,7 +65,8 @@ class ConformanceOfManagers : public ::testing::Test {
                   broken ? fault : "none", std::to_string(port),
                   std::to_string(ports_.at(type).client)});
       EXPECT_TRUE(Eventually([&] { return relay.Output() == "ready\n"; })) << relay.Errors();
-      const Outcome outcome = Check(type, port, {"--case", which, "--patience", "1000"});
+      const Outcome outcome =
+          Check(type, port, {"--case", which, "--patience", broken ? "1000" : "10000"});
       EXPECT_EQ(broken ? 1 : 0, outcome.status) << fault << ": " << outcome.output;
       relay.Signal(SIGTERM);
       relay.Wait();

@@ -143,7 +143,7 @@ class Rotation(Case):
         text = (EXAMPLES / "logrotate.conf").read_text()
         text = text[text.index("# korvo-web") :].replace("/var/log/korvo/web/*.log", str(log))
         self.rotate(text.replace("pkill -HUP -x korvo-web", f"kill -HUP {web.pid}"))
-        self.assertIn(b'"route":"front"', (self.folder / "web.log.1").read_bytes())
+        eventually(lambda: b'"route":"front"' in (self.folder / "web.log.1").read_bytes(), "the line of the page")
         eventually(lambda: asked() and log.exists() and log.read_bytes(), "a line in a new file")
 
 

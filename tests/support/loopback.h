@@ -7,7 +7,7 @@
 
 #include "net/sock.h"
 
-// A port from 20000 to 31999 that is free for TCP and for UDP.  Every process tries a range of its
+// A port from 4000 to 9999 that is free for TCP and for UDP.  Every process tries a range of its
 // own first.
 int FreePort();
 
@@ -15,7 +15,7 @@ int FreePort();
 SockAddr AddrOf(const char *ip, int port);
 inline SockAddr Loopback(int port) { return AddrOf("127.0.0.1", port); }
 
-// Returns when the condition holds; the test fails after ten seconds.
+// Returns when the condition holds; the test fails after a minute.
 void Await(const std::function<bool()> &condition);
 
 bool IsOpen(int fd);

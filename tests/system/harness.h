@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-inline constexpr int kPatienceMs = 20000;
+inline constexpr int kPatienceMs = 60000;
 
 // A port from 1 to 32767 that is free for TCP and UDP and that no other test of this machine gets,
 // until it is released or the program ends.

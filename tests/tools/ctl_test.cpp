@@ -134,7 +134,12 @@ TEST(Ctl, SourcePortsInUse_ArePassedOver) {
     if (port % 64 == 0) continue;
     const sockaddr_in address = Loopback(port);
     taken.emplace_back(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    (void)bind(taken.back().Fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const auto is_bound = [&] {
+      return bind(taken.back().Fd(), reinterpret_cast<const sockaddr *>(&address),
+                  sizeof address) == 0;
+    };
+    // Another test may send from it at this moment; who has it for longer keeps it.
+    (void)Eventually(is_bound, 2000);
   }
   Admin admin;
   EXPECT_EQ(0, RunTool(Ctl(admin.Port(), {"shutdown"})).status);
@@ -268,7 +273,7 @@ TEST(Ctl, IdThatIsNoProgram_IsRefused) {
 TEST(Ctl, Wait_EndsWithTheAnswer) {
   Site site;
   const int web = site.Line("web1", 'C', "-");
-  Tool tool(site.Ctl({"wait", "web1"}));
+  Tool tool(site.Ctl({"wait", "web1", "--timeout", "60"}));
   site.Start(web);
   EXPECT_EQ(0, tool.Status());
   EXPECT_EQ("", tool.Output() + tool.Errors());
@@ -282,7 +287,7 @@ TEST(Ctl, Wait_ShowsItsProgressOnATerminal) {
   Site site;
   const int web = site.Line("web1", 'C', "-");
   const Terminal terminal;
-  Tool tool(site.Ctl({"wait", "web1"}), [&] { terminal.TakeErrors(); });
+  Tool tool(site.Ctl({"wait", "web1", "--timeout", "60"}), [&] { terminal.TakeErrors(); });
   EXPECT_TRUE(Eventually([&] {
     return terminal.Shown().starts_with("\rwaiting for " + site.Place(web) + ": 0 s\x1b[K");
   }));

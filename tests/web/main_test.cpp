@@ -121,7 +121,7 @@ TEST(Main, SecondOneOnAPort_Is69) {
   const std::string port = std::to_string(site.Port());
   const std::string conf = folder.Write("web.conf", kServed + "listen-port " + port + "\n");
   Process second({KORVO_WEB, conf}, folder.Path());
-  ASSERT_TRUE(Eventually([&] { return second.Ended(); }, 5000));
+  ASSERT_TRUE(Eventually([&] { return second.Ended(); }));
   EXPECT_EQ(ExitStatus(second.Wait()), 69);
   EXPECT_EQ(second.RawLog(),
             "korvo-web: cannot listen on 127.0.0.1 port " + port + ": Address already in use\n");

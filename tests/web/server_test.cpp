@@ -218,7 +218,7 @@ TEST(Server, DaemonThatSaysNothing_Is504) {
 }
 
 TEST(Server, PageThatIsLate_EndsWithANotice) {
-  Web web("deadline 300\n");
+  Web web("deadline 3000\n");
   const Socket browser = web.site.Begin("/search?q=a");
   const Socket connection = web.Accept();
   connection.Send("<p>half");
