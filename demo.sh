@@ -52,7 +52,7 @@ free_ports() {
   used=" $(awk 'FNR > 1 { split($2, a, ":"); print strtonum_hex(a[2]) }
     function strtonum_hex(h,  i, n) { for (i = 1; i <= length(h); i++) n = 16 * n + index("123456789ABCDEF", substr(h, i, 1)); return n }' \
     /proc/net/tcp* /proc/net/udp* | tr '\n' ' ') "
-  local port=$((10000 + RANDOM % 1900)) found=0
+  local port=$((10000 + RANDOM % 1900)) found=0  # from 12000 on are those of the tests, which may run meanwhile
   while [ $found -lt "$1" ]; do
     port=$((port + 1))
     [[ $used == *" $port "* ]] && continue

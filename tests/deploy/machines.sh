@@ -141,7 +141,7 @@ three_machines() {
   await finds 192.0.2.1 127.0.0.1 first second
   leave 192.0.2.3
   await says_a_part_is_missing 192.0.2.1 127.0.0.1 first
-  await finds 192.0.2.1 127.0.0.1 first
+  finds 192.0.2.1 127.0.0.1 first || fail 'the half that is there is not found'
   come_back 192.0.2.3
   await finds 192.0.2.1 127.0.0.1 first second
   step 'three machines do what they should'
@@ -161,8 +161,9 @@ standby() {
   at 192.0.2.1 "${watch[@]}" >>/run/watch.log 2>&1 </dev/null & disown
   await watches
   at 192.0.2.1 korvoctl announce web1 >>/run/watch.log
+  at 192.0.2.1 korvoctl ping web1 >>/run/watch.log  # behind what was announced
   kill -KILL "$(of_machine 192.0.2.2 korvo-searchmgr)"
-  await finds 192.0.2.1 127.0.0.1 first
+  finds 192.0.2.1 127.0.0.1 first || fail 'the first was not given its place back'
   start korvo-searchmgr packages "$home/etc/standby"
   at 192.0.2.1 korvoctl announce web1 >>/run/watch.log
   kill -KILL "$first"
@@ -202,17 +203,18 @@ twenty_machines() {
   start_web 192.0.2.11 "$home/etc/west/korvo-web.conf"
   await finds 192.0.2.1 192.0.2.1 name1 name8
   await finds 192.0.2.11 192.0.2.11 name1 name8
+  for number in 1 11; do await says_no_part_is_missing "192.0.2.$number" "192.0.2.$number" name1; done
   leave 192.0.2.20  # a shard: its tree searches the other seven, and pages say so
   await says_a_part_is_missing 192.0.2.11 192.0.2.11 name1
-  await finds 192.0.2.11 192.0.2.11 name1 name7
-  await finds 192.0.2.1 192.0.2.1 name1 name8  # the other tree misses nothing
-  await says_no_part_is_missing 192.0.2.1 192.0.2.1 name1
+  finds 192.0.2.11 192.0.2.11 name1 name7 || fail 'seven shards are not found'
+  finds 192.0.2.1 192.0.2.1 name1 name8 || fail 'the other tree misses it too'
+  says_no_part_is_missing 192.0.2.1 192.0.2.1 name1 || fail 'the other tree says that it misses it'
   come_back 192.0.2.20
   await finds 192.0.2.11 192.0.2.11 name8
   leave 192.0.2.2  # the managers of a tree: its searches fail, and the other's do not
   await not_found 192.0.2.1
   at 192.0.2.1 curl -sf http://192.0.2.1:8080/healthz >/dev/null || fail 'healthz asks more than the daemon'
-  await status_is 192.0.2.11 192.0.2.11 200
+  status_is 192.0.2.11 192.0.2.11 200 || fail 'the other tree fails too'
   step 'twenty machines do what they should'
 }
 not_found() { ! status_is "$1" "$1" 200; }

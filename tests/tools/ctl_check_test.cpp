@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -321,6 +322,24 @@ TEST(CtlCheck, Databases_AreOfAKnownKind) {
   }
   data.Write("db/iamglass", kGlass);
   expect(data.Path() + "/db", "");
+  expect(data.Write("stub", std::string(65000, '#') + "\nauto /a\n"), "");
+}
+
+TEST(CtlCheck, DatabaseThatIsOneLongLine_CostsNoMemory) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer takes memory of its own";
+#endif
+  const Folder data;
+  const std::string path = data.Write("zeros", "");
+  ASSERT_EQ(0, truncate(path.c_str(), 256 << 20));
+  ExpectFound(std::string(kWeb) + kSearch, "notes n " + path + " -\n",
+              "korvo.db:1: SEARCHLOC " + path +
+                  " is a file, but no stub: none of auto, glass, honey, chert, remote and inmemory "
+                  "is its first word; name a folder that korvo-index has filled\n",
+              1);
+  rusage used = {};
+  getrusage(RUSAGE_CHILDREN, &used);
+  EXPECT_LT(used.ru_maxrss, 100 << 10);  // kilobytes, of the largest child
 }
 
 TEST(CtlCheck, Engines_DoNotStartWithoutADatabase) {

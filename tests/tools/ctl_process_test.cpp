@@ -210,14 +210,15 @@ TEST(CtlProcess, Status_LeavesOutWhatItHasBroughtAbout) {
   EXPECT_EQ(0, site.Run({"announce", "web1", "--state", state.Path()}).status);
   const Instead instead;
   const std::string group = "[CommMgr: ClientCmd] Unable to locate SearchGroup ";
-  const std::string log = LogEntry(group + "'' amongst my flock") +
-                          LogEntry(group + "'one' amongst my flock") +
-                          LogEntry(group + "'two' amongst my flock") +
-                          LogEntry("[MainCore: Shutdown] It ends") + LogEntry("[Quiet: One] Hush");
+  const std::string log =
+      LogEntry(group + "'' amongst my flock") + LogEntry(group + "'one' amongst my flock") +
+      LogEntry(group + "'two' amongst my flock") + LogEntry(group + "' amongst my flock") +
+      LogEntry("[MainCore: Shutdown] It ends") + LogEntry("[Quiet: One] Hush");
   const std::string messages = instead.folder.Write(
       "messages",
       "CommMgr: ClientCmd\t103\tUnable to locate SearchGroup '%s' amongst my flock\tc\te\tStart "
       "it.\n"
+      "CommMgr: ClientCmd\t103\tUnable to locate %s\tc\te\tFind it.\n"
       "MainCore: Shutdown\t104\tIt ends\tc\te\tNone when the end was wanted.\n"
       "Quiet: One\t104\tHush\tc\te\tNone.\n");
   const std::string file =
@@ -232,6 +233,8 @@ TEST(CtlProcess, Status_LeavesOutWhatItHasBroughtAbout) {
       std::string::npos,
       output.find("  log, Sun Nov 22 01:02:03 2026: [CommMgr: ClientCmd] Unable to locate "
                   "SearchGroup 'two' amongst my flock\n    remedy: Start it.\n"
+                  "  log, Sun Nov 22 01:02:03 2026: [CommMgr: ClientCmd] Unable to locate "
+                  "SearchGroup ' amongst my flock\n    remedy: Find it.\n"
                   "  log, Sun Nov 22 01:02:03 2026: [MainCore: Shutdown] It ends\n    remedy: "
                   "None when the end was wanted.\n"))
       << output;

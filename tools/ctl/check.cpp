@@ -41,6 +41,7 @@ std::vector<std::string> FoldersOf(const Request &request) {
 
 int Command_Check(Request *request) {
   const std::string name = Request_Word(*request, 0);
+  // An empty name is none of a program; it does not mean all.
   if (name.empty() && !request->words.empty()) Request_Lines(*request, Conf_Read(request->dir));
   // A program starts whatever its macros are.
   const bool has_pages = name.empty() || !request->macros.empty();

@@ -52,8 +52,9 @@ bool IsTrouble(const std::vector<const Message *> &known) {
 bool IsOwnDoing(std::string_view text, const std::vector<std::string> &told) {
   constexpr std::string_view kBefore = "[CommMgr: ClientCmd] Unable to locate SearchGroup '";
   constexpr std::string_view kBehind = "' amongst my flock";
-  if (!text.starts_with(kBefore) || !text.ends_with(kBehind)) return false;
+  if (!text.starts_with(kBefore)) return false;
   text.remove_prefix(kBefore.size());
+  if (!text.ends_with(kBehind)) return false;
   text.remove_suffix(kBehind.size());
   return text.empty() || std::count(told.begin(), told.end(), std::string(text) + ":S") > 0;
 }

@@ -17,6 +17,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kMaxName = sizeof DBInfo::DBName - 1;
 constexpr std::size_t kMaxLocation = sizeof DBInfo::SearchLocation - 1;
+constexpr std::size_t kStubMost = 64 << 10;  // bytes of a stub that are looked at
 
 void ReportDb(Survey *survey, int number, Weight weight, const std::string &text) {
   Survey_Report(survey, survey->db_path, number, weight, text);
@@ -39,11 +40,20 @@ bool May(const std::string &path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
+// The first bytes of a file, at most so many.
+std::string Beginning(const std::string &path, std::size_t most) {
+  std::ifstream file(path, std::ios::binary);
+  std::string begin(most, '\0');
+  file.read(begin.data(), static_cast<std::streamsize>(most));
+  begin.resize(static_cast<std::size_t>(file.gcount()));
+  return begin;
+}
+
 // A stub names databases, each in a line; "#" begins a comment.
 bool IsStub(const std::string &path) {
-  std::ifstream file(path);
+  std::istringstream text(Beginning(path, kStubMost));
   std::string first;
-  for (std::string line; first.empty() && std::getline(file, line);)
+  for (std::string line; first.empty() && std::getline(text, line);)
     if (line[0] != '#') std::istringstream(line) >> first;
   for (const char *kind : {"auto", "glass", "honey", "chert", "remote", "inmemory"})
     if (first == kind) return true;
@@ -52,10 +62,7 @@ bool IsStub(const std::string &path) {
 
 bool IsGlass(const std::string &path) {
   constexpr std::string_view kBegin = "\x0f\x0dXapian Glass";
-  std::ifstream file(path, std::ios::binary);
-  std::string begin(kBegin.size(), '\0');
-  file.read(begin.data(), static_cast<std::streamsize>(begin.size()));
-  return file && begin == kBegin;
+  return Beginning(path, kBegin.size()) == kBegin;
 }
 
 // What is wrong with the database at that place, or nothing: whether it is whole is not told.
